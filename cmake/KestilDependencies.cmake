@@ -1,0 +1,26 @@
+# Every native dependency of Kestil, found once here. llama.cpp and whisper.cpp
+# come from the system when it has them, otherwise from the prefix that
+# scripts/native-deps.sh builds (passed as KESTIL_NATIVE_PREFIX).
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets DBus Test)
+find_package(SQLite3 REQUIRED)
+find_package(ICU REQUIRED COMPONENTS uc i18n)
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
+pkg_check_modules(SOXR REQUIRED IMPORTED_TARGET soxr)
+pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)
+pkg_check_modules(POCKETSPHINX REQUIRED IMPORTED_TARGET pocketsphinx sphinxbase)
+pkg_check_modules(CMARKGFM REQUIRED IMPORTED_TARGET libcmark-gfm)
+find_library(CMARKGFM_EXTENSIONS_LIBRARY NAMES cmark-gfm-extensions REQUIRED)
+
+if(KESTIL_NATIVE_PREFIX)
+  list(PREPEND CMAKE_PREFIX_PATH "${KESTIL_NATIVE_PREFIX}")
+  set(CMAKE_BUILD_RPATH "${KESTIL_NATIVE_PREFIX}/lib")
+  set(CMAKE_INSTALL_RPATH "${KESTIL_NATIVE_PREFIX}/lib")
+endif()
+find_package(ggml REQUIRED)
+find_package(llama REQUIRED)
+find_package(whisper REQUIRED)
+
+# Where PocketSphinx's Debian model lives; the engine and the tests read it.
+set(KESTIL_POCKETSPHINX_MODEL_DIR "/usr/share/pocketsphinx/model/en-us" CACHE PATH
+    "PocketSphinx en-us acoustic model, dictionary and language model")

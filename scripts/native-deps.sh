@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# Builds llama.cpp (with its ggml) and whisper.cpp against that same ggml, from
+# the source packages published on the npm registry, into a cache folder that
+# lives outside the working tree. A second call finds the finished prefix and
+# returns at once. Prints the install prefix on its last line.
+set -euo pipefail
+
+LLAMA_PKG=node-llama-cpp@3.22.1
+LLAMA_SHA512=bltIipuWmc123H7tMIgDGKSsSrhmhlQYeVUC48XTjVW7XGJJiJJyCdlTMzQ/LiWoPkGDpcL4FviDpgw7qfTiDw==
+WHISPER_PKG=nodejs-whisper@0.3.1
+WHISPER_SHA512=ceoilUVraRuR5FnNyXpGQT2auAR48Oc3AQBEmkXnVpSn9iN6yVRzQBFCqVTGWbk6Wdi95NhvwXNzFvuR7erLWw==
+# Portable x86-64-v3 build: runs on any AVX2 machine, never tuned to the build host.
+CPU_FLAGS=(-DGGML_NATIVE=OFF -DGGML_AVX=ON -DGGML_AVX2=ON -DGGML_FMA=ON -DGGML_F16C=ON -DGGML_BMI2=ON)
+BUILD_ID=llama-3.22.1-whisper-0.3.1-v3
+
+cache="${KESTIL_CACHE_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/kestil}"
+prefix="$cache/native/$BUILD_ID"
+if [ -f "$prefix/.complete" ]; then
+  echo "$prefix"
+  exit 0
+fi
+# One build at a time: a second caller waits for the first, then finds it done.
+mkdir -p "$cache/native"
+exec 9>"$cache/native/.lock"
+flock 9
+if [ -f "$prefix/.complete" ]; then
+  echo "$prefix"
+  exit 0
+fi
+
+work="$cache/native/src-$BUILD_ID"
+rm -rf "$work" "$prefix"
+mkdir -p "$work"
+jobs=$(nproc)
+
+fetch() { # package, expected sha512 (base64) -> unpacks into $work/$3
+  local pkg=$1 sum=$2 dest=$3
+  (cd "$work" && npm pack --silent "$pkg" >/dev/null)
+  local tgz
+  tgz=$(ls "$work"/*.tgz | head -n 1)
+  local got
+  got=$(openssl dgst -sha512 -binary "$tgz" | base64 -w0)
+  if [ "$got" != "$sum" ]; then
+    echo "integrity check failed for $pkg" >&2
+    exit 1
+  fi
+  mkdir -p "$work/$dest"
+  tar xzf "$tgz" -C "$work/$dest"
+  rm -f "$tgz"
+}
+
+echo "== fetching $LLAMA_PKG" >&2
+fetch "$LLAMA_PKG" "$LLAMA_SHA512" llama-pkg
+git clone -q "$work/llama-pkg/package/llama/gitRelease.bundle" "$work/llama.cpp"
+rm -rf "$work/llama-pkg"
+
+echo "== building llama.cpp" >&2
+cmake -S "$work/llama.cpp" -B "$work/llama-build" -G Ninja \
+  -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" \
+  -DBUILD_SHARED_LIBS=ON -DLLAMA_CURL=OFF -DLLAMA_OPENSSL=OFF \
+  -DLLAMA_BUILD_TESTS=OFF -DLLAMA_BUILD_TOOLS=OFF -DLLAMA_BUILD_EXAMPLES=OFF \
+  -DLLAMA_BUILD_SERVER=OFF -DLLAMA_BUILD_COMMON=OFF \
+  -DGGML_OPENMP=OFF "${CPU_FLAGS[@]}" >&2
+cmake --build "$work/llama-build" -j "$jobs" >&2
+cmake --install "$work/llama-build" >&2
+# Vocabulary-only GGUF files with real tokenizers, for the tokenizer smoke test.
+mkdir -p "$prefix/share/kestil/vocab"
+cp "$work/llama.cpp/models/ggml-vocab-llama-spm.gguf" "$work/llama.cpp/models/ggml-vocab-gpt-2.gguf" "$prefix/share/kestil/vocab/"
+# gguf-py writes the tiny random-weight models of the tests.
+cp -r "$work/llama.cpp/gguf-py" "$prefix/share/kestil/gguf-py"
+
+echo "== fetching $WHISPER_PKG" >&2
+fetch "$WHISPER_PKG" "$WHISPER_SHA512" whisper-pkg
+echo "== building whisper.cpp against llama.cpp's ggml" >&2
+cmake -S "$work/whisper-pkg/package/cpp/whisper.cpp" -B "$work/whisper-build" -G Ninja \
+  -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_PREFIX_PATH="$prefix" \
+  -DBUILD_SHARED_LIBS=ON -DWHISPER_USE_SYSTEM_GGML=ON \
+  -DWHISPER_BUILD_TESTS=OFF -DWHISPER_BUILD_EXAMPLES=OFF -DWHISPER_BUILD_SERVER=OFF \
+  -DWHISPER_SDL2=OFF -DWHISPER_CURL=OFF >&2
+cmake --build "$work/whisper-build" -j "$jobs" >&2
+cmake --install "$work/whisper-build" >&2
+
+rm -rf "$work"
+touch "$prefix/.complete"
+echo "$prefix"
