@@ -29,7 +29,9 @@ if [ -f "$prefix/.complete" ]; then
 fi
 
 work="$cache/native/src-$BUILD_ID"
-rm -rf "$work" "$prefix"
+# An interrupted build resumes where it stopped: the sources and build folders
+# under $work are kept until the install is complete.
+rm -rf "$prefix"
 mkdir -p "$work"
 jobs=$(nproc)
 
@@ -49,17 +51,20 @@ fetch() { # package, expected sha512 (base64) -> unpacks into $work/$3
   rm -f "$tgz"
 }
 
-echo "== fetching $LLAMA_PKG" >&2
-fetch "$LLAMA_PKG" "$LLAMA_SHA512" llama-pkg
-git clone -q "$work/llama-pkg/package/llama/gitRelease.bundle" "$work/llama.cpp"
-rm -rf "$work/llama-pkg"
+if [ ! -d "$work/llama.cpp/.git" ]; then
+  echo "== fetching $LLAMA_PKG" >&2
+  rm -rf "$work/llama-pkg" "$work/llama.cpp"
+  fetch "$LLAMA_PKG" "$LLAMA_SHA512" llama-pkg
+  git clone -q "$work/llama-pkg/package/llama/gitRelease.bundle" "$work/llama.cpp"
+  rm -rf "$work/llama-pkg"
+fi
 
 echo "== building llama.cpp" >&2
 cmake -S "$work/llama.cpp" -B "$work/llama-build" -G Ninja \
   -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" \
   -DBUILD_SHARED_LIBS=ON -DLLAMA_CURL=OFF -DLLAMA_OPENSSL=OFF \
   -DLLAMA_BUILD_TESTS=OFF -DLLAMA_BUILD_TOOLS=OFF -DLLAMA_BUILD_EXAMPLES=OFF \
-  -DLLAMA_BUILD_SERVER=OFF -DLLAMA_BUILD_COMMON=OFF \
+  -DLLAMA_BUILD_SERVER=OFF -DLLAMA_BUILD_COMMON=OFF -DLLAMA_BUILD_APP=OFF \
   -DGGML_OPENMP=OFF "${CPU_FLAGS[@]}" >&2
 cmake --build "$work/llama-build" -j "$jobs" >&2
 cmake --install "$work/llama-build" >&2
@@ -69,8 +74,11 @@ cp "$work/llama.cpp/models/ggml-vocab-llama-spm.gguf" "$work/llama.cpp/models/gg
 # gguf-py writes the tiny random-weight models of the tests.
 cp -r "$work/llama.cpp/gguf-py" "$prefix/share/kestil/gguf-py"
 
-echo "== fetching $WHISPER_PKG" >&2
-fetch "$WHISPER_PKG" "$WHISPER_SHA512" whisper-pkg
+if [ ! -f "$work/whisper-pkg/package/cpp/whisper.cpp/CMakeLists.txt" ]; then
+  echo "== fetching $WHISPER_PKG" >&2
+  rm -rf "$work/whisper-pkg"
+  fetch "$WHISPER_PKG" "$WHISPER_SHA512" whisper-pkg
+fi
 echo "== building whisper.cpp against llama.cpp's ggml" >&2
 cmake -S "$work/whisper-pkg/package/cpp/whisper.cpp" -B "$work/whisper-build" -G Ninja \
   -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_PREFIX="$prefix" -DCMAKE_PREFIX_PATH="$prefix" \
