@@ -1,0 +1,206 @@
+#include "generation/LocalNoteTags.h"
+
+#include "generation/TextWords.h"
+
+#include <unicode/uchar.h>
+#include <unicode/ustring.h>
+
+#include <QRegularExpression>
+#include <QSet>
+
+#include <algorithm>
+
+namespace kestil::LocalNoteTags {
+
+namespace {
+
+// Full case folding (ß becomes ss), which QString::toCaseFolded does not do.
+QString foldedCase(const QString &text)
+{
+    if (text.isEmpty())
+        return text;
+    QString folded(text.size() * 3, Qt::Uninitialized);
+    UErrorCode status = U_ZERO_ERROR;
+    const int32_t length = u_strFoldCase(reinterpret_cast<UChar *>(folded.data()), int32_t(folded.size()),
+                                         reinterpret_cast<const UChar *>(text.utf16()), int32_t(text.size()),
+                                         U_FOLD_CASE_DEFAULT, &status);
+    if (U_FAILURE(status))
+        return text.toCaseFolded();
+    folded.resize(length);
+    return folded;
+}
+
+// The combining accents of the Latin, Greek and Cyrillic scripts, which
+// decomposition splits off. Marks of other scripts (Devanagari's virama and
+// vowel signs) spell the word and stay.
+bool isFoldedDiacritic(char32_t c)
+{
+    return (c >= 0x0300 && c <= 0x036F) || (c >= 0x1AB0 && c <= 0x1AFF) || (c >= 0x1DC0 && c <= 0x1DFF) ||
+           (c >= 0x20D0 && c <= 0x20FF) || (c >= 0xFE20 && c <= 0xFE2F);
+}
+
+bool isAlphanumeric(char32_t c)
+{
+    const uint32_t mask = U_GC_L_MASK | U_GC_M_MASK | U_GC_N_MASK;
+    return (U_GET_GC_MASK(c) & mask) != 0;
+}
+
+qsizetype utf8Length(const QString &text)
+{
+    return text.toUtf8().size();
+}
+
+QList<LocalTagCandidate> byUsage(QList<LocalTagCandidate> library)
+{
+    std::stable_sort(library.begin(), library.end(),
+                     [](const LocalTagCandidate &a, const LocalTagCandidate &b) {
+                         if (a.usageCount != b.usageCount)
+                             return a.usageCount > b.usageCount;
+                         return a.name < b.name;
+                     });
+    return library;
+}
+
+// A name for a proposal that matched nothing in the library: its words joined
+// by hyphens, nothing but letters, digits and hyphens kept, case as proposed.
+QString newName(const QString &proposal)
+{
+    static const QRegularExpression whitespace(QStringLiteral("\\s+"),
+                                               QRegularExpression::UseUnicodePropertiesOption);
+    const QString joined = proposal.split(whitespace, Qt::SkipEmptyParts).join(QLatin1Char('-'));
+    QString name;
+    for (char32_t c : joined.toUcs4()) {
+        if (c == U'-' || isAlphanumeric(c))
+            name.append(QString::fromUcs4(&c, 1));
+    }
+    return name;
+}
+
+} // namespace
+
+QString key(const QString &text)
+{
+    const QString decomposed = foldedCase(text.normalized(QString::NormalizationForm_D));
+    QString kept;
+    kept.reserve(decomposed.size());
+    for (char32_t c : decomposed.toUcs4()) {
+        if (isFoldedDiacritic(c) || !isAlphanumeric(c))
+            continue;
+        kept.append(QString::fromUcs4(&c, 1));
+    }
+    const QString result = kept.normalized(QString::NormalizationForm_C);
+    if (result == u"artificialintelligence" || result == u"generativeai" || result == u"genai")
+        return QStringLiteral("ai");
+    return result;
+}
+
+int tagLimit(const QString &text)
+{
+    const qsizetype words = TextWords::wordCount(text);
+    if (words < 10)
+        return 0;
+    if (words < 40)
+        return 1;
+    if (words < 150)
+        return 2;
+    if (words < 400)
+        return 3;
+    return maximumTags;
+}
+
+QStringList candidates(const QString &text, const QList<LocalTagCandidate> &library, qsizetype byteLimit)
+{
+    const QSet<QString> textWords = TextWords::wordSet(text);
+    struct Ranked {
+        const LocalTagCandidate *candidate;
+        qsizetype shared;
+    };
+    QList<Ranked> ranked;
+    ranked.reserve(library.size());
+    for (const LocalTagCandidate &candidate : library) {
+        qsizetype shared = 0;
+        for (const QString &word : TextWords::wordSet(candidate.name))
+            shared += textWords.contains(word) ? 1 : 0;
+        ranked.append({&candidate, shared});
+    }
+    std::stable_sort(ranked.begin(), ranked.end(), [](const Ranked &a, const Ranked &b) {
+        if (a.shared != b.shared)
+            return a.shared > b.shared;
+        if (a.candidate->usageCount != b.candidate->usageCount)
+            return a.candidate->usageCount > b.candidate->usageCount;
+        return a.candidate->name < b.candidate->name;
+    });
+
+    QStringList names;
+    QSet<QString> seen;
+    qsizetype total = 0;
+    for (const Ranked &entry : ranked) {
+        if (names.size() >= maximumLibraryNames)
+            break;
+        const QString &name = entry.candidate->name;
+        const QString nameKey = key(name);
+        if (nameKey.isEmpty() || seen.contains(nameKey))
+            continue;
+        const qsizetype bytes = utf8Length(name);
+        if (bytes > longestOfferedNameBytes)
+            continue;
+        if (total + bytes + 4 > byteLimit)
+            continue;
+        names.append(name);
+        seen.insert(nameKey);
+        total += bytes + 4;
+    }
+    return names;
+}
+
+QStringList resolvedNames(const QStringList &proposals, const QList<LocalTagCandidate> &library)
+{
+    const QList<LocalTagCandidate> ordered = byUsage(library);
+    QList<QString> libraryKeys;
+    QList<QSet<QString>> libraryWords;
+    libraryKeys.reserve(ordered.size());
+    libraryWords.reserve(ordered.size());
+    for (const LocalTagCandidate &candidate : ordered) {
+        libraryKeys.append(key(candidate.name));
+        libraryWords.append(TextWords::wordSet(candidate.name));
+    }
+
+    QStringList result;
+    QSet<QString> used;
+    for (const QString &raw : proposals) {
+        if (result.size() >= maximumTags)
+            break;
+        const QString proposal = raw.trimmed();
+        if (proposal.isEmpty() || TextWords::characterCount(proposal) > longestProposalCharacters)
+            continue;
+        const QSet<QString> proposalWords = TextWords::wordSet(proposal);
+        if (proposalWords.size() > mostProposalWords)
+            continue;
+        const QString proposalKey = key(proposal);
+        if (proposalKey.isEmpty())
+            continue;
+
+        QString resolved;
+        if (qsizetype i = libraryKeys.indexOf(proposalKey); i >= 0) {
+            resolved = ordered.at(i).name;
+        } else {
+            for (qsizetype j = 0; j < ordered.size(); ++j) {
+                const QSet<QString> &words = libraryWords.at(j);
+                if (!words.isEmpty() && proposalWords.contains(words)) {
+                    resolved = ordered.at(j).name;
+                    break;
+                }
+            }
+            if (resolved.isNull())
+                resolved = newName(proposal);
+        }
+        const QString resolvedKey = key(resolved);
+        if (resolvedKey.isEmpty() || used.contains(resolvedKey))
+            continue;
+        result.append(resolved);
+        used.insert(resolvedKey);
+    }
+    return result;
+}
+
+} // namespace kestil::LocalNoteTags

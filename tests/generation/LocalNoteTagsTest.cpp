@@ -1,0 +1,138 @@
+#include "generation/LocalNoteTags.h"
+
+#include "TestPrinters.h"
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+
+namespace {
+
+QString words(int count)
+{
+    QStringList list;
+    for (int i = 0; i < count; ++i)
+        list.append(QStringLiteral("word%1").arg(i));
+    return list.join(QLatin1Char(' '));
+}
+
+} // namespace
+
+TEST(LocalNoteTagsKey, FoldsCaseDiacriticsAndPunctuation)
+{
+    EXPECT_EQ(LocalNoteTags::key(QStringLiteral("Machine-Learning")), "machinelearning");
+    EXPECT_EQ(LocalNoteTags::key(QStringLiteral("machine learning")), "machinelearning");
+    EXPECT_EQ(LocalNoteTags::key(QStringLiteral("MACHINE LEARNING")), "machinelearning");
+    EXPECT_EQ(LocalNoteTags::key(QStringLiteral("Résumé")), LocalNoteTags::key(QStringLiteral("resume")));
+    EXPECT_EQ(LocalNoteTags::key(QStringLiteral("Re\u0301sume\u0301")), "resume");
+    EXPECT_EQ(LocalNoteTags::key(QStringLiteral("Straße")), "strasse");
+    EXPECT_EQ(LocalNoteTags::key(QStringLiteral("Q3 2024")), "q32024");
+    EXPECT_EQ(LocalNoteTags::key(QStringLiteral("?!-- ...")), "");
+    // Non-Latin words keep their letters and vowel signs.
+    EXPECT_EQ(LocalNoteTags::key(QStringLiteral("Москва")), "москва");
+    EXPECT_EQ(LocalNoteTags::key(QStringLiteral("हिन्दी")), QStringLiteral("हिन्दी"));
+}
+
+TEST(LocalNoteTagsKey, SpellingsOfAIShareOneBucket)
+{
+    for (const char *name :
+         {"AI", "Artificial Intelligence", "Generative AI", "GenAI", "gen-ai", "generative-AI"})
+        EXPECT_EQ(LocalNoteTags::key(QString::fromUtf8(name)), "ai") << name;
+    EXPECT_EQ(LocalNoteTags::key(QStringLiteral("AI Safety")), "aisafety");
+}
+
+TEST(LocalNoteTagsLimit, FollowsWordCountBands)
+{
+    EXPECT_EQ(LocalNoteTags::tagLimit(words(0)), 0);
+    EXPECT_EQ(LocalNoteTags::tagLimit(words(9)), 0);
+    EXPECT_EQ(LocalNoteTags::tagLimit(words(10)), 1);
+    EXPECT_EQ(LocalNoteTags::tagLimit(words(39)), 1);
+    EXPECT_EQ(LocalNoteTags::tagLimit(words(40)), 2);
+    EXPECT_EQ(LocalNoteTags::tagLimit(words(149)), 2);
+    EXPECT_EQ(LocalNoteTags::tagLimit(words(150)), 3);
+    EXPECT_EQ(LocalNoteTags::tagLimit(words(399)), 3);
+    EXPECT_EQ(LocalNoteTags::tagLimit(words(400)), 5);
+    // Punctuation is not a word.
+    EXPECT_EQ(LocalNoteTags::tagLimit(words(9) + QStringLiteral(" , . ! ? ; : - -- ...")), 0);
+}
+
+TEST(LocalNoteTagsCandidates, OrdersByOverlapThenUsageThenName)
+{
+    const QList<LocalTagCandidate> library{
+        {"Cooking", 50}, {"Budget", 3}, {"Planning", 3}, {"Machine Learning", 1}, {"Alpha", 3}};
+    const QStringList names =
+        LocalNoteTags::candidates(QStringLiteral("We discussed machine learning and the budget."), library);
+    EXPECT_EQ(names, (QStringList{"Machine Learning", "Budget", "Cooking", "Alpha", "Planning"}));
+}
+
+TEST(LocalNoteTagsCandidates, OneNamePerKeyWithinLimits)
+{
+    const QString longName(121, QLatin1Char('x'));
+    const QString maxName(120, QLatin1Char('y'));
+    const QList<LocalTagCandidate> library{{"AI", 9},       {"GenAI", 8}, {"Artificial Intelligence", 7},
+                                           {longName, 100}, {maxName, 0}, {"--", 50}};
+    const QStringList names = LocalNoteTags::candidates(QString(), library);
+    EXPECT_EQ(names, (QStringList{"AI", maxName}));
+    EXPECT_TRUE(LocalNoteTags::candidates(QStringLiteral("anything"), {}).isEmpty());
+}
+
+TEST(LocalNoteTagsCandidates, SkipsNamesThatOverrunTheBudgetButKeepsWalking)
+{
+    // "Long name here" costs 14 + 4 = 18 bytes, "Short" 5 + 4 = 9.
+    const QList<LocalTagCandidate> library{{"First", 10}, {"Long name here", 5}, {"Short", 1}};
+    EXPECT_EQ(LocalNoteTags::candidates(QString(), library, 20), (QStringList{"First", "Short"}));
+    EXPECT_EQ(LocalNoteTags::candidates(QString(), library, 8), QStringList{});
+    EXPECT_EQ(LocalNoteTags::candidates(QString(), library, 9), QStringList{"First"});
+}
+
+TEST(LocalNoteTagsCandidates, StopsAtSixtyNames)
+{
+    QList<LocalTagCandidate> library;
+    for (int i = 0; i < 80; ++i)
+        library.append({QStringLiteral("t%1").arg(i, 2, 10, QLatin1Char('0')), 0});
+    const QStringList names = LocalNoteTags::candidates(QString(), library, 100000);
+    ASSERT_EQ(names.size(), 60);
+    EXPECT_EQ(names.first(), "t00");
+    EXPECT_EQ(names.last(), "t59");
+}
+
+TEST(LocalNoteTagsResolve, AISpellingsMapToTheLibraryBucket)
+{
+    const QStringList proposals{"Gen AI", "GenAI", "generative-AI"};
+    EXPECT_EQ(LocalNoteTags::resolvedNames(proposals, {{"AI", 4}}), QStringList{"AI"});
+    // Without a library tag each makes its own name, and the later ones share the first's key.
+    EXPECT_EQ(LocalNoteTags::resolvedNames(proposals, {}), QStringList{"Gen-AI"});
+}
+
+TEST(LocalNoteTagsResolve, TakesTheLibrarySpelling)
+{
+    const QList<LocalTagCandidate> library{{"résumé", 1}, {"Resume", 7}, {"Machine Learning", 2}};
+    // The commonest spelling wins when two library names share a key.
+    EXPECT_EQ(LocalNoteTags::resolvedNames({"RESUME"}, library), QStringList{"Resume"});
+    EXPECT_EQ(LocalNoteTags::resolvedNames({"machine learning models"}, library),
+              QStringList{"Machine Learning"});
+    EXPECT_EQ(LocalNoteTags::resolvedNames({"  Product   launch plan \n"}, library),
+              QStringList{"Product-launch-plan"});
+}
+
+TEST(LocalNoteTagsResolve, DropsUnusableProposals)
+{
+    EXPECT_TRUE(LocalNoteTags::resolvedNames({"one two three four five"}, {}).isEmpty());
+    EXPECT_EQ(LocalNoteTags::resolvedNames({"plan the plan for Q3"}, {}),
+              QStringList{"plan-the-plan-for-Q3"});
+    EXPECT_TRUE(LocalNoteTags::resolvedNames({"!!!", "   ", "---"}, {}).isEmpty());
+    EXPECT_TRUE(LocalNoteTags::resolvedNames({QString(49, QLatin1Char('a'))}, {}).isEmpty());
+    EXPECT_EQ(LocalNoteTags::resolvedNames({QString(48, QLatin1Char('a'))}, {}).size(), 1);
+    EXPECT_EQ(LocalNoteTags::resolvedNames({"Budget", "budget!", "BUDGET"}, {}), QStringList{"Budget"});
+    EXPECT_EQ(LocalNoteTags::resolvedNames({"C++ tips"}, {}), QStringList{"C-tips"});
+}
+
+TEST(LocalNoteTagsResolve, StopsAtFiveAndResolvesLongLibraryNamesByKey)
+{
+    EXPECT_EQ(LocalNoteTags::resolvedNames({"a", "b", "c", "d", "e", "f"}, {}),
+              (QStringList{"a", "b", "c", "d", "e"}));
+    // 121 bytes whose key is short: never offered, still matched by key.
+    const QString longName = QStringLiteral("Team ") + QString(116, QLatin1Char('!'));
+    EXPECT_TRUE(LocalNoteTags::candidates(QString(), {{longName, 3}}).isEmpty());
+    EXPECT_EQ(LocalNoteTags::resolvedNames({"team"}, {{longName, 3}}), QStringList{longName});
+}
