@@ -8,7 +8,19 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(SNDFILE REQUIRED IMPORTED_TARGET sndfile)
 pkg_check_modules(SOXR REQUIRED IMPORTED_TARGET soxr)
 pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse)
-pkg_check_modules(POCKETSPHINX REQUIRED IMPORTED_TARGET pocketsphinx sphinxbase)
+# Debian's sphinxbase.pc names /usr/include/sphinxbase, which does not exist
+# (the headers are under the multiarch folder): keep only the folders that do.
+pkg_check_modules(POCKETSPHINX REQUIRED pocketsphinx sphinxbase)
+set(_kestil_pocketsphinx_includes)
+foreach(dir IN LISTS POCKETSPHINX_INCLUDE_DIRS)
+  if(EXISTS "${dir}")
+    list(APPEND _kestil_pocketsphinx_includes "${dir}")
+  endif()
+endforeach()
+add_library(PkgConfig::POCKETSPHINX INTERFACE IMPORTED)
+set_target_properties(PkgConfig::POCKETSPHINX PROPERTIES
+  INTERFACE_INCLUDE_DIRECTORIES "${_kestil_pocketsphinx_includes}"
+  INTERFACE_LINK_LIBRARIES "${POCKETSPHINX_LINK_LIBRARIES}")
 pkg_check_modules(CMARKGFM REQUIRED IMPORTED_TARGET libcmark-gfm)
 find_library(CMARKGFM_EXTENSIONS_LIBRARY NAMES cmark-gfm-extensions REQUIRED)
 
