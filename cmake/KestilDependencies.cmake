@@ -1,7 +1,7 @@
 # Every native dependency of Kestil, found once here. llama.cpp and whisper.cpp
 # come from the system when it has them, otherwise from the prefix that
 # scripts/native-deps.sh builds (passed as KESTIL_NATIVE_PREFIX).
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets DBus Test)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets DBus Network Test)
 find_package(SQLite3 REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc i18n)
 find_package(PkgConfig REQUIRED)
