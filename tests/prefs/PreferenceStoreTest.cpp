@@ -1,0 +1,566 @@
+#include "prefs/PreferenceStore.h"
+#include "base/Error.h"
+#include "prefs/PreferenceFile.h"
+
+#include <QCoreApplication>
+#include <QDate>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include "QtPrinting.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <csignal>
+#include <limits>
+#include <sys/resource.h>
+
+using namespace kestil;
+
+namespace {
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return file.readAll();
+}
+
+void writeFile(const QString &path, const QByteArray &bytes)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    ASSERT_EQ(file.write(bytes), bytes.size());
+}
+
+QStringList entriesOf(const QString &directory)
+{
+    return QDir(directory).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name);
+}
+
+// Records every signal of a store, in order.
+struct Recorder {
+    explicit Recorder(PreferenceStore &store)
+    {
+        QObject::connect(&store, &PreferenceStore::changed, [this](const QString &key) { changed << key; });
+        QObject::connect(&store, &PreferenceStore::writeFailed,
+                         [this](const QString &message) { failures << message; });
+    }
+    QStringList changed;
+    QStringList failures;
+};
+
+class PreferenceStoreTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(dir.isValid()); }
+    QString path() const { return dir.filePath(QStringLiteral("preferences.json")); }
+
+    QTemporaryDir dir;
+};
+
+TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
+{
+    const QByteArray binary("\x00\xff\x80 data\n", 9);
+    {
+        PreferenceStore store(dir.path());
+        store.set("boolTrue", true);
+        store.set("boolFalse", false);
+        store.set("int", 42);
+        store.set("largest", QVariant::fromValue(std::numeric_limits<qint64>::max()));
+        store.set("smallest", QVariant::fromValue(std::numeric_limits<qint64>::min()));
+        store.set("beyondDoublePrecision", QVariant::fromValue<qint64>((qint64(1) << 62) + 1));
+        store.set("unsigned", QVariant::fromValue<quint64>(7));
+        store.set("tenth", 0.1);
+        store.set("sum", 0.1 + 0.2);
+        store.set("integralDouble", 3.0);
+        store.set("huge", 1e300);
+        store.set("float", 1.5f);
+        store.set("negativeZero", -0.0);
+        store.set("nan", std::numeric_limits<double>::quiet_NaN());
+        store.set("inf", std::numeric_limits<double>::infinity());
+        store.set("minusInf", -std::numeric_limits<double>::infinity());
+        store.set("falseText", QStringLiteral("false"));
+        store.set("zeroText", QStringLiteral("0"));
+        store.set("emptyText", QString());
+        store.set("unicode", QStringLiteral("Grüße, 日本語 😀 \"quoted\"\n"));
+        store.set("list", QStringList{"a", "", "b,c", "ü"});
+        store.set("emptyList", QStringList());
+        store.set("binary", binary);
+        store.set("emptyBinary", QByteArray());
+    }
+
+    PreferenceStore reloaded(dir.path());
+    EXPECT_TRUE(reloaded.loadWarning().isEmpty()) << reloaded.loadWarning().toStdString();
+    auto typeOf = [&](const char *key) { return reloaded.object(key).metaType().id(); };
+
+    EXPECT_EQ(typeOf("boolTrue"), QMetaType::Bool);
+    EXPECT_EQ(reloaded.object("boolTrue"), QVariant(true));
+    EXPECT_EQ(typeOf("boolFalse"), QMetaType::Bool);
+    EXPECT_FALSE(reloaded.object("boolFalse").toBool());
+
+    for (const char *key : {"int", "largest", "smallest", "beyondDoublePrecision", "unsigned"})
+        EXPECT_EQ(typeOf(key), QMetaType::LongLong) << key;
+    EXPECT_EQ(reloaded.integer("int"), 42);
+    EXPECT_EQ(reloaded.integer("largest"), std::numeric_limits<qint64>::max());
+    EXPECT_EQ(reloaded.integer("smallest"), std::numeric_limits<qint64>::min());
+    EXPECT_EQ(reloaded.integer("beyondDoublePrecision"), (qint64(1) << 62) + 1);
+    EXPECT_EQ(reloaded.integer("unsigned"), 7);
+
+    for (const char *key : {"tenth", "sum", "integralDouble", "huge", "float", "negativeZero", "nan", "inf"})
+        EXPECT_EQ(typeOf(key), QMetaType::Double) << key;
+    EXPECT_EQ(reloaded.doubleValue("tenth"), 0.1);
+    EXPECT_EQ(reloaded.doubleValue("sum"), 0.1 + 0.2);
+    EXPECT_EQ(reloaded.doubleValue("integralDouble"), 3.0);
+    EXPECT_EQ(reloaded.doubleValue("huge"), 1e300);
+    EXPECT_EQ(reloaded.doubleValue("float"), 1.5);
+    EXPECT_EQ(reloaded.doubleValue("negativeZero"), 0.0);
+    EXPECT_TRUE(std::signbit(reloaded.doubleValue("negativeZero")));
+    EXPECT_TRUE(std::isnan(reloaded.doubleValue("nan")));
+    EXPECT_EQ(reloaded.doubleValue("inf"), std::numeric_limits<double>::infinity());
+    EXPECT_EQ(reloaded.doubleValue("minusInf"), -std::numeric_limits<double>::infinity());
+
+    EXPECT_EQ(typeOf("falseText"), QMetaType::QString);
+    EXPECT_EQ(reloaded.string("falseText"), "false");
+    EXPECT_FALSE(reloaded.boolValue("falseText"));
+    EXPECT_EQ(typeOf("zeroText"), QMetaType::QString);
+    EXPECT_EQ(typeOf("emptyText"), QMetaType::QString);
+    EXPECT_TRUE(reloaded.contains("emptyText"));
+    EXPECT_EQ(reloaded.string("unicode"), QStringLiteral("Grüße, 日本語 😀 \"quoted\"\n"));
+
+    EXPECT_EQ(typeOf("list"), QMetaType::QStringList);
+    EXPECT_EQ(reloaded.stringArray("list"), (QStringList{"a", "", "b,c", "ü"}));
+    EXPECT_EQ(typeOf("emptyList"), QMetaType::QStringList);
+    EXPECT_TRUE(reloaded.stringArray("emptyList").isEmpty());
+
+    EXPECT_EQ(typeOf("binary"), QMetaType::QByteArray);
+    EXPECT_EQ(reloaded.data("binary"), binary);
+    EXPECT_EQ(typeOf("emptyBinary"), QMetaType::QByteArray);
+    EXPECT_TRUE(reloaded.contains("emptyBinary"));
+}
+
+TEST_F(PreferenceStoreTest, AMissingKeyIsDistinctFromStoredFalseAndZero)
+{
+    {
+        PreferenceStore store(dir.path());
+        EXPECT_FALSE(store.contains("flag"));
+        EXPECT_FALSE(store.object("flag").isValid());
+        EXPECT_FALSE(store.boolValue("flag"));
+        EXPECT_EQ(store.integer("count"), 0);
+        EXPECT_FALSE(QFile::exists(path())) << "reading alone writes nothing";
+
+        store.set("flag", false);
+        store.set("count", 0);
+        store.set("ratio", 0.0);
+    }
+    PreferenceStore store(dir.path());
+    EXPECT_EQ(store.keys(), (QStringList{"count", "flag", "ratio"}));
+    EXPECT_EQ(store.object("flag").metaType().id(), QMetaType::Bool);
+    EXPECT_FALSE(store.object("flag").toBool());
+    EXPECT_EQ(store.object("count").metaType().id(), QMetaType::LongLong);
+    EXPECT_EQ(store.object("ratio").metaType().id(), QMetaType::Double);
+    EXPECT_FALSE(store.contains("missing"));
+
+    store.remove("flag");
+    EXPECT_FALSE(PreferenceStore(dir.path()).contains("flag"));
+}
+
+TEST_F(PreferenceStoreTest, ReadersGiveEmptyValuesForOtherTypes)
+{
+    PreferenceStore store(dir.path());
+    store.set("text", QStringLiteral("42"));
+    store.set("trueText", QStringLiteral("true"));
+    store.set("one", 1);
+    store.set("fraction", 3.9);
+    store.set("negativeFraction", -3.9);
+    store.set("huge", 1e300);
+    store.set("nan", std::numeric_limits<double>::quiet_NaN());
+    store.set("list", QStringList{"x"});
+    store.set("bytes", QByteArray("x"));
+
+    EXPECT_FALSE(store.boolValue("trueText"));
+    EXPECT_FALSE(store.boolValue("one"));
+    EXPECT_EQ(store.integer("text"), 0);
+    EXPECT_EQ(store.integer("trueText"), 0);
+    EXPECT_EQ(store.integer("fraction"), 3);
+    EXPECT_EQ(store.integer("negativeFraction"), -3);
+    EXPECT_EQ(store.integer("huge"), 0);
+    EXPECT_EQ(store.integer("nan"), 0);
+    EXPECT_EQ(store.doubleValue("one"), 1.0);
+    EXPECT_EQ(store.doubleValue("text"), 0.0);
+    EXPECT_TRUE(store.string("one").isEmpty());
+    EXPECT_TRUE(store.string("list").isEmpty());
+    EXPECT_TRUE(store.string("bytes").isEmpty());
+    EXPECT_TRUE(store.stringArray("text").isEmpty());
+    EXPECT_TRUE(store.data("text").isEmpty());
+}
+
+TEST_F(PreferenceStoreTest, UnsupportedValuesAreRefusedAndChangeNothing)
+{
+    PreferenceStore store(dir.path());
+    Recorder recorder(store);
+    store.set("kept", 1);
+    recorder.changed.clear();
+
+    const QVariant refused[] = {
+        QVariant(),
+        QVariant(QDate(2024, 1, 1)),
+        QVariant(QVariantMap{{"a", 1}}),
+        QVariant(QVariantList{"a"}),
+        QVariant::fromValue(std::numeric_limits<quint64>::max()),
+    };
+    for (const QVariant &value : refused) {
+        try {
+            store.set("kept", value);
+            ADD_FAILURE() << "accepted " << value.metaType().name();
+        } catch (const LocalError &error) {
+            EXPECT_TRUE(error.message().endsWith('.')) << error.message().toStdString();
+            EXPECT_TRUE(error.message().contains("kept")) << error.message().toStdString();
+        }
+    }
+    EXPECT_THROW(store.set(QString(), true), LocalError);
+
+    EXPECT_EQ(store.object("kept"), QVariant::fromValue<qint64>(1));
+    EXPECT_EQ(PreferenceStore(dir.path()).object("kept"), QVariant::fromValue<qint64>(1));
+    EXPECT_TRUE(recorder.changed.isEmpty());
+    EXPECT_TRUE(recorder.failures.isEmpty());
+}
+
+TEST_F(PreferenceStoreTest, EveryWriteLeavesAWholeFileThatReloadsToTheStoreInMemory)
+{
+    PreferenceStore store(dir.path());
+    for (int i = 0; i < 40; ++i) {
+        const QString key = QStringLiteral("key%1").arg(i % 7);
+        switch (i % 4) {
+        case 0:
+            store.set(key, i);
+            break;
+        case 1:
+            store.set(key, QString(i * 50, QChar('x')));
+            break;
+        case 2:
+            store.set(key, QStringList(i, "item"));
+            break;
+        default:
+            store.remove(QStringLiteral("key%1").arg((i + 3) % 7));
+        }
+        const QByteArray bytes = readFile(path());
+        ASSERT_NO_THROW(decodePreferenceFile(bytes)) << "after write " << i;
+        PreferenceStore reloaded(dir.path());
+        ASSERT_EQ(reloaded.keys(), store.keys()) << "after write " << i;
+        for (const QString &k : store.keys())
+            ASSERT_EQ(reloaded.object(k), store.object(k))
+                << "after write " << i << " of " << k.toStdString();
+        // Nothing is left beside the file by the replace.
+        ASSERT_EQ(entriesOf(dir.path()), QStringList{"preferences.json"}) << "after write " << i;
+    }
+    EXPECT_TRUE(store.lastWriteError().isEmpty());
+}
+
+// A write that fails half way (here: the file size limit stops it) must leave
+// the previous file exactly as it was and keep the new value in memory.
+TEST_F(PreferenceStoreTest, AWriteCutOffHalfWayLeavesThePreviousFile)
+{
+    PreferenceStore store(dir.path());
+    Recorder recorder(store);
+    store.set("small", true);
+    const QByteArray before = readFile(path());
+    ASSERT_FALSE(before.isEmpty());
+
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit original{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &original), 0);
+    rlimit limited = original;
+    limited.rlim_cur = 4096;
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
+    const QString large(100000, QChar('z'));
+    store.set("large", large);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &original), 0);
+
+    EXPECT_EQ(readFile(path()), before);
+    EXPECT_EQ(entriesOf(dir.path()), QStringList{"preferences.json"});
+    EXPECT_EQ(store.string("large"), large);
+    ASSERT_EQ(recorder.failures.size(), 1);
+    EXPECT_TRUE(recorder.failures[0].contains("until Kestil quits")) << recorder.failures[0].toStdString();
+    EXPECT_EQ(store.lastWriteError(), recorder.failures[0]);
+    EXPECT_EQ(recorder.changed, (QStringList{"small", "large"}));
+
+    // The next write saves everything held in memory, the earlier value too.
+    store.set("small", false);
+    EXPECT_TRUE(store.lastWriteError().isEmpty());
+    PreferenceStore reloaded(dir.path());
+    EXPECT_EQ(reloaded.string("large"), large);
+    EXPECT_EQ(reloaded.object("small"), QVariant(false));
+}
+
+TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsAndKeepsTheValue)
+{
+    // A regular file where the folder's parent should be stops any write,
+    // also for root.
+    const QString blocker = dir.filePath("blocker");
+    writeFile(blocker, "not a folder");
+    const QString configDir = blocker + "/Kestil";
+
+    PreferenceStore store(configDir);
+    Recorder recorder(store);
+    store.set("recordSystemAudio", false);
+
+    EXPECT_EQ(store.object("recordSystemAudio"), QVariant(false));
+    EXPECT_EQ(recorder.changed, QStringList{"recordSystemAudio"});
+    ASSERT_EQ(recorder.failures.size(), 1);
+    const QString message = recorder.failures[0];
+    EXPECT_TRUE(message.contains(QDir::toNativeSeparators(configDir))) << message.toStdString();
+    EXPECT_TRUE(message.endsWith('.')) << message.toStdString();
+    EXPECT_TRUE(message.contains("until Kestil quits")) << message.toStdString();
+
+    // Writing the same value again retries the save rather than skipping it.
+    store.set("recordSystemAudio", false);
+    EXPECT_EQ(recorder.failures.size(), 2);
+    EXPECT_EQ(recorder.changed.size(), 2);
+
+    ASSERT_TRUE(QFile::remove(blocker));
+    store.set("recordSystemAudio", false);
+    EXPECT_EQ(recorder.failures.size(), 2);
+    EXPECT_TRUE(store.lastWriteError().isEmpty());
+    EXPECT_EQ(PreferenceStore(configDir).object("recordSystemAudio"), QVariant(false));
+
+    // Once saved, writing the same value again is no change at all.
+    store.set("recordSystemAudio", false);
+    EXPECT_EQ(recorder.changed.size(), 3);
+}
+
+TEST_F(PreferenceStoreTest, ASettingsFileReplacedByAFolderReportsOnWrite)
+{
+    PreferenceStore store(dir.path());
+    Recorder recorder(store);
+    ASSERT_TRUE(QDir().mkpath(path()));
+    store.set("showTags", true);
+    ASSERT_EQ(recorder.failures.size(), 1);
+    EXPECT_TRUE(QFileInfo(path()).isDir()) << "the folder in the way is not removed";
+    EXPECT_TRUE(store.boolValue("showTags"));
+}
+
+TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
+{
+    const QByteArray corrupt[] = {
+        QByteArray("{\"format\": 1, \"values\": {\"a\": "),
+        QByteArray("\xff\xfe garbage \x00", 12),
+        QByteArray("[1, 2, 3]"),
+        QByteArray("{\"format\": 1, \"values\": 3}"),
+        QByteArray(),
+    };
+    for (const QByteArray &bytes : corrupt) {
+        QTemporaryDir scratch;
+        const QString file = scratch.filePath("preferences.json");
+        writeFile(file, bytes);
+
+        PreferenceStore store(scratch.path());
+        EXPECT_TRUE(store.keys().isEmpty());
+        const QString warning = store.loadWarning();
+        ASSERT_FALSE(warning.isEmpty());
+        EXPECT_TRUE(warning.contains("default settings")) << warning.toStdString();
+
+        const QStringList entries = entriesOf(scratch.path());
+        ASSERT_EQ(entries.size(), 1) << entries.join(", ").toStdString();
+        const QString aside = scratch.filePath(entries[0]);
+        EXPECT_TRUE(entries[0].startsWith("preferences.json.unreadable-")) << entries[0].toStdString();
+        EXPECT_TRUE(warning.contains(QDir::toNativeSeparators(aside))) << warning.toStdString();
+        EXPECT_EQ(readFile(aside), bytes);
+
+        // A new file takes its place; the one kept aside stays as it was.
+        store.set("showTags", true);
+        EXPECT_TRUE(store.lastWriteError().isEmpty());
+        EXPECT_EQ(readFile(aside), bytes);
+        EXPECT_TRUE(PreferenceStore(scratch.path()).boolValue("showTags"));
+    }
+}
+
+TEST_F(PreferenceStoreTest, SuccessiveCorruptFilesAreAllKept)
+{
+    writeFile(path(), "first");
+    PreferenceStore first(dir.path());
+    writeFile(path(), "second");
+    PreferenceStore second(dir.path());
+    ASSERT_FALSE(first.loadWarning().isEmpty());
+    ASSERT_FALSE(second.loadWarning().isEmpty());
+
+    QStringList contents;
+    for (const QString &entry : entriesOf(dir.path()))
+        contents << QString::fromUtf8(readFile(dir.filePath(entry)));
+    contents.sort();
+    EXPECT_EQ(contents, (QStringList{"first", "second"}));
+}
+
+TEST_F(PreferenceStoreTest, AFolderInPlaceOfTheFileIsMovedAside)
+{
+    ASSERT_TRUE(QDir().mkpath(path()));
+    writeFile(path() + "/inside", "kept");
+
+    PreferenceStore store(dir.path());
+    EXPECT_FALSE(store.loadWarning().isEmpty());
+    store.set("foldersExpanded", true);
+    EXPECT_TRUE(store.lastWriteError().isEmpty());
+    EXPECT_TRUE(QFileInfo(path()).isFile());
+
+    const QStringList entries = entriesOf(dir.path());
+    ASSERT_EQ(entries.size(), 2);
+    EXPECT_EQ(readFile(dir.filePath(entries[1]) + "/inside"), "kept");
+}
+
+TEST_F(PreferenceStoreTest, EntriesThatCannotBeReadAreWrittenBackUnchanged)
+{
+    writeFile(path(), R"({
+        "format": 1,
+        "values": {
+            "good": {"type": "integer", "value": "5"},
+            "fromANewerVersion": {"type": "colour", "value": [1, 0, 0]},
+            "badInteger": {"type": "integer", "value": "five"},
+            "replaced": {"type": "date", "value": "2024-01-01"}
+        }
+    })");
+    PreferenceStore store(dir.path());
+    EXPECT_TRUE(store.loadWarning().isEmpty());
+    EXPECT_EQ(store.keys(), QStringList{"good"});
+    EXPECT_FALSE(store.object("fromANewerVersion").isValid());
+
+    store.set("other", true);
+    store.set("replaced", QStringLiteral("now text"));
+
+    const QJsonObject values = QJsonDocument::fromJson(readFile(path())).object().value("values").toObject();
+    EXPECT_EQ(values.value("fromANewerVersion").toObject().value("type").toString(), "colour");
+    EXPECT_EQ(values.value("badInteger").toObject().value("value").toString(), "five");
+    PreferenceStore reloaded(dir.path());
+    EXPECT_EQ(reloaded.string("replaced"), "now text");
+    EXPECT_EQ(reloaded.keys(), (QStringList{"good", "other", "replaced"}));
+
+    // Removing a key that only an unreadable entry holds removes that entry.
+    reloaded.remove("badInteger");
+    EXPECT_FALSE(readFile(path()).contains("badInteger"));
+}
+
+TEST_F(PreferenceStoreTest, ChangeSignalsNameExactlyTheWrittenKey)
+{
+    PreferenceStore store(dir.path());
+    Recorder recorder(store);
+
+    store.set("a", true);
+    store.set("b", 1);
+    store.set("a", true); // same value: nothing written
+    store.set("b", 1.0);  // same number, another type: a change
+    store.set("a", QStringLiteral("true"));
+    store.remove("b");
+    store.remove("b"); // already missing
+    store.remove("neverSet");
+
+    EXPECT_EQ(recorder.changed, (QStringList{"a", "b", "b", "a", "b"}));
+    EXPECT_TRUE(recorder.failures.isEmpty());
+}
+
+TEST_F(PreferenceStoreTest, ObserversOfAKeyShareOneValueAndSeeEachWrite)
+{
+    PreferenceStore store(dir.path());
+    PreferenceValue *first = store.observe("showRecordingWidget");
+    PreferenceValue *second = store.observe("showRecordingWidget");
+    PreferenceValue *other = store.observe("showTags");
+    ASSERT_EQ(first, second);
+    EXPECT_EQ(first->parent(), &store);
+    EXPECT_EQ(first->key(), "showRecordingWidget");
+    EXPECT_FALSE(first->value().isValid());
+
+    QVariantList seen;
+    int otherChanges = 0;
+    QObject::connect(first, &PreferenceValue::valueChanged, [&](const QVariant &v) { seen << v; });
+    QObject::connect(other, &PreferenceValue::valueChanged, [&] { ++otherChanges; });
+
+    store.set("showRecordingWidget", false);
+    EXPECT_EQ(first->value(), QVariant(false));
+    second->setValue(true);
+    EXPECT_TRUE(store.boolValue("showRecordingWidget"));
+    first->remove();
+    EXPECT_FALSE(store.contains("showRecordingWidget"));
+
+    ASSERT_EQ(seen.size(), 3);
+    EXPECT_EQ(seen[0], QVariant(false));
+    EXPECT_EQ(seen[1], QVariant(true));
+    EXPECT_FALSE(seen[2].isValid());
+    EXPECT_EQ(otherChanges, 0);
+
+    // The observer reads what the store saved, so a fresh store agrees.
+    first->setValue(QStringLiteral("on"));
+    EXPECT_EQ(PreferenceStore(dir.path()).string("showRecordingWidget"), "on");
+}
+
+TEST_F(PreferenceStoreTest, AWriteFromAWorkerReachesMainThreadObserversQueued)
+{
+    int argc = 1;
+    char name[] = "prefs";
+    char *argv[] = {name, nullptr};
+    QCoreApplication app(argc, argv);
+
+    PreferenceStore store(dir.path());
+    PreferenceValue *observer = store.observe("kestilCompletedLocalSummaries");
+    QList<Qt::HANDLE> threads;
+    QVariantList values;
+    QObject::connect(observer, &PreferenceValue::valueChanged, &store, [&](const QVariant &v) {
+        threads << QThread::currentThreadId();
+        values << v;
+    });
+
+    QThread *worker = QThread::create([&] {
+        for (int i = 1; i <= 20; ++i)
+            store.set("kestilCompletedLocalSummaries", i);
+    });
+    worker->start();
+    ASSERT_TRUE(worker->wait(10000));
+    delete worker;
+    EXPECT_TRUE(values.isEmpty()) << "delivered on the main thread only";
+
+    QCoreApplication::processEvents();
+    ASSERT_EQ(values.size(), 20);
+    for (Qt::HANDLE thread : threads)
+        EXPECT_EQ(thread, QThread::currentThreadId());
+    EXPECT_EQ(values.last(), QVariant::fromValue<qint64>(20));
+    EXPECT_EQ(PreferenceStore(dir.path()).integer("kestilCompletedLocalSummaries"), 20);
+}
+
+TEST(PreferenceStoreLocation, FollowsTheConfigurationVariables)
+{
+    const QByteArray savedConfig = qgetenv("KESTIL_CONFIG_DIR");
+    const QByteArray savedXdg = qgetenv("XDG_CONFIG_HOME");
+
+    qputenv("KESTIL_CONFIG_DIR", "/tmp/kestil-config");
+    qputenv("XDG_CONFIG_HOME", "/tmp/xdg");
+    EXPECT_EQ(PreferenceStore::standardDirectory(), "/tmp/kestil-config");
+
+    qunsetenv("KESTIL_CONFIG_DIR");
+    EXPECT_EQ(PreferenceStore::standardDirectory(), "/tmp/xdg/Kestil");
+
+    qputenv("XDG_CONFIG_HOME", "relative/path");
+    EXPECT_EQ(PreferenceStore::standardDirectory(), QDir::homePath() + "/.config/Kestil");
+    qunsetenv("XDG_CONFIG_HOME");
+    EXPECT_EQ(PreferenceStore::standardDirectory(), QDir::homePath() + "/.config/Kestil");
+
+    QTemporaryDir scratch;
+    qputenv("KESTIL_CONFIG_DIR", scratch.path().toUtf8());
+    PreferenceStore &standard = PreferenceStore::standard();
+    EXPECT_EQ(&standard, &PreferenceStore::standard());
+    EXPECT_EQ(standard.directory(), scratch.path());
+    standard.set("transcriptionLanguage", QStringLiteral("de-DE"));
+    EXPECT_TRUE(QFile::exists(scratch.filePath("preferences.json")));
+
+    auto restore = [](const char *name, const QByteArray &value) {
+        if (value.isNull())
+            qunsetenv(name);
+        else
+            qputenv(name, value);
+    };
+    restore("KESTIL_CONFIG_DIR", savedConfig);
+    restore("XDG_CONFIG_HOME", savedXdg);
+}
+
+} // namespace
