@@ -1,0 +1,97 @@
+#include "TranscriptTestSupport.h"
+
+#include "speech/LocalTranscript.h"
+#include "speech/TranscriptUtterance.h"
+
+#include <QRegularExpression>
+#include <QSet>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+
+TEST(LocalTranscript, TextsJoinFinalsAndTentativeLeavingOutEmptyParts)
+{
+    LocalTranscript transcript;
+    EXPECT_EQ(transcript.finalizedText(), QString());
+    EXPECT_EQ(transcript.fullText(), QString());
+
+    transcript.tentative = QStringLiteral("and then");
+    EXPECT_EQ(transcript.finalizedText(), QString());
+    EXPECT_EQ(transcript.fullText(), QStringLiteral("and then"));
+
+    transcript.utterances = {{QStringLiteral("Hello there."), 0.0, 1.2},
+                             {QStringLiteral("How are you?"), 1.4, 2.5}};
+    EXPECT_EQ(transcript.finalizedText(), QStringLiteral("Hello there. How are you?"));
+    EXPECT_EQ(transcript.fullText(), QStringLiteral("Hello there. How are you? and then"));
+
+    transcript.tentative.clear();
+    EXPECT_EQ(transcript.fullText(), QStringLiteral("Hello there. How are you?"));
+}
+
+TEST(TranscriptUtterance, NewIdsAreUniqueUpperCaseUuids)
+{
+    const QRegularExpression uuid(
+        QStringLiteral("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$"));
+    QSet<QString> seen;
+    for (int i = 0; i < 100; ++i) {
+        const QString id = newTranscriptUtteranceId();
+        EXPECT_TRUE(uuid.match(id).hasMatch()) << id.toStdString();
+        seen.insert(id);
+    }
+    EXPECT_EQ(seen.size(), 100);
+}
+
+TEST(TranscriptUtterance, EqualityAndHashCoverEveryField)
+{
+    TranscriptUtterance a = utterance(QStringLiteral("A"), QStringLiteral("Hi."), 1.0, 2.0);
+    a.speaker = 1;
+    a.confidence = 0.5;
+    TranscriptUtterance b = a;
+    EXPECT_EQ(a, b);
+    EXPECT_EQ(qHash(a), qHash(b));
+
+    QList<TranscriptUtterance> variants(7, a);
+    variants[0].id = QStringLiteral("B");
+    variants[1].text = QStringLiteral("hi.");
+    variants[2].start.reset();
+    variants[3].end = 2.5;
+    variants[4].speaker = 2;
+    variants[5].confidence.reset();
+    variants[6].isInterim = true;
+    for (const TranscriptUtterance &variant : variants)
+        EXPECT_FALSE(variant == a) << ::testing::PrintToString(variant);
+
+    // An empty optional hashes apart from a present zero.
+    TranscriptUtterance zero = utterance(QStringLiteral("A"), QStringLiteral("x"), 0.0);
+    TranscriptUtterance none = utterance(QStringLiteral("A"), QStringLiteral("x"));
+    EXPECT_NE(qHash(zero), qHash(none));
+    EXPECT_EQ(QSet<TranscriptUtterance>({a, b, zero, none}).size(), 3);
+}
+
+TEST(TranscriptUtterance, LiveResultsAreAppendedWithFreshIdsTrimmedTextAndShiftedTimes)
+{
+    const QList<TranscriptUtterance> base = {
+        utterance(QStringLiteral("OLD"), QStringLiteral("Before."), 0.0, 3.0)};
+    const QList<LocalUtterance> live = {{QStringLiteral("  First words.\n"), 0.5, 1.5},
+                                        {QStringLiteral("Second."), 2.0, 2.75}};
+
+    const QList<TranscriptUtterance> combined = combinedTranscriptUtterances(base, live, 10.0);
+    ASSERT_EQ(combined.size(), 3);
+    EXPECT_EQ(combined[0], base[0]);
+    EXPECT_EQ(combined[1].text, QStringLiteral("First words."));
+    EXPECT_EQ(combined[1].start, 10.5);
+    EXPECT_EQ(combined[1].end, 11.5);
+    EXPECT_EQ(combined[2].start, 12.0);
+    EXPECT_EQ(combined[2].end, 12.75);
+    for (int i = 1; i < 3; ++i) {
+        EXPECT_FALSE(combined[i].speaker);
+        EXPECT_FALSE(combined[i].confidence);
+        EXPECT_FALSE(combined[i].isInterim);
+        EXPECT_EQ(combined[i].id.size(), 36);
+    }
+    EXPECT_NE(combined[1].id, combined[2].id);
+
+    // Each report mints new ids: identity is stable across reads, not live saves.
+    EXPECT_NE(combinedTranscriptUtterances(base, live, 10.0)[1].id, combined[1].id);
+}

@@ -1,0 +1,274 @@
+#include "TranscriptTestSupport.h"
+
+#include "speech/TranscriptNormalization.h"
+#include "speech/TranscriptUtterancesCache.h"
+#include "speech/TranscriptUtterancesJson.h"
+
+#include <atomic>
+#include <limits>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+
+namespace {
+
+const QString noteKey = QStringLiteral("kestil://notes/Note/p1");
+
+class TranscriptUtterancesCacheTest : public ::testing::Test {
+protected:
+    void SetUp() override { transcriptUtterancesCache().removeAll(); }
+    void TearDown() override { transcriptUtterancesCache().removeAll(); }
+
+    static bool cached(const QString &key) { return transcriptUtterancesCache().object(key) != nullptr; }
+};
+
+QList<TranscriptUtterance> timedList()
+{
+    return {utterance(QStringLiteral("A"), QStringLiteral("Good morning everyone."), 0.0, 1.5),
+            utterance(QStringLiteral("B"), QStringLiteral("Let us start with the budget review today."), 1.6,
+                      4.0),
+            utterance(QStringLiteral("C"), QStringLiteral("Sounds good."), 4.2, 5.0)};
+}
+
+} // namespace
+
+TEST_F(TranscriptUtterancesCacheTest, EmptyOrInterimOnlyWriteClearsTheAttributeAndTheEntry)
+{
+    const QString transcription = QStringLiteral("Good morning everyone.");
+    ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), transcription));
+    ASSERT_TRUE(cached(noteKey));
+
+    EXPECT_EQ(writeTranscriptUtterances(noteKey, {}, transcription), std::nullopt);
+    EXPECT_FALSE(cached(noteKey));
+
+    ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), transcription));
+    TranscriptUtterance interim = utterance(QStringLiteral("I"), QStringLiteral("and so"), 5.0, 6.0);
+    interim.isInterim = true;
+    EXPECT_EQ(writeTranscriptUtterances(noteKey, {interim, interim}, transcription), std::nullopt);
+    EXPECT_FALSE(cached(noteKey));
+    EXPECT_EQ(transcriptUtterancesCache().count(), 0);
+}
+
+TEST_F(TranscriptUtterancesCacheTest, UnwritableListLeavesTheAttributeNilAndNoEntry)
+{
+    ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), QString()));
+    auto list = timedList();
+    list[2].end = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(writeTranscriptUtterances(noteKey, list, QString()), std::nullopt);
+    EXPECT_FALSE(cached(noteKey));
+}
+
+TEST_F(TranscriptUtterancesCacheTest, WriteStoresNormalisedJsonAndTheNextReadIsAHit)
+{
+    const QString transcription =
+        QStringLiteral("Good morning everyone. Let us start with the budget review today. "
+                       "Sounds good.");
+    const auto json = writeTranscriptUtterances(noteKey, timedList(), transcription);
+    ASSERT_TRUE(json);
+    const auto normalized = normalizedUtterances(timedList());
+    EXPECT_EQ(decodeTranscriptUtterances(*json), normalized);
+    EXPECT_EQ(*json, *encodeTranscriptUtterances(normalized));
+
+    const auto first = readTranscriptUtterances(noteKey, json, transcription);
+    const auto second = readTranscriptUtterances(noteKey, json, transcription);
+    EXPECT_EQ(first, normalized);
+    // Both come from the entry the write stored: no decoding, no normalising.
+    EXPECT_EQ(first.constData(), second.constData());
+    EXPECT_EQ(first.constData(), transcriptUtterancesCache().object(noteKey)->utterances.constData());
+}
+
+TEST_F(TranscriptUtterancesCacheTest, EntryIsUsedOnlyWhileBothTextsAreUnchanged)
+{
+    const QString transcription = QStringLiteral("Good morning everyone.");
+    const auto json = writeTranscriptUtterances(noteKey, timedList(), transcription);
+    ASSERT_TRUE(json);
+    const auto hit = readTranscriptUtterances(noteKey, json, transcription);
+
+    // The same JSON again, but a changed transcription: decoded and normalised
+    // afresh. Normalising the stored paragraphs once more merges them further,
+    // which shows that the entry was not used.
+    const auto changedText = readTranscriptUtterances(noteKey, json, transcription + QLatin1Char('!'));
+    EXPECT_EQ(changedText, normalizedUtterances(hit));
+    EXPECT_NE(changedText, hit);
+
+    // A changed payload: decoded afresh, and the new content shows.
+    auto other = timedList();
+    other[0].text = QStringLiteral("Good evening everyone.");
+    const QString otherJson = *encodeTranscriptUtterances(other);
+    const auto changedPayload =
+        readTranscriptUtterances(noteKey, otherJson, transcription + QLatin1Char('!'));
+    EXPECT_TRUE(changedPayload[0].text.startsWith(QStringLiteral("Good evening")));
+
+    // Missing and empty texts count as equal.
+    const auto fromNil = readTranscriptUtterances(noteKey, otherJson, std::nullopt);
+    EXPECT_EQ(readTranscriptUtterances(noteKey, otherJson, QString()).constData(), fromNil.constData());
+    transcriptUtterancesCache().removeAll();
+    const auto emptyPayload = readTranscriptUtterances(noteKey, QString(), QStringLiteral("Hi."));
+    EXPECT_EQ(readTranscriptUtterances(noteKey, std::nullopt, QStringLiteral("Hi.")).constData(),
+              emptyPayload.constData());
+}
+
+TEST_F(TranscriptUtterancesCacheTest, EmptyListFallsBackToTranscriptionWithNewIdsOnEachUncachedRead)
+{
+    const QString empty = QStringLiteral("[]");
+    const QString hello = QStringLiteral("Hello there.");
+    const auto first = readTranscriptUtterances(noteKey, empty, hello);
+    ASSERT_EQ(first.size(), 1);
+    EXPECT_EQ(first[0].text, hello);
+    EXPECT_FALSE(first[0].start || first[0].end || first[0].speaker || first[0].confidence);
+    EXPECT_EQ(first[0].id.size(), 36);
+    EXPECT_EQ(first[0].id, first[0].id.toUpper());
+
+    EXPECT_EQ(readTranscriptUtterances(noteKey, empty, hello)[0].id, first[0].id);
+    transcriptUtterancesCache().removeAll();
+    EXPECT_NE(readTranscriptUtterances(noteKey, empty, hello)[0].id, first[0].id);
+}
+
+TEST_F(TranscriptUtterancesCacheTest, CorruptOrMissingJsonFallsBackToPlainParagraphs)
+{
+    const QString text = QStringLiteral("First paragraph of the note.\n\nSecond one.");
+    for (const std::optional<QString> &payload :
+         {std::optional<QString>(), std::optional<QString>(QString()),
+          std::optional<QString>(QStringLiteral("[{\"id\":\"a\",\"text\":\"lost\"}]")),
+          std::optional<QString>(QStringLiteral("not json at all"))}) {
+        transcriptUtterancesCache().removeAll();
+        const auto list = readTranscriptUtterances(noteKey, payload, text);
+        ASSERT_EQ(list.size(), 2);
+        EXPECT_EQ(list[0].text, QStringLiteral("First paragraph of the note."));
+        EXPECT_EQ(list[1].text, QStringLiteral("Second one."));
+    }
+
+    // Nothing at all to read: an empty list, still cached.
+    EXPECT_TRUE(readTranscriptUtterances(noteKey, std::nullopt, std::nullopt).isEmpty());
+    EXPECT_TRUE(cached(noteKey));
+}
+
+TEST_F(TranscriptUtterancesCacheTest, ReadNormalisesButDoesNotRewriteWhatIsStored)
+{
+    // A stored list that was never normalised: an interim record and a repeat.
+    QList<TranscriptUtterance> raw = timedList();
+    raw.insert(1, raw[0]);
+    raw[1].id = QStringLiteral("REPEAT");
+    raw.append(utterance(QStringLiteral("T"), QStringLiteral("maybe"), 5.0, 5.5));
+    raw.last().isInterim = true;
+    const QString json = *encodeTranscriptUtterances(raw);
+
+    const auto list = readTranscriptUtterances(noteKey, json, QString());
+    EXPECT_EQ(list, normalizedUtterances(timedList()));
+    EXPECT_EQ(transcriptUtterancesCache().object(noteKey)->payload, json);
+}
+
+TEST_F(TranscriptUtterancesCacheTest, PlainTextEditIsEncodedWithoutNormalisation)
+{
+    EXPECT_EQ(encodePlainTextEdit(QStringLiteral("  \n\n ")), std::nullopt);
+
+    // 25 words in one paragraph would be cut by normalisation; an edit keeps it whole.
+    const QString text = words(25, QStringLiteral(".")) + QStringLiteral("\n\nSecond paragraph.");
+    const auto json = encodePlainTextEdit(text);
+    ASSERT_TRUE(json);
+    const auto stored = decodeTranscriptUtterances(*json);
+    ASSERT_TRUE(stored);
+    ASSERT_EQ(stored->size(), 2);
+    EXPECT_EQ(stored->at(0).text, words(25, QStringLiteral(".")));
+    EXPECT_FALSE(stored->at(0).start || stored->at(0).end);
+    EXPECT_TRUE(json->contains(QStringLiteral("\"isInterim\":false")));
+    EXPECT_FALSE(json->contains(QStringLiteral("\"start\"")));
+
+    // Read back, the note shows it cut into reading-sized pieces.
+    const auto read = readTranscriptUtterances(noteKey, json, text);
+    ASSERT_EQ(read.size(), 3);
+    EXPECT_EQ(read[0].id, stored->at(0).id + QStringLiteral("-0"));
+}
+
+TEST_F(TranscriptUtterancesCacheTest, CostCountsUtf8BytesOfBothTextsAndEachUtterance)
+{
+    EXPECT_EQ(utf8Length(u"abc"), 3);
+    EXPECT_EQ(utf8Length(u"é€😀"), 2 + 3 + 4);
+    EXPECT_EQ(utf8Length(QString(QChar(0xd800))), 3);
+
+    TranscriptUtterancesCacheBox box;
+    EXPECT_EQ(box.cost(), 0);
+    box.payload = QStringLiteral("[]é");
+    box.sourceText = QStringLiteral("€");
+    box.utterances = {utterance(QStringLiteral("ignored-id"), QStringLiteral("😀 a")),
+                      utterance(QStringLiteral("x"), QString())};
+    EXPECT_EQ(box.cost(), (2 + 2) + 3 + (96 + 6) + 96);
+
+    const QString text = QStringLiteral("Good morning everyone.");
+    const auto json = writeTranscriptUtterances(noteKey, timedList(), text);
+    ASSERT_TRUE(json);
+    EXPECT_EQ(transcriptUtterancesCache().totalCost(), transcriptUtterancesCache().object(noteKey)->cost());
+}
+
+TEST_F(TranscriptUtterancesCacheTest, EvictsBeyondSixtyFourNotes)
+{
+    const QString text = QStringLiteral("A short note.");
+    for (int i = 0; i < 65; ++i)
+        readTranscriptUtterances(QStringLiteral("note-%1").arg(i), std::nullopt, text);
+    EXPECT_EQ(transcriptUtterancesCache().count(), 64);
+    EXPECT_FALSE(cached(QStringLiteral("note-0")));
+    EXPECT_TRUE(cached(QStringLiteral("note-1")));
+    EXPECT_TRUE(cached(QStringLiteral("note-64")));
+
+    // A read keeps an entry fresh: note-1 survives the next insertion, note-2 does not.
+    readTranscriptUtterances(QStringLiteral("note-1"), std::nullopt, text);
+    readTranscriptUtterances(QStringLiteral("note-65"), std::nullopt, text);
+    EXPECT_TRUE(cached(QStringLiteral("note-1")));
+    EXPECT_FALSE(cached(QStringLiteral("note-2")));
+}
+
+TEST_F(TranscriptUtterancesCacheTest, EvictsBeyondEightMebibytes)
+{
+    // Paragraphs of about 1 KiB each, all different.
+    const auto paragraphs = [](int count) {
+        QStringList list;
+        for (int i = 0; i < count; ++i)
+            list << QStringLiteral("%1 ").arg(i, 8, 10, QLatin1Char('0')) + QString(1014, QLatin1Char('x'));
+        return list.join(QStringLiteral("\n\n"));
+    };
+    // Each note weighs about 2.9 MiB: its transcription, the same text again in
+    // its utterances, and 96 bytes for each of them. Three exceed 8 MiB.
+    const QString big = paragraphs(1400);
+    for (int i = 0; i < 3; ++i)
+        readTranscriptUtterances(QStringLiteral("big-%1").arg(i), std::nullopt, big);
+    EXPECT_FALSE(cached(QStringLiteral("big-0")));
+    EXPECT_TRUE(cached(QStringLiteral("big-1")));
+    EXPECT_TRUE(cached(QStringLiteral("big-2")));
+    EXPECT_LE(transcriptUtterancesCache().totalCost(), transcriptUtterancesCacheCostLimit);
+    const qint64 entryCost = transcriptUtterancesCache().object(QStringLiteral("big-1"))->cost();
+    EXPECT_GT(entryCost, 2 * 1400 * 1024);
+    EXPECT_EQ(transcriptUtterancesCache().totalCost(), 2 * entryCost);
+
+    // A list too large for the whole cache is returned but not kept.
+    const QString huge = paragraphs(9 * 1024);
+    EXPECT_EQ(readTranscriptUtterances(QStringLiteral("huge"), std::nullopt, huge).size(), 9 * 1024);
+    EXPECT_FALSE(cached(QStringLiteral("huge")));
+}
+
+TEST_F(TranscriptUtterancesCacheTest, ConcurrentReadersSeeTheSameList)
+{
+    const QString text = QStringLiteral("Good morning everyone.");
+    const QString json = *writeTranscriptUtterances(noteKey, timedList(), text);
+    const auto written = normalizedUtterances(timedList());
+    const auto reread = normalizedUtterances(written);
+
+    std::vector<std::thread> threads;
+    std::atomic<int> mismatches = 0;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < 200; ++i) {
+                // The written note hits its entry; the others decode the same JSON.
+                const bool isWrittenNote = (i + t) % 3 == 0;
+                const QString key = isWrittenNote ? noteKey : QStringLiteral("other-%1").arg(i % 8);
+                if (readTranscriptUtterances(key, json, text) != (isWrittenNote ? written : reread))
+                    ++mismatches;
+            }
+        });
+    }
+    for (auto &thread : threads)
+        thread.join();
+    EXPECT_EQ(mismatches, 0);
+}

@@ -1,0 +1,170 @@
+#include "TranscriptTestSupport.h"
+
+#include "speech/TranscriptUtterancesJson.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cmath>
+#include <limits>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+
+namespace {
+
+QList<TranscriptUtterance> decoded(const char *json)
+{
+    const auto list = decodeTranscriptUtterances(QString::fromUtf8(json));
+    EXPECT_TRUE(list.has_value()) << json;
+    return list.value_or(QList<TranscriptUtterance>());
+}
+
+bool fails(const char *json)
+{
+    return !decodeTranscriptUtterances(QString::fromUtf8(json)).has_value();
+}
+
+} // namespace
+
+TEST(TranscriptUtterancesJson, WritesKeysInFixedOrderAndLeavesOutEmptyOptionals)
+{
+    TranscriptUtterance full = utterance(QStringLiteral("A1"), QStringLiteral("Hello."), 1.5, 3.0);
+    full.speaker = 2;
+    full.confidence = 0.875;
+    full.isInterim = true;
+    const TranscriptUtterance bare = utterance(QStringLiteral("B2"), QStringLiteral("Bye."));
+    TranscriptUtterance endOnly = utterance(QStringLiteral("C3"), QStringLiteral("x"), std::nullopt, 0.1);
+    endOnly.speaker = -4;
+
+    EXPECT_EQ(
+        encodeTranscriptUtterances({full, bare, endOnly}),
+        QStringLiteral(R"([{"id":"A1","text":"Hello.","start":1.5,"end":3,"speaker":2,"confidence":0.875,)"
+                       R"("isInterim":true},{"id":"B2","text":"Bye.","isInterim":false},)"
+                       R"({"id":"C3","text":"x","end":0.1,"speaker":-4,"isInterim":false}])"));
+    EXPECT_EQ(encodeTranscriptUtterances({}), QStringLiteral("[]"));
+}
+
+TEST(TranscriptUtterancesJson, EscapesStringsLikeAStandardEncoder)
+{
+    const QString text = QStringLiteral("Say \"hi\" \\ now\n\ttab\r\b\f") + QChar(0x01) + QChar(0x1f) +
+                         QStringLiteral(" café / 😀 \u2028");
+    const auto json = encodeTranscriptUtterances({utterance(QStringLiteral("id"), text)});
+    ASSERT_TRUE(json);
+    EXPECT_EQ(*json, QStringLiteral(R"([{"id":"id","text":"Say \"hi\" \\ now\n\ttab\r\b\f\u0001\u001f)") +
+                         QStringLiteral(" café / 😀 \u2028\",\"isInterim\":false}]"));
+
+    // Any JSON reader takes it back to the same text.
+    const QJsonDocument document = QJsonDocument::fromJson(json->toUtf8());
+    EXPECT_EQ(document.array().at(0).toObject().value(QLatin1String("text")).toString(), text);
+    EXPECT_EQ(decodeTranscriptUtterances(*json)->at(0).text, text);
+}
+
+TEST(TranscriptUtterancesJson, NumbersRoundTripExactly)
+{
+    const QList<double> values = {0.0,
+                                  -0.0,
+                                  0.1,
+                                  1.0 / 3.0,
+                                  1e-7,
+                                  123456.789,
+                                  7200.123456789,
+                                  1e21,
+                                  9223372036854775808.0,
+                                  5e-324,
+                                  3.0,
+                                  -2.5,
+                                  1e300,
+                                  std::numeric_limits<double>::max()};
+    QList<TranscriptUtterance> list;
+    for (double v : values) {
+        TranscriptUtterance u = utterance(QStringLiteral("n"), QStringLiteral("n"), v, v);
+        u.confidence = v;
+        list.append(u);
+    }
+    TranscriptUtterance extremes = utterance(QStringLiteral("s"), QStringLiteral("s"));
+    extremes.speaker = std::numeric_limits<qint64>::min();
+    list.append(extremes);
+    extremes.speaker = std::numeric_limits<qint64>::max();
+    list.append(extremes);
+
+    const auto json = encodeTranscriptUtterances(list);
+    ASSERT_TRUE(json);
+    const auto back = decodeTranscriptUtterances(*json);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(*back, list);
+}
+
+TEST(TranscriptUtterancesJson, NonFiniteNumbersCannotBeWritten)
+{
+    for (double bad : {std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
+                       std::numeric_limits<double>::quiet_NaN()}) {
+        EXPECT_FALSE(encodeTranscriptUtterances({utterance(QStringLiteral("a"), QStringLiteral("a"), bad)}));
+        EXPECT_FALSE(
+            encodeTranscriptUtterances({utterance(QStringLiteral("a"), QStringLiteral("a"), 0.0, bad)}));
+        TranscriptUtterance u = utterance(QStringLiteral("a"), QStringLiteral("a"));
+        u.confidence = bad;
+        EXPECT_FALSE(encodeTranscriptUtterances({u}));
+    }
+}
+
+TEST(TranscriptUtterancesJson, ReadsNullOrMissingOptionalsAsEmptyAndIgnoresUnknownKeys)
+{
+    const auto list = decoded(R"([{"isInterim":false,"text":"t","id":"x","start":null,"end":4,)"
+                              R"("speaker":null,"confidence":null,"extra":[1,2]},)"
+                              R"({"id":"y","text":"","isInterim":true,"start":3.0,"speaker":3.0}])");
+    ASSERT_EQ(list.size(), 2);
+    EXPECT_EQ(list[0], utterance(QStringLiteral("x"), QStringLiteral("t"), std::nullopt, 4.0));
+    TranscriptUtterance second = utterance(QStringLiteral("y"), QString(), 3.0);
+    second.speaker = 3;
+    second.isInterim = true;
+    EXPECT_EQ(list[1], second);
+
+    EXPECT_TRUE(decoded("[]").isEmpty());
+    EXPECT_TRUE(decoded("  [ ]\n").isEmpty());
+}
+
+TEST(TranscriptUtterancesJson, AnyFaultFailsTheWholeList)
+{
+    const char *good = R"({"id":"a","text":"ok","isInterim":false})";
+    ASSERT_FALSE(fails((QByteArray("[") + good + "]").constData()));
+
+    // A required key missing or null in any element.
+    for (const char *bad :
+         {R"({"text":"t","isInterim":false})", R"({"id":"a","isInterim":false})", R"({"id":"a","text":"t"})",
+          R"({"id":null,"text":"t","isInterim":false})", R"({"id":"a","text":null,"isInterim":false})",
+          R"({"id":"a","text":"t","isInterim":null})"}) {
+        EXPECT_TRUE(fails((QByteArray("[") + good + "," + bad + "]").constData())) << bad;
+    }
+    // Values of the wrong type.
+    for (const char *bad :
+         {R"({"id":1,"text":"t","isInterim":false})", R"({"id":"a","text":["t"],"isInterim":false})",
+          R"({"id":"a","text":"t","isInterim":0})", R"({"id":"a","text":"t","isInterim":"false"})",
+          R"({"id":"a","text":"t","isInterim":false,"start":"1.5"})",
+          R"({"id":"a","text":"t","isInterim":false,"end":true})",
+          R"({"id":"a","text":"t","isInterim":false,"speaker":1.5})",
+          R"({"id":"a","text":"t","isInterim":false,"speaker":"1"})",
+          R"({"id":"a","text":"t","isInterim":false,"speaker":1e30})",
+          R"({"id":"a","text":"t","isInterim":false,"confidence":{}})"}) {
+        EXPECT_TRUE(fails((QByteArray("[") + good + "," + bad + "]").constData())) << bad;
+    }
+    // Not a list of objects, or not JSON at all.
+    for (const char *bad : {"", "null", "{}", R"({"id":"a","text":"t","isInterim":false})", "[1]", "[[]]",
+                            "[null]", "[{]", "[{\"id\":\"a\",\"text\":\"t\",\"isInterim\":false}",
+                            "[{\"id\":\"a\",\"text\":\"t\",\"isInterim\":false}] x", "Hello there."}) {
+        EXPECT_TRUE(fails(bad)) << bad;
+    }
+}
+
+TEST(TranscriptUtterancesJson, IntegralSpeakerWrittenWithFractionStillReads)
+{
+    const auto list = decoded(R"([{"id":"a","text":"t","speaker":0,"isInterim":false},)"
+                              R"({"id":"b","text":"t","speaker":1.0,"isInterim":false},)"
+                              R"({"id":"c","text":"t","speaker":-7,"isInterim":false}])");
+    ASSERT_EQ(list.size(), 3);
+    EXPECT_EQ(list[0].speaker, 0);
+    EXPECT_EQ(list[1].speaker, 1);
+    EXPECT_EQ(list[2].speaker, -7);
+}
