@@ -28,6 +28,10 @@ if(KESTIL_NATIVE_PREFIX)
   list(PREPEND CMAKE_PREFIX_PATH "${KESTIL_NATIVE_PREFIX}")
   set(CMAKE_BUILD_RPATH "${KESTIL_NATIVE_PREFIX}/lib")
   set(CMAKE_INSTALL_RPATH "${KESTIL_NATIVE_PREFIX}/lib")
+  # libllama and libwhisper find their own libggml.so only through the
+  # program's search path: an old-style RPATH applies to them too, a RUNPATH
+  # would not.
+  add_link_options("LINKER:--disable-new-dtags")
 endif()
 find_package(ggml REQUIRED)
 find_package(llama REQUIRED)
