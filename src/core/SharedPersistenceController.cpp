@@ -38,6 +38,8 @@ QDateTime distantPast()
     return QDateTime(QDate(1, 1, 1), QTime(0, 0), Qt::UTC);
 }
 
+} // namespace
+
 void removeItem(const QString &path)
 {
     QFileInfo info(path);
@@ -45,8 +47,6 @@ void removeItem(const QString &path)
     if (!ok)
         throw SystemError(QStringLiteral("%1 could not be removed").arg(path));
 }
-
-} // namespace
 
 void moveItemAtomically(const QString &from, const QString &to)
 {
@@ -64,7 +64,7 @@ void moveItemAtomically(const QString &from, const QString &to)
 SharedPersistenceController::SharedPersistenceController(const std::optional<QString> &root, bool inMemory,
                                                          const std::optional<QString> &containerIdentifier,
                                                          QObject *parent)
-    : QObject(parent), inMemory_(inMemory), mover_(moveItemAtomically)
+    : QObject(parent), inMemory_(inMemory), mover_(moveItemAtomically), remover_(removeItem)
 {
     const std::optional<QString> identifier = inMemory ? std::nullopt : containerIdentifier;
     syncMode_ = identifier ? NoteSyncMode::privateCloud(*identifier) : NoteSyncMode::localOnly();
@@ -338,7 +338,7 @@ void SharedPersistenceController::deleteNote(const NotePtr &note)
 
     if (didStage) {
         try {
-            removeItem(staged);
+            remover_(staged);
         } catch (const std::exception &removeError) {
             throw LocalError(
                 QStringLiteral("The note was deleted. Audio cleanup remains pending locally and will "
@@ -371,7 +371,7 @@ void SharedPersistenceController::restoreDeletedRecordings()
                 throw SystemError(QStringLiteral("The folder %1 could not be created.").arg(parent));
             move(from, target);
         } else {
-            removeItem(from);
+            remover_(from);
         }
     }
 }

@@ -74,10 +74,12 @@ public:
 
     NotePtr noteWithId(const QUuid &id);
 
-    // Folder moves are renames on one volume. Tests replace the mover to make
-    // a move fail at a chosen moment; the program never does.
+    // Folder moves are renames on one volume. Tests replace these to make a
+    // move or a removal fail at a chosen moment; the program never does.
     using Mover = std::function<void(const QString &from, const QString &to)>;
+    using Remover = std::function<void(const QString &path)>;
     void setMoverForTesting(Mover mover) { mover_ = std::move(mover); }
+    void setRemoverForTesting(Remover remover) { remover_ = std::move(remover); }
 
 signals:
     // Emitted after every successful save.
@@ -98,9 +100,12 @@ private:
     std::unique_ptr<SqliteStore> store_;
     std::unique_ptr<ManagedObjectContext> context_;
     Mover mover_;
+    Remover remover_;
 };
 
 // Moves a file or folder in one rename; throws SystemError with the reason.
 void moveItemAtomically(const QString &from, const QString &to);
+// Removes a file or a folder with everything in it; throws SystemError.
+void removeItem(const QString &path);
 
 } // namespace kestil

@@ -1,0 +1,128 @@
+#include "StoreTestSupport.h"
+
+#include "core/LocalAppModel.h"
+
+using namespace kestil;
+using namespace kestil::testing;
+
+namespace {
+
+LaunchEnvironment
+environmentFor(const TempRoot &root,
+               LanguageModelAvailability availability = LanguageModelAvailability::available)
+{
+    LaunchEnvironment env;
+    env.root = root.path();
+    env.languageModelAvailability = [availability] { return availability; };
+    return env;
+}
+
+TEST(LaunchTest, UnsupportedMachineOpensNothing)
+{
+    TempRoot root;
+    LocalAppModel app(environmentFor(root, LanguageModelAvailability::unavailableForGood));
+    EXPECT_EQ(app.message(), LocalAppModel::unsupportedMachineMessage());
+    EXPECT_FALSE(app.store());
+    EXPECT_FALSE(app.storeReady());
+    EXPECT_EQ(app.speechStatus(), QStringLiteral("Checking installed speech models…"));
+    EXPECT_FALSE(QFile::exists(root.file(QStringLiteral("KestilNotes.sqlite"))));
+}
+
+TEST(LaunchTest, CurableModelStateStillOpensTheLibrary)
+{
+    TempRoot root;
+    LocalAppModel app(environmentFor(root, LanguageModelAvailability::curable));
+    EXPECT_TRUE(app.storeReady());
+    EXPECT_TRUE(app.message().isEmpty());
+}
+
+TEST(LaunchTest, StoreThatCannotLoadShowsItsMessage)
+{
+    TempRoot root;
+    writeFile(root.file(QStringLiteral("KestilNotes.sqlite")), QByteArray("not a database at all, sorry"));
+    const QByteArray before = fileDigest(root.file(QStringLiteral("KestilNotes.sqlite")));
+    LocalAppModel app(environmentFor(root));
+    ASSERT_TRUE(app.store());
+    EXPECT_FALSE(app.storeReady());
+    EXPECT_EQ(app.message(), *app.store()->errorMessage());
+    EXPECT_EQ(fileDigest(root.file(QStringLiteral("KestilNotes.sqlite"))), before);
+}
+
+TEST(LaunchTest, RecoveryConflictStopsTheLaunchWithItsWords)
+{
+    TempRoot root;
+    QUuid id;
+    {
+        auto c = root.open();
+        id = *c->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"))->id();
+    }
+    writeFile(root.file(QStringLiteral("DeletedRecordings/") + idText(id) + QStringLiteral("/a")), "1");
+    writeFile(root.file(QStringLiteral("Recordings/") + idText(id) + QStringLiteral("/a")), "2");
+    LocalAppModel app(environmentFor(root));
+    EXPECT_FALSE(app.store());
+    EXPECT_EQ(app.message(),
+              QStringLiteral("Transcription recovery found two audio copies for one note. Both were "
+                             "preserved for review."));
+}
+
+TEST(LaunchTest, SelectionIsAdoptedOnlyWhenNoneIsSet)
+{
+    TempRoot root;
+    bool recovered = false;
+    auto env = environmentFor(root);
+    env.recoverInterruptedSessions = [&recovered](LocalAppModel &) { recovered = true; };
+    LocalAppModel app(env);
+    EXPECT_TRUE(recovered);
+    EXPECT_FALSE(app.selected().has_value());
+    auto first = app.store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    app.refreshNotes();
+    EXPECT_EQ(app.selected(), first->id());
+    EXPECT_EQ(app.selectedNote(), first);
+
+    auto second = app.store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    app.refreshNotes();
+    EXPECT_EQ(app.selected(), first->id()) << "an existing selection stays";
+    EXPECT_EQ(app.notes().first(), second);
+
+    app.store()->deleteNote(first);
+    app.refreshNotes();
+    EXPECT_EQ(app.selected(), first->id()) << "a stale selection is not cleared";
+    EXPECT_EQ(app.selectedNote(), nullptr);
+}
+
+TEST(LaunchTest, NoteAudioDirectoryStaysInsideTheRoot)
+{
+    TempRoot root;
+    LocalAppModel app(environmentFor(root));
+    auto note = app.store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    auto expectRefusal = [&](const QVariant &source, const QString &text) {
+        note->setValue(QStringLiteral("sourceURL"), source);
+        try {
+            app.noteAudioDirectory(*note);
+            ADD_FAILURE() << source.toString().toStdString();
+        } catch (const LocalError &e) {
+            EXPECT_EQ(e.message(), text) << source.toString().toStdString();
+        }
+    };
+    const QString noAudio = QStringLiteral("This note has no local audio.");
+    const QString outside = QStringLiteral("Audio path is outside the local store.");
+    expectRefusal(QVariant(), noAudio);
+    expectRefusal(QString(), noAudio);
+    expectRefusal(QStringLiteral("/etc"), noAudio);
+    expectRefusal(QStringLiteral("file:Recordings/x"), noAudio);
+    expectRefusal(QStringLiteral("Recordings/../../elsewhere"), outside);
+    expectRefusal(QStringLiteral("."), outside); // the root itself
+    note->setValue(QStringLiteral("sourceURL"), QStringLiteral("Recordings/") + idText(*note->id()));
+    EXPECT_EQ(app.noteAudioDirectory(*note), root.file(QStringLiteral("Recordings/") + idText(*note->id())));
+
+    LaunchEnvironment unsupported = environmentFor(root, LanguageModelAvailability::unavailableForGood);
+    LocalAppModel without(unsupported);
+    try {
+        without.noteAudioDirectory(*note);
+        FAIL();
+    } catch (const LocalError &e) {
+        EXPECT_EQ(e.message(), QStringLiteral("Local storage is unavailable."));
+    }
+}
+
+} // namespace

@@ -1,0 +1,155 @@
+#include "StoreTestSupport.h"
+
+using namespace kestil;
+using namespace kestil::testing;
+
+namespace {
+
+class NoteOperationsTest : public ::testing::Test {
+protected:
+    TempRoot root;
+    std::unique_ptr<SharedPersistenceController> controller = root.open();
+    NotePtr makeNote(const QString &title = QStringLiteral("Untitled Note"))
+    {
+        return controller->createNote(title, QString(), QUuid::createUuid(), QStringLiteral("local"));
+    }
+    QString storedTitle(const NotePtr &note)
+    {
+        auto fresh = root.open();
+        auto n = fresh->noteWithId(*note->id());
+        return n ? n->title().value_or(QStringLiteral("<missing>")) : QStringLiteral("<no row>");
+    }
+};
+
+TEST_F(NoteOperationsTest, CreateNoteWritesItsFieldsInOneSave)
+{
+    const QUuid id = QUuid::createUuid();
+    auto note =
+        controller->createNote(QStringLiteral("T"), QStringLiteral("text"), id, QStringLiteral("local"));
+    EXPECT_FALSE(controller->context().hasChanges());
+    EXPECT_EQ(countRows(*controller, QStringLiteral("note")), 1);
+    EXPECT_EQ(note->transcription(), QStringLiteral("text"));
+    EXPECT_TRUE(note->timestamp().has_value());
+}
+
+TEST_F(NoteOperationsTest, FailedCreateLeavesNoRowAnywhere)
+{
+    failWrites(*controller, QStringLiteral("note"), QStringLiteral("INSERT"));
+    EXPECT_THROW(makeNote(), SystemError);
+    EXPECT_EQ(countRows(*controller, QStringLiteral("note")), 0);
+    EXPECT_TRUE(controller->context().fetch<Note>(FetchRequest{}).isEmpty());
+    EXPECT_FALSE(controller->context().hasChanges());
+    allowWrites(*controller, QStringLiteral("note"), QStringLiteral("INSERT"));
+    makeNote();
+    EXPECT_EQ(countRows(*controller, QStringLiteral("note")), 1);
+}
+
+TEST_F(NoteOperationsTest, GeneratedFieldsAcceptOnlyNoteAttributes)
+{
+    auto note = makeNote();
+    for (const char *key : {"tags", "folder", "titel", "notesList"}) {
+        try {
+            controller->applyGeneratedFields(note, {{QStringLiteral("summary"), QStringLiteral("S")},
+                                                    {QString::fromLatin1(key), QStringLiteral("x")}});
+            FAIL() << key;
+        } catch (const LocalError &e) {
+            EXPECT_EQ(e.message(), QStringLiteral("Generated content contains an unsupported note field."));
+        }
+        EXPECT_FALSE(note->summary().has_value()) << "nothing written before the refusal";
+    }
+    controller->applyGeneratedFields(note, {{QStringLiteral("summary"), QStringLiteral("## Done")},
+                                            {QStringLiteral("summaryType"), QStringLiteral("general")},
+                                            {QStringLiteral("title"), QStringLiteral("Quarterly plan")}});
+    EXPECT_EQ(storedTitle(note), QStringLiteral("Quarterly plan"));
+}
+
+TEST_F(NoteOperationsTest, GeneratedFieldsRefuseAnUnusableNote)
+{
+    auto note = makeNote();
+    controller->context().deleteObject(note);
+    try {
+        controller->applyGeneratedFields(note, {{QStringLiteral("summary"), QStringLiteral("S")}});
+        FAIL();
+    } catch (const LocalError &e) {
+        EXPECT_EQ(e.message(), QStringLiteral("This note is unavailable."));
+    }
+    SharedPersistenceController other(std::nullopt, true);
+    auto foreign = other.createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    EXPECT_THROW(controller->applyGeneratedFields(foreign, {}), LocalError);
+}
+
+TEST_F(NoteOperationsTest, TagsReplaceTheSetAndReuseLibrarySpelling)
+{
+    auto first = makeNote();
+    controller->applyGeneratedFields(
+        first, {}, QStringList{QStringLiteral("Machine Learning"), QStringLiteral("Budget")});
+    EXPECT_EQ(first->sortedTagNames(),
+              (QStringList{QStringLiteral("Budget"), QStringLiteral("Machine-Learning")}));
+
+    auto second = makeNote();
+    controller->applyGeneratedFields(
+        second, {}, QStringList{QStringLiteral("machine learning"), QStringLiteral("HIRING")});
+    // The library's spelling wins; the set is replaced, not merged.
+    EXPECT_EQ(second->sortedTagNames(),
+              (QStringList{QStringLiteral("HIRING"), QStringLiteral("Machine-Learning")}));
+    controller->applyGeneratedFields(second, {}, QStringList{QStringLiteral("Budget")});
+    EXPECT_EQ(second->sortedTagNames(), QStringList{QStringLiteral("Budget")});
+    EXPECT_EQ(countRows(*controller, QStringLiteral("tag")), 3);
+    EXPECT_EQ(countRows(*controller, QStringLiteral("note_tags")), 3);
+    // nil tags leave the set alone.
+    controller->applyGeneratedFields(second, {{QStringLiteral("summary"), QStringLiteral("x")}});
+    EXPECT_EQ(second->sortedTagNames(), QStringList{QStringLiteral("Budget")});
+}
+
+TEST_F(NoteOperationsTest, FailedSaveRestoresFieldsAndLeavesNoOrphanTag)
+{
+    auto note = makeNote(QStringLiteral("Original"));
+    note->addTag(QStringLiteral("Existing"));
+    controller->save();
+    const qint64 tagsBefore = countRows(*controller, QStringLiteral("tag"));
+
+    failWrites(*controller, QStringLiteral("note"), QStringLiteral("UPDATE"));
+    EXPECT_THROW(controller->applyGeneratedFields(note,
+                                                  {{QStringLiteral("title"), QStringLiteral("Generated")},
+                                                   {QStringLiteral("summary"), QStringLiteral("## New")}},
+                                                  QStringList{QStringLiteral("Brand New Topic")}),
+                 SystemError);
+    EXPECT_EQ(note->title(), QStringLiteral("Original"));
+    EXPECT_FALSE(note->summary().has_value());
+    EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Existing")});
+    for (const auto &t : controller->context().fetch<Tag>(FetchRequest{}))
+        EXPECT_NE(t->name(), QStringLiteral("Brand-New-Topic"));
+    EXPECT_EQ(countRows(*controller, QStringLiteral("tag")), tagsBefore);
+    EXPECT_EQ(storedTitle(note), QStringLiteral("Original"));
+
+    allowWrites(*controller, QStringLiteral("note"), QStringLiteral("UPDATE"));
+    controller->save();
+    EXPECT_EQ(storedTitle(note), QStringLiteral("Original"));
+}
+
+TEST_F(NoteOperationsTest, RecordingLeaseIsSingleAndReleasedOnlyByItsToken)
+{
+    auto a = makeNote();
+    auto b = makeNote();
+    const QUuid lease = controller->beginRecording(a);
+    EXPECT_EQ(controller->activeRecording()->noteId, a->objectId());
+    try {
+        controller->beginRecording(b);
+        FAIL();
+    } catch (const LocalError &e) {
+        EXPECT_EQ(e.message(), QStringLiteral("Finish the current transcription first."));
+    }
+    controller->endRecording(QUuid::createUuid()); // stale
+    EXPECT_TRUE(controller->activeRecording().has_value());
+    controller->endRecording(lease);
+    EXPECT_FALSE(controller->activeRecording().has_value());
+    controller->endRecording(lease); // repeated release is harmless
+
+    // An unsaved note gets a permanent identity before the lease names it.
+    auto fresh = controller->context().insert<Note>();
+    ASSERT_TRUE(fresh->objectId().isTemporary());
+    controller->beginRecording(fresh);
+    EXPECT_FALSE(controller->activeRecording()->noteId.isTemporary());
+}
+
+} // namespace

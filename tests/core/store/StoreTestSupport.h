@@ -1,0 +1,95 @@
+#pragma once
+
+#include "core/SharedPersistenceController.h"
+#include "core/SqliteStore.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+namespace kestil::testing {
+
+// A data root in a fresh temporary folder with a real store file in it.
+struct TempRoot {
+    QTemporaryDir dir;
+    QString path() const { return dir.path(); }
+    QString file(const QString &relative) const { return dir.path() + QLatin1Char('/') + relative; }
+    std::unique_ptr<SharedPersistenceController> open() const
+    {
+        return std::make_unique<SharedPersistenceController>(path());
+    }
+};
+
+inline QByteArray fileDigest(const QString &path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha256);
+}
+
+inline void execSql(SharedPersistenceController &controller, const char *sql)
+{
+    char *error = nullptr;
+    ASSERT_EQ(sqlite3_exec(controller.store()->handle(), sql, nullptr, nullptr, &error), SQLITE_OK)
+        << (error ? error : "");
+}
+
+// A real SQLite failure on the next write of a table: a trigger that aborts,
+// as a full disk or a constraint would.
+inline void failWrites(SharedPersistenceController &controller, const QString &table,
+                       const QString &operation)
+{
+    const QByteArray sql =
+        QStringLiteral("CREATE TRIGGER fail_%1_%2 BEFORE %2 ON %1 BEGIN SELECT RAISE(ABORT, "
+                       "'database or disk is full'); END;")
+            .arg(table, operation)
+            .toUtf8();
+    execSql(controller, sql.constData());
+}
+
+inline void allowWrites(SharedPersistenceController &controller, const QString &table,
+                        const QString &operation)
+{
+    const QByteArray sql = QStringLiteral("DROP TRIGGER fail_%1_%2").arg(table, operation).toUtf8();
+    execSql(controller, sql.constData());
+}
+
+inline qint64 countRows(SharedPersistenceController &controller, const QString &table)
+{
+    sqlite3_stmt *st = nullptr;
+    const QByteArray sql = QStringLiteral("SELECT count(*) FROM %1").arg(table).toUtf8();
+    sqlite3_prepare_v2(controller.store()->handle(), sql.constData(), -1, &st, nullptr);
+    qint64 n = -1;
+    if (sqlite3_step(st) == SQLITE_ROW)
+        n = sqlite3_column_int64(st, 0);
+    sqlite3_finalize(st);
+    return n;
+}
+
+inline void writeFile(const QString &path, const QByteArray &content)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(content);
+}
+
+inline QByteArray readFile(const QString &path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return f.readAll();
+}
+
+inline QString idText(const QUuid &id)
+{
+    return id.toString(QUuid::WithoutBraces).toUpper();
+}
+
+} // namespace kestil::testing
