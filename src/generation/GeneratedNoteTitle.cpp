@@ -1,0 +1,21 @@
+#include "generation/GeneratedNoteTitle.h"
+
+namespace kestil {
+
+GenerationSchema GeneratedNoteTitle::schema()
+{
+    GenerationSchema::Property title;
+    title.name = QStringLiteral("title");
+    title.description = QStringLiteral("A concise descriptive note title, at most eight words, in the source "
+                                       "language. No Markdown, quotes, or title prefix.");
+    // Twice the longest title that is kept, so that a title is cut by us, not by the grammar.
+    title.maximumLength = 200;
+    return {QStringLiteral("GeneratedNoteTitle"), QString(), {title}};
+}
+
+GeneratedNoteTitle GeneratedNoteTitle::fromJson(const QJsonObject &object)
+{
+    return {object.value(QStringLiteral("title")).toString()};
+}
+
+} // namespace kestil

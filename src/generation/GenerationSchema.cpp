@@ -1,0 +1,121 @@
+#include "generation/GenerationSchema.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+
+namespace kestil {
+
+namespace {
+
+QString literal(const QString &text)
+{
+    // A GBNF string literal of a JSON key: the key's own quotes escaped.
+    QString escaped = text;
+    escaped.replace(QLatin1Char('\\'), QStringLiteral("\\\\"))
+        .replace(QLatin1Char('"'), QStringLiteral("\\\""));
+    return QStringLiteral("\"\\\"") + escaped + QStringLiteral("\\\"\"");
+}
+
+QString repeat(const QString &item, int least, int most)
+{
+    if (most < 0)
+        return least == 0 ? QStringLiteral("(%1)*").arg(item)
+                          : QStringLiteral("(%1){%2,}").arg(item).arg(least);
+    return QStringLiteral("(%1){%2,%3}").arg(item).arg(least).arg(most);
+}
+
+} // namespace
+
+QString GenerationSchema::grammar() const
+{
+    // Strings leave out quotes, backslashes and control characters, so that
+    // every admitted answer parses without escapes. Whitespace between tokens
+    // is bounded: a small model must not be able to loop on blanks.
+    QStringList rules;
+    QStringList members;
+    for (qsizetype i = 0; i < properties.size(); ++i) {
+        const Property &property = properties.at(i);
+        const QString value = QStringLiteral("value%1").arg(i);
+        const QString text = QStringLiteral("text%1").arg(i);
+        rules.append(QStringLiteral("%1 ::= \"\\\"\" %2 \"\\\"\"")
+                         .arg(text, repeat(QStringLiteral("char"), 1, property.maximumLength)));
+        if (property.kind == Kind::string) {
+            rules.append(QStringLiteral("%1 ::= %2").arg(value, text));
+        } else {
+            const int least = qMax(0, property.minimumCount);
+            const int most = property.maximumCount;
+            const QString more = repeat(QStringLiteral("ws \",\" ws %1").arg(text), qMax(0, least - 1),
+                                        most < 0 ? -1 : qMax(0, most - 1));
+            const QString items = QStringLiteral("%1 %2").arg(text, more);
+            rules.append(QStringLiteral("%1 ::= \"[\" ws %2 ws \"]\"")
+                             .arg(value, least == 0 ? QStringLiteral("(%1)?").arg(items) : items));
+        }
+        members.append(QStringLiteral("%1 ws \":\" ws %2").arg(literal(property.name), value));
+    }
+    const QString root =
+        QStringLiteral("root ::= \"{\" ws %1 ws \"}\"").arg(members.join(QStringLiteral(" ws \",\" ws ")));
+    rules.prepend(root);
+    rules.append(QStringLiteral("char ::= [^\"\\\\\\x00-\\x1F\\x7F]"));
+    rules.append(QStringLiteral("ws ::= [ \\t\\n]{0,8}"));
+    return rules.join(QLatin1Char('\n')) + QLatin1Char('\n');
+}
+
+QString GenerationSchema::jsonSchemaText() const
+{
+    QJsonObject propertiesObject;
+    QJsonArray required;
+    for (const Property &property : properties) {
+        QJsonObject text{{QStringLiteral("type"), QStringLiteral("string")}};
+        if (property.maximumLength >= 0)
+            text.insert(QStringLiteral("maxLength"), property.maximumLength);
+        QJsonObject entry;
+        if (property.kind == Kind::string) {
+            entry = text;
+        } else {
+            entry.insert(QStringLiteral("type"), QStringLiteral("array"));
+            entry.insert(QStringLiteral("items"), text);
+            if (property.minimumCount > 0)
+                entry.insert(QStringLiteral("minItems"), property.minimumCount);
+            if (property.maximumCount >= 0)
+                entry.insert(QStringLiteral("maxItems"), property.maximumCount);
+        }
+        if (!property.description.isEmpty())
+            entry.insert(QStringLiteral("description"), property.description);
+        propertiesObject.insert(property.name, entry);
+        required.append(property.name);
+    }
+    QJsonObject schema{{QStringLiteral("type"), QStringLiteral("object")},
+                       {QStringLiteral("properties"), propertiesObject},
+                       {QStringLiteral("required"), required},
+                       {QStringLiteral("additionalProperties"), false}};
+    if (!typeName.isEmpty())
+        schema.insert(QStringLiteral("title"), typeName);
+    if (!description.isEmpty())
+        schema.insert(QStringLiteral("description"), description);
+    return QString::fromUtf8(QJsonDocument(schema).toJson(QJsonDocument::Compact));
+}
+
+QJsonObject GenerationSchema::validated(const QJsonObject &object) const
+{
+    for (const Property &property : properties) {
+        const QJsonValue value = object.value(property.name);
+        if (property.kind == Kind::string) {
+            if (!value.isString())
+                return {};
+            continue;
+        }
+        if (!value.isArray())
+            return {};
+        const QJsonArray array = value.toArray();
+        if (array.size() < property.minimumCount ||
+            (property.maximumCount >= 0 && array.size() > property.maximumCount))
+            return {};
+        for (const QJsonValue &element : array) {
+            if (!element.isString())
+                return {};
+        }
+    }
+    return object;
+}
+
+} // namespace kestil

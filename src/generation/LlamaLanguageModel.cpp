@@ -1,0 +1,638 @@
+#include "generation/LlamaLanguageModel.h"
+
+#include "base/Error.h"
+#include "generation/SnapshotChannel.h"
+
+#include <llama.h>
+
+#include <QDateTime>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <QtDebug>
+
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <mutex>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace kestil {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// llama.cpp reports every tensor it loads; only its warnings and errors are
+// worth a line in our log, and none of them carries note text.
+void logFromLlama(ggml_log_level level, const char *text, void *)
+{
+    if (level == GGML_LOG_LEVEL_ERROR)
+        qWarning("llama.cpp: %s", text);
+}
+
+void initialiseBackend()
+{
+    static std::once_flag once;
+    std::call_once(once, [] {
+        llama_log_set(logFromLlama, nullptr);
+        llama_backend_init();
+    });
+}
+
+// The longest prefix of UTF-8 bytes that ends on a whole character: a token
+// may end in the middle of one, and a snapshot never shows half a character.
+qsizetype completeUtf8Length(const QByteArray &bytes)
+{
+    const qsizetype size = bytes.size();
+    for (qsizetype back = 1; back <= 4 && back <= size; ++back) {
+        const auto byte = uchar(bytes.at(size - back));
+        if ((byte & 0xC0) == 0x80)
+            continue; // a continuation byte: look further back for its lead
+        const int length = byte < 0x80           ? 1
+                           : (byte >> 5) == 0x6  ? 2
+                           : (byte >> 4) == 0xE  ? 3
+                           : (byte >> 3) == 0x1E ? 4
+                                                 : 1;
+        return back >= length ? size : size - back;
+    }
+    return size;
+}
+
+constexpr int defaultResponseTokens = 4096;
+constexpr uint32_t contextCeiling = 4096;
+
+} // namespace
+
+class LlamaLanguageModel::Engine {
+public:
+    Engine(int threads, std::atomic<bool> *prefixReuse) : threads_(threads), prefixReuse_(prefixReuse) {}
+    ~Engine() { unload(); }
+
+    Statistics statistics;
+
+    // Loads the installed model when it is not the one in memory.
+    void ensureLoaded(const QString &modelsDirectory)
+    {
+        const std::optional<GgufModelInfo> installed = LanguageModelFiles::installedModel(modelsDirectory);
+        if (!installed)
+            throw LocalError(QStringLiteral("On-device summaries unavailable: modelNotReady. Your notes and "
+                                            "transcripts remain available."));
+        const QFileInfo file(installed->path);
+        if (model_ && loadedPath_ == installed->path && loadedModified_ == file.lastModified())
+            return;
+        unload();
+        initialiseBackend();
+        const auto start = Clock::now();
+        const QByteArray path = QFile::encodeName(installed->path);
+        llama_model_params modelParams = llama_model_default_params();
+        modelParams.n_gpu_layers = 0;
+        model_ = llama_model_load_from_file(path.constData(), modelParams);
+        if (!model_)
+            throw SystemError(
+                QStringLiteral("The on-device language model “%1” could not be loaded; the file may be "
+                               "damaged or made for a newer program. Your notes are unchanged.")
+                    .arg(file.fileName()));
+        vocab_ = llama_model_get_vocab(model_);
+        contextLength_ = llama_model_n_ctx_train(model_);
+        const uint32_t contextTokens = uint32_t(qBound<qint64>(256, contextLength_, contextCeiling));
+        llama_context_params contextParams = llama_context_default_params();
+        contextParams.n_ctx = contextTokens;
+        contextParams.n_batch = 512;
+        contextParams.n_ubatch = 512;
+        contextParams.n_seq_max = 1;
+        contextParams.n_threads = threads_;
+        contextParams.n_threads_batch = threads_;
+        contextParams.abort_callback = &Engine::shouldAbort;
+        contextParams.abort_callback_data = this;
+        contextParams.no_perf = true;
+        context_ = llama_init_from_model(model_, contextParams);
+        if (!context_) {
+            unload();
+            throw SystemError(
+                QStringLiteral("The on-device language model “%1” could not start: there is not "
+                               "enough memory for it. Your notes are unchanged.")
+                    .arg(file.fileName()));
+        }
+        chatTemplate_ = installed->chatTemplate.toUtf8();
+        loadedPath_ = installed->path;
+        loadedModified_ = file.lastModified();
+        modelName_ = file.fileName();
+        statistics.loadSeconds += secondsSince(start);
+    }
+
+    qint64 countTokens(const QString *system, const QString *user, bool addAssistant)
+    {
+        const auto start = Clock::now();
+        const qint64 count = qint64(render(system, user, addAssistant).size());
+        statistics.tokenCounts += 1;
+        statistics.tokenCountSeconds += secondsSince(start);
+        return count;
+    }
+
+    // One request: the prompt in a session of its own, then tokens until the
+    // end of the answer, the response cap, the end of the context, or until
+    // deliver() says stop. Returns the whole text.
+    QString generate(const QString &instructions, const QString &prompt, const GenerationOptions &options,
+                     const QString &grammar, const CancellationToken &cancel,
+                     const std::function<bool(const QString &)> &deliver)
+    {
+        cancel.checkCancellation();
+        cancel_ = &cancel;
+        struct Reset {
+            Engine *engine;
+            ~Reset() { engine->cancel_ = nullptr; }
+        } reset{this};
+        try {
+            return generateUnguarded(instructions, prompt, options, grammar, cancel, deliver);
+        } catch (...) {
+            // A request that stopped half-way may leave the cache in any state.
+            forgetCache();
+            throw;
+        }
+    }
+
+private:
+    static bool shouldAbort(void *data)
+    {
+        auto *engine = static_cast<Engine *>(data);
+        return engine->cancel_ && engine->cancel_->isCancelled();
+    }
+
+    void unload()
+    {
+        if (context_)
+            llama_free(context_);
+        if (model_)
+            llama_model_free(model_);
+        context_ = nullptr;
+        model_ = nullptr;
+        vocab_ = nullptr;
+        cachedTokens_.clear();
+        loadedPath_.clear();
+    }
+
+    void forgetCache()
+    {
+        cachedTokens_.clear();
+        if (context_)
+            llama_memory_clear(llama_get_memory(context_), true);
+    }
+
+    std::vector<llama_token> tokenize(const QByteArray &text, bool addSpecial, bool parseSpecial) const
+    {
+        if (text.isEmpty() && !addSpecial)
+            return {};
+        std::vector<llama_token> tokens(size_t(text.size()) + 8);
+        int32_t count = llama_tokenize(vocab_, text.constData(), int32_t(text.size()), tokens.data(),
+                                       int32_t(tokens.size()), addSpecial, parseSpecial);
+        if (count < 0) {
+            tokens.resize(size_t(-count));
+            count = llama_tokenize(vocab_, text.constData(), int32_t(text.size()), tokens.data(),
+                                   int32_t(tokens.size()), addSpecial, parseSpecial);
+        }
+        if (count < 0)
+            throw SystemError(QStringLiteral("The on-device language model could not read the text of this "
+                                             "request. Your notes are unchanged."));
+        tokens.resize(size_t(count));
+        return tokens;
+    }
+
+    // The tokens of a session's turns through the model's chat template. Note
+    // text is tokenised as plain text, never as control tokens, so that text
+    // which spells a template's markers stays data.
+    std::vector<llama_token> render(const QString *system, const QString *user, bool addAssistant) const
+    {
+        static const QByteArray systemMark = QByteArrayLiteral("kestilsystemturnq7x");
+        static const QByteArray userMark = QByteArrayLiteral("kestiluserturnq7x");
+        std::vector<llama_chat_message> messages;
+        if (system)
+            messages.push_back({"system", systemMark.constData()});
+        if (user)
+            messages.push_back({"user", userMark.constData()});
+        std::vector<char> buffer(1024);
+        int32_t length =
+            llama_chat_apply_template(chatTemplate_.constData(), messages.data(), messages.size(),
+                                      addAssistant, buffer.data(), int32_t(buffer.size()));
+        if (length > int32_t(buffer.size())) {
+            buffer.resize(size_t(length));
+            length = llama_chat_apply_template(chatTemplate_.constData(), messages.data(), messages.size(),
+                                               addAssistant, buffer.data(), int32_t(buffer.size()));
+        }
+        if (length < 0)
+            throw SystemError(
+                QStringLiteral("The chat template of the on-device language model “%1” is not one "
+                               "Kestil can use. Your notes are unchanged.")
+                    .arg(modelName_));
+        const QByteArray rendered(buffer.data(), length);
+
+        std::vector<llama_token> tokens;
+        qsizetype position = 0;
+        bool first = true;
+        auto appendTemplate = [&](const QByteArray &piece) {
+            const std::vector<llama_token> part = tokenize(piece, first, true);
+            tokens.insert(tokens.end(), part.begin(), part.end());
+            first = false;
+        };
+        auto appendContent = [&](const QString &content) {
+            if (first)
+                appendTemplate(QByteArray());
+            const std::vector<llama_token> part = tokenize(content.toUtf8(), false, false);
+            tokens.insert(tokens.end(), part.begin(), part.end());
+        };
+        for (;;) {
+            const qsizetype atSystem = system ? rendered.indexOf(systemMark, position) : -1;
+            const qsizetype atUser = user ? rendered.indexOf(userMark, position) : -1;
+            qsizetype at = -1;
+            bool isSystem = false;
+            if (atSystem >= 0 && (atUser < 0 || atSystem < atUser)) {
+                at = atSystem;
+                isSystem = true;
+            } else {
+                at = atUser;
+            }
+            if (at < 0)
+                break;
+            if (at > position)
+                appendTemplate(rendered.mid(position, at - position));
+            appendContent(isSystem ? *system : *user);
+            position = at + (isSystem ? systemMark.size() : userMark.size());
+        }
+        if (position < rendered.size())
+            appendTemplate(rendered.mid(position));
+        // Templates that write the BOS marker themselves would get a second one.
+        const llama_token bos = llama_vocab_bos(vocab_);
+        if (tokens.size() >= 2 && tokens[0] == bos && tokens[1] == bos)
+            tokens.erase(tokens.begin());
+        return tokens;
+    }
+
+    void decode(const llama_token *tokens, size_t count, const CancellationToken &cancel)
+    {
+        const uint32_t batch = llama_n_batch(context_);
+        for (size_t done = 0; done < count;) {
+            const auto n = int32_t(std::min<size_t>(batch, count - done));
+            const int32_t status =
+                llama_decode(context_, llama_batch_get_one(const_cast<llama_token *>(tokens + done), n));
+            if (status != 0) {
+                if (cancel.isCancelled())
+                    throw CancellationError();
+                throw SystemError(
+                    QStringLiteral("The on-device language model failed while reading this request "
+                                   "(llama.cpp status %1). Your notes are unchanged.")
+                        .arg(status));
+            }
+            cachedTokens_.insert(cachedTokens_.end(), tokens + done, tokens + done + n);
+            done += size_t(n);
+        }
+    }
+
+    llama_sampler *makeChain(const GenerationOptions &options, bool constrained) const
+    {
+        llama_sampler *chain = llama_sampler_chain_init(llama_sampler_chain_default_params());
+        const double temperature = options.temperature.value_or(0.7);
+        if (temperature <= 0) {
+            llama_sampler_chain_add(chain, llama_sampler_init_greedy());
+            return chain;
+        }
+        llama_sampler_chain_add(chain, llama_sampler_init_top_k(40));
+        // Small models fall into loops; a light penalty on recent tokens keeps
+        // free text moving. Structured answers repeat their syntax by design.
+        if (!constrained)
+            llama_sampler_chain_add(
+                chain, llama_sampler_init_penalties(llama_vocab_n_tokens(vocab_), 64, 1.1f, 0.0f, 0.0f));
+        llama_sampler_chain_add(chain, llama_sampler_init_top_p(0.95f, 1));
+        llama_sampler_chain_add(chain, llama_sampler_init_temp(float(temperature)));
+        llama_sampler_chain_add(chain, llama_sampler_init_dist(std::random_device{}()));
+        return chain;
+    }
+
+    // Samples the next token. With a grammar, the token the chain picks is
+    // tried first, and only when the grammar refuses it is the whole
+    // vocabulary filtered: far cheaper than filtering every time.
+    llama_token sample(llama_sampler *chain, llama_sampler *grammar)
+    {
+        const float *logits = llama_get_logits_ith(context_, -1);
+        const int32_t vocabSize = llama_vocab_n_tokens(vocab_);
+        candidates_.resize(size_t(vocabSize));
+        auto fill = [&] {
+            for (int32_t id = 0; id < vocabSize; ++id)
+                candidates_[size_t(id)] = llama_token_data{id, logits[id], 0.0f};
+        };
+        fill();
+        llama_token_data_array array{candidates_.data(), candidates_.size(), -1, false};
+        llama_sampler_apply(chain, &array);
+        llama_token token = array.data[array.selected].id;
+        if (grammar) {
+            llama_token_data single{token, 1.0f, 0.0f};
+            llama_token_data_array one{&single, 1, -1, false};
+            llama_sampler_apply(grammar, &one);
+            if (std::isinf(single.logit) && single.logit < 0) {
+                fill();
+                llama_token_data_array all{candidates_.data(), candidates_.size(), -1, false};
+                llama_sampler_apply(grammar, &all);
+                llama_sampler_apply(chain, &all);
+                token = all.data[all.selected].id;
+            }
+            llama_sampler_accept(grammar, token);
+        }
+        llama_sampler_accept(chain, token);
+        return token;
+    }
+
+    QString generateUnguarded(const QString &instructions, const QString &prompt,
+                              const GenerationOptions &options, const QString &grammarText,
+                              const CancellationToken &cancel,
+                              const std::function<bool(const QString &)> &deliver)
+    {
+        const std::vector<llama_token> promptTokens = render(&instructions, &prompt, true);
+        const uint32_t contextTokens = llama_n_ctx(context_);
+        if (promptTokens.size() + 1 > contextTokens)
+            throw SystemError(
+                QStringLiteral("This request is longer than the on-device model's context of %1 "
+                               "tokens. Your notes are unchanged.")
+                    .arg(contextTokens));
+
+        // Keep what the cache already holds of this prompt (the instructions
+        // and the head of the prompt, typically), at least one token short so
+        // that the last one is decoded and yields logits.
+        size_t common = 0;
+        if (prefixReuse_->load()) {
+            while (common < cachedTokens_.size() && common < promptTokens.size() &&
+                   cachedTokens_[common] == promptTokens[common])
+                ++common;
+            common = std::min(common, promptTokens.size() - 1);
+        }
+        llama_memory_t memory = llama_get_memory(context_);
+        if (common == 0) {
+            llama_memory_clear(memory, true);
+            cachedTokens_.clear();
+        } else {
+            llama_memory_seq_rm(memory, 0, llama_pos(common), -1);
+            cachedTokens_.resize(common);
+        }
+
+        statistics.requests += 1;
+        statistics.promptTokens += qint64(promptTokens.size());
+        statistics.reusedPromptTokens += qint64(common);
+        const auto promptStart = Clock::now();
+        decode(promptTokens.data() + common, promptTokens.size() - common, cancel);
+        statistics.promptSeconds += secondsSince(promptStart);
+
+        std::unique_ptr<llama_sampler, decltype(&llama_sampler_free)> chain(
+            makeChain(options, !grammarText.isEmpty()), &llama_sampler_free);
+        std::unique_ptr<llama_sampler, decltype(&llama_sampler_free)> grammar(nullptr, &llama_sampler_free);
+        if (!grammarText.isEmpty()) {
+            const QByteArray text = grammarText.toUtf8();
+            grammar.reset(llama_sampler_init_grammar(vocab_, text.constData(), "root"));
+            if (!grammar)
+                throw SystemError(
+                    QStringLiteral("Kestil could not prepare the structured answer for the on-device "
+                                   "model. Your notes are unchanged."));
+        }
+
+        const int cap = options.maximumResponseTokens.value_or(defaultResponseTokens);
+        QByteArray bytes;
+        QString text;
+        qsizetype shownBytes = 0;
+        const auto generationStart = Clock::now();
+        bool finished = false;
+        for (int produced = 0; produced < cap; ++produced) {
+            cancel.checkCancellation();
+            const llama_token token = sample(chain.get(), grammar.get());
+            if (llama_vocab_is_eog(vocab_, token)) {
+                finished = true;
+                break;
+            }
+            char piece[256];
+            const int32_t length = llama_token_to_piece(vocab_, token, piece, sizeof piece, 0, false);
+            if (length > 0)
+                bytes.append(piece, length);
+            statistics.generatedTokens += 1;
+            const qsizetype complete = completeUtf8Length(bytes);
+            if (complete != shownBytes) {
+                shownBytes = complete;
+                text = QString::fromUtf8(bytes.constData(), complete);
+                if (deliver && !deliver(text)) {
+                    finished = true;
+                    break;
+                }
+            }
+            if (cachedTokens_.size() + 1 >= contextTokens)
+                break;
+            decode(&token, 1, cancel);
+        }
+        statistics.generationSeconds += secondsSince(generationStart);
+        lastFinished_ = finished;
+        return text;
+    }
+
+public:
+    // Whether the last request ended by itself (end of answer or a stop by the
+    // consumer) rather than at the response cap or the end of the context.
+    bool lastFinished() const { return lastFinished_; }
+
+private:
+    int threads_;
+    std::atomic<bool> *prefixReuse_;
+    llama_model *model_ = nullptr;
+    llama_context *context_ = nullptr;
+    const llama_vocab *vocab_ = nullptr;
+    qint64 contextLength_ = 0;
+    QByteArray chatTemplate_;
+    QString loadedPath_;
+    QDateTime loadedModified_;
+    QString modelName_;
+    std::vector<llama_token> cachedTokens_;
+    std::vector<llama_token_data> candidates_;
+    const CancellationToken *cancel_ = nullptr;
+    bool lastFinished_ = false;
+};
+
+LlamaLanguageModel::LlamaLanguageModel(QString modelsDirectory, int threads)
+    : modelsDirectory_(std::move(modelsDirectory))
+{
+    if (threads <= 0)
+        threads = int(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
+    engine_ = std::make_unique<Engine>(threads, &prefixReuse_);
+}
+
+LlamaLanguageModel::~LlamaLanguageModel()
+{
+    // The model is freed on the thread that used it.
+    worker_.call([this] { engine_.reset(); });
+}
+
+void LlamaLanguageModel::setEnabled(bool enabled)
+{
+    enabled_.store(enabled);
+}
+
+void LlamaLanguageModel::setPrefixReuse(bool reuse)
+{
+    prefixReuse_.store(reuse);
+}
+
+LlamaLanguageModel::Statistics LlamaLanguageModel::statistics() const
+{
+    return const_cast<SerialWorker &>(worker_).call([this] { return engine_->statistics; });
+}
+
+void LlamaLanguageModel::resetStatistics()
+{
+    worker_.call([this] { engine_->statistics = Statistics{}; });
+}
+
+bool LlamaLanguageModel::deviceIsEligible()
+{
+    // The bundled llama.cpp is built for x86-64 with AVX2, FMA and F16C; a
+    // processor without them would stop the program at the first request.
+    // Below 2 GiB of memory even a small model would push out everything else.
+    static const bool eligible = [] {
+#if defined(__x86_64__)
+        __builtin_cpu_init();
+        if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma") ||
+            !__builtin_cpu_supports("f16c"))
+            return false;
+#endif
+        const long pages = sysconf(_SC_PHYS_PAGES);
+        const long pageSize = sysconf(_SC_PAGESIZE);
+        return pages <= 0 || pageSize <= 0 || qint64(pages) * pageSize >= (qint64(2) << 30);
+    }();
+    return eligible;
+}
+
+LanguageModelAvailability LlamaLanguageModel::availability() const
+{
+    if (!deviceIsEligible())
+        return LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::deviceNotEligible);
+    if (!enabled_.load())
+        return LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::languageModelDisabled);
+    if (!LanguageModelFiles::installedModel(modelsDirectory_))
+        return LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady);
+    return LanguageModelAvailability::available();
+}
+
+bool LlamaLanguageModel::supportsLocale(const QLocale &locale) const
+{
+    const std::optional<GgufModelInfo> installed = LanguageModelFiles::installedModel(modelsDirectory_);
+    if (!installed)
+        return false;
+    // A model that names no languages is taken to know English only.
+    const QStringList languages =
+        installed->languages.isEmpty() ? QStringList{QStringLiteral("en")} : installed->languages;
+    for (const QString &language : languages) {
+        const QLocale known(language);
+        if (known.language() != QLocale::C && known.language() == locale.language())
+            return true;
+    }
+    return false;
+}
+
+qint64 LlamaLanguageModel::contextSize() const
+{
+    const std::optional<GgufModelInfo> installed = LanguageModelFiles::installedModel(modelsDirectory_);
+    return installed ? installed->contextLength : 0;
+}
+
+qint64 LlamaLanguageModel::tokenCount(const Instructions &instructions)
+{
+    return worker_.call([&] {
+        engine_->ensureLoaded(modelsDirectory_);
+        return engine_->countTokens(&instructions.text, nullptr, false);
+    });
+}
+
+qint64 LlamaLanguageModel::tokenCount(const Prompt &prompt)
+{
+    return worker_.call([&] {
+        engine_->ensureLoaded(modelsDirectory_);
+        return engine_->countTokens(nullptr, &prompt.text, true);
+    });
+}
+
+QString LlamaLanguageModel::respond(const QString &instructions, const QString &prompt,
+                                    const GenerationOptions &options, const CancellationToken &cancel)
+{
+    return worker_.call([&] {
+        engine_->ensureLoaded(modelsDirectory_);
+        return engine_->generate(instructions, prompt, options, QString(), cancel, nullptr);
+    });
+}
+
+QJsonObject LlamaLanguageModel::respond(const QString &instructions, const QString &prompt,
+                                        const GenerationSchema &schema, bool includeSchemaInPrompt,
+                                        const GenerationOptions &options, const CancellationToken &cancel)
+{
+    const QString fullPrompt =
+        includeSchemaInPrompt
+            ? prompt + QStringLiteral("\n\nRespond with a JSON object that follows this JSON schema:\n") +
+                  schema.jsonSchemaText()
+            : prompt;
+    bool finished = false;
+    const QString text = worker_.call([&] {
+        engine_->ensureLoaded(modelsDirectory_);
+        QString answer =
+            engine_->generate(instructions, fullPrompt, options, schema.grammar(), cancel, nullptr);
+        finished = engine_->lastFinished();
+        return answer;
+    });
+    QJsonParseError error{};
+    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
+    const QJsonObject object = document.isObject() ? schema.validated(document.object()) : QJsonObject();
+    if (error.error != QJsonParseError::NoError || object.isEmpty()) {
+        if (!finished)
+            throw SystemError(
+                QStringLiteral("The on-device model's answer was cut off at its length limit before "
+                               "it was complete. Your notes are unchanged."));
+        throw SystemError(
+            QStringLiteral("The on-device model's answer did not have the expected form. Your notes "
+                           "are unchanged."));
+    }
+    return object;
+}
+
+void LlamaLanguageModel::streamResponse(const QString &instructions, const QString &prompt,
+                                        const GenerationOptions &options, const CancellationToken &cancel,
+                                        const SnapshotHandler &onSnapshot)
+{
+    if (worker_.isWorkerThread())
+        throw LocalError(QStringLiteral("A response cannot be streamed from the model's own thread."));
+    auto channel = std::make_shared<SnapshotChannel>();
+    worker_.post([this, channel, instructions, prompt, options, cancel] {
+        try {
+            engine_->ensureLoaded(modelsDirectory_);
+            engine_->generate(instructions, prompt, options, QString(), cancel,
+                              [&](const QString &text) { return channel->deliver(text); });
+            channel->finish();
+        } catch (...) {
+            channel->finish(std::current_exception());
+        }
+    });
+    for (;;) {
+        const std::optional<QString> text = channel->next();
+        if (!text)
+            return;
+        bool keepGoing = false;
+        try {
+            keepGoing = onSnapshot(*text);
+        } catch (...) {
+            channel->stop();
+            throw;
+        }
+        if (!keepGoing) {
+            channel->stop();
+            return;
+        }
+    }
+}
+
+} // namespace kestil

@@ -1,0 +1,71 @@
+#pragma once
+
+#include "generation/LanguageModel.h"
+#include "generation/LanguageModelFiles.h"
+#include "generation/SerialWorker.h"
+
+#include <QMutex>
+
+#include <atomic>
+#include <memory>
+
+namespace kestil {
+
+// The on-device language model on llama.cpp: the model installed last under
+// Models/language/, loaded on first use and kept between requests, with all
+// of its work on one worker thread. Availability and languages come from the
+// installed file's header and never wait for the worker.
+class LlamaLanguageModel final : public LanguageModel {
+public:
+    struct Statistics {
+        qint64 requests = 0;
+        qint64 promptTokens = 0;       // prompt tokens of all requests
+        qint64 reusedPromptTokens = 0; // of those, found already in the cache
+        qint64 generatedTokens = 0;
+        double promptSeconds = 0;     // decoding prompts
+        double generationSeconds = 0; // sampling and decoding answers
+        qint64 tokenCounts = 0;       // tokenCount calls
+        double tokenCountSeconds = 0;
+        double loadSeconds = 0;
+    };
+
+    // threads: 0 picks up to four of the machine's cores.
+    explicit LlamaLanguageModel(QString modelsDirectory = LanguageModelFiles::modelsDirectory(),
+                                int threads = 0);
+    ~LlamaLanguageModel() override;
+
+    // The user's switch for on-device AI; off reads as languageModelDisabled.
+    void setEnabled(bool enabled);
+    // Whether a request may start from the cached keys and values of the
+    // previous request's common prefix (on by default; off for measurements).
+    void setPrefixReuse(bool reuse);
+    Statistics statistics() const;
+    void resetStatistics();
+
+    // Whether this machine can run the model at all.
+    static bool deviceIsEligible();
+
+    LanguageModelAvailability availability() const override;
+    bool supportsLocale(const QLocale &locale) const override;
+    qint64 contextSize() const override;
+    qint64 tokenCount(const Instructions &instructions) override;
+    qint64 tokenCount(const Prompt &prompt) override;
+    QString respond(const QString &instructions, const QString &prompt, const GenerationOptions &options,
+                    const CancellationToken &cancel) override;
+    QJsonObject respond(const QString &instructions, const QString &prompt, const GenerationSchema &schema,
+                        bool includeSchemaInPrompt, const GenerationOptions &options,
+                        const CancellationToken &cancel) override;
+    void streamResponse(const QString &instructions, const QString &prompt, const GenerationOptions &options,
+                        const CancellationToken &cancel, const SnapshotHandler &onSnapshot) override;
+
+private:
+    class Engine;
+
+    QString modelsDirectory_;
+    std::atomic<bool> enabled_{true};
+    std::atomic<bool> prefixReuse_{true};
+    std::unique_ptr<Engine> engine_; // touched only on worker_
+    SerialWorker worker_;
+};
+
+} // namespace kestil

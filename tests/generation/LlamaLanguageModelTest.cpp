@@ -1,0 +1,232 @@
+#include "generation/LlamaLanguageModel.h"
+#include "generation/GeneratedNoteTags.h"
+#include "generation/GeneratedNoteTitle.h"
+
+#include "ModelFolder.h"
+#include "TestPrinters.h"
+#include "base/Error.h"
+
+#include <QElapsedTimer>
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+using namespace kestil;
+
+namespace {
+
+const QString tiny = QStringLiteral("tiny-llama-chat.gguf");
+
+GenerationOptions options(double temperature, int cap)
+{
+    return GenerationOptions{temperature, cap};
+}
+
+} // namespace
+
+TEST(LlamaLanguageModel, AvailabilityFollowsTheInstalledModelAndTheSwitch)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    ModelFolder folder;
+    LlamaLanguageModel model(folder.directory(), 2);
+    ASSERT_TRUE(LlamaLanguageModel::deviceIsEligible());
+    EXPECT_EQ(model.availability(),
+              LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady));
+    EXPECT_FALSE(model.supportsLocale(QLocale(QStringLiteral("en_US"))));
+
+    folder.install(tiny);
+    EXPECT_EQ(model.availability(), LanguageModelAvailability::available());
+    EXPECT_EQ(model.contextSize(), 2048);
+    EXPECT_TRUE(model.supportsLocale(QLocale(QStringLiteral("en_US"))));
+    EXPECT_TRUE(model.supportsLocale(QLocale(QStringLiteral("de_AT"))));
+    EXPECT_FALSE(model.supportsLocale(QLocale(QStringLiteral("fr_FR"))));
+
+    model.setEnabled(false);
+    EXPECT_EQ(model.availability(),
+              LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::languageModelDisabled));
+}
+
+TEST(LlamaLanguageModel, CountsTokensWithTheModelsTokenizer)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    ModelFolder folder;
+    folder.install(tiny);
+    LlamaLanguageModel model(folder.directory(), 2);
+
+    const qint64 emptyPrompt = model.tokenCount(LanguageModel::Prompt{QString()});
+    const qint64 hello = model.tokenCount(LanguageModel::Prompt{QStringLiteral("Hello world")});
+    // The template's own turn markers plus the two words of the SentencePiece vocabulary.
+    EXPECT_GT(emptyPrompt, 2);
+    EXPECT_EQ(hello - emptyPrompt, 2);
+    const qint64 instructions = model.tokenCount(LanguageModel::Instructions{QStringLiteral("Be brief.")});
+    EXPECT_GT(instructions, 3);
+    // Note text that spells the beginning-of-text marker is text, not a marker.
+    EXPECT_GT(model.tokenCount(LanguageModel::Prompt{QStringLiteral("<s>")}) - emptyPrompt, 1);
+
+    const QString longText =
+        QStringLiteral("The quarterly budget review covers hiring and travel. ").repeated(40);
+    const qint64 longCount = model.tokenCount(LanguageModel::Prompt{longText});
+    EXPECT_GT(longCount, 400);
+    EXPECT_LT(longCount, 1000);
+}
+
+TEST(LlamaLanguageModel, StreamsSnapshotsThatHoldTheWholeTextSoFar)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    ModelFolder folder;
+    folder.install(tiny);
+    LlamaLanguageModel model(folder.directory(), 2);
+
+    QStringList snapshots;
+    model.streamResponse(QStringLiteral("Summarize."), QStringLiteral("Source:\nWe met."), options(0.2, 40),
+                         CancellationToken(), [&](const QString &text) {
+                             snapshots.append(text);
+                             return true;
+                         });
+    ASSERT_GE(snapshots.size(), 10);
+    for (qsizetype i = 1; i < snapshots.size(); ++i) {
+        EXPECT_TRUE(snapshots.at(i).startsWith(snapshots.at(i - 1))) << i;
+        EXPECT_NE(snapshots.at(i), snapshots.at(i - 1));
+    }
+
+    // Returning false drops the stream at once.
+    int seen = 0;
+    model.streamResponse(QStringLiteral("Summarize."), QStringLiteral("Source:\nWe met."), options(0.2, 200),
+                         CancellationToken(), [&](const QString &) { return ++seen < 3; });
+    EXPECT_EQ(seen, 3);
+    const auto stats = model.statistics();
+    EXPECT_LE(stats.generatedTokens, 40 + 3 + 2);
+}
+
+TEST(LlamaLanguageModel, PrefixReuseKeepsTheSameAnswer)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    ModelFolder folder;
+    folder.install(tiny);
+    LlamaLanguageModel model(folder.directory(), 2);
+    const QString instructions = QStringLiteral("Summarize only the supplied source.");
+    const QString first =
+        model.respond(instructions, QStringLiteral("Source:\nAlpha beta."), options(0, 24), {});
+    const QString again =
+        model.respond(instructions, QStringLiteral("Source:\nAlpha beta."), options(0, 24), {});
+    EXPECT_EQ(first, again);
+    const auto stats = model.statistics();
+    EXPECT_EQ(stats.requests, 2);
+    // The second request found everything but its last prompt token in the cache.
+    EXPECT_EQ(stats.reusedPromptTokens, stats.promptTokens / 2 - 1);
+
+    LlamaLanguageModel fresh(folder.directory(), 2);
+    fresh.setPrefixReuse(false);
+    EXPECT_EQ(fresh.respond(instructions, QStringLiteral("Source:\nAlpha beta."), options(0, 24), {}), first);
+}
+
+TEST(LlamaLanguageModel, GrammarConstrainedAnswersParse)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    ModelFolder folder;
+    folder.install(tiny);
+    LlamaLanguageModel model(folder.directory(), 2);
+
+    // A random model fills every string to its longest; the caps leave room for that.
+    const QJsonObject tags =
+        model.respond(QStringLiteral("Tag the note."), QStringLiteral("NOTE SUMMARY:\nBudget."),
+                      GeneratedNoteTags::schema(), true, options(0, 500), {});
+    const GeneratedNoteTags parsedTags = GeneratedNoteTags::fromJson(tags);
+    EXPECT_GE(parsedTags.tags.size(), 1);
+    EXPECT_LE(parsedTags.tags.size(), 5);
+    for (const QString &tag : parsedTags.tags)
+        EXPECT_LE(tag.size(), 48);
+
+    const QJsonObject title = model.respond(QStringLiteral("Title the note."), QStringLiteral("Budget."),
+                                            GeneratedNoteTitle::schema(), true, options(0.2, 400), {});
+    EXPECT_FALSE(GeneratedNoteTitle::fromJson(title).title.isEmpty());
+
+    // An answer that the cap cuts off is an error, not half a record.
+    try {
+        model.respond(QStringLiteral("Title the note."), QStringLiteral("Budget."),
+                      GeneratedNoteTitle::schema(), true, options(0, 4), {});
+        FAIL() << "a cut-off answer was accepted";
+    } catch (const SystemError &error) {
+        EXPECT_TRUE(error.localizedDescription().contains(QStringLiteral("cut off")));
+    }
+}
+
+TEST(LlamaLanguageModel, CancellationStopsARequestWithinATokenOrTwo)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    ModelFolder folder;
+    folder.install(tiny);
+    LlamaLanguageModel model(folder.directory(), 2);
+    model.respond(QStringLiteral("Warm up."), QStringLiteral("x"), options(0, 2), {});
+
+    CancellationToken cancel;
+    std::thread canceller([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(150));
+        cancel.cancel();
+    });
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_THROW(
+        model.respond(QStringLiteral("Write."), QStringLiteral("Go on."), options(0.5, 1900), cancel),
+        CancellationError);
+    canceller.join();
+    EXPECT_LT(timer.elapsed(), 1500);
+
+    // The model is still usable afterwards.
+    EXPECT_NO_THROW(model.respond(QStringLiteral("Write."), QStringLiteral("Again."), options(0, 4), {}));
+}
+
+TEST(LlamaLanguageModel, RefusesDamagedAndUnsuitableFiles)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    KESTIL_REQUIRE_MODEL("tiny-llama-no-template.gguf");
+    ModelFolder folder;
+    const QString scratch = folder.directory() + QStringLiteral("/../scratch");
+    QDir().mkpath(scratch);
+
+    // Cut off in the middle of its weights.
+    QFile whole(ModelFolder::cached(tiny));
+    ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
+    QFile truncated(scratch + QStringLiteral("/truncated.gguf"));
+    ASSERT_TRUE(truncated.open(QIODevice::WriteOnly));
+    truncated.write(whole.read(whole.size() / 2));
+    truncated.close();
+    // Not a GGUF file at all.
+    QFile text(scratch + QStringLiteral("/notes.gguf"));
+    ASSERT_TRUE(text.open(QIODevice::WriteOnly));
+    text.write("These are my notes, not a model.\n");
+    text.close();
+
+    auto importMessage = [&](const QString &path) {
+        try {
+            LanguageModelFiles::importModel(path, folder.directory());
+        } catch (const LocalError &error) {
+            return error.message();
+        }
+        return QString();
+    };
+    EXPECT_EQ(
+        importMessage(truncated.fileName()),
+        "“truncated.gguf” is incomplete: the file ends before its model data does. Nothing was installed.");
+    EXPECT_EQ(importMessage(text.fileName()),
+              "“notes.gguf” is not a GGUF language model file. Nothing was installed.");
+    EXPECT_EQ(
+        importMessage(ModelFolder::cached(QStringLiteral("tiny-llama-no-template.gguf"))),
+        "“tiny-llama-no-template.gguf” has no chat template, so it cannot be used for summaries and Ask AI. "
+        "Choose an instruct model in GGUF format. Nothing was installed.");
+    EXPECT_TRUE(QDir(folder.directory()).isEmpty());
+
+    // Files put in the folder by hand are passed over, never loaded.
+    QFile::copy(truncated.fileName(), folder.directory() + QStringLiteral("/truncated.gguf"));
+    folder.install(QStringLiteral("tiny-llama-no-template.gguf"));
+    LlamaLanguageModel model(folder.directory(), 2);
+    EXPECT_EQ(model.availability(),
+              LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady));
+
+    // A good import is used at once.
+    const QString installed = LanguageModelFiles::importModel(ModelFolder::cached(tiny), folder.directory());
+    EXPECT_TRUE(installed.endsWith(QStringLiteral("/tiny-llama-chat.gguf")));
+    EXPECT_EQ(model.availability(), LanguageModelAvailability::available());
+    EXPECT_FALSE(model.respond(QStringLiteral("Write."), QStringLiteral("Go."), options(0, 3), {}).isNull());
+}
