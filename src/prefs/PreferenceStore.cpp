@@ -200,49 +200,61 @@ QByteArray PreferenceStore::data(const QString &key) const
 
 void PreferenceStore::set(const QString &key, const QVariant &value)
 {
-    if (key.isEmpty())
-        throw LocalError(QStringLiteral("A setting needs a name; nothing was saved."));
-    const auto normalized = normalizedPreferenceValue(value);
-    if (!normalized) {
-        const char *type = value.metaType().name();
-        throw LocalError(QStringLiteral("Kestil cannot keep a value of type %1 in the setting “%2”; "
-                                        "the setting was left as it was.")
-                             .arg(type ? QString::fromLatin1(type) : QStringLiteral("none"), key));
+    set(QVariantMap{{key, value}});
+}
+
+void PreferenceStore::set(const QVariantMap &values)
+{
+    QList<std::pair<QString, QVariant>> normalized;
+    for (auto it = values.begin(); it != values.end(); ++it) {
+        if (it.key().isEmpty())
+            throw LocalError(QStringLiteral("A setting needs a name; nothing was saved."));
+        const auto value = normalizedPreferenceValue(it.value());
+        if (!value) {
+            const char *type = it.value().metaType().name();
+            throw LocalError(QStringLiteral("Kestil cannot keep a value of type %1 in the setting “%2”; "
+                                            "the setting was left as it was.")
+                                 .arg(type ? QString::fromLatin1(type) : QStringLiteral("none"), it.key()));
+        }
+        normalized.append({it.key(), *value});
     }
 
+    QList<std::pair<QString, QVariant>> changes;
     QString failure;
     {
         QMutexLocker lock(&mutex_);
-        const auto existing = contents_.values.constFind(key);
-        if (existing != contents_.values.cend() && sameValue(*existing, *normalized) && !unsaved_)
+        for (const auto &[key, value] : normalized) {
+            const auto existing = contents_.values.constFind(key);
+            if (existing != contents_.values.cend() && sameValue(*existing, value))
+                continue;
+            contents_.values.insert(key, value);
+            // The new value replaces whatever unreadable entry had the same name.
+            contents_.unreadableEntries.remove(key);
+            changes.append({key, value});
+        }
+        // After a failed save, even an unchanged value retries it.
+        if (changes.isEmpty() && !unsaved_)
             return;
-        contents_.values.insert(key, *normalized);
-        // The new value replaces whatever unreadable entry had the same name.
-        contents_.unreadableEntries.remove(key);
         failure = saveLocked();
     }
-    announce(key, *normalized, failure);
+    announce(changes, failure);
 }
 
 void PreferenceStore::remove(const QString &key)
 {
     QString failure;
+    bool held = false;
     {
         QMutexLocker lock(&mutex_);
-        const bool held = contents_.values.remove(key) > 0;
-        const bool unreadable = contents_.unreadableEntries.contains(key);
-        if (!held && !unreadable)
+        held = contents_.values.remove(key) > 0;
+        if (!held && !contents_.unreadableEntries.contains(key))
             return;
         contents_.unreadableEntries.remove(key);
         failure = saveLocked();
-        if (!held) {
-            lock.unlock();
-            if (!failure.isEmpty())
-                emit writeFailed(failure);
-            return;
-        }
     }
-    announce(key, QVariant(), failure);
+    announce(held ? QList<std::pair<QString, QVariant>>{{key, QVariant()}}
+                  : QList<std::pair<QString, QVariant>>{},
+             failure);
 }
 
 PreferenceValue *PreferenceStore::observe(const QString &key)
@@ -313,16 +325,19 @@ QString PreferenceStore::saveLocked()
     return failure;
 }
 
-void PreferenceStore::announce(const QString &key, const QVariant &value, const QString &failure)
+void PreferenceStore::announce(const QList<std::pair<QString, QVariant>> &changes, const QString &failure)
 {
-    PreferenceValue *observer = nullptr;
+    QList<PreferenceValue *> observers;
     {
         QMutexLocker lock(&mutex_);
-        observer = observers_.value(key);
+        for (const auto &change : changes)
+            observers.append(observers_.value(change.first));
     }
-    emit changed(key);
-    if (observer)
-        emit observer->valueChanged(value);
+    for (qsizetype i = 0; i < changes.size(); ++i) {
+        emit changed(changes[i].first);
+        if (observers[i])
+            emit observers[i]->valueChanged(changes[i].second);
+    }
     if (!failure.isEmpty())
         emit writeFailed(failure);
 }

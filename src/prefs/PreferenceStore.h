@@ -10,6 +10,9 @@
 #include <QString>
 #include <QStringList>
 #include <QVariant>
+#include <QVariantMap>
+
+#include <utility>
 
 namespace kestil {
 
@@ -63,6 +66,10 @@ public:
     // Anything else is refused with a LocalError and nothing changes. Setting
     // the value a key already holds writes nothing and signals nothing.
     void set(const QString &key, const QVariant &value);
+    // Several keys in one save (one file replace instead of one per key), with
+    // a changed signal for each key whose value changed. If any value is
+    // refused, none is stored.
+    void set(const QVariantMap &values);
     // Removes the key and saves at once; a missing key is left alone.
     void remove(const QString &key);
 
@@ -88,7 +95,7 @@ private:
     // Saves the whole store; returns the failure sentence, or an empty string.
     QString saveLocked();
     // Signals a write once the lock is released, so that receivers may read.
-    void announce(const QString &key, const QVariant &value, const QString &failure);
+    void announce(const QList<std::pair<QString, QVariant>> &changes, const QString &failure);
 
     QString directory_;
     QString filePath_;

@@ -180,8 +180,9 @@ void setShowRecordingWidget(PreferenceStore &store, bool on)
 
 void setRecordingWidgetPosition(PreferenceStore &store, RecordingWidgetPosition position)
 {
-    store.set(keys::recordingWidgetPositionX, position.x);
-    store.set(keys::recordingWidgetPositionY, position.y);
+    // One save for both: the widget saves its place on every move.
+    store.set(QVariantMap{{keys::recordingWidgetPositionX, position.x},
+                          {keys::recordingWidgetPositionY, position.y}});
 }
 
 void setFoldersExpanded(PreferenceStore &store, bool expanded)

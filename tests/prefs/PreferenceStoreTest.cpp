@@ -318,10 +318,11 @@ TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsAndKeepsTheValue)
     EXPECT_TRUE(message.endsWith('.')) << message.toStdString();
     EXPECT_TRUE(message.contains("until Kestil quits")) << message.toStdString();
 
-    // Writing the same value again retries the save rather than skipping it.
+    // Writing the same value again retries the save rather than skipping it,
+    // though the value itself did not change.
     store.set("recordSystemAudio", false);
     EXPECT_EQ(recorder.failures.size(), 2);
-    EXPECT_EQ(recorder.changed.size(), 2);
+    EXPECT_EQ(recorder.changed.size(), 1);
 
     ASSERT_TRUE(QFile::remove(blocker));
     store.set("recordSystemAudio", false);
@@ -329,9 +330,34 @@ TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsAndKeepsTheValue)
     EXPECT_TRUE(store.lastWriteError().isEmpty());
     EXPECT_EQ(PreferenceStore(configDir).object("recordSystemAudio"), QVariant(false));
 
-    // Once saved, writing the same value again is no change at all.
+    // Once saved, writing the same value again writes nothing at all.
+    ASSERT_TRUE(QFile::remove(store.filePath()));
     store.set("recordSystemAudio", false);
-    EXPECT_EQ(recorder.changed.size(), 3);
+    EXPECT_FALSE(QFile::exists(store.filePath()));
+    EXPECT_EQ(recorder.changed.size(), 1);
+}
+
+TEST_F(PreferenceStoreTest, SeveralKeysAreSavedTogetherOrNotAtAll)
+{
+    PreferenceStore store(dir.path());
+    Recorder recorder(store);
+    store.set("x", 1.0);
+
+    EXPECT_THROW(store.set(QVariantMap{{"x", 5.0}, {"y", QDate(2024, 1, 1)}}), LocalError);
+    EXPECT_EQ(store.keys(), QStringList{"x"});
+    EXPECT_EQ(store.doubleValue("x"), 1.0);
+
+    QStringList seenInsideSignal;
+    QObject::connect(&store, &PreferenceStore::changed, [&](const QString &key) {
+        // Every key of the batch is in place before the first signal.
+        seenInsideSignal << key + "=" + QString::number(store.doubleValue("y"));
+    });
+    store.set(QVariantMap{{"x", 1.0}, {"y", 2.0}, {"z", QStringLiteral("z")}});
+    EXPECT_EQ(recorder.changed, (QStringList{"x", "y", "z"}));
+    EXPECT_EQ(seenInsideSignal, (QStringList{"y=2", "z=2"}));
+    const PreferenceStore reloaded(dir.path());
+    EXPECT_EQ(reloaded.doubleValue("y"), 2.0);
+    EXPECT_EQ(reloaded.string("z"), "z");
 }
 
 TEST_F(PreferenceStoreTest, ASettingsFileReplacedByAFolderReportsOnWrite)

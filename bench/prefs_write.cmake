@@ -1,0 +1,1 @@
+kestil_bench(prefs_write LINK kestil_prefs)
