@@ -64,17 +64,19 @@ public:
     // Stores a bool, an integer (any width that fits in qint64), a float or
     // double, a QString, a QStringList or a QByteArray, and saves at once.
     // Anything else is refused with a LocalError and nothing changes. Setting
-    // the value a key already holds writes nothing and signals nothing.
+    // the value a key already holds signals nothing and writes nothing, unless
+    // the last save failed: then it tries the save again.
     void set(const QString &key, const QVariant &value);
     // Several keys in one save (one file replace instead of one per key), with
-    // a changed signal for each key whose value changed. If any value is
-    // refused, none is stored.
+    // a changed signal for each key whose value changed, in key order, once all
+    // are in place. If any value is refused, none is stored.
     void set(const QVariantMap &values);
     // Removes the key and saves at once; a missing key is left alone.
     void remove(const QString &key);
 
     // The one observable value of a key, owned by the store: every observer of
-    // the key shares it and sees each write as it happens.
+    // the key shares it and sees each write as it happens. Call it on the
+    // store's thread; the value lives there.
     PreferenceValue *observe(const QString &key);
 
     // The sentence explaining why the store started empty, or an empty string.
