@@ -133,15 +133,9 @@ void AudioFileSource::read(CaptureQueue &queue, InputBlock block, FailureHandler
     for (;;) {
         {
             std::unique_lock lock(shared->mutex);
-            if (pace_ == Pace::asFastAsConsumed) {
+            if (pace_ == Pace::asFastAsConsumed)
                 shared->changed.wait(lock,
                                      [&] { return shared->stopping || shared->inFlight < maximumInFlight; });
-            } else {
-                const auto due =
-                    started + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-                                  std::chrono::duration<double>(double(delivered) / format.sampleRate));
-                shared->changed.wait_until(lock, due, [&] { return shared->stopping; });
-            }
             if (shared->stopping)
                 break;
         }
@@ -163,6 +157,16 @@ void AudioFileSource::read(CaptureQueue &queue, InputBlock block, FailureHandler
         if (frames < framesPerBuffer && sf_error(shared->file) != SF_ERR_NO_ERROR)
             failure = QStringLiteral("Reading the audio file “%1” failed: %2")
                           .arg(QFileInfo(path_).fileName(), QString::fromUtf8(sf_strerror(shared->file)));
+        if (frames > 0 && pace_ == Pace::realTime) {
+            // A microphone hands over a buffer once its last frame was heard.
+            const auto due =
+                started + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                              std::chrono::duration<double>(double(delivered + frames) / format.sampleRate));
+            std::unique_lock lock(shared->mutex);
+            shared->changed.wait_until(lock, due, [&] { return shared->stopping; });
+            if (shared->stopping)
+                break;
+        }
         if (frames > 0) {
             bytes.resize(size_t(frames * format.channelCount * sampleBytes(format.sampleFormat)));
             {

@@ -1,0 +1,407 @@
+#include "capture/DurableAudioWriter.h"
+#include "capture/RecordingFolder.h"
+
+#include "CaptureTestSupport.h"
+#include "support/SoundFiles.h"
+#include "support/TmpfsMount.h"
+
+#include <QFileInfo>
+
+#include <sndfile.h>
+
+#include <numeric>
+#include <thread>
+
+#include <sys/stat.h>
+
+using namespace kestil;
+using namespace kestil::test;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QUuid noteID = QUuid::fromString(QStringLiteral("0a1b2c3d-4e5f-4061-8293-a4b5c6d7e8f9"));
+
+class DurableAudioWriterTest : public ::testing::Test {
+protected:
+    QString segmentPath(const QString &name = QStringLiteral("S1")) const
+    {
+        return root.filePath(QStringLiteral("Recordings/") + RecordingFolder::uuidText(noteID) +
+                             QLatin1Char('/') + name);
+    }
+    QString noteFolder() const { return RecordingFolder::noteFolder(root.path(), noteID); }
+
+    // A finished segment holding the samples, as the writer makes it.
+    QString finishedSegment(const QString &name, double rate, std::span<const float> samples)
+    {
+        const QString segment = segmentPath(name);
+        DurableAudioWriter writer(segment, noteID, rate);
+        writer.append(samples);
+        writer.complete();
+        return segment;
+    }
+
+    static qint64 inode(const QString &path)
+    {
+        struct stat info;
+        return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? qint64(info.st_ino) : -1;
+    }
+
+    QTemporaryDir root;
+};
+
+std::vector<float> ramp(size_t count)
+{
+    std::vector<float> samples(count);
+    for (size_t i = 0; i < count; ++i)
+        samples[i] = float(i % 2000) / 1000.0f - 1.0f;
+    return samples;
+}
+
+} // namespace
+
+TEST_F(DurableAudioWriterTest, CreatesManifestAndEmptyRawFileBeforeTheFirstSample)
+{
+    const double before = LocalRecordingManifest::referenceSecondsNow();
+    DurableAudioWriter writer(segmentPath(), noteID, 48000);
+    const auto manifest = LocalRecordingManifest::read(segmentPath());
+    EXPECT_EQ(manifest.noteID, noteID);
+    EXPECT_EQ(manifest.sampleRate, 48000.0);
+    EXPECT_FALSE(manifest.complete);
+    EXPECT_GE(manifest.createdAt, before - 0.001);
+    EXPECT_LE(manifest.createdAt, LocalRecordingManifest::referenceSecondsNow() + 0.001);
+    EXPECT_EQ(QFileInfo(RecordingFolder::rawAudioPath(segmentPath())).size(), 0);
+    EXPECT_FALSE(QFile::exists(RecordingFolder::finalAudioPath(segmentPath())));
+    EXPECT_TRUE(writer.isOpen());
+}
+
+TEST_F(DurableAudioWriterTest, ExistingAudioIsPreservedByteForByte)
+{
+    QDir().mkpath(segmentPath());
+    ASSERT_TRUE(writeBytes(RecordingFolder::rawAudioPath(segmentPath()), "earlier audio"));
+    ASSERT_TRUE(writeBytes(RecordingFolder::manifestPath(segmentPath()), "{\"old\":true}"));
+    const auto before = snapshot(root.path());
+
+    EXPECT_EQ(thrownText([&] { DurableAudioWriter(segmentPath(), noteID, 48000); }),
+              QStringLiteral("Transcription audio already exists; it was preserved."));
+    EXPECT_EQ(snapshot(root.path()), before);
+
+    // A dangling link under the raw file's name counts as existing audio too.
+    const QString other = segmentPath(QStringLiteral("S2"));
+    QDir().mkpath(other);
+    ASSERT_TRUE(QFile::link(root.filePath(QStringLiteral("nowhere")), RecordingFolder::rawAudioPath(other)));
+    EXPECT_THROW(DurableAudioWriter(other, noteID, 48000), LocalError);
+    EXPECT_FALSE(QFile::exists(RecordingFolder::manifestPath(other)));
+}
+
+TEST_F(DurableAudioWriterTest, AppendsLittleEndianFloatsAndCompletes)
+{
+    const auto samples = ramp(10000);
+    DurableAudioWriter writer(segmentPath(), noteID, 16000);
+    writer.append(std::span<const float>(samples).first(4096));
+    writer.append(std::span<const float>(samples).subspan(4096));
+    EXPECT_EQ(readRawAudio(RecordingFolder::rawAudioPath(segmentPath())), samples);
+    EXPECT_FALSE(LocalRecordingManifest::read(segmentPath()).complete);
+
+    writer.complete();
+    EXPECT_FALSE(writer.isOpen());
+    EXPECT_TRUE(LocalRecordingManifest::read(segmentPath()).complete);
+    EXPECT_EQ(DurableAudioWriter::frameCount(segmentPath()), 10000);
+
+    EXPECT_EQ(thrownText([&] { writer.append(samples); }),
+              QStringLiteral("Transcription audio capture is closed."));
+    EXPECT_EQ(DurableAudioWriter::frameCount(segmentPath()), 10000);
+
+    // A second complete rewrites the manifest and leaves it complete.
+    writer.complete();
+    const auto manifest = LocalRecordingManifest::read(segmentPath());
+    EXPECT_TRUE(manifest.complete);
+    EXPECT_EQ(manifest, writer.manifest());
+}
+
+TEST_F(DurableAudioWriterTest, AWriterThatDiesUncompletedLeavesAnInterruptedFolder)
+{
+    const auto samples = ramp(5000);
+    {
+        DurableAudioWriter writer(segmentPath(), noteID, 48000);
+        writer.append(samples);
+    }
+    EXPECT_FALSE(LocalRecordingManifest::read(segmentPath()).complete);
+    EXPECT_EQ(readRawAudio(RecordingFolder::rawAudioPath(segmentPath())), samples);
+}
+
+TEST_F(DurableAudioWriterTest, SyncsAtMostOnceASecondDrivenByArrivingData)
+{
+    auto now = std::chrono::steady_clock::time_point{} + 100s;
+    DurableAudioWriter writer(segmentPath(), noteID, 48000, [&] { return now; });
+    const auto samples = ramp(4096);
+
+    writer.append(samples);
+    now += 500ms;
+    writer.append(samples);
+    EXPECT_EQ(writer.syncCount(), 0) << "two appends less than a second apart";
+    now += 499ms;
+    writer.append(samples);
+    EXPECT_EQ(writer.syncCount(), 0);
+    now += 1ms;
+    writer.append(samples);
+    EXPECT_EQ(writer.syncCount(), 1) << "the first append at a full second";
+    now += 999ms;
+    writer.append(samples);
+    EXPECT_EQ(writer.syncCount(), 1);
+    // A long pause with no data causes no sync until data arrives.
+    now += 60s;
+    EXPECT_EQ(writer.syncCount(), 1);
+    writer.append(samples);
+    EXPECT_EQ(writer.syncCount(), 2);
+}
+
+TEST_F(DurableAudioWriterTest, AppendsFromTheAudioThreadNeverInterleave)
+{
+    DurableAudioWriter writer(segmentPath(), noteID, 48000);
+    const std::vector<float> ones(4096, 1.0f), twos(4096, 2.0f);
+    std::thread a([&] {
+        for (int i = 0; i < 200; ++i)
+            writer.append(ones);
+    });
+    std::thread b([&] {
+        for (int i = 0; i < 200; ++i)
+            writer.append(twos);
+    });
+    a.join();
+    b.join();
+    writer.complete();
+    const auto raw = readRawAudio(RecordingFolder::rawAudioPath(segmentPath()));
+    ASSERT_EQ(raw.size(), size_t(400 * 4096));
+    for (size_t buffer = 0; buffer < 400; ++buffer) {
+        const float first = raw[buffer * 4096];
+        for (size_t i = 0; i < 4096; ++i)
+            ASSERT_EQ(raw[buffer * 4096 + i], first) << "buffer " << buffer;
+    }
+}
+
+TEST_F(DurableAudioWriterTest, FrameCountIgnoresATrailingPartialSample)
+{
+    QDir().mkpath(segmentPath());
+    ASSERT_TRUE(writeBytes(RecordingFolder::rawAudioPath(segmentPath()), QByteArray(4 * 7 + 3, '\0')));
+    EXPECT_EQ(DurableAudioWriter::frameCount(segmentPath()), 7);
+    EXPECT_EQ(thrownText([&] { DurableAudioWriter::frameCount(segmentPath(QStringLiteral("none"))); }),
+              QStringLiteral("Could not read the size of “audio.float32”: No such file or directory"));
+}
+
+TEST_F(DurableAudioWriterTest, RecordedDurationAddsSegmentsEachAtItsOwnRate)
+{
+    EXPECT_EQ(DurableAudioWriter::recordedDuration(noteFolder()), 0.0) << "no folder yet";
+    finishedSegment(QStringLiteral("A"), 48000, std::vector<float>(48000 * 2, 0.1f));
+    finishedSegment(QStringLiteral("B"), 16000, std::vector<float>(8000, 0.1f));
+    // Audio without a manifest is not a segment.
+    QDir().mkpath(segmentPath(QStringLiteral("C")));
+    ASSERT_TRUE(
+        writeBytes(RecordingFolder::rawAudioPath(segmentPath(QStringLiteral("C"))), QByteArray(400000, 1)));
+    // An empty segment is legal and adds nothing.
+    DurableAudioWriter empty(segmentPath(QStringLiteral("D")), noteID, 44100);
+    EXPECT_DOUBLE_EQ(DurableAudioWriter::recordedDuration(noteFolder()), 2.5);
+}
+
+TEST_F(DurableAudioWriterTest, RecordedDurationRefusesARateThatIsNoRateAndTouchesNothing)
+{
+    finishedSegment(QStringLiteral("A"), 48000, std::vector<float>(4800, 0.1f));
+    for (const char *file : {"rate-zero.json", "rate-negative.json"}) {
+        QDir().mkpath(segmentPath(QStringLiteral("B")));
+        ASSERT_TRUE(writeBytes(RecordingFolder::manifestPath(segmentPath(QStringLiteral("B"))),
+                               fileBytes(dataPath(QStringLiteral("manifests/") + file))));
+        const auto before = snapshot(root.path());
+        EXPECT_EQ(thrownText([&] { DurableAudioWriter::recordedDuration(noteFolder()); }),
+                  invalidFormatText());
+        EXPECT_EQ(
+            thrownText([&] { DurableAudioWriter::rebuildFinalAudio(segmentPath(QStringLiteral("B"))); }),
+            invalidFormatText());
+        EXPECT_EQ(snapshot(root.path()), before) << file;
+    }
+    ASSERT_TRUE(writeBytes(RecordingFolder::manifestPath(segmentPath(QStringLiteral("B"))),
+                           fileBytes(dataPath(QStringLiteral("manifests/truncated.json")))));
+    EXPECT_TRUE(thrownText([&] {
+                    DurableAudioWriter::recordedDuration(noteFolder());
+                }).startsWith(QStringLiteral("The recording manifest “recording.json” is damaged")));
+}
+
+TEST_F(DurableAudioWriterTest, FinalAudioIsARealCafWithTheRawSamples)
+{
+    const auto samples = ramp(100000);
+    const QString segment = finishedSegment(QStringLiteral("A"), 44100, samples);
+    const QString url = DurableAudioWriter::finalAudioURL(segment);
+    EXPECT_EQ(url, RecordingFolder::finalAudioPath(segment));
+
+    const auto sound = readSoundFile(url);
+    ASSERT_TRUE(sound);
+    EXPECT_EQ(sound->format & SF_FORMAT_TYPEMASK, SF_FORMAT_CAF);
+    EXPECT_EQ(sound->format & SF_FORMAT_SUBMASK, SF_FORMAT_FLOAT);
+    EXPECT_EQ(sound->sampleRate, 44100);
+    EXPECT_EQ(sound->channels, 1);
+    EXPECT_EQ(sound->samples, samples);
+    // The raw file and the manifest are untouched by a build.
+    EXPECT_EQ(readRawAudio(RecordingFolder::rawAudioPath(segment)), samples);
+    EXPECT_TRUE(LocalRecordingManifest::read(segment).complete);
+    EXPECT_EQ(QDir(segment).entryList(QDir::Files | QDir::Hidden),
+              (QStringList{QStringLiteral("audio.caf"), QStringLiteral("audio.float32"),
+                           QStringLiteral("recording.json")}));
+}
+
+TEST_F(DurableAudioWriterTest, AValidFinalAudioIsReturnedAsItIs)
+{
+    const QString segment = finishedSegment(QStringLiteral("A"), 48000, ramp(9000));
+    const QString url = DurableAudioWriter::finalAudioURL(segment);
+    const qint64 built = inode(url);
+    EXPECT_EQ(DurableAudioWriter::finalAudioURL(segment), url);
+    EXPECT_EQ(inode(url), built) << "not rebuilt";
+    // rebuildFinalAudio builds unconditionally.
+    DurableAudioWriter::rebuildFinalAudio(segment);
+    EXPECT_NE(inode(url), built);
+}
+
+TEST_F(DurableAudioWriterTest, AFinalAudioThatDoesNotMatchTheRawFileIsRebuilt)
+{
+    const auto samples = ramp(9000);
+    const QString segment = finishedSegment(QStringLiteral("A"), 48000, samples);
+    const QString caf = RecordingFolder::finalAudioPath(segment);
+    const struct {
+        const char *what;
+        int rate;
+        int channels;
+        size_t frames;
+    } wrong[] = {
+        {"one frame short", 48000, 1, 8999},
+        {"one frame long", 48000, 1, 9001},
+        {"another rate", 44100, 1, 9000},
+        {"two channels", 48000, 2, 9000},
+    };
+    for (const auto &w : wrong) {
+        const std::vector<float> other(w.frames * size_t(w.channels), 0.25f);
+        ASSERT_TRUE(writeSoundFile(caf, SF_FORMAT_CAF | SF_FORMAT_FLOAT, w.rate, w.channels, other));
+        EXPECT_EQ(DurableAudioWriter::finalAudioURL(segment), caf);
+        const auto sound = readSoundFile(caf);
+        ASSERT_TRUE(sound);
+        EXPECT_EQ(sound->samples, samples) << w.what;
+        EXPECT_EQ(sound->sampleRate, 48000) << w.what;
+    }
+    // Garbage under the name is no audio file at all.
+    ASSERT_TRUE(writeBytes(caf, "not a caf"));
+    DurableAudioWriter::finalAudioURL(segment);
+    EXPECT_EQ(readSoundFile(caf)->samples, samples);
+}
+
+TEST_F(DurableAudioWriterTest, AnEmptyRawFileGivesZeroSecondsAndAnEmptyValidCaf)
+{
+    const QString segment = finishedSegment(QStringLiteral("A"), 48000, {});
+    EXPECT_EQ(DurableAudioWriter::recordedDuration(noteFolder()), 0.0);
+    const auto sound = readSoundFile(DurableAudioWriter::finalAudioURL(segment));
+    ASSERT_TRUE(sound);
+    EXPECT_EQ(sound->frames(), 0);
+    EXPECT_EQ(sound->sampleRate, 48000);
+    EXPECT_TRUE(DurableAudioWriter::hasValidFinalAudio(segment, LocalRecordingManifest::read(segment)));
+}
+
+TEST_F(DurableAudioWriterTest, ABuildDropsOnlyTheTrailingPartialSampleWhateverTheChunkBoundary)
+{
+    // Around the 64 KiB step: the partial sample alone in a last chunk, and
+    // inside a full last chunk.
+    for (qint64 frames : {qint64(0), qint64(1), qint64(16383), qint64(16384), qint64(16385), qint64(32768)}) {
+        const auto samples = ramp(size_t(frames));
+        const QString segment = segmentPath(QStringLiteral("F%1").arg(frames));
+        {
+            DurableAudioWriter writer(segment, noteID, 8000);
+            writer.append(samples);
+            const char partial[3] = {1, 2, 3};
+            writer.append(partial, 3);
+        }
+        EXPECT_EQ(QFileInfo(RecordingFolder::rawAudioPath(segment)).size(), frames * 4 + 3);
+        EXPECT_EQ(DurableAudioWriter::frameCount(segment), frames);
+        const auto sound = readSoundFile(DurableAudioWriter::rebuildFinalAudio(segment));
+        ASSERT_TRUE(sound);
+        EXPECT_EQ(sound->samples, samples) << frames;
+        EXPECT_EQ(QFileInfo(RecordingFolder::rawAudioPath(segment)).size(), frames * 4 + 3)
+            << "raw untouched";
+    }
+}
+
+TEST_F(DurableAudioWriterTest, RatesNoAudioFileCanHoldAreRefused)
+{
+    for (double rate : {0.0, -8000.0, 44100.5, 1e12}) {
+        const QString segment = segmentPath(QStringLiteral("R%1").arg(rate));
+        QDir().mkpath(segment);
+        LocalRecordingManifest{noteID, 1, rate, false}.write(segment);
+        ASSERT_TRUE(writeBytes(RecordingFolder::rawAudioPath(segment), QByteArray(400, 0)));
+        EXPECT_EQ(thrownText([&] { DurableAudioWriter::rebuildFinalAudio(segment); }), invalidFormatText())
+            << rate;
+        EXPECT_FALSE(QFile::exists(RecordingFolder::finalAudioPath(segment)));
+    }
+}
+
+TEST_F(DurableAudioWriterTest, AFailedBuildRemovesItsTemporaryFileAndKeepsTheOldOne)
+{
+    const QString segment = finishedSegment(QStringLiteral("A"), 48000, ramp(1000));
+    DurableAudioWriter::finalAudioURL(segment);
+    const QByteArray oldCaf = fileBytes(RecordingFolder::finalAudioPath(segment));
+    // A raw "file" that opens but cannot be read: the build fails after it
+    // made its temporary file.
+    const QString raw = RecordingFolder::rawAudioPath(segment);
+    ASSERT_TRUE(QFile::rename(raw, raw + QStringLiteral(".kept")));
+    ASSERT_TRUE(QDir().mkdir(raw));
+    EXPECT_EQ(thrownText([&] { DurableAudioWriter::rebuildFinalAudio(segment); }),
+              QStringLiteral("Could not read “audio.float32”: Is a directory"));
+    EXPECT_EQ(QDir(segment).entryList({QStringLiteral("recovered-*")}, QDir::Files), QStringList{});
+    EXPECT_EQ(fileBytes(RecordingFolder::finalAudioPath(segment)), oldCaf);
+}
+
+TEST_F(DurableAudioWriterTest, AMissingRawFileCannotBeBuilt)
+{
+    const QString segment = segmentPath();
+    QDir().mkpath(segment);
+    LocalRecordingManifest{noteID, 1, 48000, false}.write(segment);
+    EXPECT_EQ(thrownText([&] { DurableAudioWriter::rebuildFinalAudio(segment); }),
+              QStringLiteral("Could not read “audio.float32”: No such file or directory"));
+}
+
+TEST_F(DurableAudioWriterTest, ARawFileThatCannotBeCreatedLeavesFolderAndManifest)
+{
+    // Inodes for the mount's root, three folders and the manifest: the raw
+    // file is one too many.
+    TmpfsMount disk(1 << 20, 5);
+    if (!disk.mounted())
+        GTEST_SKIP() << disk.error().toStdString();
+    const QString segment = disk.path() + QStringLiteral("/Recordings/N/S");
+    EXPECT_EQ(thrownText([&] { DurableAudioWriter(segment, noteID, 48000); }),
+              QStringLiteral("Unable to create local audio file."));
+    EXPECT_FALSE(LocalRecordingManifest::read(segment).complete);
+    EXPECT_FALSE(QFile::exists(RecordingFolder::rawAudioPath(segment)));
+}
+
+TEST_F(DurableAudioWriterTest, AFullDiskStopsAppendsAndKeepsEverythingWrittenBeforeIt)
+{
+    TmpfsMount disk(256 * 1024);
+    if (!disk.mounted())
+        GTEST_SKIP() << disk.error().toStdString();
+    const QString segment = disk.path() + QStringLiteral("/Recordings/N/S");
+    DurableAudioWriter writer(segment, noteID, 48000);
+    std::vector<float> appended;
+    QString failure;
+    for (int buffer = 0; buffer < 100 && failure.isEmpty(); ++buffer) {
+        const auto samples = sine(440 + buffer, 48000, 4096);
+        try {
+            writer.append(samples);
+            appended.insert(appended.end(), samples.begin(), samples.end());
+        } catch (const Error &error) {
+            failure = error.localizedDescription();
+        }
+    }
+    EXPECT_EQ(failure, QStringLiteral("Could not write “audio.float32”: No space left on device"));
+    const auto raw = readRawAudio(RecordingFolder::rawAudioPath(segment));
+    ASSERT_GE(raw.size(), appended.size());
+    EXPECT_TRUE(std::equal(appended.begin(), appended.end(), raw.begin())) << "audio before the failure";
+    EXPECT_GT(appended.size(), size_t(4096 * 5));
+
+    // No room for a build either: it fails and leaves nothing behind.
+    EXPECT_THROW(DurableAudioWriter::rebuildFinalAudio(segment), Error);
+    EXPECT_EQ(QDir(segment).entryList({QStringLiteral("recovered-*")}, QDir::Files), QStringList{});
+    EXPECT_EQ(readRawAudio(RecordingFolder::rawAudioPath(segment)), raw);
+}

@@ -1,0 +1,86 @@
+#include "support/SignalAnalysis.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace kestil::test {
+
+double rms(std::span<const float> samples)
+{
+    if (samples.empty())
+        return 0;
+    double sum = 0;
+    for (float s : samples)
+        sum += double(s) * double(s);
+    return std::sqrt(sum / double(samples.size()));
+}
+
+std::vector<double> energyEnvelope(std::span<const float> samples, double sampleRate, double windowSeconds)
+{
+    std::vector<double> envelope;
+    const double window = sampleRate * windowSeconds;
+    for (size_t index = 0;; ++index) {
+        const auto begin = size_t(std::llround(double(index) * window));
+        const auto end = size_t(std::llround(double(index + 1) * window));
+        if (end > samples.size())
+            break;
+        envelope.push_back(rms(samples.subspan(begin, end - begin)));
+    }
+    return envelope;
+}
+
+Alignment bestAlignment(std::span<const double> a, std::span<const double> b, int maxLag)
+{
+    Alignment best{-2, 0};
+    for (int lag = 0; lag <= maxLag; ++lag) {
+        if (size_t(lag) >= a.size())
+            break;
+        const size_t n = std::min(a.size() - size_t(lag), b.size());
+        if (n < 2)
+            break;
+        double meanA = 0, meanB = 0;
+        for (size_t i = 0; i < n; ++i) {
+            meanA += a[i + size_t(lag)];
+            meanB += b[i];
+        }
+        meanA /= double(n);
+        meanB /= double(n);
+        double covariance = 0, varianceA = 0, varianceB = 0;
+        for (size_t i = 0; i < n; ++i) {
+            const double da = a[i + size_t(lag)] - meanA;
+            const double db = b[i] - meanB;
+            covariance += da * db;
+            varianceA += da * da;
+            varianceB += db * db;
+        }
+        if (varianceA <= 0 || varianceB <= 0)
+            continue;
+        const double correlation = covariance / std::sqrt(varianceA * varianceB);
+        if (correlation > best.correlation)
+            best = {correlation, lag};
+    }
+    return best;
+}
+
+double toneShare(std::span<const float> samples, double sampleRate, double frequency)
+{
+    if (samples.empty())
+        return 0;
+    const double omega = 2 * std::numbers::pi * frequency / sampleRate;
+    const double coefficient = 2 * std::cos(omega);
+    double s1 = 0, s2 = 0, energy = 0;
+    for (float sample : samples) {
+        const double s0 = double(sample) + coefficient * s1 - s2;
+        s2 = s1;
+        s1 = s0;
+        energy += double(sample) * double(sample);
+    }
+    const double power = s1 * s1 + s2 * s2 - coefficient * s1 * s2;
+    if (energy <= 0)
+        return 0;
+    // A pure tone of N samples gives power N^2 A^2 / 4 and energy N A^2 / 2.
+    return std::min(1.0, 2 * power / (double(samples.size()) * energy));
+}
+
+} // namespace kestil::test
