@@ -1,0 +1,27 @@
+#include "core/NoteTranscript.h"
+
+#include "speech/TranscriptUtterancesCache.h"
+
+namespace kestil {
+
+QList<TranscriptUtterance> transcriptUtterances(const Note &note)
+{
+    return readTranscriptUtterances(note.objectId().uriString(), note.transcriptUtterancesJSON(),
+                                    note.transcription());
+}
+
+void setTranscriptUtterances(Note &note, const QList<TranscriptUtterance> &utterances)
+{
+    const auto payload =
+        writeTranscriptUtterances(note.objectId().uriString(), utterances, note.transcription());
+    note.setValue(QStringLiteral("transcriptUtterancesJSON"), payload ? QVariant(*payload) : QVariant());
+}
+
+void setTranscriptFromPlainText(Note &note, const QString &text)
+{
+    note.setValue(QStringLiteral("transcription"), text);
+    const auto payload = encodePlainTextEdit(text);
+    note.setValue(QStringLiteral("transcriptUtterancesJSON"), payload ? QVariant(*payload) : QVariant());
+}
+
+} // namespace kestil
