@@ -1,0 +1,45 @@
+#include "VoiceActivity.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace kestil {
+
+VoiceActivity::VoiceActivity(double sampleRate, Options options)
+    : options_(options), frameLength_(std::max(1, int(std::lround(sampleRate * options.frameSeconds)))),
+      risePerFrame_(options.floorRiseDbPerSecond * options.frameSeconds)
+{
+}
+
+double VoiceActivity::levelDb(std::span<const float> samples)
+{
+    if (samples.empty())
+        return -120.0;
+    double sum = 0;
+    for (float s : samples)
+        sum += double(s) * double(s);
+    const double rms = std::sqrt(sum / double(samples.size()));
+    if (!(rms > 1e-6))
+        return -120.0;
+    return 20.0 * std::log10(rms);
+}
+
+bool VoiceActivity::isSpeech(std::span<const float> frame)
+{
+    const double level = levelDb(frame);
+    lastLevelDb_ = level;
+    if (!primed_) {
+        // The first frame only tells the background when it is quiet; a
+        // session that starts mid-sentence must not learn speech as noise.
+        backgroundDb_ = std::min(level, options_.absoluteFloorDb);
+        primed_ = true;
+    }
+    const bool speech = level > options_.absoluteFloorDb && level > backgroundDb_ + options_.marginDb;
+    if (level < backgroundDb_)
+        backgroundDb_ = level;
+    else
+        backgroundDb_ = std::min(level, backgroundDb_ + risePerFrame_);
+    return speech;
+}
+
+} // namespace kestil

@@ -1,0 +1,274 @@
+#pragma once
+
+#include "base/Error.h"
+#include "speech/AudioFileReader.h"
+#include "speech/SpeechEngine.h"
+#include "speech/StreamResampler.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <random>
+#include <vector>
+
+namespace kestil::test {
+
+inline QString modelsDirectory()
+{
+    const QString dir = qEnvironmentVariable("KESTIL_TEST_MODELS_DIR");
+    return dir.isEmpty() ? QDir::homePath() + QStringLiteral("/.cache/kestil/models") : dir;
+}
+
+// A generated model of scripts/models/tiny_whisper.py; the test fails, with
+// the command that makes it, when it is missing.
+inline QString generatedModel(const QString &name)
+{
+    const QString path = modelsDirectory() + QLatin1Char('/') + name;
+    if (!QFile::exists(path))
+        ADD_FAILURE() << "Missing test model " << path.toStdString() << ": run scripts/test-models.sh";
+    return path;
+}
+
+inline QString tinyEnglishModel()
+{
+    return generatedModel(QStringLiteral("whisper-test-tiny.en.bin"));
+}
+
+inline QString tinyMultilingualModel()
+{
+    return generatedModel(QStringLiteral("whisper-test-tiny.bin"));
+}
+
+inline QString pocketSphinxTestData()
+{
+    return QStringLiteral("/usr/share/pocketsphinx/test/data");
+}
+
+// 16-bit little-endian mono samples as floats.
+inline std::vector<float> readRaw16(const QString &path)
+{
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
+    const QByteArray bytes = file.readAll();
+    std::vector<float> samples(std::size_t(bytes.size() / 2));
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+        const auto lo = quint8(bytes[qsizetype(2 * i)]);
+        const auto hi = qint8(bytes[qsizetype(2 * i + 1)]);
+        samples[i] = float(qint16(quint16(lo) | quint16(hi) << 8)) / 32768.0f;
+    }
+    return samples;
+}
+
+struct Clip {
+    std::vector<float> samples;
+    double rate = 0;
+};
+
+inline Clip readAudioFile(const QString &path)
+{
+    AudioFileReader reader(path);
+    Clip clip{{}, reader.sampleRate()};
+    for (;;) {
+        std::vector<float> block = reader.read(65536);
+        if (block.empty())
+            break;
+        clip.samples.insert(clip.samples.end(), block.begin(), block.end());
+    }
+    return clip;
+}
+
+// Speech synthesised by espeak-ng (22050 Hz).
+inline Clip synthesize(const QString &text, const QString &voice = QStringLiteral("en-us"))
+{
+    QTemporaryDir dir;
+    const QString wav = dir.filePath(QStringLiteral("speech.wav"));
+    QProcess espeak;
+    espeak.start(QStringLiteral("espeak-ng"), {QStringLiteral("-v"), voice, QStringLiteral("-s"),
+                                               QStringLiteral("150"), QStringLiteral("-w"), wav, text});
+    EXPECT_TRUE(espeak.waitForFinished(60000));
+    EXPECT_EQ(espeak.exitCode(), 0) << espeak.readAllStandardError().toStdString();
+    return readAudioFile(wav);
+}
+
+inline std::vector<float> resample(const std::vector<float> &samples, double from, double to)
+{
+    if (from == to)
+        return samples;
+    StreamResampler resampler(from, to);
+    std::vector<float> out;
+    resampler.process(samples, out);
+    resampler.flush(out);
+    return out;
+}
+
+// Noise shaped like speech for the energy measure: bursts at a talking level.
+inline std::vector<float> noiseBurst(double seconds, double level = 0.1, unsigned seed = 7,
+                                     double rate = 16000)
+{
+    std::mt19937 random(seed);
+    std::normal_distribution<float> noise(0.0f, float(level));
+    std::vector<float> out(std::size_t(seconds * rate));
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        // A syllable rhythm of about 4 Hz keeps the level moving like a voice.
+        const double envelope = 0.6 + 0.4 * std::sin(2.0 * M_PI * 4.0 * double(i) / rate);
+        out[i] = float(envelope) * noise(random);
+    }
+    return out;
+}
+
+// Noise at one steady level, like a fan or an idle stream's hiss.
+inline std::vector<float> steadyNoise(double seconds, double level, unsigned seed = 9, double rate = 16000)
+{
+    std::mt19937 random(seed);
+    std::normal_distribution<float> noise(0.0f, float(level));
+    std::vector<float> out(std::size_t(seconds * rate));
+    for (float &s : out)
+        s = noise(random);
+    return out;
+}
+
+inline std::vector<float> silence(double seconds, double rate = 16000)
+{
+    return std::vector<float>(std::size_t(seconds * rate), 0.0f);
+}
+
+inline void appendTo(std::vector<float> &to, const std::vector<float> &more)
+{
+    to.insert(to.end(), more.begin(), more.end());
+}
+
+inline QStringList words(const QString &text)
+{
+    QString clean = text.toLower();
+    clean.replace(QRegularExpression(QStringLiteral("[^a-z0-9' ]")), QStringLiteral(" "));
+    return clean.split(QLatin1Char(' '), Qt::SkipEmptyParts);
+}
+
+// Word error rate: word-level edit distance over the reference's length.
+inline double wordErrorRate(const QString &reference, const QString &hypothesis)
+{
+    const QStringList ref = words(reference);
+    const QStringList hyp = words(hypothesis);
+    std::vector<std::vector<int>> d(std::size_t(ref.size() + 1),
+                                    std::vector<int>(std::size_t(hyp.size() + 1)));
+    for (qsizetype i = 0; i <= ref.size(); ++i)
+        d[std::size_t(i)][0] = int(i);
+    for (qsizetype j = 0; j <= hyp.size(); ++j)
+        d[0][std::size_t(j)] = int(j);
+    for (qsizetype i = 1; i <= ref.size(); ++i) {
+        for (qsizetype j = 1; j <= hyp.size(); ++j) {
+            const int substitution =
+                d[std::size_t(i - 1)][std::size_t(j - 1)] + (ref[i - 1] == hyp[j - 1] ? 0 : 1);
+            d[std::size_t(i)][std::size_t(j)] =
+                std::min({d[std::size_t(i - 1)][std::size_t(j)] + 1,
+                          d[std::size_t(i)][std::size_t(j - 1)] + 1, substitution});
+        }
+    }
+    return ref.isEmpty() ? (hyp.isEmpty() ? 0.0 : 1.0) : double(d.back().back()) / double(ref.size());
+}
+
+// An engine whose answers the test writes, for driving a live session.
+class ScriptedEngine : public SpeechEngine {
+public:
+    using Script =
+        std::function<std::vector<SpeechResult>(std::span<const float> samples, double fedSeconds)>;
+
+    explicit ScriptedEngine(double rate = 16000, Script script = {}) : rate_(rate), script_(std::move(script))
+    {
+    }
+
+    double sampleRate() const override { return rate_; }
+
+    std::vector<SpeechResult> feed(std::span<const float> samples) override
+    {
+        std::unique_lock lock(mutex_);
+        ++feeds_;
+        entered_.notify_all();
+        changed_.wait(lock, [this] { return !held_ || aborted_; });
+        received_.insert(received_.end(), samples.begin(), samples.end());
+        if (failure_)
+            throw *failure_;
+        return script_ ? script_(samples, double(received_.size()) / rate_) : std::vector<SpeechResult>{};
+    }
+
+    std::vector<SpeechResult> finish() override
+    {
+        std::lock_guard lock(mutex_);
+        finished_ = true;
+        return finishResults_;
+    }
+
+    void abort() override
+    {
+        std::lock_guard lock(mutex_);
+        aborted_ = true;
+        changed_.notify_all();
+    }
+
+    // While held, feed() waits inside the engine, as a slow decoder would.
+    void hold()
+    {
+        std::lock_guard lock(mutex_);
+        held_ = true;
+    }
+    void release()
+    {
+        std::lock_guard lock(mutex_);
+        held_ = false;
+        changed_.notify_all();
+    }
+    // Waits until feed() has been entered `count` times.
+    bool waitForFeeds(int count)
+    {
+        std::unique_lock lock(mutex_);
+        return entered_.wait_for(lock, std::chrono::seconds(10), [&] { return feeds_ >= count; });
+    }
+    void failWith(const Error &error)
+    {
+        std::lock_guard lock(mutex_);
+        failure_ = std::make_shared<SystemError>(error.localizedDescription());
+    }
+    void setFinishResults(std::vector<SpeechResult> results)
+    {
+        std::lock_guard lock(mutex_);
+        finishResults_ = std::move(results);
+    }
+    std::vector<float> received()
+    {
+        std::lock_guard lock(mutex_);
+        return received_;
+    }
+    bool finished()
+    {
+        std::lock_guard lock(mutex_);
+        return finished_;
+    }
+
+private:
+    double rate_;
+    Script script_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::condition_variable entered_;
+    bool held_ = false;
+    bool aborted_ = false;
+    bool finished_ = false;
+    int feeds_ = 0;
+    std::shared_ptr<SystemError> failure_;
+    std::vector<SpeechResult> finishResults_;
+    std::vector<float> received_;
+};
+
+} // namespace kestil::test

@@ -1,0 +1,56 @@
+#include "speech/VoiceActivity.h"
+
+#include "SpeechTestSupport.h"
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+
+namespace {
+
+int speechFrames(VoiceActivity &vad, const std::vector<float> &signal)
+{
+    int count = 0;
+    const auto n = std::size_t(vad.frameLength());
+    for (std::size_t at = 0; at + n <= signal.size(); at += n)
+        count += vad.isSpeech(std::span<const float>(signal).subspan(at, n)) ? 1 : 0;
+    return count;
+}
+
+} // namespace
+
+TEST(VoiceActivity, SilenceAndVeryQuietSoundAreNeverSpeech)
+{
+    VoiceActivity vad(16000);
+    EXPECT_EQ(speechFrames(vad, test::silence(2.0)), 0);
+    // About -66 dBFS: below the absolute floor however quiet the room.
+    EXPECT_EQ(speechFrames(vad, test::noiseBurst(2.0, 0.0005)), 0);
+}
+
+TEST(VoiceActivity, ATalkerAfterAQuietRoomIsSpeech)
+{
+    VoiceActivity vad(16000);
+    speechFrames(vad, test::noiseBurst(1.0, 0.001, 1));
+    const int frames = speechFrames(vad, test::noiseBurst(1.0, 0.1, 2));
+    EXPECT_GE(frames, 45) << "of 50 frames";
+}
+
+TEST(VoiceActivity, SteadyNoiseIsLearntAsBackground)
+{
+    VoiceActivity vad(16000);
+    // A fan at about -30 dBFS: speech at first, then background.
+    auto fan = test::steadyNoise(30.0, 0.03, 3);
+    const std::vector<float> lastSecond(fan.end() - 16000, fan.end());
+    speechFrames(vad, std::vector<float>(fan.begin(), fan.end() - 16000));
+    EXPECT_LE(speechFrames(vad, lastSecond), 2);
+    // A voice well above the fan still counts.
+    EXPECT_GE(speechFrames(vad, test::noiseBurst(1.0, 0.3, 4)), 30)
+        << "of 50 frames; the quietest syllables drown";
+}
+
+TEST(VoiceActivity, LevelIsRootMeanSquareInDecibels)
+{
+    const std::vector<float> half(1000, 0.5f);
+    EXPECT_NEAR(VoiceActivity::levelDb(half), -6.02, 0.01);
+    EXPECT_EQ(VoiceActivity::levelDb({}), -120.0);
+}
