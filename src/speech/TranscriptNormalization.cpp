@@ -74,10 +74,8 @@ bool endsSentence(const QString &trimmed)
     return last == QLatin1Char('.') || last == QLatin1Char('!') || last == QLatin1Char('?');
 }
 
-bool isRepeat(const TranscriptUtterance &kept, const TranscriptUtterance &next)
+bool sameTimes(const TranscriptUtterance &kept, const TranscriptUtterance &next)
 {
-    if (transcriptComparisonForm(kept.text) != transcriptComparisonForm(next.text))
-        return false;
     const auto near = [](double a, double b) { return std::abs(a - b) <= duplicateTolerance; };
     const bool starts = kept.start && next.start;
     const bool ends = kept.end && next.end;
@@ -343,7 +341,38 @@ qsizetype transcriptWordCount(QStringView text)
 
 QString collapsedWhitespace(const QString &text)
 {
-    return QString(text).replace(whitespaceRun(), QStringLiteral(" ")).trimmed();
+    // Most transcript text separates words by single blanks and nothing else;
+    // collapsing that needs no regular expression, and a text already clean is
+    // returned as it is. Any other white space takes the expression's path.
+    bool clean = true;
+    for (QChar c : text) {
+        if (c == QLatin1Char(' '))
+            continue;
+        if (c.isSpace() || c.unicode() == 0x180e) // \s also takes the Mongolian vowel separator
+            return QString(text).replace(whitespaceRun(), QStringLiteral(" ")).trimmed();
+    }
+    const qsizetype size = text.size();
+    for (qsizetype i = 0; i < size && clean; ++i) {
+        if (text[i] == QLatin1Char(' ') && (i == 0 || i + 1 == size || text[i + 1] == QLatin1Char(' ')))
+            clean = false;
+    }
+    if (clean)
+        return text;
+
+    QString out;
+    out.reserve(size);
+    bool pendingBlank = false;
+    for (QChar c : text) {
+        if (c == QLatin1Char(' ')) {
+            pendingBlank = !out.isEmpty();
+            continue;
+        }
+        if (pendingBlank)
+            out.append(QLatin1Char(' '));
+        pendingBlank = false;
+        out.append(c);
+    }
+    return out;
 }
 
 QString transcriptComparisonForm(const QString &text)
@@ -362,13 +391,16 @@ QList<TranscriptUtterance> cleanedUtterances(const QList<TranscriptUtterance> &l
     kept.reserve(list.size());
     std::optional<double> latestStart;
     bool outOfOrder = false;
+    QString keptForm; // comparison form of the last kept record
     for (const TranscriptUtterance &input : list) {
         TranscriptUtterance u = input;
         u.text = u.text.trimmed();
         if (u.text.isEmpty())
             continue;
-        if (!kept.isEmpty() && isRepeat(kept.constLast(), u))
+        QString form = transcriptComparisonForm(u.text);
+        if (!kept.isEmpty() && form == keptForm && sameTimes(kept.constLast(), u))
             continue;
+        keptForm = std::move(form);
         if (u.start) {
             if (latestStart && *u.start + orderTolerance < *latestStart)
                 outOfOrder = true;

@@ -60,6 +60,27 @@ TEST(TranscriptTextHelpers, CountWordsCollapseWhitespaceAndCompare)
     EXPECT_EQ(transcriptComparisonForm(QStringLiteral("ÉCOLE Über")), QStringLiteral("école über"));
 }
 
+TEST(TranscriptTextHelpers, CollapsingAgreesWithTheWhitespaceExpression)
+{
+    // Plain blanks take a quick path; every other kind of white space the
+    // expression. Both must give what the expression alone gives.
+    const QRegularExpression run(QStringLiteral("\\s+"), QRegularExpression::UseUnicodePropertiesOption);
+    const char16_t alphabet[] = {u'a',  u'b',   u'.',   u' ',   u' ',   u' ',   u'\t',  u'\n',    u'\r',
+                                 u'\v', 0x00a0, 0x0085, 0x180e, 0x2028, 0x3000, 0x200b, u'\u00e9'};
+    quint32 state = 12345;
+    for (int n = 0; n < 3000; ++n) {
+        QString text;
+        const int length = int(state % 12);
+        for (int i = 0; i < length; ++i) {
+            state = state * 1664525u + 1013904223u;
+            text.append(QChar(alphabet[(state >> 16) % (sizeof alphabet / sizeof *alphabet)]));
+        }
+        state = state * 1664525u + 1013904223u;
+        EXPECT_EQ(collapsedWhitespace(text), QString(text).replace(run, QStringLiteral(" ")).trimmed())
+            << text.toStdString();
+    }
+}
+
 TEST(TranscriptTextHelpers, DurationSpansPresentTimesAndIsZeroOtherwise)
 {
     EXPECT_EQ(utterancesDuration({}), 0);
@@ -75,7 +96,7 @@ TEST(TranscriptTextHelpers, DurationSpansPresentTimesAndIsZeroOtherwise)
               0);
 }
 
-TEST(PlainTextUtterances, OneUntimedUtterancePerParagraph)
+TEST(TranscriptPlainText, OneUntimedUtterancePerParagraph)
 {
     EXPECT_TRUE(utterancesFromPlainText(QString()).isEmpty());
     EXPECT_TRUE(utterancesFromPlainText(QStringLiteral(" \n\n \t\n\n")).isEmpty());
@@ -95,7 +116,7 @@ TEST(PlainTextUtterances, OneUntimedUtterancePerParagraph)
     EXPECT_NE(three[0].id, three[1].id);
 }
 
-TEST(NormalizedUtterances, EmptyAndInterimOnlyListsNormaliseToNothing)
+TEST(TranscriptNormalization, EmptyAndInterimOnlyListsNormaliseToNothing)
 {
     EXPECT_TRUE(normalizedUtterances({}).isEmpty());
 
@@ -111,14 +132,14 @@ TEST(NormalizedUtterances, EmptyAndInterimOnlyListsNormaliseToNothing)
     EXPECT_EQ(idsOf(kept), QStringList({QStringLiteral("d")}));
 }
 
-TEST(NormalizedUtterances, UntimedParagraphsAreNeverMerged)
+TEST(TranscriptNormalization, UntimedParagraphsAreNeverMerged)
 {
     const auto list =
         normalizedUtterances(utterancesFromPlainText(QStringLiteral("One short line\n\nAnother")));
     EXPECT_EQ(textsOf(list), QStringList({QStringLiteral("One short line"), QStringLiteral("Another")}));
 }
 
-TEST(CleanedUtterances, RepeatedNeighboursCollapseOnlyWhenTimesAgree)
+TEST(TranscriptCleanup, RepeatedNeighboursCollapseOnlyWhenTimesAgree)
 {
     const auto first = utterance(QStringLiteral("a"), QStringLiteral("Hello  there"), 1.0, 2.0);
 
@@ -145,7 +166,7 @@ TEST(CleanedUtterances, RepeatedNeighboursCollapseOnlyWhenTimesAgree)
               QStringList({QStringLiteral("a")}));
 }
 
-TEST(CleanedUtterances, RepeatTestUsesWhicheverTimePairIsComplete)
+TEST(TranscriptCleanup, RepeatTestUsesWhicheverTimePairIsComplete)
 {
     const auto withStart = [](const char *id, double s) {
         return utterance(QString::fromLatin1(id), QStringLiteral("yes"), s);
@@ -166,7 +187,7 @@ TEST(CleanedUtterances, RepeatTestUsesWhicheverTimePairIsComplete)
     EXPECT_EQ(cleanedUtterances({withStart("a", 1.0), withEnd("b", 60.0)}).size(), 1);
 }
 
-TEST(CleanedUtterances, TrimsDropsEmptiesAndComparesWithLastKept)
+TEST(TranscriptCleanup, TrimsDropsEmptiesAndComparesWithLastKept)
 {
     const auto list = cleanedUtterances({utterance(QStringLiteral("a"), QStringLiteral("  Hi. \n")),
                                          utterance(QStringLiteral("b"), QStringLiteral("   ")),
@@ -175,7 +196,7 @@ TEST(CleanedUtterances, TrimsDropsEmptiesAndComparesWithLastKept)
     EXPECT_EQ(list[0].text, QStringLiteral("Hi."));
 }
 
-TEST(CleanedUtterances, OutOfOrderStartsAreSortedStably)
+TEST(TranscriptCleanup, OutOfOrderStartsAreSortedStably)
 {
     const auto at = [](const char *id, std::optional<double> start) {
         return utterance(QString::fromLatin1(id), QString::fromLatin1(id), start);
@@ -197,7 +218,7 @@ TEST(CleanedUtterances, OutOfOrderStartsAreSortedStably)
         QStringList({QStringLiteral("b"), QStringLiteral("c"), QStringLiteral("d"), QStringLiteral("a")}));
 }
 
-TEST(SplitUtterances, LongUntimedSentenceIsCutIntoRunsOfTwentyWords)
+TEST(TranscriptSplit, LongUntimedSentenceIsCutIntoRunsOfTwentyWords)
 {
     const auto pieces = split({utterance(QStringLiteral("x"), words(21, QStringLiteral(".")))});
     ASSERT_EQ(pieces.size(), 2);
@@ -214,7 +235,7 @@ TEST(SplitUtterances, LongUntimedSentenceIsCutIntoRunsOfTwentyWords)
     EXPECT_EQ(normalized, pieces);
 }
 
-TEST(SplitUtterances, RecordWithinLimitsStaysExactlyAsItCame)
+TEST(TranscriptSplit, RecordWithinLimitsStaysExactlyAsItCame)
 {
     // 20 words, 2 sentences, 13.8 s: within every limit, white space untouched.
     const QString text =
@@ -232,7 +253,7 @@ TEST(SplitUtterances, RecordWithinLimitsStaysExactlyAsItCame)
     EXPECT_EQ(split({slow}), QList<TranscriptUtterance>({slow}));
 }
 
-TEST(SplitUtterances, SentencesArePackedTwoToAChunkAndTimedByWordWeight)
+TEST(TranscriptSplit, SentencesArePackedTwoToAChunkAndTimedByWordWeight)
 {
     // Three short sentences exceed the sentence limit: [s1 s2] [s3].
     TranscriptUtterance three =
@@ -256,7 +277,7 @@ TEST(SplitUtterances, SentencesArePackedTwoToAChunkAndTimedByWordWeight)
     }
 }
 
-TEST(SplitUtterances, ChunksCloseBeforeExceedingTheWordLimit)
+TEST(TranscriptSplit, ChunksCloseBeforeExceedingTheWordLimit)
 {
     // 15 + 15 + 15 words: no two sentences fit 20 words together.
     const QString text = words(15, QStringLiteral("."), "a") + QLatin1Char(' ') +
@@ -280,7 +301,7 @@ TEST(SplitUtterances, ChunksCloseBeforeExceedingTheWordLimit)
     EXPECT_DOUBLE_EQ(*cut[0].end, 10.0); // 20 of 30 words
 }
 
-TEST(SplitUtterances, MissingOrInvertedTimingIsEstimatedFromWords)
+TEST(TranscriptSplit, MissingOrInvertedTimingIsEstimatedFromWords)
 {
     const QString thirty = words(30, QStringLiteral("."));
     const double estimate = 30 / 2.7; // above 2.0 s for each of the two chunks
@@ -315,7 +336,7 @@ TEST(SplitUtterances, MissingOrInvertedTimingIsEstimatedFromWords)
     EXPECT_DOUBLE_EQ(*floor.back().end, 1.0 + 4.0);
 }
 
-TEST(SplitUtterances, LastChunkRunsToTheEndAndTimesNeverGoBackwards)
+TEST(TranscriptSplit, LastChunkRunsToTheEndAndTimesNeverGoBackwards)
 {
     QList<TranscriptUtterance> input;
     for (int n = 21; n <= 90; n += 7)
@@ -335,7 +356,7 @@ TEST(SplitUtterances, LastChunkRunsToTheEndAndTimesNeverGoBackwards)
     }
 }
 
-TEST(ParagraphUtterances, QuestionClosesAGroupOnlyOnceItHasEightWords)
+TEST(TranscriptParagraphs, QuestionClosesAGroupOnlyOnceItHasEightWords)
 {
     const QList<TranscriptUtterance> sevenThenMore = {
         utterance(QStringLiteral("a"), QStringLiteral("How are you"), 0.0, 1.0),
@@ -355,7 +376,7 @@ TEST(ParagraphUtterances, QuestionClosesAGroupOnlyOnceItHasEightWords)
     EXPECT_EQ(closed[1].text, QStringLiteral("Fine. Next"));
 }
 
-TEST(ParagraphUtterances, GroupClosesAtTwelveSecondsWhateverItsLength)
+TEST(TranscriptParagraphs, GroupClosesAtTwelveSecondsWhateverItsLength)
 {
     const auto list = paragraphs({utterance(QStringLiteral("a"), QStringLiteral("One"), 0.0, 6.0),
                                   utterance(QStringLiteral("b"), QStringLiteral("two"), 6.0, 12.0),
@@ -368,7 +389,7 @@ TEST(ParagraphUtterances, GroupClosesAtTwelveSecondsWhateverItsLength)
     EXPECT_EQ(textsOf(shorter), QStringList({QStringLiteral("One two three")}));
 }
 
-TEST(ParagraphUtterances, WordAndSentenceLimitsClose)
+TEST(TranscriptParagraphs, WordAndSentenceLimitsClose)
 {
     // Reaching 20 words closes even mid-sentence.
     const auto byWords = paragraphs({utterance(QStringLiteral("a"), words(12), 0.0, 1.0),
@@ -388,7 +409,7 @@ TEST(ParagraphUtterances, WordAndSentenceLimitsClose)
     EXPECT_EQ(idsOf(sentencesThen(5)), QStringList({QStringLiteral("a")}));
 }
 
-TEST(ParagraphUtterances, OneRecordGroupIsNeverClosedByItsOwnLength)
+TEST(TranscriptParagraphs, OneRecordGroupIsNeverClosedByItsOwnLength)
 {
     const auto list = paragraphs({utterance(QStringLiteral("a"), words(25, QStringLiteral(".")), 0.0, 20.0),
                                   utterance(QStringLiteral("b"), QStringLiteral("Then."), 20.0, 21.0),
@@ -397,7 +418,7 @@ TEST(ParagraphUtterances, OneRecordGroupIsNeverClosedByItsOwnLength)
     EXPECT_EQ(transcriptWordCount(list[0].text), 26);
 }
 
-TEST(ParagraphUtterances, SpeakerChangeClosesOnlyAGroupLongEnough)
+TEST(TranscriptParagraphs, SpeakerChangeClosesOnlyAGroupLongEnough)
 {
     const auto said = [](const char *id, const QString &text, double at, std::optional<qint64> speaker) {
         auto u = utterance(QString::fromLatin1(id), text, at, at + 1.0);
@@ -428,7 +449,7 @@ TEST(ParagraphUtterances, SpeakerChangeClosesOnlyAGroupLongEnough)
     EXPECT_EQ(idsOf(change), QStringList({QStringLiteral("a"), QStringLiteral("d")}));
 }
 
-TEST(ParagraphUtterances, MergedRecordTakesSpanMajoritySpeakerAndMeanConfidence)
+TEST(TranscriptParagraphs, MergedRecordTakesSpanMajoritySpeakerAndMeanConfidence)
 {
     QList<TranscriptUtterance> list;
     const std::optional<qint64> speakers[] = {4, 7, 7, std::nullopt};
@@ -461,7 +482,7 @@ TEST(ParagraphUtterances, MergedRecordTakesSpanMajoritySpeakerAndMeanConfidence)
     EXPECT_FALSE(bare[0].speaker || bare[0].confidence);
 }
 
-TEST(ParagraphUtterances, SingleOrUntimedListsPassThrough)
+TEST(TranscriptParagraphs, SingleOrUntimedListsPassThrough)
 {
     const QList<TranscriptUtterance> single = {
         utterance(QStringLiteral("a"), QStringLiteral("  x  "), 1.0, 2.0)};
@@ -471,7 +492,7 @@ TEST(ParagraphUtterances, SingleOrUntimedListsPassThrough)
     EXPECT_EQ(paragraphs(untimed), untimed);
 }
 
-TEST(NormalizedUtterances, PiecesGetAnotherSuffixOnEachPass)
+TEST(TranscriptNormalization, PiecesGetAnotherSuffixOnEachPass)
 {
     // 30 words in 3 sentences over 12 s: cut into [20] [10], then merged back
     // into one paragraph that keeps the first piece's id.
@@ -489,7 +510,7 @@ TEST(NormalizedUtterances, PiecesGetAnotherSuffixOnEachPass)
     EXPECT_EQ(idsOf(normalizedUtterances(once)), QStringList({QStringLiteral("x-0-0")}));
 }
 
-TEST(NormalizedUtterances, LiveMeetingBecomesReadableParagraphsAndIsStableInShape)
+TEST(TranscriptNormalization, LiveMeetingBecomesReadableParagraphsAndIsStableInShape)
 {
     // Short live results, roughly one per 1.5 s, some repeated by the engine.
     QList<TranscriptUtterance> live;

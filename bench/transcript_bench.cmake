@@ -1,0 +1,1 @@
+kestil_bench(transcript_bench LINK kestil_speech)
