@@ -93,6 +93,27 @@ qsizetype characterCount(const QString &text)
     return count;
 }
 
+QString leftCharacters(const QString &text, qsizetype count)
+{
+    if (text.isEmpty() || count <= 0)
+        return {};
+    UErrorCode status = U_ZERO_ERROR;
+    std::unique_ptr<UBreakIterator, BreakIteratorCloser> iterator(
+        ubrk_open(UBRK_CHARACTER, "en_US_POSIX", reinterpret_cast<const UChar *>(text.utf16()),
+                  int32_t(text.size()), &status));
+    if (U_FAILURE(status) || !iterator)
+        return text.left(count);
+    ubrk_first(iterator.get());
+    int32_t end = 0;
+    for (qsizetype taken = 0; taken < count; ++taken) {
+        const int32_t next = ubrk_next(iterator.get());
+        if (next == UBRK_DONE)
+            return text;
+        end = next;
+    }
+    return text.left(end);
+}
+
 QStringList words(const QString &text)
 {
     QStringList result;

@@ -19,6 +19,9 @@ qsizetype wordCount(const QString &text);
 // The number of user-perceived characters (grapheme clusters).
 qsizetype characterCount(const QString &text);
 
+// The first `count` user-perceived characters of the text.
+QString leftCharacters(const QString &text, qsizetype count);
+
 // The words that ICU's word boundaries find, in order, each as it is spelled.
 QStringList words(const QString &text);
 

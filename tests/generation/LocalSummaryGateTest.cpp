@@ -1,0 +1,134 @@
+#include "generation/LocalSummary.h"
+
+#include "ScriptedLanguageModel.h"
+#include "TestPrinters.h"
+
+#include <QElapsedTimer>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+using Reason = LanguageModelUnavailableReason;
+
+TEST(LocalSummaryReadiness, NamesTheReasonOrTheLanguage)
+{
+    ScriptedLanguageModel model;
+    const QLocale english(QStringLiteral("en_US"));
+    EXPECT_FALSE(LocalSummary::readiness(model, english).has_value());
+    EXPECT_EQ(LocalSummary::readiness(model, QLocale(QStringLiteral("ja_JP"))),
+              "The on-device summary model does not support this language.");
+    model.availabilityValue = LanguageModelAvailability::unavailable(Reason::modelNotReady);
+    EXPECT_EQ(LocalSummary::readiness(model, english),
+              "On-device summaries unavailable: modelNotReady. Your notes and transcripts remain available.");
+    model.availabilityValue = LanguageModelAvailability::unavailable(Reason::languageModelDisabled);
+    EXPECT_EQ(LocalSummary::readiness(model, QLocale(QStringLiteral("ja_JP"))),
+              "On-device summaries unavailable: languageModelDisabled. Your notes and transcripts remain "
+              "available.");
+}
+
+TEST(LocalSummaryReadiness, LaunchStatusSortsReasonsIntoCurableAndNot)
+{
+    ScriptedLanguageModel model;
+    const QLocale english(QStringLiteral("en_US"));
+    auto status = LocalSummary::modelStatus(model, english);
+    EXPECT_EQ(status.state, LocalSummary::ModelStatus::State::available);
+    EXPECT_EQ(status.statusLine, "On-device summaries ready.");
+    EXPECT_FALSE(LocalSummary::onboardingText(model, english).has_value());
+
+    model.availabilityValue = LanguageModelAvailability::unavailable(Reason::deviceNotEligible);
+    status = LocalSummary::modelStatus(model, english);
+    EXPECT_EQ(status.state, LocalSummary::ModelStatus::State::unavailableForGood);
+    EXPECT_EQ(
+        status.statusLine,
+        "On-device summaries unavailable: deviceNotEligible. Your notes and transcripts remain available.");
+
+    for (Reason reason : {Reason::modelNotReady, Reason::languageModelDisabled}) {
+        model.availabilityValue = LanguageModelAvailability::unavailable(reason);
+        status = LocalSummary::modelStatus(model, english);
+        EXPECT_EQ(status.state, LocalSummary::ModelStatus::State::unavailableButCurable);
+        EXPECT_EQ(status.refusal, status.statusLine);
+        EXPECT_TRUE(LocalSummary::onboardingText(model, english).has_value());
+    }
+
+    // Available but not in this language: still available, with the refusal shown.
+    model.availabilityValue = LanguageModelAvailability::available();
+    status = LocalSummary::modelStatus(model, QLocale(QStringLiteral("ko_KR")));
+    EXPECT_EQ(status.state, LocalSummary::ModelStatus::State::available);
+    EXPECT_EQ(status.statusLine, "The on-device summary model does not support this language.");
+    EXPECT_EQ(
+        LocalSummary::onboardingText(model, QLocale(QStringLiteral("ko_KR"))),
+        "The on-device language model does not support the selected language for summaries. You can choose "
+        "another language in Settings.");
+}
+
+TEST(LocalSummaryMarkdownForDisplay, RemovesOnlyAnOuterFence)
+{
+    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("```md\n## Summary\n- one\n```")),
+              "## Summary\n- one");
+    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("  ```Markdown  \n## A\n")), "## A");
+    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("```\n## A\n  ```  \n\n")), "## A");
+    // A blank inside the marker is no fence; the text comes back as given, untrimmed.
+    const QString spaced = QStringLiteral("``` markdown\n## A\n```\n");
+    EXPECT_EQ(LocalSummary::markdownForDisplay(spaced), spaced);
+    const QString plain = QStringLiteral("\n## Summary\nText  ");
+    EXPECT_EQ(LocalSummary::markdownForDisplay(plain), plain);
+    // An opening fence alone, and one whose closing line has not come yet.
+    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("```markdown")), "");
+    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("```md\n## Sum")), "## Sum");
+    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("```\n\n## A\n\n```")), "\n## A\n");
+    EXPECT_EQ(LocalSummary::markdownForDisplay(QString()), "");
+}
+
+TEST(LocalSummaryTimeLimit, AValueBeforeTheLimitWins)
+{
+    EXPECT_EQ(LocalSummary::withTimeLimit(std::chrono::milliseconds(500), QStringLiteral("late"),
+                                          CancellationToken(),
+                                          [](const CancellationToken &) { return QStringLiteral("done"); }),
+              "done");
+}
+
+TEST(LocalSummaryTimeLimit, AStalledOperationFailsWithTheMessageAtTheLimit)
+{
+    QElapsedTimer timer;
+    timer.start();
+    try {
+        LocalSummary::withTimeLimit(std::chrono::milliseconds(100), QStringLiteral("Took too long."),
+                                    CancellationToken(), [](const CancellationToken &limited) {
+                                        while (!limited.isCancelled())
+                                            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                                        throw CancellationError();
+                                        return QString();
+                                    });
+        FAIL() << "no time limit";
+    } catch (const LocalError &error) {
+        EXPECT_EQ(error.message(), "Took too long.");
+    }
+    EXPECT_GE(timer.elapsed(), 95);
+    EXPECT_LT(timer.elapsed(), 1000);
+}
+
+TEST(LocalSummaryTimeLimit, CancellingTheJobIsNotATimeOut)
+{
+    CancellationToken job;
+    std::thread canceller([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        job.cancel();
+    });
+    EXPECT_THROW(LocalSummary::withTimeLimit(std::chrono::seconds(30), QStringLiteral("late"), job,
+                                             [](const CancellationToken &limited) {
+                                                 while (!limited.isCancelled())
+                                                     std::this_thread::sleep_for(
+                                                         std::chrono::milliseconds(1));
+                                                 limited.checkCancellation();
+                                                 return QString();
+                                             }),
+                 CancellationError);
+    canceller.join();
+    // Other failures pass through as they are.
+    EXPECT_THROW(LocalSummary::withTimeLimit(std::chrono::seconds(30), QStringLiteral("late"),
+                                             CancellationToken(),
+                                             [](const CancellationToken &) -> QString {
+                                                 throw SystemError(QStringLiteral("Disk full."));
+                                             }),
+                 SystemError);
+}

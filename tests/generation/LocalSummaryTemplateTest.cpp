@@ -1,0 +1,86 @@
+#include "generation/LocalSummaryTemplate.h"
+
+#include "TestPrinters.h"
+
+#include <QJsonDocument>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+namespace T = LocalSummaryTemplates;
+
+TEST(LocalSummaryTemplate, KeysTitlesAndCategoriesInMenuOrder)
+{
+    QStringList keys;
+    QStringList meetings;
+    for (LocalSummaryTemplate value : T::allCases) {
+        keys.append(T::id(value));
+        if (T::category(value) == QStringLiteral("Meetings")) {
+            meetings.append(T::rawValue(value));
+        } else {
+            EXPECT_FALSE(T::category(value).has_value());
+        }
+        if (value != LocalSummaryTemplate::meeting) {
+            EXPECT_EQ(T::displayTitle(value), T::rawValue(value));
+        }
+    }
+    EXPECT_EQ(keys,
+              (QStringList{"default-summary", "personal-note", "brain-dump", "lecture", "meetings/general",
+                           "meetings/1-1", "meetings/all-hands", "meetings/brainstorming",
+                           "meetings/networking", "meetings/project-kickoff", "meetings/sprint-planning",
+                           "meetings/stand-up", "meetings/weekly-project-status", "Concise", "Study"}));
+    EXPECT_EQ(meetings, (QStringList{"Meeting", "1:1 Meeting", "All-Hands Meeting", "Brainstorming Session",
+                                     "Networking Event", "Project Kickoff", "Sprint Planning",
+                                     "Stand-up Meeting", "Weekly Project Status"}));
+    EXPECT_EQ(T::displayTitle(LocalSummaryTemplate::meeting), "General Meeting");
+}
+
+TEST(LocalSummaryTemplate, StoredStringsResolveByKeyThenTitleElseAuto)
+{
+    EXPECT_EQ(T::fromStored(std::nullopt), LocalSummaryTemplate::autoSummary);
+    EXPECT_EQ(T::fromStored(QString()), LocalSummaryTemplate::autoSummary);
+    EXPECT_EQ(T::fromStored(QStringLiteral("meetings/stand-up")), LocalSummaryTemplate::standUp);
+    EXPECT_EQ(T::fromStored(QStringLiteral("Meeting")), LocalSummaryTemplate::meeting);
+    EXPECT_EQ(T::fromStored(QStringLiteral("Weekly Project Status")), LocalSummaryTemplate::weeklyStatus);
+    EXPECT_EQ(T::fromStored(QStringLiteral("General Meeting")), LocalSummaryTemplate::autoSummary);
+    EXPECT_EQ(T::fromStored(QStringLiteral("Concise")), LocalSummaryTemplate::concise);
+    EXPECT_EQ(T::fromStored(QStringLiteral("study")), LocalSummaryTemplate::autoSummary);
+    EXPECT_EQ(T::fromStored(QStringLiteral("meetings/retro-v2")), LocalSummaryTemplate::autoSummary);
+}
+
+TEST(LocalSummaryTemplate, FinalPromptHeadIsInstructionFormatAndClosing)
+{
+    const QString head = T::finalPromptHead(LocalSummaryTemplate::personalNote);
+    EXPECT_TRUE(head.startsWith(QStringLiteral("Write Markdown notes from a voice note someone spoke for "
+                                               "themselves. Write plainly, as their own notes; "
+                                               "never say \"the user\" or \"the speaker\".")));
+    EXPECT_TRUE(
+        head.contains(QStringLiteral("without a bold label.\nFormat: start with \"## Summary\" and a two or "
+                                     "three sentence overview.")));
+    EXPECT_TRUE(
+        head.endsWith(QStringLiteral("do not repeat it under another heading.\nCreate one summary. Combine "
+                                     "overlapping facts; do not repeat sections. End after the summary.")));
+    EXPECT_EQ(T::instructionText(LocalSummaryTemplate::concise),
+              "Write a short Markdown summary: the overview, then a single Key Points section of at most six "
+              "items.");
+}
+
+TEST(LocalSummaryTemplate, SubmenuRowsAndTheirTitle)
+{
+    const QList<Template> rows{
+        {"meetings/general", "Team meeting", "Notes of a meeting", QStringLiteral("Meetings")},
+        {"Study", "Study notes", "For learning", std::nullopt}};
+    EXPECT_EQ(Template::currentTitle(std::nullopt, rows), "Auto");
+    EXPECT_EQ(Template::currentTitle(QStringLiteral("Meeting"), rows), "Team meeting");
+    EXPECT_EQ(Template::currentTitle(QStringLiteral("Study"), rows), "Study notes");
+    EXPECT_EQ(Template::currentTitle(QStringLiteral("lecture"), rows), "Auto");
+
+    const QJsonObject json = rows.first().toJson();
+    EXPECT_EQ(
+        QJsonDocument(json).toJson(QJsonDocument::Compact),
+        R"({"category":"Meetings","description":"Notes of a meeting","key":"meetings/general","title":"Team meeting"})");
+    EXPECT_EQ(Template::fromJson(json), rows.first());
+    EXPECT_FALSE(rows.last().toJson().contains(QStringLiteral("category")));
+    EXPECT_EQ(Template::fromJson(rows.last().toJson()), rows.last());
+    EXPECT_FALSE(Template::fromJson(QJsonObject{{"key", "x"}, {"title", "y"}}).has_value());
+}

@@ -1,0 +1,137 @@
+#pragma once
+
+#include "generation/LanguageModel.h"
+
+#include "base/Error.h"
+
+#include <QList>
+#include <QStringList>
+
+#include <chrono>
+#include <thread>
+#include <variant>
+
+// A language model for unit tests: it counts a token for every four bytes of
+// UTF-8 (rounded up) plus a fixed cost for the chat turn, and answers with the
+// replies it was given, in order. A reply can be text, a stream of snapshots,
+// a record, an error, or a stall that lasts until the request is cancelled.
+class ScriptedLanguageModel final : public kestil::LanguageModel {
+public:
+    struct Stall {};
+    struct Stream {
+        QStringList snapshots;
+        std::chrono::milliseconds pause{0}; // between snapshots
+    };
+    using Reply = std::variant<QString, Stream, QJsonObject, kestil::LocalError, Stall>;
+
+    struct Request {
+        QString instructions;
+        QString prompt;
+        kestil::GenerationOptions options;
+        bool streamed = false;
+        bool structured = false;
+    };
+
+    static constexpr qint64 turnTokens = 5;
+
+    kestil::LanguageModelAvailability availabilityValue = kestil::LanguageModelAvailability::available();
+    QStringList languages{QStringLiteral("en")};
+    qint64 contextTokens = 4096;
+    QList<Reply> replies;
+    QList<Request> requests;
+    int tokenCounts = 0;
+    // Called before each reply, for tests that act between requests.
+    std::function<void(const Request &)> onRequest;
+    // Answers when the list of replies is empty.
+    std::function<Reply(const Request &)> responder;
+
+    static qint64 tokensOf(const QString &text) { return (text.toUtf8().size() + 3) / 4; }
+
+    kestil::LanguageModelAvailability availability() const override { return availabilityValue; }
+    bool supportsLocale(const QLocale &locale) const override
+    {
+        for (const QString &language : languages) {
+            if (QLocale(language).language() == locale.language())
+                return true;
+        }
+        return false;
+    }
+    qint64 contextSize() const override { return contextTokens; }
+    qint64 tokenCount(const Instructions &instructions) override
+    {
+        ++tokenCounts;
+        return turnTokens + tokensOf(instructions.text);
+    }
+    qint64 tokenCount(const Prompt &prompt) override
+    {
+        ++tokenCounts;
+        return turnTokens + tokensOf(prompt.text);
+    }
+
+    QString respond(const QString &instructions, const QString &prompt,
+                    const kestil::GenerationOptions &options,
+                    const kestil::CancellationToken &cancel) override
+    {
+        const Reply reply = next({instructions, prompt, options, false, false}, cancel);
+        if (const QString *text = std::get_if<QString>(&reply))
+            return *text;
+        if (const Stream *stream = std::get_if<Stream>(&reply))
+            return stream->snapshots.isEmpty() ? QString() : stream->snapshots.last();
+        throw kestil::LocalError(QStringLiteral("The script gave a record to a text request."));
+    }
+
+    QJsonObject respond(const QString &instructions, const QString &prompt,
+                        const kestil::GenerationSchema &schema, bool,
+                        const kestil::GenerationOptions &options,
+                        const kestil::CancellationToken &cancel) override
+    {
+        const Reply reply = next({instructions, prompt, options, false, true}, cancel);
+        if (const QJsonObject *record = std::get_if<QJsonObject>(&reply))
+            return schema.validated(*record);
+        throw kestil::LocalError(QStringLiteral("The script gave text to a record request."));
+    }
+
+    void streamResponse(const QString &instructions, const QString &prompt,
+                        const kestil::GenerationOptions &options, const kestil::CancellationToken &cancel,
+                        const SnapshotHandler &onSnapshot) override
+    {
+        const Reply reply = next({instructions, prompt, options, true, false}, cancel);
+        QStringList snapshots;
+        std::chrono::milliseconds pause{0};
+        if (const QString *text = std::get_if<QString>(&reply)) {
+            snapshots = {*text};
+        } else if (const Stream *stream = std::get_if<Stream>(&reply)) {
+            snapshots = stream->snapshots;
+            pause = stream->pause;
+        } else {
+            throw kestil::LocalError(QStringLiteral("The script gave a record to a stream request."));
+        }
+        for (const QString &snapshot : snapshots) {
+            cancel.checkCancellation();
+            if (!onSnapshot(snapshot))
+                return;
+            if (pause.count() > 0)
+                std::this_thread::sleep_for(pause);
+        }
+    }
+
+private:
+    Reply next(const Request &request, const kestil::CancellationToken &cancel)
+    {
+        cancel.checkCancellation();
+        requests.append(request);
+        if (onRequest)
+            onRequest(request);
+        if (replies.isEmpty() && !responder)
+            throw kestil::LocalError(QStringLiteral("The script has no reply left."));
+        const Reply reply = replies.isEmpty() ? responder(request) : replies.takeFirst();
+        if (const kestil::LocalError *error = std::get_if<kestil::LocalError>(&reply))
+            throw *error;
+        if (std::holds_alternative<Stall>(reply)) {
+            while (!cancel.isCancelled())
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            throw kestil::CancellationError();
+        }
+        return reply;
+    }
+};
