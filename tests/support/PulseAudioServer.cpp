@@ -76,8 +76,6 @@ QString PulseAudioServer::start()
                        "sink_properties=device.description=Speakers\n"
                        "load-module module-null-sink sink_name=%3 rate=%4 channels=%6 "
                        "sink_properties=device.description=MicrophoneFeed\n"
-                       "load-module module-remap-source source_name=%7 master=%3.monitor channels=%6 "
-                       "source_properties=device.description=Microphone\n"
                        "set-default-sink %2\n"
                        "set-default-source %7\n")
             .arg(dir, QLatin1String(speakers), QLatin1String(micFeed))
@@ -147,6 +145,41 @@ QString PulseAudioServer::start()
         }
         QThread::msleep(50);
     }
+    const QString warm = keepWarm({QLatin1String(speakers) + QStringLiteral(".monitor"),
+                                   QLatin1String(micFeed) + QStringLiteral(".monitor")});
+    if (!warm.isEmpty()) {
+        const QString text = log();
+        stop();
+        return warm + QLatin1Char('\n') + text;
+    }
+    return {};
+}
+
+// A null sink renders in blocks of up to two seconds until some stream asks
+// for less, and a monitor delivers nothing in between: a test would lose its
+// first seconds. A recorder that asks for 10 ms on each monitor, kept for the
+// server's life, makes the sinks behave like sound cards.
+QString PulseAudioServer::keepWarm(const QStringList &sources)
+{
+    for (const QString &source : sources) {
+        auto warmer = std::make_unique<QProcess>();
+        warmer->start(
+            QStringLiteral("sh"),
+            {QStringLiteral("-c"),
+             QStringLiteral("parec --device=\"$1\" --latency-msec=10 --format=u8 --rate=8000 "
+                            "--channels=1 --raw | { head -c 1 >/dev/null; echo warm >&2; cat >/dev/null; }"),
+             QStringLiteral("sh"), source});
+        warmers_.push_back(std::move(warmer));
+    }
+    QElapsedTimer waited;
+    waited.start();
+    for (const auto &warmer : warmers_) {
+        while (!warmer->readAllStandardError().contains("warm")) {
+            if (waited.elapsed() > 10000 || warmer->state() == QProcess::NotRunning)
+                return QStringLiteral("the sinks' monitors deliver nothing");
+            warmer->waitForReadyRead(100);
+        }
+    }
     return {};
 }
 
@@ -162,6 +195,14 @@ void PulseAudioServer::stop()
             ::kill(pid_t(pid_), SIGKILL);
         pid_ = 0;
     }
+    // The recorders end with the server's connection.
+    for (const auto &warmer : warmers_) {
+        if (!warmer->waitForFinished(2000)) {
+            warmer->kill();
+            warmer->waitForFinished(1000);
+        }
+    }
+    warmers_.clear();
     restoreEnvironment();
     directory_.reset();
 }
@@ -187,6 +228,14 @@ bool PulseAudioServer::play(const QString &file, const QString &sink, QString *e
     if (!ok && error)
         *error = QString::fromUtf8(player.readAll());
     return ok;
+}
+
+std::unique_ptr<QProcess> PulseAudioServer::startPlaying(const QString &file, const QString &sink) const
+{
+    auto player = std::make_unique<QProcess>();
+    player->setProcessChannelMode(QProcess::MergedChannels);
+    player->start(QStringLiteral("paplay"), {QStringLiteral("--device=") + sink, file});
+    return player;
 }
 
 int PulseAudioServer::pactl(const QStringList &arguments, QString *out) const

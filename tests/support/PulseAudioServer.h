@@ -1,10 +1,12 @@
 #pragma once
 
+#include <QProcess>
 #include <QString>
 #include <QTemporaryDir>
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace kestil::test {
 
@@ -17,7 +19,9 @@ namespace kestil::test {
 //   speakers   a null sink, the default sink; what the computer "plays".
 //   micFeed    a second null sink; what is played into it is what the
 //              virtual microphone hears.
-//   microphone a remap source over micFeed's monitor, the default source.
+//   microphone micFeed's monitor, the default source. (A remap source over
+//              the monitor would look more like a device, but PulseAudio
+//              16 delivers nothing through it until its sink has played.)
 class PulseAudioServer {
 public:
     struct Options {
@@ -28,7 +32,7 @@ public:
 
     static constexpr const char *speakers = "kestil_speakers";
     static constexpr const char *micFeed = "kestil_mic_feed";
-    static constexpr const char *microphone = "kestil_mic";
+    static constexpr const char *microphone = "kestil_mic_feed.monitor";
 
     PulseAudioServer();
     explicit PulseAudioServer(Options options);
@@ -54,6 +58,10 @@ public:
     // Returns false (with paplay's output in `error`) on failure.
     bool play(const QString &file, const QString &sink, QString *error = nullptr) const;
 
+    // Starts playing a sound file into a sink and returns at once; the
+    // caller waits for the process.
+    std::unique_ptr<QProcess> startPlaying(const QString &file, const QString &sink) const;
+
     // Runs pactl with the arguments; returns its exit code (output in `out`).
     int pactl(const QStringList &arguments, QString *out = nullptr) const;
 
@@ -63,10 +71,12 @@ public:
 
 private:
     void restoreEnvironment();
+    QString keepWarm(const QStringList &sources);
 
     Options options_;
     std::unique_ptr<QTemporaryDir> directory_;
     qint64 pid_ = 0;
+    std::vector<std::unique_ptr<QProcess>> warmers_;
     struct Saved {
         QByteArray name;
         std::optional<QByteArray> value;

@@ -22,7 +22,8 @@ struct Alignment {
 };
 Alignment bestAlignment(std::span<const double> a, std::span<const double> b, int maxLag);
 
-// The share of the signal's energy at one frequency (Goertzel), 0 to 1.
+// The share of the signal's energy at one frequency (Goertzel over
+// stretches of 4096 samples, weighted by their energy), 0 to 1.
 double toneShare(std::span<const float> samples, double sampleRate, double frequency);
 
 } // namespace kestil::test
