@@ -143,8 +143,8 @@ QList<ManagedObjectPtr> ManagedObjectContext::fetch(const FetchRequest &request)
         where = AttributeEquals{request.equals->first, request.equals->second};
     // Bring every matching stored row into memory; rows already here keep
     // their in-memory values, which are what the answer is judged on.
-    for (const auto &row : store_.select(entity, where))
-        materialise(entity, row.primaryKey);
+    for (qint64 key : store_.selectPrimaryKeys(entity, where))
+        materialise(entity, key);
 
     QList<ManagedObjectPtr> result;
     for (const auto &o : objects_) {

@@ -372,10 +372,10 @@ QString selectColumns(const EntityDescription &entity)
 }
 } // namespace
 
-QList<StoredRow> SqliteStore::select(const EntityDescription &entity,
-                                     const std::optional<AttributeEquals> &where, int limit) const
+QList<qint64> SqliteStore::selectPrimaryKeys(const EntityDescription &entity,
+                                             const std::optional<AttributeEquals> &where, int limit) const
 {
-    QString sql = QStringLiteral("SELECT %1 FROM %2").arg(selectColumns(entity), entity.table);
+    QString sql = QStringLiteral("SELECT pk FROM %1").arg(entity.table);
     std::optional<AttributeDescription> attribute;
     if (where) {
         attribute = entity.attribute(where->key);
@@ -391,13 +391,13 @@ QList<StoredRow> SqliteStore::select(const EntityDescription &entity,
         throwReadError(db_);
     if (where)
         st.bind(1, where->value, attribute->type);
-    QList<StoredRow> rows;
+    QList<qint64> keys;
     int rc;
     while ((rc = sqlite3_step(st.get())) == SQLITE_ROW)
-        rows.append(readRow(entity, st.get()));
+        keys.append(sqlite3_column_int64(st.get(), 0));
     if (rc != SQLITE_DONE)
         throwReadError(db_);
-    return rows;
+    return keys;
 }
 
 std::optional<StoredRow> SqliteStore::selectByPrimaryKey(const EntityDescription &entity,

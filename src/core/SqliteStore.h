@@ -63,8 +63,10 @@ public:
     int schemaVersion() const;
     sqlite3 *handle() const { return db_; }
 
-    QList<StoredRow> select(const EntityDescription &entity, const std::optional<AttributeEquals> &where,
-                            int limit = 0) const;
+    // Only the keys of the matching rows, in key order: what a fetch needs to
+    // find rows it does not hold in memory yet.
+    QList<qint64> selectPrimaryKeys(const EntityDescription &entity, const std::optional<AttributeEquals> &where,
+                                    int limit = 0) const;
     std::optional<StoredRow> selectByPrimaryKey(const EntityDescription &entity, qint64 primaryKey) const;
     qint64 allocatePrimaryKey(const EntityDescription &entity);
 

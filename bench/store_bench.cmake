@@ -1,0 +1,1 @@
+kestil_bench(store_bench LINK kestil_core)
