@@ -10,7 +10,7 @@ KESTIL_APT_BUILD=(build-essential cmake ninja-build pkg-config git ca-certificat
   qt6-base-dev qt6-base-dev-tools libgl-dev libsqlite3-dev libpulse-dev libsndfile1-dev libsoxr-dev
   libicu-dev libcmark-gfm-dev libcmark-gfm-extensions-dev libpocketsphinx-dev libsphinxbase-dev
   pocketsphinx-en-us wordnet-base googletest libgtest-dev libgmock-dev)
-KESTIL_APT_RUN=(pulseaudio-utils dbus)
+KESTIL_APT_RUN=(qt6-qpa-plugins fonts-dejavu-core pulseaudio-utils dbus)
 KESTIL_APT_TEST=(pulseaudio pulseaudio-utils espeak-ng sox xvfb xdotool poppler-utils dbus dbus-x11
   dunst imagemagick pocketsphinx-testdata python3 python3-numpy python3-pip python3-venv xauth)
 

@@ -169,12 +169,20 @@ QString displayTagName(const QString &text)
     return result;
 }
 
+QString shortTimeFormat(const QLocale &locale)
+{
+    // Some locales' short format still carries seconds; a note's time never does.
+    QString format = locale.timeFormat(QLocale::ShortFormat);
+    format.remove(QStringLiteral(":ss"));
+    return format;
+}
+
 QString abbreviatedDateTime(const QDateTime &dateTime)
 {
     const QLocale locale;
     const QDateTime local = dateTime.toLocalTime();
     return locale.toString(local.date(), QStringLiteral("MMM d, yyyy")) + QStringLiteral(" at ") +
-           locale.toString(local.time(), QLocale::ShortFormat);
+           locale.toString(local.time(), shortTimeFormat(locale));
 }
 
 QVariantMap generatedNoteFields(const QString &summary, const QString &summaryType, const QString &title,

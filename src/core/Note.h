@@ -4,6 +4,7 @@
 #include "core/ManagedObject.h"
 #include "core/Tag.h"
 
+#include <QLocale>
 #include <QSet>
 #include <QStringList>
 #include <QVariantMap>
@@ -75,6 +76,8 @@ QString canonicalTagName(const QString &text);
 // Blanks become "-", then only letters, digits and "-" stay.
 QString displayTagName(const QString &text);
 
+// The locale's short time format, hours and minutes only.
+QString shortTimeFormat(const QLocale &locale);
 // The date of a note in the automatic title shape of the current locale.
 QString abbreviatedDateTime(const QDateTime &dateTime);
 

@@ -35,7 +35,7 @@ QString NoteListItemModel::dateText(const Note &note)
     const QDateTime local = note.effectiveTimestamp().toLocalTime();
     const QLocale locale;
     return locale.toString(local.date(), QLocale::LongFormat) + QStringLiteral(", ") +
-           locale.toString(local.time(), QLocale::ShortFormat);
+           locale.toString(local.time(), shortTimeFormat(locale));
 }
 
 QVariant NoteListItemModel::data(const QModelIndex &index, int role) const

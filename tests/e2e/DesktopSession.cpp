@@ -1,0 +1,122 @@
+#include "DesktopSession.h"
+
+#include <QDir>
+#include <QThread>
+
+#include <unistd.h>
+
+namespace kestil::testing {
+
+DesktopSession::DesktopSession()
+{
+    int fds[2];
+    if (pipe(fds) != 0)
+        return;
+    // Xvfb picks a free display and writes its number to the descriptor.
+    xvfb_.setProgram(QStringLiteral("Xvfb"));
+    xvfb_.setArguments({QStringLiteral("-displayfd"), QString::number(fds[1]), QStringLiteral("-screen"),
+                        QStringLiteral("0"), QStringLiteral("1280x800x24"), QStringLiteral("-nolisten"),
+                        QStringLiteral("tcp")});
+    xvfb_.setChildProcessModifier([fd = fds[0]] { ::close(fd); });
+    xvfb_.start();
+    ::close(fds[1]);
+    QByteArray number;
+    char c;
+    while (::read(fds[0], &c, 1) == 1 && c != '\n')
+        number.append(c);
+    ::close(fds[0]);
+    if (!number.isEmpty())
+        display_ = QLatin1Char(':') + QString::fromLatin1(number);
+}
+
+DesktopSession::~DesktopSession()
+{
+    stopKestil();
+    xvfb_.terminate();
+    xvfb_.waitForFinished(5000);
+}
+
+QProcessEnvironment DesktopSession::environment() const
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("DISPLAY"), display_);
+    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
+    env.insert(QStringLiteral("KESTIL_CONFIG_DIR"), config_.path());
+    env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    return env;
+}
+
+QString DesktopSession::run(const QString &program, const QStringList &arguments, int timeoutMs) const
+{
+    QProcess p;
+    p.setProcessEnvironment(environment());
+    p.start(program, arguments);
+    if (!p.waitForFinished(timeoutMs)) {
+        p.kill();
+        p.waitForFinished();
+        return {};
+    }
+    return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
+}
+
+QString DesktopSession::launchKestil(const QString &dataDir, int timeoutMs)
+{
+    stopKestil();
+    kestil_ = std::make_unique<QProcess>();
+    QProcessEnvironment env = environment();
+    env.insert(QStringLiteral("KESTIL_DATA_DIR"), dataDir);
+    kestil_->setProcessEnvironment(env);
+    kestil_->setProcessChannelMode(QProcess::ForwardedChannels);
+    kestil_->start(QStringLiteral(KESTIL_BINARY), {});
+    if (!kestil_->waitForStarted(10000))
+        return {};
+    const int step = 250;
+    for (int waited = 0; waited < timeoutMs; waited += step) {
+        const QString id = run(QStringLiteral("xdotool"),
+                               {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
+                                QStringLiteral("Kestil")});
+        if (!id.isEmpty()) {
+            QThread::msleep(700); // let the first frame paint
+            return id.section(QLatin1Char('\n'), 0, 0);
+        }
+        if (kestil_->state() != QProcess::Running)
+            return {};
+        QThread::msleep(step);
+    }
+    return {};
+}
+
+bool DesktopSession::kestilRunning() const
+{
+    return kestil_ && kestil_->state() == QProcess::Running;
+}
+
+void DesktopSession::stopKestil()
+{
+    if (!kestil_)
+        return;
+    if (kestil_->state() == QProcess::Running) {
+        kestil_->terminate();
+        if (!kestil_->waitForFinished(5000)) {
+            kestil_->kill();
+            kestil_->waitForFinished(5000);
+        }
+    }
+    kestil_.reset();
+}
+
+QString DesktopSession::screenshot(const QString &name) const
+{
+    QDir().mkpath(QStringLiteral(KESTIL_SCREENSHOT_DIR));
+    const QString path = QStringLiteral(KESTIL_SCREENSHOT_DIR) + QLatin1Char('/') + name + QStringLiteral(".png");
+    run(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"), path});
+    return path;
+}
+
+double DesktopSession::contrast(const QString &png) const
+{
+    return run(QStringLiteral("identify"), {QStringLiteral("-format"), QStringLiteral("%[fx:standard_deviation]"), png})
+        .toDouble();
+}
+
+} // namespace kestil::testing

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <memory>
+
+namespace kestil::testing {
+
+// A private X server (Xvfb) for one test, and the real kestil program started
+// in it with its own data and settings folders.
+class DesktopSession {
+public:
+    DesktopSession();
+    ~DesktopSession();
+
+    bool started() const { return !display_.isEmpty(); }
+    const QString &display() const { return display_; }
+
+    // Starts kestil with KESTIL_DATA_DIR = dataDir; waits until its window is
+    // mapped and returns the X window id, or an empty string.
+    QString launchKestil(const QString &dataDir, int timeoutMs = 30000);
+    void stopKestil();
+    bool kestilRunning() const;
+    // Runs a command in the session's display; returns its standard output.
+    QString run(const QString &program, const QStringList &arguments, int timeoutMs = 15000) const;
+    // Saves a screenshot of the whole screen; returns the file path.
+    QString screenshot(const QString &name) const;
+    // The standard deviation of the screenshot's pixels: 0 for a blank screen.
+    double contrast(const QString &png) const;
+
+private:
+    QProcessEnvironment environment() const;
+
+    QProcess xvfb_;
+    std::unique_ptr<QProcess> kestil_;
+    QString display_;
+    QTemporaryDir config_;
+};
+
+} // namespace kestil::testing

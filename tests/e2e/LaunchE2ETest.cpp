@@ -1,0 +1,74 @@
+#include "DesktopSession.h"
+
+#include "core/SharedPersistenceController.h"
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+using namespace kestil::testing;
+
+namespace {
+
+QByteArray digest(const QString &path)
+{
+    QFile f(path);
+    if (!f.open(QIODevice::ReadOnly))
+        return {};
+    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha256);
+}
+
+TEST(LaunchE2ETest, LibraryWindowShowsTheStoredNotes)
+{
+    DesktopSession desktop;
+    ASSERT_TRUE(desktop.started()) << "Xvfb did not start";
+    QTemporaryDir data;
+    {
+        SharedPersistenceController store(data.path());
+        const QStringList titles{QStringLiteral("Quarterly planning"), QStringLiteral("Design review with Ana"),
+                                 QStringLiteral("Customer call: onboarding")};
+        int i = 0;
+        for (const auto &t : titles) {
+            auto note = store.createNote(t, QStringLiteral("We agreed to ship the beta next week."),
+                                         QUuid::createUuid(), QStringLiteral("transcription"));
+            note->setValue(QStringLiteral("timestamp"), QDateTime::currentDateTimeUtc().addSecs(-3600 * ++i));
+            store.save();
+        }
+    }
+    const QString window = desktop.launchKestil(data.path());
+    ASSERT_FALSE(window.isEmpty()) << "no Kestil window appeared";
+    const QString shot = desktop.screenshot(QStringLiteral("launch-library"));
+    EXPECT_GT(desktop.contrast(shot), 0.05) << "the screen is blank: " << shot.toStdString();
+    EXPECT_TRUE(desktop.kestilRunning());
+    desktop.stopKestil();
+}
+
+TEST(LaunchE2ETest, CorruptStoreShowsTheMessageAndIsLeftUntouched)
+{
+    DesktopSession desktop;
+    ASSERT_TRUE(desktop.started());
+    QTemporaryDir data;
+    const QString path = data.path() + QStringLiteral("/KestilNotes.sqlite");
+    {
+        QFile f(path);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        QByteArray bytes(64 * 1024, '\0');
+        for (int i = 0; i < bytes.size(); ++i)
+            bytes[i] = char((i * 7919) % 256);
+        f.write(bytes);
+    }
+    const QByteArray before = digest(path);
+    const QString window = desktop.launchKestil(data.path());
+    ASSERT_FALSE(window.isEmpty());
+    const QString shot = desktop.screenshot(QStringLiteral("launch-corrupt-store"));
+    EXPECT_GT(desktop.contrast(shot), 0.01);
+    EXPECT_TRUE(desktop.kestilRunning()) << "a corrupt store must not crash Kestil";
+    desktop.stopKestil();
+    EXPECT_EQ(digest(path), before) << "the store file must be byte-for-byte unchanged";
+    EXPECT_FALSE(QFile::exists(path + QStringLiteral("-wal")));
+}
+
+} // namespace

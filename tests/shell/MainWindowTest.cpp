@@ -1,0 +1,108 @@
+#include "core/LocalAppModel.h"
+#include "shell/MainWindow.h"
+#include "shell/NoteListItemModel.h"
+
+#include <QApplication>
+#include <QFile>
+#include <QLabel>
+#include <QListView>
+#include <QPlainTextEdit>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+
+namespace {
+
+LaunchEnvironment environmentAt(const QString &root)
+{
+    LaunchEnvironment env;
+    env.root = root;
+    env.languageModelAvailability = [] { return LanguageModelAvailability::available; };
+    return env;
+}
+
+void seed(const QString &root, const QStringList &titles)
+{
+    SharedPersistenceController controller(root);
+    int minutes = 0;
+    for (const auto &title : titles) {
+        auto note = controller.createNote(title, QStringLiteral("Transcript of ") + title, QUuid::createUuid(),
+                                          QStringLiteral("transcription"));
+        note->setValue(QStringLiteral("timestamp"), QDateTime::currentDateTimeUtc().addSecs(60 * minutes++));
+        controller.save();
+    }
+}
+
+TEST(MainWindowTest, LibraryListsNotesNewestFirstAndShowsTheSelection)
+{
+    QTemporaryDir dir;
+    seed(dir.path(), {QStringLiteral("Oldest"), QStringLiteral("Middle"), QStringLiteral("Newest")});
+    LocalAppModel app(environmentAt(dir.path()));
+    MainWindow window(app);
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+
+    auto *list = window.findChild<QListView *>(QStringLiteral("notesList"));
+    ASSERT_TRUE(list);
+    EXPECT_FALSE(window.findChild<QLabel *>(QStringLiteral("launchMessage")));
+    ASSERT_EQ(list->model()->rowCount(), 3);
+    EXPECT_EQ(list->model()->index(0, 0).data(NoteListItemModel::TitleRole).toString(), QStringLiteral("Newest"));
+    EXPECT_EQ(list->model()->index(2, 0).data(NoteListItemModel::TitleRole).toString(), QStringLiteral("Oldest"));
+
+    auto *title = window.findChild<QLabel *>(QStringLiteral("noteDetailTitle"));
+    auto *transcript = window.findChild<QPlainTextEdit *>(QStringLiteral("noteDetailTranscript"));
+    ASSERT_TRUE(title && transcript);
+    EXPECT_EQ(title->text(), QStringLiteral("Newest")) << "the first note is adopted as the selection";
+
+    const QRect third = list->visualRect(list->model()->index(2, 0));
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, third.center());
+    EXPECT_EQ(title->text(), QStringLiteral("Oldest"));
+    EXPECT_EQ(transcript->toPlainText(), QStringLiteral("Transcript of Oldest"));
+    EXPECT_EQ(app.selectedNote()->title(), QStringLiteral("Oldest"));
+}
+
+TEST(MainWindowTest, FailedStoreShowsOnlyTheLaunchMessage)
+{
+    QTemporaryDir dir;
+    const QString path = dir.path() + QStringLiteral("/KestilNotes.sqlite");
+    {
+        QFile f(path);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write("this is not a notes database");
+    }
+    LocalAppModel app(environmentAt(dir.path()));
+    MainWindow window(app);
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    auto *message = window.findChild<QLabel *>(QStringLiteral("launchMessage"));
+    ASSERT_TRUE(message);
+    EXPECT_TRUE(message->text().startsWith(QStringLiteral("Unable to open local notes: ")));
+    EXPECT_TRUE(message->text().endsWith(QStringLiteral("The store was preserved.")));
+    EXPECT_FALSE(window.findChild<QListView *>(QStringLiteral("notesList")));
+}
+
+TEST(MainWindowTest, EmptyLibraryShowsItsEmptyState)
+{
+    QTemporaryDir dir;
+    LocalAppModel app(environmentAt(dir.path()));
+    MainWindow window(app);
+    window.show();
+    auto *empty = window.findChild<QLabel *>(QStringLiteral("noteDetailEmpty"));
+    ASSERT_TRUE(empty);
+    EXPECT_TRUE(empty->isVisible());
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    // Widgets need a platform even when tests are only being listed.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication application(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
