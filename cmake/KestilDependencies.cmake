@@ -24,7 +24,18 @@ set_target_properties(PkgConfig::POCKETSPHINX PROPERTIES
 pkg_check_modules(CMARKGFM REQUIRED IMPORTED_TARGET libcmark-gfm)
 find_library(CMARKGFM_EXTENSIONS_LIBRARY NAMES cmark-gfm-extensions REQUIRED)
 
-if(KESTIL_NATIVE_PREFIX)
+# A system that provides both llama.cpp and whisper.cpp (sharing one ggml) is
+# used as it is; otherwise the prefix built by scripts/native-deps.sh.
+find_package(llama CONFIG QUIET NO_CMAKE_PATH NO_CMAKE_ENVIRONMENT_PATH)
+find_package(whisper CONFIG QUIET NO_CMAKE_PATH NO_CMAKE_ENVIRONMENT_PATH)
+if(llama_FOUND AND whisper_FOUND)
+  message(STATUS "Using the system's llama.cpp and whisper.cpp")
+  find_package(ggml REQUIRED)
+else()
+  if(NOT KESTIL_NATIVE_PREFIX)
+    message(FATAL_ERROR "llama.cpp and whisper.cpp were not found: run scripts/native-deps.sh and pass its "
+                        "prefix as -DKESTIL_NATIVE_PREFIX=<prefix> (scripts/run and scripts/test do this).")
+  endif()
   list(PREPEND CMAKE_PREFIX_PATH "${KESTIL_NATIVE_PREFIX}")
   set(CMAKE_BUILD_RPATH "${KESTIL_NATIVE_PREFIX}/lib")
   set(CMAKE_INSTALL_RPATH "${KESTIL_NATIVE_PREFIX}/lib")
@@ -32,10 +43,10 @@ if(KESTIL_NATIVE_PREFIX)
   # program's search path: an old-style RPATH applies to them too, a RUNPATH
   # would not.
   add_link_options("LINKER:--disable-new-dtags")
+  find_package(ggml REQUIRED PATHS "${KESTIL_NATIVE_PREFIX}" NO_DEFAULT_PATH)
+  find_package(llama REQUIRED PATHS "${KESTIL_NATIVE_PREFIX}" NO_DEFAULT_PATH)
+  find_package(whisper REQUIRED PATHS "${KESTIL_NATIVE_PREFIX}" NO_DEFAULT_PATH)
 endif()
-find_package(ggml REQUIRED)
-find_package(llama REQUIRED)
-find_package(whisper REQUIRED)
 
 # Where PocketSphinx's Debian model lives; the engine and the tests read it.
 set(KESTIL_POCKETSPHINX_MODEL_DIR "/usr/share/pocketsphinx/model/en-us" CACHE PATH
