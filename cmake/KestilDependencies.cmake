@@ -26,6 +26,11 @@ find_library(CMARKGFM_EXTENSIONS_LIBRARY NAMES cmark-gfm-extensions REQUIRED)
 
 # A system that provides both llama.cpp and whisper.cpp (sharing one ggml) is
 # used as it is; otherwise the prefix built by scripts/native-deps.sh.
+# The probe starts afresh on every configure: the directories cached from the
+# prefix on an earlier run would otherwise pass for a system installation.
+unset(llama_DIR CACHE)
+unset(whisper_DIR CACHE)
+unset(ggml_DIR CACHE)
 find_package(llama CONFIG QUIET NO_CMAKE_PATH NO_CMAKE_ENVIRONMENT_PATH)
 find_package(whisper CONFIG QUIET NO_CMAKE_PATH NO_CMAKE_ENVIRONMENT_PATH)
 if(llama_FOUND AND whisper_FOUND)
