@@ -28,15 +28,16 @@ bool VoiceActivity::isSpeech(std::span<const float> frame)
 {
     const double level = levelDb(frame);
     lastLevelDb_ = level;
+    const double lowest = options_.absoluteFloorDb - options_.marginDb;
     if (!primed_) {
-        // The first frame only tells the background when it is quiet; a
-        // session that starts mid-sentence must not learn speech as noise.
-        backgroundDb_ = std::min(level, options_.absoluteFloorDb);
+        // A session that starts mid-sentence learns speech as background for
+        // a moment only: the next dip between syllables brings it down.
+        backgroundDb_ = std::max(level, lowest);
         primed_ = true;
     }
     const bool speech = level > options_.absoluteFloorDb && level > backgroundDb_ + options_.marginDb;
     if (level < backgroundDb_)
-        backgroundDb_ = level;
+        backgroundDb_ = std::max(level, lowest);
     else
         backgroundDb_ = std::min(level, backgroundDb_ + risePerFrame_);
     return speech;

@@ -8,7 +8,10 @@ namespace kestil {
 // its level stands clearly above both an absolute floor and the background
 // level heard so far. The background estimate falls at once to a quieter frame
 // and rises only slowly, so that steady noise (a fan, an idle system-audio
-// stream) is learnt within seconds while a talker does not raise it.
+// stream) is learnt within seconds while a talker, whose level dips between
+// syllables, does not raise it. The estimate starts at the first frame and
+// never sinks below the floor less the margin: digital silence would
+// otherwise leave it so low that any noise after it passed for speech.
 class VoiceActivity {
 public:
     struct Options {
@@ -18,7 +21,7 @@ public:
         // How far above the background a frame must be to count as speech.
         double marginDb = 10.0;
         // How fast the background estimate may rise, in dB per second.
-        double floorRiseDbPerSecond = 2.5;
+        double floorRiseDbPerSecond = 4.0;
     };
 
     explicit VoiceActivity(double sampleRate) : VoiceActivity(sampleRate, Options{}) {}

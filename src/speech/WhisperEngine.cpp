@@ -95,7 +95,7 @@ WhisperEngine::WhisperEngine(const QString &modelPath, Options options)
         throw SystemError(QStringLiteral("Whisper could not load the speech model “%1”.").arg(name));
 
     threads_ = options_.threads > 0 ? options_.threads
-                                    : int(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
+                                    : int(std::clamp(std::thread::hardware_concurrency() / 2, 1u, 4u));
 }
 
 WhisperEngine::~WhisperEngine()

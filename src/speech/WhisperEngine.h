@@ -39,7 +39,10 @@ public:
         QString language = QStringLiteral("en");
         // Text that steers the decoder, such as the script of Chinese.
         QString initialPrompt;
-        // Decoder threads; 0 takes the cores there are, up to 4.
+        // Decoder threads; 0 takes half the cores there are, at least 1 and
+        // at most 4. ggml's threads wait for each other by spinning, which
+        // turns slow when they outnumber the cores left free by the rest of
+        // the desktop (capture, the interface, a summary running).
         int threads = 0;
         // New audio between two volatile decodes.
         double stepSeconds = 1.0;

@@ -48,6 +48,18 @@ TEST(VoiceActivity, SteadyNoiseIsLearntAsBackground)
         << "of 50 frames; the quietest syllables drown";
 }
 
+TEST(VoiceActivity, NoiseThatStartsAfterDigitalSilenceIsLearntWithinSeconds)
+{
+    VoiceActivity vad(16000);
+    speechFrames(vad, test::silence(5.0));
+    // Hiss at about -45 dBFS starts: speech at first, for the energy alone
+    // cannot tell, but background within three seconds.
+    const int early = speechFrames(vad, test::steadyNoise(1.0, 0.0056, 5));
+    speechFrames(vad, test::steadyNoise(2.0, 0.0056, 6));
+    EXPECT_GT(early, 0);
+    EXPECT_EQ(speechFrames(vad, test::steadyNoise(2.0, 0.0056, 7)), 0);
+}
+
 TEST(VoiceActivity, LevelIsRootMeanSquareInDecibels)
 {
     const std::vector<float> half(1000, 0.5f);
