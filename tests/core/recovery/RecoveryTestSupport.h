@@ -1,0 +1,152 @@
+#pragma once
+
+#include "capture/DurableAudioWriter.h"
+#include "capture/RecordingFolder.h"
+#include "core/InterruptedSessionRecovery.h"
+#include "core/LocalAppModel.h"
+#include "core/SharedPersistenceController.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <span>
+
+QT_BEGIN_NAMESPACE
+inline void PrintTo(const QString &text, std::ostream *out)
+{
+    *out << '"' << text.toStdString() << '"';
+}
+inline std::ostream &operator<<(std::ostream &out, const QString &text)
+{
+    return out << text.toStdString();
+}
+QT_END_NAMESPACE
+
+namespace kestil::test {
+
+inline QString recoveredText(int count)
+{
+    return QStringLiteral("Recovered %1 interrupted transcription session(s). Select a note to continue.")
+        .arg(count);
+}
+
+inline QString needsRecoveryText(const QString &description)
+{
+    return QStringLiteral("Some audio needs recovery: ") + description +
+           QStringLiteral(". Original files were preserved.");
+}
+
+// A data root with a real store, and launches of the application model on it
+// with the recovery pass, as the program starts.
+class Library {
+public:
+    Library() = default;
+    explicit Library(const QString &root) : root_(root) {}
+
+    QString root() const { return root_.isEmpty() ? dir_.path() : root_; }
+
+    QUuid createNote(const QString &title = QStringLiteral("Meeting"))
+    {
+        SharedPersistenceController store(root());
+        const QUuid id = QUuid::createUuid();
+        store.createNote(title, QString(), id, QStringLiteral("local"));
+        return id;
+    }
+
+    std::unique_ptr<LocalAppModel> launch() const
+    {
+        LaunchEnvironment environment;
+        environment.root = root();
+        environment.languageModelAvailability = [] { return LanguageModelAvailability::available; };
+        environment.recoverInterruptedSessions = recoverInterruptedSessions;
+        return std::make_unique<LocalAppModel>(environment);
+    }
+
+    std::optional<QString> sourceURL(const QUuid &noteID) const
+    {
+        SharedPersistenceController store(root());
+        for (const auto &note : store.fetchNotes()) {
+            if (note->id() == noteID)
+                return note->sourceURL();
+        }
+        return std::nullopt;
+    }
+
+    QString segment(const QUuid &noteID, const QString &name = QString()) const
+    {
+        return RecordingFolder::noteFolder(root(), noteID) + QLatin1Char('/') +
+               (name.isEmpty() ? RecordingFolder::uuidText(QUuid::createUuid()) : name);
+    }
+
+private:
+    QTemporaryDir dir_;
+    QString root_;
+};
+
+// A segment whose writer died without completing: what a crash leaves.
+inline QString interruptedSegment(const QString &segment, const QUuid &noteID, double rate,
+                                  std::span<const float> samples)
+{
+    DurableAudioWriter writer(segment, noteID, rate);
+    writer.append(samples);
+    return segment;
+}
+
+inline QString finishedSegment(const QString &segment, const QUuid &noteID, double rate,
+                               std::span<const float> samples)
+{
+    DurableAudioWriter writer(segment, noteID, rate);
+    writer.append(samples);
+    writer.complete();
+    return segment;
+}
+
+inline std::vector<float> ramp(size_t count, float offset = 0)
+{
+    std::vector<float> samples(count);
+    for (size_t i = 0; i < count; ++i)
+        samples[i] = float(i % 1000) / 1000.0f + offset;
+    return samples;
+}
+
+inline QByteArray fileBytes(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+inline bool writeBytes(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
+}
+
+// Every file under a folder with its contents (links as their targets).
+inline QMap<QString, QByteArray> snapshot(const QString &folder)
+{
+    QMap<QString, QByteArray> files;
+    const auto entries =
+        QDir(folder).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
+    for (const auto &entry : entries) {
+        if (entry.isSymLink())
+            files.insert(entry.absoluteFilePath(), "-> " + entry.symLinkTarget().toUtf8());
+        else if (entry.isDir())
+            files.insert(snapshot(entry.absoluteFilePath()));
+        else
+            files.insert(entry.absoluteFilePath(), fileBytes(entry.absoluteFilePath()));
+    }
+    return files;
+}
+
+inline bool isComplete(const QString &segment)
+{
+    return LocalRecordingManifest::read(segment).complete;
+}
+
+} // namespace kestil::test
