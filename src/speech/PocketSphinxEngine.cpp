@@ -87,29 +87,11 @@ std::vector<SpeechResult> PocketSphinxEngine::feed(std::span<const float> sample
     if (finished_ || aborted_.load())
         return results;
     const auto started = std::chrono::steady_clock::now();
-    std::vector<int16> chunk;
-    chunk.reserve(chunkSamples);
-    for (std::size_t offset = 0; offset < samples.size(); offset += chunkSamples) {
-        if (aborted_.load())
-            break;
-        const std::size_t count = std::min(chunkSamples, samples.size() - offset);
-        chunk.resize(count);
-        for (std::size_t i = 0; i < count; ++i) {
-            const float s = std::clamp(samples[offset + i], -1.0f, 1.0f);
-            chunk[i] = int16(std::lround(s * 32767.0f));
-        }
-        const std::int64_t before = fed_;
-        if (ps_process_raw(decoder_, chunk.data(), count, FALSE, FALSE) < 0)
-            throw SystemError(QStringLiteral("PocketSphinx could not process the audio."));
-        fed_ += std::int64_t(count);
-        const bool inSpeech = ps_get_in_speech(decoder_);
-        if (inSpeech && !inUtterance_) {
-            inUtterance_ = true;
-            origin_ = std::max(lastEnd_, seconds(before) - prespeechSeconds);
-        } else if (!inSpeech && inUtterance_) {
-            endUtterance(results);
-        }
-    }
+    pending_.insert(pending_.end(), samples.begin(), samples.end());
+    std::size_t offset = 0;
+    for (; offset + chunkSamples <= pending_.size() && !aborted_.load(); offset += chunkSamples)
+        process(std::span<const float>(pending_).subspan(offset, chunkSamples), results);
+    pending_.erase(pending_.begin(), pending_.begin() + std::ptrdiff_t(offset));
     if (inUtterance_ && !aborted_.load()) {
         const char *hypothesis = ps_get_hyp(decoder_, nullptr);
         const QString text = QString::fromUtf8(hypothesis ? hypothesis : "").trimmed();
@@ -120,6 +102,24 @@ std::vector<SpeechResult> PocketSphinxEngine::feed(std::span<const float> sample
     }
     decodeSeconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     return results;
+}
+
+void PocketSphinxEngine::process(std::span<const float> chunk, std::vector<SpeechResult> &results)
+{
+    int16 converted[chunkSamples];
+    for (std::size_t i = 0; i < chunk.size(); ++i)
+        converted[i] = int16(std::lround(std::clamp(chunk[i], -1.0f, 1.0f) * 32767.0f));
+    const std::int64_t before = fed_;
+    if (ps_process_raw(decoder_, converted, chunk.size(), FALSE, FALSE) < 0)
+        throw SystemError(QStringLiteral("PocketSphinx could not process the audio."));
+    fed_ += std::int64_t(chunk.size());
+    const bool inSpeech = ps_get_in_speech(decoder_);
+    if (inSpeech && !inUtterance_) {
+        inUtterance_ = true;
+        origin_ = std::max(lastEnd_, seconds(before) - prespeechSeconds);
+    } else if (!inSpeech && inUtterance_) {
+        endUtterance(results);
+    }
 }
 
 void PocketSphinxEngine::endUtterance(std::vector<SpeechResult> &results)
@@ -169,6 +169,9 @@ std::vector<SpeechResult> PocketSphinxEngine::finish()
     if (finished_ || aborted_.load())
         return results;
     finished_ = true;
+    if (!pending_.empty())
+        process(pending_, results);
+    pending_.clear();
     if (!inUtterance_) {
         // Speech the detector had not confirmed yet may still be in the decoder.
         origin_ = std::max(lastEnd_, seconds(fed_) - prespeechSeconds);

@@ -38,12 +38,16 @@ public:
     double decodeSeconds() const { return decodeSeconds_; }
 
 private:
+    void process(std::span<const float> chunk, std::vector<SpeechResult> &results);
     void endUtterance(std::vector<SpeechResult> &results);
     double seconds(std::int64_t samples) const { return double(samples) / sampleRate_; }
 
     cmd_ln_s *config_ = nullptr;
     ps_decoder_s *decoder_ = nullptr;
     double sampleRate_ = 16000.0;
+    // Samples short of a whole chunk, waiting for the next feed: the decoder
+    // sees the same chunks however the audio was cut into buffers.
+    std::vector<float> pending_;
     std::int64_t fed_ = 0;
     bool inUtterance_ = false;
     double origin_ = 0;  // where the running utterance's frame 0 lies, in seconds

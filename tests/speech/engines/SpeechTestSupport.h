@@ -89,16 +89,23 @@ inline Clip readAudioFile(const QString &path)
     return clip;
 }
 
-// Speech synthesised by espeak-ng (22050 Hz).
-inline Clip synthesize(const QString &text, const QString &voice = QStringLiteral("en-us"))
+// Writes speech synthesised by espeak-ng to a WAV file (22050 Hz). The Klatt
+// voice is the one PocketSphinx's acoustic model hears best.
+inline void synthesizeTo(const QString &wav, const QString &text)
+{
+    QProcess espeak;
+    espeak.start(QStringLiteral("espeak-ng"),
+                 {QStringLiteral("-v"), QStringLiteral("en-us+klatt4"), QStringLiteral("-s"),
+                  QStringLiteral("150"), QStringLiteral("-w"), wav, text});
+    EXPECT_TRUE(espeak.waitForFinished(60000));
+    EXPECT_EQ(espeak.exitCode(), 0) << espeak.readAllStandardError().toStdString();
+}
+
+inline Clip synthesize(const QString &text)
 {
     QTemporaryDir dir;
     const QString wav = dir.filePath(QStringLiteral("speech.wav"));
-    QProcess espeak;
-    espeak.start(QStringLiteral("espeak-ng"), {QStringLiteral("-v"), voice, QStringLiteral("-s"),
-                                               QStringLiteral("150"), QStringLiteral("-w"), wav, text});
-    EXPECT_TRUE(espeak.waitForFinished(60000));
-    EXPECT_EQ(espeak.exitCode(), 0) << espeak.readAllStandardError().toStdString();
+    synthesizeTo(wav, text);
     return readAudioFile(wav);
 }
 
