@@ -1,10 +1,14 @@
 #pragma once
 
+#include "generation/CancellationToken.h"
+#include "generation/LanguageModel.h"
 #include "generation/LocalTagCandidate.h"
 
 #include <QList>
 #include <QString>
 #include <QStringList>
+
+#include <optional>
 
 namespace kestil::LocalNoteTags {
 
@@ -35,5 +39,20 @@ QStringList candidates(const QString &text, const QList<LocalTagCandidate> &libr
 // Proposed names mapped on to the library where they mean the same thing, new
 // ones hyphenated, duplicates and unusable names dropped; at most 5.
 QStringList resolvedNames(const QStringList &proposals, const QList<LocalTagCandidate> &library);
+
+// The final names for a note: the proposals when any are usable; otherwise
+// library tags that the text names; otherwise the nouns and names the text
+// uses most; otherwise "Notes". Empty when the transcript is too short for
+// tags. Never fails.
+QStringList completedNames(const std::optional<QStringList> &proposals, const QString &transcript,
+                           const QString &summary, const QList<LocalTagCandidate> &library);
+
+// Tags for a summarised note, proposed by the model with the library in view
+// and completed as above. The transcript, when given, decides how many tags
+// the note deserves. Throws LocalError (model not ready, no summary), the
+// model's own error, or CancellationError.
+QStringList generate(LanguageModel &model, const QString &summary, const std::optional<QString> &transcript,
+                     const QList<LocalTagCandidate> &library, const QLocale &locale,
+                     const CancellationToken &cancel);
 
 } // namespace kestil::LocalNoteTags

@@ -107,8 +107,9 @@ QString generate(LanguageModel &model, const QString &text, LocalSummaryTemplate
 
 // ---- Titles --------------------------------------------------------------
 
-// A title of at most 100 characters from the start of a summary.
+// A title of at most 100 characters from the start of a summary, asked for
+// under a time limit.
 QString generateTitle(LanguageModel &model, const QString &summary, const QLocale &locale,
-                      const CancellationToken &cancel);
+                      const CancellationToken &cancel, std::chrono::milliseconds limit = titleTimeLimit);
 
 } // namespace kestil::LocalSummary

@@ -10,7 +10,7 @@
 namespace kestil::LocalSummary {
 
 QString generateTitle(LanguageModel &model, const QString &summary, const QLocale &locale,
-                      const CancellationToken &cancel)
+                      const CancellationToken &cancel, std::chrono::milliseconds limit)
 {
     cancel.checkCancellation();
     if (const std::optional<QString> refusal = readiness(model, locale))
@@ -21,7 +21,7 @@ QString generateTitle(LanguageModel &model, const QString &summary, const QLocal
     const QString prompt = QStringLiteral("Create a title for this note summary:\n") + pieces.first();
 
     return withTimeLimit(
-        titleTimeLimit, QStringLiteral("Title generation took too long and was stopped."), cancel,
+        limit, QStringLiteral("Title generation took too long and was stopped."), cancel,
         [&](const CancellationToken &limited) {
             const QJsonObject record = model.respond(
                 QStringLiteral("Create a concise descriptive title using only the supplied note "
