@@ -1,0 +1,163 @@
+#include "generation/LocalNoteChat.h"
+
+#include "ScriptedLanguageModel.h"
+#include "TestPrinters.h"
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+
+namespace {
+
+LocalChatMessage message(const QString &role, const QString &content)
+{
+    return {QUuid::createUuid(), role, content, QDateTime::currentDateTimeUtc()};
+}
+
+// Passages of exactly 1200 bytes, each about one topic.
+QString passage(const QString &topic)
+{
+    const QString sentence = QStringLiteral("We talked about %1 again. ").arg(topic);
+    return sentence.repeated(1200 / sentence.size() + 1).left(1200);
+}
+
+QString failure(const std::function<void()> &run)
+{
+    try {
+        run();
+    } catch (const LocalError &error) {
+        return error.message();
+    }
+    return QStringLiteral("(no error)");
+}
+
+} // namespace
+
+TEST(LocalNoteChatPrompt, ASmallNoteIsSentWhole)
+{
+    const QString source = passage(QStringLiteral("budget")) + QStringLiteral("Short tail.");
+    const QString prompt = LocalNoteChat::prompt(source, QStringLiteral("  What was decided?  "), {});
+    EXPECT_EQ(prompt,
+              "NOTE EVIDENCE (complete source):\nPassage 1:\n" + passage(QStringLiteral("budget")) +
+                  "\n\nPassage 2:\nShort tail.\n\nRECENT CONVERSATION:\n\n\nQUESTION:\nWhat was decided?");
+}
+
+TEST(LocalNoteChatPrompt, ALongNoteSendsTheTwoBestPassagesInNoteOrder)
+{
+    QStringList topics;
+    for (int i = 0; i < 12; ++i)
+        topics.append(QStringLiteral("topic%1").arg(i));
+    topics[6] = QStringLiteral("hiring");
+    topics[11] = QStringLiteral("roadmap");
+    QString source;
+    for (const QString &topic : topics)
+        source += passage(topic);
+    const QString prompt =
+        LocalNoteChat::prompt(source, QStringLiteral("What about the roadmap and hiring?"), {});
+    EXPECT_TRUE(prompt.startsWith(QStringLiteral("NOTE EVIDENCE (selected excerpts):\nPassage 7:\n")));
+    EXPECT_TRUE(prompt.contains(QStringLiteral("\n\nPassage 12:\n") + passage(QStringLiteral("roadmap"))));
+    EXPECT_EQ(prompt.count(QStringLiteral("Passage ")), 2);
+
+    // No matching term: the first two passages, still in order.
+    const QString none =
+        LocalNoteChat::prompt(source, QStringLiteral("What does this note say about that?"), {});
+    EXPECT_TRUE(none.contains(QStringLiteral("Passage 1:\n")));
+    EXPECT_TRUE(none.contains(QStringLiteral("Passage 2:\n")));
+    EXPECT_EQ(none.count(QStringLiteral("Passage ")), 2);
+
+    // A term repeated in one passage counts once: two terms beat one term ten times.
+    const QString many = passage(QStringLiteral("pricing")) + passage(QStringLiteral("launch pricing")) +
+                         passage(QStringLiteral("nothing"));
+    const QString chosen = LocalNoteChat::prompt(many, QStringLiteral("launch pricing?"), {});
+    EXPECT_TRUE(chosen.contains(QStringLiteral("Passage 1:\n")));
+    EXPECT_TRUE(chosen.contains(QStringLiteral("Passage 2:\n")));
+}
+
+TEST(LocalNoteChatPrompt, FollowUpsKeepTheTopicAndHistoryIsShort)
+{
+    QString source;
+    for (const char *topic : {"alpha", "budget", "gamma", "delta", "hiring"})
+        source += passage(QString::fromUtf8(topic));
+    const QList<LocalChatMessage> history{
+        message("user", "Tell me about hiring."), message("assistant", "Two roles are open."),
+        message("user", "And the budget?"),       message("assistant", QString(400, QLatin1Char('a'))),
+        message("assistant", "Anything else?"),   message("system", "Ünïcode " + QString(300, 'b')),
+    };
+    const QString prompt = LocalNoteChat::prompt(source, QStringLiteral("Why?"), history);
+    // "Why?" has no term of its own: the last user question, "And the budget?", leads.
+    EXPECT_TRUE(prompt.contains(QStringLiteral("Passage 2:\n") + passage(QStringLiteral("budget"))));
+    const QString recent = prompt.section(QStringLiteral("RECENT CONVERSATION:\n"), 1)
+                               .section(QStringLiteral("\n\nQUESTION:"), 0, 0);
+    const QStringList lines = recent.split(QLatin1Char('\n'));
+    ASSERT_EQ(lines.size(), 4);
+    EXPECT_EQ(lines.at(0), "user: And the budget?");
+    EXPECT_EQ(lines.at(1), "assistant: " + QString(150, QLatin1Char('a')));
+    EXPECT_EQ(lines.at(3).toUtf8().size(), QByteArray("system: ").size() + 150);
+}
+
+TEST(LocalNoteChatPrompt, RefusesBadQuestionsAndEmptyNotes)
+{
+    EXPECT_EQ(failure([] { LocalNoteChat::prompt(QStringLiteral("Text."), QStringLiteral(" \n "), {}); }),
+              "Enter a question about this note.");
+    const QString exact = QString(798, QLatin1Char('q')) + QStringLiteral("é");
+    EXPECT_EQ(failure([&] { LocalNoteChat::prompt(QStringLiteral("Text."), "  " + exact + "  ", {}); }),
+              "(no error)");
+    EXPECT_EQ(failure([&] { LocalNoteChat::prompt(QStringLiteral("Text."), exact + "q", {}); }),
+              "Please shorten your question to 800 bytes or fewer.");
+    EXPECT_EQ(failure([] { LocalNoteChat::prompt(QStringLiteral("  \n"), QStringLiteral("Why?"), {}); }),
+              "Transcribe this note before asking a question.");
+}
+
+TEST(LocalNoteChatAnswer, StreamsEverySnapshotWithoutAFence)
+{
+    ScriptedLanguageModel model;
+    model.replies = {ScriptedLanguageModel::Stream{{"```md", "```md\nTwo", "```md\nTwo roles.\n```"}}};
+    QStringList snapshots;
+    const QString text = LocalNoteChat::answer(
+        model, QStringLiteral("We hire two people."), QStringLiteral("Who is hired?"), {},
+        QLocale(QStringLiteral("en_US")), [&](const QString &snapshot) { snapshots.append(snapshot); }, {});
+    EXPECT_EQ(text, "Two roles.");
+    EXPECT_EQ(snapshots, (QStringList{"", "Two", "Two roles."}));
+    ASSERT_EQ(model.requests.size(), 1);
+    EXPECT_EQ(model.requests.first().instructions, LocalNoteChat::instructions());
+    EXPECT_EQ(model.requests.first().options.maximumResponseTokens, 512);
+    EXPECT_EQ(model.requests.first().options.temperature, 0.2);
+}
+
+TEST(LocalNoteChatAnswer, RefusesWhenUnreadyOrSilent)
+{
+    ScriptedLanguageModel model;
+    const auto ask = [&] {
+        LocalNoteChat::answer(model, QStringLiteral("Note."), QStringLiteral("Why?"), {},
+                              QLocale(QStringLiteral("en_US")), [](const QString &) {}, {});
+    };
+    model.availabilityValue =
+        LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady);
+    EXPECT_EQ(failure(ask),
+              "On-device Ask AI unavailable: modelNotReady. Your notes and transcripts remain available.");
+    model.availabilityValue = LanguageModelAvailability::available();
+    model.languages = {QStringLiteral("fr")};
+    EXPECT_EQ(failure(ask), "The on-device summary model does not support this language.");
+    model.languages = {QStringLiteral("en")};
+    model.replies = {ScriptedLanguageModel::Stream{{"```"}}};
+    EXPECT_EQ(failure(ask),
+              "The on-device language model returned no answer. Your conversation was preserved; try again.");
+
+    CancellationToken cancel;
+    model.replies = {ScriptedLanguageModel::Stream{{"a", "ab", "abc"}}};
+    EXPECT_THROW(LocalNoteChat::answer(
+                     model, QStringLiteral("Note."), QStringLiteral("Why?"), {},
+                     QLocale(QStringLiteral("en_US")), [&](const QString &) { cancel.cancel(); }, cancel),
+                 CancellationError);
+}
+
+TEST(LocalNoteChatMarkdown, LabelsSpeakersUnderATitle)
+{
+    const QList<LocalChatMessage> messages{message("user", "  What next?\n"),
+                                           message("assistant", "Ship it."), message("tool", "Other role")};
+    EXPECT_EQ(LocalNoteChat::conversationMarkdown(QStringLiteral("Weekly sync"), messages),
+              "# Ask AI: Weekly sync\n\n**You**\n\nWhat next?\n\n**Kestil**\n\nShip "
+              "it.\n\n**Kestil**\n\nOther role");
+    EXPECT_EQ(LocalNoteChat::conversationMarkdown(std::nullopt, {}), "# Ask AI: Untitled");
+    EXPECT_EQ(LocalNoteChat::conversationMarkdown(QString(), {}), "# Ask AI: Untitled");
+}
