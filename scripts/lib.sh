@@ -6,7 +6,7 @@ KESTIL_CACHE="${KESTIL_CACHE_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/kestil}"
 export KESTIL_CACHE_DIR="$KESTIL_CACHE"
 
 # Debian 12 packages: build, run, and (with "test") the test tools.
-KESTIL_APT_BUILD=(build-essential cmake ninja-build pkg-config git ca-certificates curl openssl npm
+KESTIL_APT_BUILD=(build-essential cmake ninja-build pkg-config git ca-certificates curl openssl
   qt6-base-dev qt6-base-dev-tools libgl-dev libsqlite3-dev libpulse-dev libsndfile1-dev libsoxr-dev
   libicu-dev libcmark-gfm-dev libcmark-gfm-extensions-dev libpocketsphinx-dev libsphinxbase-dev
   pocketsphinx-en-us wordnet-base googletest libgtest-dev libgmock-dev)
@@ -30,6 +30,16 @@ kestil_install_packages() {
     echo "  sudo apt-get update && sudo ${apt[*]}" >&2
     exit 1
   fi
+}
+
+# Tools that may come from elsewhere than Debian (Node.js's own npm, say):
+# installed from Debian only when the command is missing.
+kestil_require_commands() {
+  local packages=() pair
+  for pair in "$@"; do
+    command -v "${pair%%:*}" >/dev/null || packages+=("${pair#*:}")
+  done
+  [ ${#packages[@]} -eq 0 ] || kestil_install_packages "${packages[@]}"
 }
 
 # Configures and builds into build/ (or $KESTIL_BUILD_DIR).
