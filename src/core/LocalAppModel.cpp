@@ -1,6 +1,7 @@
 #include "core/LocalAppModel.h"
 
 #include "base/Error.h"
+#include "core/InterruptedSessionRecovery.h"
 #include "core/LocalPaths.h"
 
 #include <QDir>
@@ -55,6 +56,8 @@ void LocalAppModel::bootstrap(const LaunchEnvironment &environment)
     }
     if (environment.recoverInterruptedSessions)
         environment.recoverInterruptedSessions(*this);
+    else
+        recoverInterruptedSessions(*this);
 }
 
 void LocalAppModel::setSelected(const std::optional<QUuid> &id)

@@ -32,7 +32,7 @@ struct LaunchEnvironment {
     std::optional<QString> root;
     std::function<LanguageModelAvailability()> languageModelAvailability;
     // Repairs interrupted recordings after the notes are loaded; may set the
-    // model's message.
+    // model's message. Unset, the launch runs recoverInterruptedSessions.
     std::function<void(class LocalAppModel &)> recoverInterruptedSessions;
 };
 
