@@ -34,6 +34,8 @@ constexpr auto syncInterval = std::chrono::seconds(1);
 
 // The build streams the raw file in steps of this many bytes.
 constexpr qint64 rebuildChunkBytes = 65536;
+// and hands what it wrote to the disk in steps of this many.
+constexpr qint64 writebackStepBytes = 8 << 20;
 
 QByteArray encoded(const QString &path)
 {
@@ -281,6 +283,7 @@ QString DurableAudioWriter::rebuildFinalAudio(const QString &segment)
                                   .arg(temporaryName, QString::fromUtf8(sf_strerror(nullptr))));
 
         std::vector<float> chunk(rebuildChunkBytes / sizeof(float));
+        qint64 written = 0, flushed = 0;
         for (;;) {
             const qint64 got =
                 readFully(raw, reinterpret_cast<char *>(chunk.data()), rebuildChunkBytes, rawName);
@@ -292,6 +295,14 @@ QString DurableAudioWriter::rebuildFinalAudio(const QString &segment)
             if (sf_writef_float(file.get(), chunk.data(), frames) != frames)
                 throw SystemError(QStringLiteral("Could not write “%1”: %2")
                                       .arg(temporaryName, QString::fromUtf8(sf_strerror(file.get()))));
+            // Start writing what is done to the disk while the rest is still
+            // being copied, so that the final sync has little left to wait
+            // for and hours of audio never pile up as dirty pages.
+            written += frames * 4;
+            if (written - flushed >= writebackStepBytes) {
+                ::sync_file_range(out, flushed, written - flushed, SYNC_FILE_RANGE_WRITE);
+                flushed = written;
+            }
         }
         const int closed = sf_close(file.release());
         if (closed != 0)

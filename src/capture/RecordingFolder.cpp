@@ -144,7 +144,18 @@ void writeFileAtomically(const QString &path, const QByteArray &contents)
 
 QByteArray readSmallFile(const QString &path)
 {
+    auto contents = readSmallFileIfPresent(path);
+    if (!contents)
+        throw posixError(QStringLiteral("read"), fileName(path), ENOENT);
+    return *contents;
+}
+
+std::optional<QByteArray> readSmallFileIfPresent(const QString &path)
+{
     const int fd = ::open(encoded(path).constData(), O_RDONLY | O_CLOEXEC);
+    // Nothing of that name, or a path through a file that is no folder.
+    if (fd < 0 && (errno == ENOENT || errno == ENOTDIR))
+        return std::nullopt;
     if (fd < 0)
         throw posixError(QStringLiteral("read"), fileName(path), errno);
     QByteArray contents;

@@ -6,6 +6,8 @@
 #include <QString>
 #include <QUuid>
 
+#include <optional>
+
 namespace kestil {
 
 // The names and small file operations of a recording folder:
@@ -52,6 +54,8 @@ void syncDirectory(const QString &path);
 
 // Reads a whole small file (a manifest).
 QByteArray readSmallFile(const QString &path);
+// The same, or nothing when no file has that name.
+std::optional<QByteArray> readSmallFileIfPresent(const QString &path);
 
 // Whether `path`, with every symbolic link resolved, lies inside `root` (also
 // resolved). A path that cannot be resolved is not inside.

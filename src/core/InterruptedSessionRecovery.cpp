@@ -12,8 +12,7 @@
 #include <QUuid>
 
 #include <filesystem>
-
-#include <sys/stat.h>
+#include <vector>
 
 namespace kestil {
 
@@ -26,14 +25,22 @@ QByteArray encoded(const QString &path)
     return QFile::encodeName(path);
 }
 
-// The entries of a folder in the order the file system lists them.
-QStringList listFolder(const QString &folder)
+struct FolderEntry {
+    QString path;
+    bool link = false;
+};
+
+// The entries of a folder in the order the file system lists them, with
+// whether each is a symbolic link (known from the listing itself).
+std::vector<FolderEntry> listFolder(const QString &folder)
 {
     std::error_code error;
     fs::directory_iterator entries(fs::path(encoded(folder).toStdString()), error);
-    QStringList children;
-    for (; !error && entries != fs::directory_iterator(); entries.increment(error))
-        children.append(QFile::decodeName(entries->path().c_str()));
+    std::vector<FolderEntry> children;
+    for (; !error && entries != fs::directory_iterator(); entries.increment(error)) {
+        std::error_code ignored;
+        children.push_back({QFile::decodeName(entries->path().c_str()), entries->is_symlink(ignored)});
+    }
     if (error)
         throw SystemError(
             QStringLiteral("Could not list “%1”: %2")
@@ -41,10 +48,11 @@ QStringList listFolder(const QString &folder)
     return children;
 }
 
-bool holdsManifest(const QString &folder)
+// An entry of a folder inside the root is inside the root too, unless it is
+// a link: only links are resolved, which keeps a large library's scan short.
+bool staysInside(const FolderEntry &entry, const QString &root)
 {
-    struct stat info;
-    return ::stat(encoded(RecordingFolder::manifestPath(folder)).constData(), &info) == 0;
+    return !entry.link || RecordingFolder::resolvesInside(entry.path, root);
 }
 
 // A folder name that is a UUID in text, such as every note folder has.
@@ -115,26 +123,30 @@ void scanInterruptedSessions(LocalAppModel &model)
     };
 
     int recovered = 0;
-    for (const QString &noteFolder : listFolder(recordings)) {
+    for (const FolderEntry &noteEntry : listFolder(recordings)) {
+        const QString &noteFolder = noteEntry.path;
         const auto noteID = folderUUID(noteFolder);
         if (!noteID)
             continue;
         // A link that leads out of the data root is never written through:
         // its folders are reported and left alone.
-        if (!RecordingFolder::resolvesInside(noteFolder, root)) {
-            if (QFileInfo(noteFolder).isSymLink())
-                reportFailure(outsideDataRoot(noteFolder));
+        if (!staysInside(noteEntry, root)) {
+            reportFailure(outsideDataRoot(noteFolder));
             continue;
         }
 
         QStringList repaired;
-        for (const QString &segment : listFolder(noteFolder)) {
-            if (!holdsManifest(segment))
-                continue;
+        for (const FolderEntry &segmentEntry : listFolder(noteFolder)) {
+            const QString &segment = segmentEntry.path;
             try {
-                if (!RecordingFolder::resolvesInside(segment, root))
+                // Only folders holding a manifest are sessions.
+                const auto manifestBytes =
+                    RecordingFolder::readSmallFileIfPresent(RecordingFolder::manifestPath(segment));
+                if (!manifestBytes)
+                    continue;
+                if (!staysInside(segmentEntry, root))
                     throw outsideDataRoot(segment);
-                const auto manifest = LocalRecordingManifest::read(segment);
+                const auto manifest = LocalRecordingManifest::decode(*manifestBytes);
                 if (manifest.complete)
                     continue;
                 if (!finalAudioIsGood(segment, manifest))

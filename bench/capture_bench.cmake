@@ -1,0 +1,1 @@
+kestil_bench(capture_bench LINK kestil_capture)

@@ -1,0 +1,1 @@
+kestil_bench(recovery_bench LINK kestil_core)
