@@ -460,8 +460,11 @@ private:
 LlamaLanguageModel::LlamaLanguageModel(QString modelsDirectory, int threads)
     : modelsDirectory_(std::move(modelsDirectory))
 {
+    // One core stays free for the interface and the audio path, which must
+    // never wait for the model; ggml's threads spin while they wait for each
+    // other, so more threads than free cores make decoding many times slower.
     if (threads <= 0)
-        threads = int(std::clamp(std::thread::hardware_concurrency(), 1u, 4u));
+        threads = int(std::clamp(std::thread::hardware_concurrency(), 2u, 5u)) - 1;
     engine_ = std::make_unique<Engine>(threads, &prefixReuse_);
 }
 

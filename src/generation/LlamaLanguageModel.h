@@ -29,7 +29,7 @@ public:
         double loadSeconds = 0;
     };
 
-    // threads: 0 picks up to four of the machine's cores.
+    // threads: 0 picks one less than the machine's cores, at least one and at most four.
     explicit LlamaLanguageModel(QString modelsDirectory = LanguageModelFiles::modelsDirectory(),
                                 int threads = 0);
     ~LlamaLanguageModel() override;

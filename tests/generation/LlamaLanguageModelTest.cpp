@@ -1,8 +1,10 @@
 #include "generation/LlamaLanguageModel.h"
 #include "generation/GeneratedNoteTags.h"
 #include "generation/GeneratedNoteTitle.h"
+#include "generation/LocalSummary.h"
 
 #include "ModelFolder.h"
+#include "PipelineRun.h"
 #include "TestPrinters.h"
 #include "base/Error.h"
 
@@ -29,7 +31,7 @@ TEST(LlamaLanguageModel, AvailabilityFollowsTheInstalledModelAndTheSwitch)
 {
     KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
     ModelFolder folder;
-    LlamaLanguageModel model(folder.directory(), 2);
+    LlamaLanguageModel model(folder.directory());
     ASSERT_TRUE(LlamaLanguageModel::deviceIsEligible());
     EXPECT_EQ(model.availability(),
               LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady));
@@ -52,7 +54,7 @@ TEST(LlamaLanguageModel, CountsTokensWithTheModelsTokenizer)
     KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
     ModelFolder folder;
     folder.install(tiny);
-    LlamaLanguageModel model(folder.directory(), 2);
+    LlamaLanguageModel model(folder.directory());
 
     const qint64 emptyPrompt = model.tokenCount(LanguageModel::Prompt{QString()});
     const qint64 hello = model.tokenCount(LanguageModel::Prompt{QStringLiteral("Hello world")});
@@ -76,7 +78,7 @@ TEST(LlamaLanguageModel, StreamsSnapshotsThatHoldTheWholeTextSoFar)
     KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
     ModelFolder folder;
     folder.install(tiny);
-    LlamaLanguageModel model(folder.directory(), 2);
+    LlamaLanguageModel model(folder.directory());
 
     QStringList snapshots;
     model.streamResponse(QStringLiteral("Summarize."), QStringLiteral("Source:\nWe met."), options(0.2, 40),
@@ -104,7 +106,7 @@ TEST(LlamaLanguageModel, PrefixReuseKeepsTheSameAnswer)
     KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
     ModelFolder folder;
     folder.install(tiny);
-    LlamaLanguageModel model(folder.directory(), 2);
+    LlamaLanguageModel model(folder.directory());
     const QString instructions = QStringLiteral("Summarize only the supplied source.");
     const QString first =
         model.respond(instructions, QStringLiteral("Source:\nAlpha beta."), options(0, 24), {});
@@ -116,7 +118,7 @@ TEST(LlamaLanguageModel, PrefixReuseKeepsTheSameAnswer)
     // The second request found everything but its last prompt token in the cache.
     EXPECT_EQ(stats.reusedPromptTokens, stats.promptTokens / 2 - 1);
 
-    LlamaLanguageModel fresh(folder.directory(), 2);
+    LlamaLanguageModel fresh(folder.directory());
     fresh.setPrefixReuse(false);
     EXPECT_EQ(fresh.respond(instructions, QStringLiteral("Source:\nAlpha beta."), options(0, 24), {}), first);
 }
@@ -126,7 +128,7 @@ TEST(LlamaLanguageModel, GrammarConstrainedAnswersParse)
     KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
     ModelFolder folder;
     folder.install(tiny);
-    LlamaLanguageModel model(folder.directory(), 2);
+    LlamaLanguageModel model(folder.directory());
 
     // A random model fills every string to its longest; the caps leave room for that.
     const QJsonObject tags =
@@ -157,7 +159,7 @@ TEST(LlamaLanguageModel, CancellationStopsARequestWithinATokenOrTwo)
     KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
     ModelFolder folder;
     folder.install(tiny);
-    LlamaLanguageModel model(folder.directory(), 2);
+    LlamaLanguageModel model(folder.directory());
     model.respond(QStringLiteral("Warm up."), QStringLiteral("x"), options(0, 2), {});
 
     CancellationToken cancel;
@@ -220,7 +222,7 @@ TEST(LlamaLanguageModel, RefusesDamagedAndUnsuitableFiles)
     // Files put in the folder by hand are passed over, never loaded.
     QFile::copy(truncated.fileName(), folder.directory() + QStringLiteral("/truncated.gguf"));
     folder.install(QStringLiteral("tiny-llama-no-template.gguf"));
-    LlamaLanguageModel model(folder.directory(), 2);
+    LlamaLanguageModel model(folder.directory());
     EXPECT_EQ(model.availability(),
               LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady));
 
@@ -229,4 +231,70 @@ TEST(LlamaLanguageModel, RefusesDamagedAndUnsuitableFiles)
     EXPECT_TRUE(installed.endsWith(QStringLiteral("/tiny-llama-chat.gguf")));
     EXPECT_EQ(model.availability(), LanguageModelAvailability::available());
     EXPECT_FALSE(model.respond(QStringLiteral("Write."), QStringLiteral("Go."), options(0, 3), {}).isNull());
+}
+
+TEST(LlamaLanguageModel, TheTimeLimitAbortsALongGeneration)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    ModelFolder folder;
+    folder.install(tiny);
+    LlamaLanguageModel model(folder.directory());
+    model.respond(QStringLiteral("Warm up."), QStringLiteral("x"), options(0, 2), {});
+
+    QElapsedTimer timer;
+    timer.start();
+    try {
+        LocalSummary::withTimeLimit(std::chrono::milliseconds(300), QStringLiteral("Stopped at the limit."),
+                                    CancellationToken(), [&](const CancellationToken &limited) {
+                                        return model.respond(QStringLiteral("Write."),
+                                                             QStringLiteral("Go on."), options(0.5, 1900),
+                                                             limited);
+                                    });
+        FAIL() << "a generation of 1900 tokens finished within 300 ms";
+    } catch (const LocalError &error) {
+        EXPECT_EQ(error.message(), "Stopped at the limit.");
+    }
+    EXPECT_LT(timer.elapsed(), 1500);
+    const auto stats = model.statistics();
+    EXPECT_LT(stats.generatedTokens, 1900);
+}
+
+TEST(LlamaLanguageModel, ALongTranscriptIsReadInSectionsSizedByTheRealTokenizer)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    ModelFolder folder;
+    folder.install(tiny);
+    LlamaLanguageModel model(folder.directory());
+    const QString sentence =
+        QStringLiteral("Priya said the release candidate ships on Friday after two fixes. ");
+    const QString transcript = sentence.repeated(12000 / sentence.size());
+
+    PipelineRun run;
+    QString outcome;
+    try {
+        outcome = run.generate(model, transcript);
+    } catch (const LocalError &error) {
+        // Random weights write key points of random length: they may not condense.
+        outcome = error.message();
+        EXPECT_EQ(outcome,
+                  "The on-device model could not condense this note. Generation stopped; your existing "
+                  "content is preserved.");
+    }
+    ASSERT_FALSE(run.checkpoints.isEmpty());
+    const QStringList sections = *run.checkpoints.first().sections;
+    EXPECT_GE(sections.size(), 3);
+    EXPECT_EQ(sections.join(QString()), transcript);
+    // Every section, carried by either prompt, fits the 2048 tokens of the model with room for the answer.
+    const qint64 overhead = model.tokenCount(LanguageModel::Instructions{LocalSummary::instructions()});
+    for (const QString &section : sections) {
+        const qint64 prompt =
+            qMax(model.tokenCount(LanguageModel::Prompt{
+                     LocalSummary::finalPrompt(section, LocalSummaryTemplate::meeting)}),
+                 model.tokenCount(LanguageModel::Prompt{LocalSummary::keyPointPrompt(section)}));
+        EXPECT_LE(overhead + prompt + 512 + 256, 2048);
+    }
+    EXPECT_EQ(run.progress.at(1), LocalSummaryProgress::reading(0, int(sections.size()), 0));
+    EXPECT_EQ(run.progress.at(int(sections.size()) + 1),
+              LocalSummaryProgress::reading(int(sections.size()), int(sections.size()), 0));
+    EXPECT_FALSE(outcome.trimmed().isEmpty());
 }

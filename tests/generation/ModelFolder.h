@@ -37,5 +37,5 @@ private:
 #define KESTIL_REQUIRE_MODEL(name)                                                                           \
     do {                                                                                                     \
         if (!ModelFolder::available(QStringLiteral(name)))                                                   \
-            GTEST_SKIP() << "test model " name " is missing: run scripts/test-models.sh";                    \
+            GTEST_FAIL() << "test model " name " is missing: run scripts/test-models.sh";                    \
     } while (false)
