@@ -36,11 +36,14 @@ qint64 framesOf(const AudioBuffer &buffer, qint64 sampleBytes)
 }
 
 // Adds the channel average of each frame of one buffer to `out`. Samples are
-// read with memcpy: a buffer from a sound server need not be aligned.
-template <typename Sample> void addBuffer(const AudioBuffer &buffer, qint64 frames, float scale, float *out)
+// read with memcpy: a buffer from a sound server need not be aligned. The
+// common layouts (mono, stereo) get a loop with the channel count fixed at
+// compile time; the arithmetic is the same in every case.
+template <typename Sample, int FixedChannels>
+void addFrames(const unsigned char *bytes, int channels, qint64 frames, float scale, float *out)
 {
-    const int channels = channelsOf(buffer);
-    const auto *bytes = static_cast<const unsigned char *>(buffer.data);
+    if constexpr (FixedChannels > 0)
+        channels = FixedChannels;
     const float divisor = float(channels);
     for (qint64 frame = 0; frame < frames; ++frame) {
         float sum = 0;
@@ -51,6 +54,20 @@ template <typename Sample> void addBuffer(const AudioBuffer &buffer, qint64 fram
             sum += float(sample) * scale;
         }
         out[frame] += sum / divisor;
+    }
+}
+
+template <typename Sample> void addBuffer(const AudioBuffer &buffer, qint64 frames, float scale, float *out)
+{
+    const int channels = channelsOf(buffer);
+    const auto *bytes = static_cast<const unsigned char *>(buffer.data);
+    switch (channels) {
+    case 1:
+        return addFrames<Sample, 1>(bytes, channels, frames, scale, out);
+    case 2:
+        return addFrames<Sample, 2>(bytes, channels, frames, scale, out);
+    default:
+        return addFrames<Sample, 0>(bytes, channels, frames, scale, out);
     }
 }
 
