@@ -2,6 +2,7 @@
 
 #include "CancellationError.h"
 
+#include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QEventLoop>
 #include <QFile>
@@ -60,6 +61,9 @@ QByteArray sha256OfFile(const QString &path)
 
 QByteArray downloadToPartFile(const QUrl &url, const QString &partPath, const DownloadObserver &observer)
 {
+    // QtNetwork runs on the application's event machinery.
+    if (!QCoreApplication::instance())
+        throw SystemError(QStringLiteral("The speech model cannot be downloaded before Kestil has started."));
     const QString name = QFileInfo(partPath).fileName();
     QFile part(partPath);
     if (!part.open(QIODevice::ReadWrite))

@@ -51,6 +51,14 @@ bool within(std::int32_t value, std::int32_t low, std::int32_t high)
     return value >= low && value <= high;
 }
 
+// The weight types ggml can map to a tensor type; on any other value ggml
+// stops the whole program rather than failing the load.
+bool isKnownWeightType(std::int32_t fileType)
+{
+    return within(fileType, GGML_FTYPE_ALL_F32, GGML_FTYPE_MOSTLY_Q4_1) ||
+           within(fileType, GGML_FTYPE_MOSTLY_Q8_0, GGML_FTYPE_MOSTLY_Q2_0);
+}
+
 } // namespace
 
 WhisperModelFile inspectWhisperModelFile(const QString &path)
@@ -84,7 +92,7 @@ WhisperModelFile inspectWhisperModelFile(const QString &path)
         !within(model.textContext, 8, 4096) || model.textState != model.audioState ||
         !within(model.textHeads, 1, 128) || model.textState % model.textHeads != 0 ||
         !within(model.textLayers, 1, 64) || (model.melBands != 80 && model.melBands != 128) ||
-        !within(weightType, 0, 64))
+        !isKnownWeightType(weightType))
         throw in.damaged();
 
     const std::int32_t filterBands = in.int32();

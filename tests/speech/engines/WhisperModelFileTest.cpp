@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 using namespace kestil;
 
 namespace {
@@ -69,6 +71,25 @@ TEST(WhisperModelFile, RefusesTruncatedPaddedAndForeignFiles)
     f.write("This is a text file, not a speech model.\n");
     f.close();
     expectDamaged(text);
+}
+
+TEST(WhisperModelFile, RefusesWeightTypesGgmlCannotMap)
+{
+    // ggml stops the program on these instead of failing the load.
+    QTemporaryDir dir;
+    QFile source(test::tinyEnglishModel());
+    ASSERT_TRUE(source.open(QIODevice::ReadOnly));
+    const QByteArray model = source.readAll();
+    for (const qint32 type : {4, 5, 6, 29, 50, 1004}) {
+        QByteArray odd = model;
+        std::memcpy(odd.data() + 44, &type, 4);
+        const QString path = dir.filePath(QStringLiteral("type-%1.bin").arg(type));
+        QFile out(path);
+        ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+        out.write(odd);
+        out.close();
+        expectDamaged(path);
+    }
 }
 
 TEST(WhisperModelFile, AMissingFileSaysItCouldNotBeOpened)

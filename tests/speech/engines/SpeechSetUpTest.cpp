@@ -1,0 +1,359 @@
+#include "speech/CancellationError.h"
+#include "speech/LiveSpeechSession.h"
+#include "speech/LocalSpeech.h"
+#include "speech/WhisperModelInstall.h"
+
+#include "LoopbackModelServer.h"
+#include "SpeechTestSupport.h"
+
+#include "prefs/PreferenceStore.h"
+#include "prefs/SettingsKeys.h"
+
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using namespace kestil;
+using Status = LocalSpeech::Readiness::Status;
+
+namespace {
+
+// Downloads run on Qt's network machinery, which needs an application object.
+class ApplicationEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override { app_ = std::make_unique<QCoreApplication>(argc_, argv_); }
+    void TearDown() override { app_.reset(); }
+
+private:
+    int argc_ = 1;
+    char name_[32] = "speech_setup_test";
+    char *argv_[2] = {name_, nullptr};
+    std::unique_ptr<QCoreApplication> app_;
+};
+const auto *const application = ::testing::AddGlobalTestEnvironment(new ApplicationEnvironment);
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
+    return file.readAll();
+}
+
+QByteArray sha256(const QByteArray &bytes)
+{
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
+}
+
+// A data folder, preferences and a loopback server of the test's own; the
+// server publishes the generated tiny models under the names of the real
+// ones, and the catalogue holds their checksums.
+class SpeechSetUp : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(data_.isValid());
+        qputenv("KESTIL_DATA_DIR", data_.path().toUtf8());
+        qunsetenv("KESTIL_SPEECH_MODEL_BASE_URL");
+        preferences_ = std::make_unique<PreferenceStore>(data_.filePath(QStringLiteral("config")));
+        english_ = contentOf(test::tinyEnglishModel());
+        multilingual_ = contentOf(test::tinyMultilingualModel());
+        server_.setFile(QStringLiteral("ggml-base.en.bin"), english_);
+        server_.setFile(QStringLiteral("ggml-base.bin"), multilingual_);
+        catalogue_ = {WhisperModel{"base.en", "base", true, "ggml-base.en.bin", sha256(english_)},
+                      WhisperModel{"base", "base", false, "ggml-base.bin", sha256(multilingual_)}};
+        directory_ = data_.filePath(QStringLiteral("Models/speech"));
+    }
+    void TearDown() override { qunsetenv("KESTIL_DATA_DIR"); }
+
+    QUrl base(const char *mode) const { return QUrl(server_.baseAddress(QString::fromLatin1(mode))); }
+
+    void useServer(const char *mode)
+    {
+        preferences_->set(QString(whisperModelBaseAddressKey),
+                          server_.baseAddress(QString::fromLatin1(mode)));
+    }
+
+    LocalSpeech::Readiness readiness(const QString &locale) const
+    {
+        return LocalSpeech::readiness(locale,
+                                      LocalSpeech::Inventory::current(*preferences_, catalogue_, directory_));
+    }
+
+    QString failureOf(const std::function<void()> &action)
+    {
+        try {
+            action();
+        } catch (const Error &e) {
+            return e.localizedDescription();
+        }
+        return {};
+    }
+
+    QString modelPath() const { return directory_ + QStringLiteral("/ggml-base.en.bin"); }
+
+    QTemporaryDir data_;
+    std::unique_ptr<PreferenceStore> preferences_;
+    test::LoopbackModelServer server_;
+    QByteArray english_;
+    QByteArray multilingual_;
+    QList<WhisperModel> catalogue_;
+    QString directory_;
+};
+
+} // namespace
+
+TEST_F(SpeechSetUp, AServedModelIsInstalledOnlyOnceItsChecksumMatched)
+{
+    std::vector<std::pair<qint64, qint64>> progress;
+    DownloadObserver observer;
+    observer.progress = [&](qint64 received, qint64 total) { progress.emplace_back(received, total); };
+    installWhisperModel(directory_, catalogue_[0], base("good"), observer);
+
+    EXPECT_TRUE(isWhisperModelInstalled(directory_, catalogue_[0]));
+    EXPECT_EQ(contentOf(modelPath()), english_);
+    EXPECT_FALSE(QFile::exists(modelPath() + QStringLiteral(".part")));
+    ASSERT_FALSE(progress.empty());
+    EXPECT_EQ(progress.back(), std::make_pair(qint64(english_.size()), qint64(english_.size())));
+    for (std::size_t i = 1; i < progress.size(); ++i)
+        EXPECT_GE(progress[i].first, progress[i - 1].first);
+
+    // A file that changed after its check no longer counts.
+    QFile file(modelPath());
+    ASSERT_TRUE(file.open(QIODevice::Append));
+    file.write("x");
+    file.close();
+    EXPECT_FALSE(isWhisperModelInstalled(directory_, catalogue_[0]));
+}
+
+TEST_F(SpeechSetUp, ATruncatedFileFailsItsCheckAndIsDeleted)
+{
+    const QString message =
+        failureOf([&] { installWhisperModel(directory_, catalogue_[0], base("truncated"), {}); });
+    EXPECT_TRUE(message.contains(QStringLiteral("did not match its published checksum, so it was deleted")))
+        << message.toStdString();
+    EXPECT_FALSE(QFile::exists(modelPath()));
+    EXPECT_FALSE(QFile::exists(modelPath() + QStringLiteral(".part")));
+    EXPECT_FALSE(isWhisperModelInstalled(directory_, catalogue_[0]));
+}
+
+TEST_F(SpeechSetUp, AFileWithTheWrongChecksumIsDeleted)
+{
+    server_.setFile(QStringLiteral("ggml-base.en.bin"), multilingual_);
+    const QString message =
+        failureOf([&] { installWhisperModel(directory_, catalogue_[0], base("good"), {}); });
+    EXPECT_TRUE(message.contains(QStringLiteral("did not match its published checksum")))
+        << message.toStdString();
+    EXPECT_FALSE(QFile::exists(modelPath()));
+    EXPECT_FALSE(QFile::exists(modelPath() + QStringLiteral(".part")));
+}
+
+TEST_F(SpeechSetUp, ADownloadCutOffMidTransferKeepsItsPartAndResumes)
+{
+    const QString first =
+        failureOf([&] { installWhisperModel(directory_, catalogue_[0], base("drop"), {}); });
+    EXPECT_TRUE(first.contains(QStringLiteral("received so far are kept"))) << first.toStdString();
+    const qint64 kept = QFileInfo(modelPath() + QStringLiteral(".part")).size();
+    EXPECT_GT(kept, 0);
+    EXPECT_LT(kept, english_.size());
+    EXPECT_FALSE(QFile::exists(modelPath())) << "half a file is never in the model's place";
+    EXPECT_EQ(readiness(QStringLiteral("de-DE")).status, Status::supported);
+
+    installWhisperModel(directory_, catalogue_[0], base("drop"), {});
+    EXPECT_EQ(contentOf(modelPath()), english_);
+    // Qt may ask once more by itself when a server hangs up; the second
+    // set-up in any case asks for the rest only.
+    const auto requests = server_.requests();
+    ASSERT_GE(requests.size(), 2);
+    EXPECT_TRUE(requests.first().range.isEmpty());
+    EXPECT_EQ(requests.last().range, "bytes=" + QByteArray::number(kept) + '-');
+}
+
+TEST_F(SpeechSetUp, AServerThatIgnoresRangesMakesTheDownloadStartOver)
+{
+    QDir().mkpath(directory_);
+    QFile part(modelPath() + QStringLiteral(".part"));
+    ASSERT_TRUE(part.open(QIODevice::WriteOnly));
+    part.write(QByteArray(1000, 'z')); // not even the right bytes
+    part.close();
+    installWhisperModel(directory_, catalogue_[0], base("norange"), {});
+    EXPECT_EQ(contentOf(modelPath()), english_);
+    EXPECT_EQ(server_.requests().value(0).range, QByteArray("bytes=1000-"));
+}
+
+TEST_F(SpeechSetUp, AMissingFileIsTheServersAnswerInWords)
+{
+    try {
+        installWhisperModel(directory_, catalogue_[0], base("nothing-here"), {});
+        FAIL();
+    } catch (const ModelDownloadError &e) {
+        EXPECT_EQ(e.code(), 404);
+        EXPECT_TRUE(
+            e.localizedDescription().startsWith(QStringLiteral("The speech model server answered 404")))
+            << e.localizedDescription().toStdString();
+    }
+    EXPECT_FALSE(QFile::exists(modelPath()));
+}
+
+TEST_F(SpeechSetUp, ACancelledDownloadKeepsItsPartAndCountsNothingInstalled)
+{
+    DownloadObserver observer;
+    std::atomic<bool> cancel{false};
+    observer.progress = [&](qint64 received, qint64) {
+        if (received > 100000)
+            cancel = true;
+    };
+    observer.isCancelled = [&] { return cancel.load(); };
+    EXPECT_THROW(installWhisperModel(directory_, catalogue_[0], base("slow"), observer), CancellationError);
+    EXPECT_FALSE(isWhisperModelInstalled(directory_, catalogue_[0]));
+    EXPECT_FALSE(QFile::exists(modelPath()));
+    EXPECT_GT(QFileInfo(modelPath() + QStringLiteral(".part")).size(), 0);
+}
+
+TEST_F(SpeechSetUp, AFinishedFileWithoutItsRecordIsCheckedWithoutADownload)
+{
+    QDir().mkpath(directory_);
+    QFile file(modelPath());
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(english_);
+    file.close();
+    EXPECT_FALSE(isWhisperModelInstalled(directory_, catalogue_[0]));
+    installWhisperModel(directory_, catalogue_[0], base("good"), {});
+    EXPECT_TRUE(isWhisperModelInstalled(directory_, catalogue_[0]));
+    EXPECT_TRUE(server_.requests().isEmpty());
+}
+
+TEST_F(SpeechSetUp, SetUpInstallsWhisperProvesItAndWhisperThenTranscribes)
+{
+    useServer("good");
+    settings::setLocalSpeechLastFailure(*preferences_, QStringLiteral("an earlier failure"));
+    // Until set-up runs, the installed fallback answers for English.
+    EXPECT_EQ(readiness(QStringLiteral("en-US")).configuration->engine, LocalSpeech::Engine::dictation);
+
+    LocalSpeech::SetUpOptions options;
+    options.catalogue = catalogue_;
+    LocalSpeech::setUp(QStringLiteral("en-US"), *preferences_, options);
+
+    EXPECT_FALSE(settings::localSpeechLastFailure(*preferences_).has_value());
+    const LocalSpeech::Readiness ready = LocalSpeech::readiness(QStringLiteral("en-US"), *preferences_);
+    ASSERT_TRUE(ready.configuration.has_value());
+    EXPECT_EQ(ready.configuration->engine, LocalSpeech::Engine::speech);
+    EXPECT_EQ(ready.status, Status::installed);
+    EXPECT_EQ(ready.configuration->module, modelPath());
+    EXPECT_EQ(LocalSpeech::message(ready),
+              QStringLiteral("On-device speech is ready. Transcription works offline."));
+
+    // A live session now runs on the installed whisper model.
+    std::vector<LocalTranscript> seen;
+    auto session = LiveSpeechSession::start(
+        QStringLiteral("en-US"), [](const Error &) {}, [&](const LocalTranscript &t) { seen.push_back(t); },
+        *preferences_);
+    EXPECT_EQ(session->format(), 16000.0);
+    std::vector<float> audio = test::silence(0.5, 48000);
+    test::appendTo(audio, test::noiseBurst(2.0, 0.1, 3, 48000));
+    test::appendTo(audio, test::silence(1.0, 48000));
+    for (std::size_t at = 0; at < audio.size(); at += 4096) {
+        const std::size_t n = std::min<std::size_t>(4096, audio.size() - at);
+        session->append(audio.data() + at, qsizetype(n * sizeof(float)), 48000);
+    }
+    const LocalTranscript final = session->finish();
+    ASSERT_EQ(final.utterances.size(), 1);
+    EXPECT_NEAR(final.utterances[0].start, 0.5, 0.05);
+    EXPECT_FALSE(final.utterances[0].text.isEmpty());
+}
+
+TEST_F(SpeechSetUp, AFailedSetUpIsRecordedAndLeavesNothingInstalled)
+{
+    useServer("truncated");
+    LocalSpeech::SetUpOptions options;
+    options.catalogue = catalogue_;
+    const QString message =
+        failureOf([&] { LocalSpeech::setUp(QStringLiteral("de-DE"), *preferences_, options); });
+    EXPECT_TRUE(message.contains(QStringLiteral("did not match its published checksum")));
+    const QString record = settings::localSpeechLastFailure(*preferences_).value_or(QString());
+    const QStringList lines = record.split(QLatin1Char('\n'));
+    ASSERT_GE(lines.size(), 3);
+    EXPECT_TRUE(lines[0].endsWith(QStringLiteral(" · de-DE")));
+    EXPECT_EQ(lines[1], message + QStringLiteral(" (kestil.ModelDownloadError, 0)"));
+    EXPECT_EQ(lines[2], QStringLiteral("Requested language: de-DE"));
+    EXPECT_EQ(readiness(QStringLiteral("de-DE")).status, Status::supported);
+}
+
+TEST_F(SpeechSetUp, ACancelledSetUpLeavesTheLastFailureAsItWas)
+{
+    useServer("slow");
+    settings::setLocalSpeechLastFailure(*preferences_, QStringLiteral("an earlier failure"));
+    LocalSpeech::SetUpOptions options;
+    options.catalogue = catalogue_;
+    std::atomic<bool> cancel{false};
+    bool sawDownloading = false;
+    options.download.progress = [&](qint64 received, qint64) {
+        // While the download runs, the language reads as downloading.
+        sawDownloading = sawDownloading || readiness(QStringLiteral("de-DE")).status == Status::downloading;
+        if (received > 100000)
+            cancel = true;
+    };
+    options.download.isCancelled = [&] { return cancel.load(); };
+    EXPECT_THROW(LocalSpeech::setUp(QStringLiteral("de-DE"), *preferences_, options), CancellationError);
+    EXPECT_TRUE(sawDownloading);
+    EXPECT_EQ(settings::localSpeechLastFailure(*preferences_), QStringLiteral("an earlier failure"));
+    EXPECT_EQ(readiness(QStringLiteral("de-DE")).status, Status::supported);
+}
+
+TEST_F(SpeechSetUp, ALanguageOutsideTheKeysIsRefusedAndRecorded)
+{
+    useServer("good");
+    const QString message = failureOf([&] { LocalSpeech::setUp(QStringLiteral("pl-PL"), *preferences_); });
+    EXPECT_TRUE(message.startsWith(QStringLiteral("Transcription is unavailable for the selected language")));
+    EXPECT_TRUE(
+        settings::localSpeechLastFailure(*preferences_)
+            ->endsWith(QStringLiteral(
+                "Requested language: pl-PL\nNot supported by on-device speech. Choose a supported language "
+                "in Settings.")));
+    EXPECT_TRUE(server_.requests().isEmpty());
+}
+
+TEST_F(SpeechSetUp, AFileThatIsNoModelNeverCountsInstalled)
+{
+    // The server's file matches its checksum but is no whisper model.
+    const QByteArray junk(4096, 'j');
+    server_.setFile(QStringLiteral("ggml-base.bin"), junk);
+    catalogue_[1].sha256 = sha256(junk);
+    useServer("good");
+    LocalSpeech::SetUpOptions options;
+    options.catalogue = catalogue_;
+    const QString message =
+        failureOf([&] { LocalSpeech::setUp(QStringLiteral("fr-FR"), *preferences_, options); });
+    EXPECT_EQ(message,
+              QStringLiteral("Kestil has not finished installing this language's speech model. Connect to "
+                             "the internet and try Set Up On-Device Speech again."));
+    const LocalSpeech::Readiness r = readiness(QStringLiteral("fr-FR"));
+    EXPECT_EQ(r.status, Status::supported);
+    EXPECT_TRUE(r.details.contains(QStringLiteral("Whisper usable audio formats: 0")));
+}
+
+TEST_F(SpeechSetUp, AModelWhisperCannotLoadFailsTheProofAndSaysSo)
+{
+    // Whole and well-formed, but one tensor has a name whisper.cpp does not
+    // know, so it refuses the file when set-up tries it.
+    QByteArray odd = multilingual_;
+    const qsizetype at = odd.indexOf("decoder.ln.bias");
+    ASSERT_GT(at, 0);
+    odd.replace(at, 15, "decoder.xx.bias");
+    server_.setFile(QStringLiteral("ggml-base.bin"), odd);
+    catalogue_[1].sha256 = sha256(odd);
+    useServer("good");
+    LocalSpeech::SetUpOptions options;
+    options.catalogue = catalogue_;
+    const QString message =
+        failureOf([&] { LocalSpeech::setUp(QStringLiteral("fr-FR"), *preferences_, options); });
+    EXPECT_EQ(message, QStringLiteral("Whisper could not load the speech model “ggml-base.bin”."));
+    const QString record = settings::localSpeechLastFailure(*preferences_).value_or(QString());
+    EXPECT_TRUE(record.endsWith(QStringLiteral("\nSetup verification: Whisper fr-FR")))
+        << record.toStdString();
+}
