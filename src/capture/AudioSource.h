@@ -39,7 +39,8 @@ public:
     // handler is called once, by invalidate(). The failure handler is called
     // on `queue`, after the last buffer, when the source ends without being
     // asked to (the sound server went away); it is never called after
-    // invalidate() has returned.
+    // invalidate() has returned. The queue must outlive the run, up to
+    // invalidate().
     virtual void run(CaptureQueue &queue, InputBlock block, InvalidationHandler invalidationHandler = {},
                      FailureHandler failureHandler = {}) = 0;
 

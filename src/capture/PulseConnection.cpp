@@ -7,6 +7,7 @@
 #include <pulse/introspect.h>
 #include <pulse/proplist.h>
 #include <pulse/thread-mainloop.h>
+#include <pulse/timeval.h>
 
 namespace kestil {
 
@@ -17,12 +18,9 @@ void signalLoop(pa_threaded_mainloop *mainloop)
     pa_threaded_mainloop_signal(mainloop, 0);
 }
 
-// Waits, with the lock held, until the server has answered an operation.
-void await(pa_threaded_mainloop *mainloop, pa_operation *operation)
+SystemError noAnswer()
 {
-    while (pa_operation_get_state(operation) == PA_OPERATION_RUNNING)
-        pa_threaded_mainloop_wait(mainloop);
-    pa_operation_unref(operation);
+    return SystemError(QStringLiteral("The sound server did not answer in time"));
 }
 
 template <typename Info> PulseDeviceInfo deviceInfo(const Info *info)
@@ -94,14 +92,39 @@ void PulseConnection::connect()
         mainloop_);
     if (pa_context_connect(context_, nullptr, PA_CONTEXT_NOFLAGS, nullptr) < 0)
         throw SystemError(QStringLiteral("Could not connect to the sound server: %1").arg(lastError()));
-    for (;;) {
+    // A server that accepts the connection and never answers (a stopped
+    // process) must not hold the caller forever.
+    const bool settled = waitFor([this] {
         const auto state = pa_context_get_state(context_);
-        if (state == PA_CONTEXT_READY)
-            return;
-        if (!PA_CONTEXT_IS_GOOD(state))
-            throw SystemError(QStringLiteral("Could not connect to the sound server: %1").arg(lastError()));
+        return state == PA_CONTEXT_READY || !PA_CONTEXT_IS_GOOD(state);
+    });
+    if (!settled)
+        throw SystemError(QStringLiteral("Could not connect to the sound server: it did not answer in time"));
+    if (pa_context_get_state(context_) != PA_CONTEXT_READY)
+        throw SystemError(QStringLiteral("Could not connect to the sound server: %1").arg(lastError()));
+}
+
+bool PulseConnection::waitFor(const std::function<bool()> &done)
+{
+    struct Deadline {
+        pa_threaded_mainloop *mainloop;
+        bool passed = false;
+    } deadline{mainloop_, false};
+    pa_mainloop_api *api = pa_threaded_mainloop_get_api(mainloop_);
+    struct timeval when;
+    pa_timeval_add(pa_gettimeofday(&when), pa_usec_t(answerTimeoutMilliseconds) * PA_USEC_PER_MSEC);
+    pa_time_event *timer = api->time_new(
+        api, &when,
+        [](pa_mainloop_api *, pa_time_event *, const struct timeval *, void *data) {
+            auto reached = static_cast<Deadline *>(data);
+            reached->passed = true;
+            signalLoop(reached->mainloop);
+        },
+        &deadline);
+    while (!done() && !deadline.passed)
         pa_threaded_mainloop_wait(mainloop_);
-    }
+    api->time_free(timer);
+    return done();
 }
 
 bool PulseConnection::isConnected() const
@@ -151,7 +174,13 @@ PulseServerInfo PulseConnection::serverInfo()
     if (!operation)
         throw SystemError(
             QStringLiteral("Could not ask the sound server for its devices: %1").arg(lastError()));
-    await(mainloop_, operation);
+    const bool answered =
+        waitFor([operation] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; });
+    if (!answered)
+        pa_operation_cancel(operation);
+    pa_operation_unref(operation);
+    if (!answered)
+        throw noAnswer();
     return query.info;
 }
 
@@ -171,7 +200,13 @@ std::optional<PulseDeviceInfo> PulseConnection::sourceInfo(const QString &name)
     if (!operation)
         throw SystemError(
             QStringLiteral("Could not ask the sound server for its devices: %1").arg(lastError()));
-    await(mainloop_, operation);
+    const bool answered =
+        waitFor([operation] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; });
+    if (!answered)
+        pa_operation_cancel(operation);
+    pa_operation_unref(operation);
+    if (!answered)
+        throw noAnswer();
     return query.device;
 }
 
@@ -193,7 +228,13 @@ std::optional<PulseDeviceInfo> PulseConnection::sinkInfo(const QString &name)
     if (!operation)
         throw SystemError(
             QStringLiteral("Could not ask the sound server for its devices: %1").arg(lastError()));
-    await(mainloop_, operation);
+    const bool answered =
+        waitFor([operation] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; });
+    if (!answered)
+        pa_operation_cancel(operation);
+    pa_operation_unref(operation);
+    if (!answered)
+        throw noAnswer();
     return query.device;
 }
 

@@ -5,6 +5,7 @@
 #include <pulse/channelmap.h>
 #include <pulse/sample.h>
 
+#include <functional>
 #include <optional>
 
 struct pa_context;
@@ -53,6 +54,13 @@ public:
 
     // The server's text for the context's last error.
     QString lastError() const;
+
+    // Waits on the loop, with its lock held, until `done` holds. False when
+    // the server has not got there within the answer time.
+    bool waitFor(const std::function<bool()> &done);
+
+    // How long the server has to answer a request before Kestil gives up.
+    static constexpr int answerTimeoutMilliseconds = 5000;
 
     pa_threaded_mainloop *mainloop() const { return mainloop_; }
     pa_context *context() const { return context_; }

@@ -59,19 +59,18 @@ void PulseRecordStream::start()
         release();
         throw SystemError(reason);
     }
-    for (;;) {
+    const bool settled = connection_.waitFor([this] {
         const auto state = pa_stream_get_state(stream_);
-        if (state == PA_STREAM_READY) {
-            running_ = true;
-            return;
-        }
-        if (!PA_STREAM_IS_GOOD(state)) {
-            const QString reason = connection_.lastError();
-            release();
-            throw SystemError(reason);
-        }
-        pa_threaded_mainloop_wait(connection_.mainloop());
+        return state == PA_STREAM_READY || !PA_STREAM_IS_GOOD(state);
+    });
+    if (settled && pa_stream_get_state(stream_) == PA_STREAM_READY) {
+        running_ = true;
+        return;
     }
+    const QString reason =
+        settled ? connection_.lastError() : QStringLiteral("the sound server did not answer in time");
+    release();
+    throw SystemError(reason);
 }
 
 std::vector<float> PulseRecordStream::stop()

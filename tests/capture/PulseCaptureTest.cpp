@@ -286,9 +286,21 @@ TEST_F(PulseCaptureTest, WithoutDevicesTheSourcesSaySoInTheirWords)
     EXPECT_EQ(system.errorMessage(), QStringLiteral("No audio output devices found!"));
 }
 
+TEST_F(PulseCaptureTest, AHungServerIsGivenUpOnWithTheReason)
+{
+    server.freeze(true);
+    MicrophoneSource microphone;
+    microphone.prepare();
+    server.freeze(false);
+    EXPECT_FALSE(microphone.format());
+    EXPECT_EQ(microphone.errorMessage(),
+              QStringLiteral("Could not connect to the sound server: it did not answer in time"));
+}
+
 TEST_F(PulseCaptureTest, WithoutAServerTheSourcesSayWhy)
 {
     server.stop();
+    const QByteArray previous = qgetenv("PULSE_SERVER");
     qputenv("PULSE_SERVER", ("unix:" + root.filePath(QStringLiteral("no-server"))).toUtf8());
     MicrophoneSource microphone;
     microphone.prepare();
@@ -300,7 +312,10 @@ TEST_F(PulseCaptureTest, WithoutAServerTheSourcesSayWhy)
     system.prepare();
     EXPECT_FALSE(system.format());
     EXPECT_TRUE(system.errorMessage().startsWith(QStringLiteral("Could not connect to the sound server: ")));
-    qunsetenv("PULSE_SERVER");
+    if (previous.isNull())
+        qunsetenv("PULSE_SERVER");
+    else
+        qputenv("PULSE_SERVER", previous);
 }
 
 TEST_F(PulseCaptureTest, AServerThatGoesAwayEndsCaptureAndKeepsWhatWasRecorded)

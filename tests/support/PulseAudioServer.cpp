@@ -186,6 +186,7 @@ QString PulseAudioServer::keepWarm(const QStringList &sources)
 void PulseAudioServer::stop()
 {
     if (pid_ > 0) {
+        ::kill(pid_t(pid_), SIGCONT);
         ::kill(pid_t(pid_), SIGTERM);
         QElapsedTimer waited;
         waited.start();
@@ -251,6 +252,12 @@ int PulseAudioServer::pactl(const QStringList &arguments, QString *out) const
     if (out)
         *out = QString::fromUtf8(process.readAll());
     return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+}
+
+void PulseAudioServer::freeze(bool frozen) const
+{
+    if (pid_ > 0)
+        ::kill(pid_t(pid_), frozen ? SIGSTOP : SIGCONT);
 }
 
 bool PulseAudioServer::suspendSpeakers(bool suspended) const

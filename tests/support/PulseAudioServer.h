@@ -65,6 +65,10 @@ public:
     // Runs pactl with the arguments; returns its exit code (output in `out`).
     int pactl(const QStringList &arguments, QString *out = nullptr) const;
 
+    // Freezes the server process (SIGSTOP), as a hung sound server is, or
+    // lets it run again.
+    void freeze(bool frozen) const;
+
     // Stops the default sink (and so its monitor) from delivering anything,
     // as an idle, suspended output does; false resumes it.
     bool suspendSpeakers(bool suspended) const;

@@ -16,7 +16,8 @@ using namespace std::chrono_literals;
 TEST(DiskFullRecoveryTest, AFullDiskStopsCaptureKeepsItsAudioAndIsRepairedOnceThereIsRoom)
 {
     TmpfsMount disk(16 << 20);
-    ASSERT_TRUE(disk.mounted()) << disk.error().toStdString();
+    if (!disk.mounted())
+        GTEST_SKIP() << disk.error().toStdString();
     QTemporaryDir work;
     // A minute of sound, more than the disk holds.
     const QString input = work.filePath(QStringLiteral("meeting.flac"));
