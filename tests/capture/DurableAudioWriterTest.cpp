@@ -381,6 +381,8 @@ TEST_F(DurableAudioWriterTest, AFullDiskStopsAppendsAndKeepsEverythingWrittenBef
     TmpfsMount disk(256 * 1024);
     if (!disk.mounted())
         GTEST_SKIP() << disk.error().toStdString();
+    const QString filler = disk.path() + QStringLiteral("/filler");
+    ASSERT_TRUE(writeBytes(filler, QByteArray(64 * 1024, 'x')));
     const QString segment = disk.path() + QStringLiteral("/Recordings/N/S");
     DurableAudioWriter writer(segment, noteID, 48000);
     std::vector<float> appended;
@@ -399,9 +401,21 @@ TEST_F(DurableAudioWriterTest, AFullDiskStopsAppendsAndKeepsEverythingWrittenBef
     ASSERT_GE(raw.size(), appended.size());
     EXPECT_TRUE(std::equal(appended.begin(), appended.end(), raw.begin())) << "audio before the failure";
     EXPECT_GT(appended.size(), size_t(4096 * 5));
+    // The file system fills up in whole blocks, so no sample is cut in two.
+    EXPECT_EQ(QFileInfo(RecordingFolder::rawAudioPath(segment)).size() % 4, 0);
 
     // No room for a build either: it fails and leaves nothing behind.
     EXPECT_THROW(DurableAudioWriter::rebuildFinalAudio(segment), Error);
     EXPECT_EQ(QDir(segment).entryList({QStringLiteral("recovered-*")}, QDir::Files), QStringList{});
     EXPECT_EQ(readRawAudio(RecordingFolder::rawAudioPath(segment)), raw);
+
+    // Once there is room again, what follows lines up with what came before.
+    ASSERT_TRUE(QFile::remove(filler));
+    const auto later = sine(1000, 48000, 4096);
+    writer.append(later);
+    const auto after = readRawAudio(RecordingFolder::rawAudioPath(segment));
+    ASSERT_EQ(after.size(), raw.size() + later.size());
+    EXPECT_TRUE(std::equal(later.begin(), later.end(), after.end() - qsizetype(later.size())));
+    writer.complete();
+    EXPECT_TRUE(LocalRecordingManifest::read(segment).complete);
 }
