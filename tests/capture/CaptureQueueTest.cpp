@@ -46,7 +46,9 @@ TEST(CaptureQueue, SyncWaitsForEverythingQueuedBeforeIt)
     });
     queue.sync();
     EXPECT_TRUE(slowDone);
-    EXPECT_EQ(queue.pending(), 0u);
+    // The empty sync block itself may still be unwinding on the queue, so
+    // at most that one is pending; the slow block is not.
+    EXPECT_LE(queue.pending(), 1u);
 }
 
 TEST(CaptureQueue, SyncFromTheQueueItselfRunsInPlace)
