@@ -42,8 +42,14 @@ function(kestil_test name)
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 300)
   endif()
+  # Tests that run in real time against an audio server, a display or a real
+  # model run alone: on two cores a neighbour would starve them.
+  set(serial FALSE)
+  if("integration" IN_LIST ARG_LABELS OR "e2e" IN_LIST ARG_LABELS)
+    set(serial TRUE)
+  endif()
   gtest_discover_tests(${name}
     DISCOVERY_TIMEOUT 60
-    PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT}
+    PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT ${ARG_TIMEOUT} RUN_SERIAL ${serial}
                ENVIRONMENT "KESTIL_TEST_MODELS_DIR=${KESTIL_TEST_MODELS_DIR};QT_QPA_PLATFORM=offscreen")
 endfunction()
