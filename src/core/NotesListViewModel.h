@@ -1,0 +1,189 @@
+#pragma once
+
+#include "core/ManagedObject.h"
+#include "core/Note.h"
+#include "library/FolderSelection.h"
+#include "speech/LocalTranscript.h"
+#include "speech/TranscriptUtterance.h"
+
+#include <QFuture>
+#include <QList>
+#include <QObject>
+#include <QPromise>
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+namespace kestil {
+
+class LocalAppModel;
+class NotesListRoles;
+class PreferenceStore;
+class ProcessTapRecorder;
+class SharedPersistenceController;
+
+// Every user action on notes goes through here: a new note and its
+// recording, each transcript snapshot folded into the note and saved, pause,
+// stop, delete, selection and the small editors of a note. Every failure of
+// an action ends the same way: syncErrorMessage takes the error's text and
+// showSyncError becomes true, and the view shows an alert.
+//
+// One instance per notes list, created with the shared application model,
+// recorder, roles and preferences. Main thread only. The operations that wait
+// for the recorder return futures that finish on the main thread; while they
+// wait, operationInProgress and the recorder's own flags keep other actions
+// apart. Observe a future with a QFutureWatcher, never by blocking.
+class NotesListViewModel : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(bool isTranscriptionPaused READ isTranscriptionPaused NOTIFY isTranscriptionPausedChanged)
+    Q_PROPERTY(QString accumulatedTranscription READ accumulatedTranscription NOTIFY
+                   accumulatedTranscriptionChanged)
+    Q_PROPERTY(int selectedDetailTab READ selectedDetailTab NOTIFY selectedDetailTabChanged)
+    Q_PROPERTY(bool showSyncError READ showSyncError WRITE setShowSyncError NOTIFY showSyncErrorChanged)
+    Q_PROPERTY(QString syncErrorMessage READ syncErrorMessage NOTIFY syncErrorMessageChanged)
+    Q_PROPERTY(bool operationInProgress READ operationInProgress NOTIFY operationInProgressChanged)
+
+public:
+    // The detail tabs a selection opens.
+    enum DetailTab { summaryTab = 0, transcriptTab = 2 };
+
+    NotesListViewModel(LocalAppModel &appModel, ProcessTapRecorder &recorder, NotesListRoles &roles,
+                       PreferenceStore &preferences, QObject *parent = nullptr);
+    ~NotesListViewModel() override;
+
+    LocalAppModel &appModel() const { return appModel_; }
+    ProcessTapRecorder &recorder() const { return recorder_; }
+    // The store of the application model; null when it did not open.
+    SharedPersistenceController *persistenceController() const;
+
+    // Observable state.
+    // The note that receives the running recording.
+    const NotePtr &newNoteBeingRecorded() const { return newNoteBeingRecorded_; }
+    // Mirrors the recorder's `paused`.
+    bool isTranscriptionPaused() const { return isTranscriptionPaused_; }
+    // What the live view shows: the note's earlier text, the committed text
+    // and the tentative text of this recording.
+    const QString &accumulatedTranscription() const { return accumulatedTranscription_; }
+    const QList<ObjectId> &selectedNoteIDs() const { return selectedNoteIDs_; }
+    bool isSelected(const ObjectId &id) const;
+    int selectedDetailTab() const { return selectedDetailTab_; }
+    void setSelectedDetailTab(int tab);
+    // An alert with syncErrorMessage is due; the view sets it back to false
+    // when the alert is dismissed.
+    bool showSyncError() const { return showSyncError_; }
+    void setShowSyncError(bool show);
+    // The text of the last failure of any action.
+    const QString &syncErrorMessage() const { return syncErrorMessage_; }
+    // A start or a stop of a recording is running.
+    bool operationInProgress() const { return operationInProgress_; }
+    // The sidebar's selection when a note is created: new notes go into its
+    // folder.
+    const FolderSelection &pendingFolderSelection() const { return pendingFolderSelection_; }
+    void setPendingFolderSelection(const FolderSelection &selection) { pendingFolderSelection_ = selection; }
+
+    // newNoteBeingRecorded while the recorder records, else nothing.
+    NotePtr recordingNote() const;
+    // Whether a new recording may start now: the recorder is idle, no start or
+    // stop runs here, and the application is not busy.
+    bool canStart() const;
+
+    // A new note titled "Untitled Note", then a recording into it. Does
+    // nothing when a recording cannot start now.
+    QFuture<void> startNewTranscription();
+    // A recording into an existing note, after its text. A second start while
+    // one runs is ignored without a word.
+    QFuture<void> startTranscription(const NotePtr &note);
+    // Stops and finishes the recording; everyone who asks while a stop runs
+    // waits for that same stop.
+    QFuture<void> stopTranscription();
+    // Pauses or continues a running recording.
+    void togglePause();
+
+    // Called by the recorder with each transcript of the running session:
+    // the live text is shown at once; committed text is written to the note
+    // and saved; a tentative-only result never reaches the store.
+    void receiveSnapshot(const LocalTranscript &transcript);
+
+    // A click on a note; `additive` toggles it in a multiple selection. A
+    // null note clears the current note.
+    void selectNote(const NotePtr &note, bool additive);
+    // The recording indicator's click: the recording note and its transcript.
+    void selectRecordingNote();
+    // The list has appeared: it becomes the active list, new notes go into
+    // the sidebar's folder, and the first note is selected when nothing is.
+    void listAppeared(const QList<NotePtr> &fetched, const FolderSelection &sidebarFolder);
+
+    // Deletes one note with its audio; a note being recorded is stopped
+    // first. Refused while a recording starts or finishes.
+    QFuture<void> deleteNote(const NotePtr &note);
+    // Deletes the selected notes among `fetched`, one after the other; a
+    // failure of one does not stop the others, and the alert shows the last.
+    QFuture<void> deleteSelectedNotes(const QList<NotePtr> &fetched);
+    // Deletes the notes at the given positions of `list`.
+    QFuture<void> deleteNotes(const QList<int> &offsets, const QList<NotePtr> &list);
+
+    // The detail view's editors. Each saves at once, does nothing when the
+    // value is unchanged, and reports a failed save as every action does.
+    // A title that is blank after trimming is not written.
+    void setTitle(const NotePtr &note, const QString &title);
+    void setSummary(const NotePtr &note, const QString &summary);
+    // The old value comes back when the save fails.
+    void setSummaryType(const NotePtr &note, const QString &summaryType);
+
+signals:
+    void newNoteBeingRecordedChanged();
+    void isTranscriptionPausedChanged(bool paused);
+    void accumulatedTranscriptionChanged(const QString &text);
+    void selectedNoteIDsChanged();
+    void selectedDetailTabChanged(int tab);
+    void showSyncErrorChanged(bool show);
+    void syncErrorMessageChanged(const QString &message);
+    void operationInProgressChanged(bool inProgress);
+    // Any of the recorder's values that views read has changed, so a view
+    // that watches only this model redraws with the recorder.
+    void recorderChanged();
+    // Open editors save what they hold before the selection changes.
+    void kestilSaveCurrentNote();
+
+private:
+    struct StartContext;
+
+    NotePtr createRecordingNote(const QString &transcription, const QString &title);
+    void failStart(const std::shared_ptr<QPromise<void>> &promise, const QString &message);
+    void performStop(const std::shared_ptr<QPromise<void>> &promise);
+    void finishStopping();
+    void deleteNow(const NotePtr &note, const std::shared_ptr<QPromise<void>> &promise);
+    void deleteInTurn(QList<NotePtr> notes, const std::shared_ptr<QPromise<void>> &promise);
+    bool noteIsUsable(const NotePtr &note) const;
+    void saveQuietly();
+    void report(const QString &message);
+    void selectOnly(const NotePtr &note);
+    void setNewNoteBeingRecorded(const NotePtr &note);
+    void setIsTranscriptionPaused(bool paused);
+    void setAccumulatedTranscription(const QString &text);
+    void setOperationInProgress(bool inProgress);
+    void setSelectedNoteIDs(const QList<ObjectId> &ids);
+
+    LocalAppModel &appModel_;
+    ProcessTapRecorder &recorder_;
+    NotesListRoles &roles_;
+    PreferenceStore &preferences_;
+
+    NotePtr newNoteBeingRecorded_;
+    bool isTranscriptionPaused_ = false;
+    QString accumulatedTranscription_;
+    QList<ObjectId> selectedNoteIDs_;
+    int selectedDetailTab_ = summaryTab;
+    bool showSyncError_ = false;
+    QString syncErrorMessage_;
+    bool operationInProgress_ = false;
+    FolderSelection pendingFolderSelection_ = FolderSelection::all();
+    std::optional<QUuid> recordingLease_;
+    // The running stop, shared by all who ask to stop.
+    std::optional<QFuture<void>> stopTask_;
+    QString baseText_;
+    QList<TranscriptUtterance> baseUtterances_;
+};
+
+} // namespace kestil
