@@ -203,20 +203,26 @@ std::vector<SpeechResult> WhisperEngine::feed(std::span<const float> samples)
     }
 
     const auto step = std::int64_t(options_.stepSeconds * rate);
-    if (fed_ - lastVolatileAt_ < step)
+    if (fed_ < nextVolatileAt_)
         return results;
-    lastVolatileAt_ = fed_;
     const std::size_t frames = speech_.size();
     const auto minimumFrames =
         std::size_t(std::ceil(options_.minimumSpeechSeconds * rate / double(frameLength_)));
     const auto first = firstSpeechFrame(frames);
     const auto last = lastSpeechFrame(frames);
-    if (!first || speechFrames(frames) < minimumFrames)
+    if (!first || speechFrames(frames) < minimumFrames) {
+        nextVolatileAt_ = fed_ + step;
         return results;
+    }
     const std::size_t begin = *first > paddingFrames ? (*first - paddingFrames) * frameLength_ : 0;
+    const auto started = std::chrono::steady_clock::now();
     const QString text = decode(std::span<const float>(window_).subspan(begin));
     if (aborted_.load())
         return results;
+    const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    nextVolatileAt_ =
+        fed_ + std::int64_t(std::max(options_.stepSeconds, took / options_.volatileShare) * rate);
+    lastVolatile_ = VolatileReading{windowStart_ + std::int64_t(begin), fed_, text};
     const double start = seconds(windowStart_ + std::int64_t(*first * frameLength_));
     const double end = seconds(std::min(fed_, windowStart_ + std::int64_t((*last + 1) * frameLength_)));
     if (!text.isEmpty()) {
@@ -280,7 +286,8 @@ void WhisperEngine::settle(std::size_t cutFrame, bool atPause, std::vector<Speec
         }
         keepForRevision(std::span<const float>(window_).first(cutSample));
         eraseFrames(cutFrame);
-        lastVolatileAt_ = fed_;
+        lastVolatile_.reset();
+        nextVolatileAt_ = fed_ + std::int64_t(options_.stepSeconds * rate);
         return;
     }
 
@@ -301,14 +308,22 @@ void WhisperEngine::settle(std::size_t cutFrame, bool atPause, std::vector<Speec
     } else {
         audio.assign(window_.begin() + std::ptrdiff_t(begin), window_.begin() + std::ptrdiff_t(cutSample));
     }
-    const QString text = decode(audio);
+    QString text;
+    if (!revising && lastVolatile_ && lastVolatile_->begin == windowStart_ + std::int64_t(begin) &&
+        lastVolatile_->end >= windowStart_ + std::int64_t(cutSample)) {
+        // The last volatile reading already took in all of this stretch.
+        text = lastVolatile_->text;
+    } else {
+        text = decode(audio);
+    }
     if (aborted_.load())
         return;
 
     if (!text.isEmpty()) {
         const std::int64_t start = revising ? previous_->start : speechStart;
         results.push_back(SpeechResult{text, seconds(start), seconds(speechEnd), true});
-        previous_ = PreviousFinal{std::move(audio), start, speechEnd, atPause};
+        const bool revisable = atPause && double(audio.size()) <= options_.revisableSeconds * rate;
+        previous_ = PreviousFinal{std::move(audio), start, speechEnd, revisable};
     } else {
         if (tentativeShown_)
             results.push_back(SpeechResult{QString(), seconds(speechStart), seconds(speechEnd), false});
@@ -317,7 +332,8 @@ void WhisperEngine::settle(std::size_t cutFrame, bool atPause, std::vector<Speec
     }
     tentativeShown_ = false;
     eraseFrames(cutFrame);
-    lastVolatileAt_ = fed_;
+    lastVolatile_.reset();
+    nextVolatileAt_ = fed_ + std::int64_t(options_.stepSeconds * rate);
 }
 
 void WhisperEngine::dropLeadingSilence()

@@ -44,14 +44,22 @@ public:
         // turns slow when they outnumber the cores left free by the rest of
         // the desktop (capture, the interface, a summary running).
         int threads = 0;
-        // New audio between two volatile decodes.
+        // New audio between two volatile decodes, at least.
         double stepSeconds = 1.0;
+        // The share of real time volatile decodes may take: after a decode
+        // that took d seconds, the next waits for d / volatileShare seconds
+        // of audio. On a slow machine the text thus comes in larger steps
+        // instead of the engine falling behind the microphone.
+        double volatileShare = 0.35;
         // Silence after speech that settles a stretch.
         double pauseSeconds = 0.6;
         // The window never grows beyond this; whisper reads at most 30 s.
-        double maxWindowSeconds = 12.0;
+        double maxWindowSeconds = 10.0;
         // A pause no longer than this lets the next stretch revise the last final.
         double mergeGapSeconds = 1.5;
+        // Only a final this short is revised: a fragment is where whisper
+        // gains most from reading on, and a long one would be costly to read again.
+        double revisableSeconds = 4.0;
         // Speech shorter than this in a stretch is a click, not words.
         double minimumSpeechSeconds = 0.2;
         // Audio kept before the first speech frame and after the last one.
@@ -120,7 +128,15 @@ private:
     std::vector<std::uint8_t> speech_; // one flag per complete frame of window_
     std::vector<float> levels_;        // the level of each frame, in dB
     std::int64_t fed_ = 0;
-    std::int64_t lastVolatileAt_ = 0;
+    std::int64_t nextVolatileAt_ = 0;
+    // The last volatile reading: audio [begin, end) and its text. A stretch
+    // that settles within what it covered needs no second decode.
+    struct VolatileReading {
+        std::int64_t begin = 0;
+        std::int64_t end = 0;
+        QString text;
+    };
+    std::optional<VolatileReading> lastVolatile_;
     bool tentativeShown_ = false;
     std::optional<PreviousFinal> previous_;
     bool finished_ = false;

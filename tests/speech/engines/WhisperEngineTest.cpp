@@ -145,6 +145,18 @@ TEST(WhisperEngine, SpeechAfterAShortPauseRevisesTheLastFinalUnderItsStart)
     EXPECT_EQ(transcript.utterances[0].text, settled[1].text);
 }
 
+TEST(WhisperEngine, ALongFinalIsNotReadAgain)
+{
+    WhisperEngine engine(test::tinyEnglishModel(), english());
+    std::vector<float> audio = test::noiseBurst(5.0, 0.1, 13); // longer than a revisable fragment
+    test::appendTo(audio, test::silence(1.0));
+    test::appendTo(audio, test::noiseBurst(2.0, 0.1, 14));
+    const FedResults run = feedInSteps(engine, audio);
+    const auto settled = finals(run);
+    ASSERT_EQ(settled.size(), 2u);
+    EXPECT_LT(settled[0].start, settled[1].start);
+}
+
 TEST(WhisperEngine, ALongPauseStartsANewFinalInsteadOfRevising)
 {
     WhisperEngine engine(test::tinyEnglishModel(), english());

@@ -1,0 +1,1 @@
+kestil_bench(live_speech LINK kestil_speech)
