@@ -187,12 +187,19 @@ signals:
     void processTapRecordingStateChanged(kestil::ProcessTapRecorder *recorder);
 
 private:
-    struct Segment;
+    // What one start asked for.
+    struct StartRequest {
+        QString root;
+        QUuid noteID;
+        bool systemAudio = false;
+    };
 
-    void continueStart(const std::shared_ptr<QPromise<void>> &promise, bool accessGranted);
+    void continueStart(const std::shared_ptr<QPromise<void>> &promise, const StartRequest &request,
+                       bool accessGranted);
     void finishStart(const std::shared_ptr<QPromise<void>> &promise,
                      std::shared_ptr<LiveSpeechSession> session, std::exception_ptr speechError);
     void failStart(const std::shared_ptr<QPromise<void>> &promise, std::exception_ptr error);
+    void runStopsAskedWhileStarting();
     void startCapture();
     std::exception_ptr stopCapture();
     void runStop(const std::shared_ptr<QPromise<QString>> &promise);

@@ -2,7 +2,8 @@
 
 namespace kestil {
 
-SessionClock::SessionClock(Now now) : now_(now ? std::move(now) : Now([] { return std::chrono::steady_clock::now(); }))
+SessionClock::SessionClock(Now now)
+    : now_(now ? std::move(now) : Now([] { return std::chrono::steady_clock::now(); }))
 {
 }
 

@@ -37,8 +37,8 @@ class SharedPersistenceController;
 class NotesListViewModel : public QObject {
     Q_OBJECT
     Q_PROPERTY(bool isTranscriptionPaused READ isTranscriptionPaused NOTIFY isTranscriptionPausedChanged)
-    Q_PROPERTY(QString accumulatedTranscription READ accumulatedTranscription NOTIFY
-                   accumulatedTranscriptionChanged)
+    Q_PROPERTY(
+        QString accumulatedTranscription READ accumulatedTranscription NOTIFY accumulatedTranscriptionChanged)
     Q_PROPERTY(int selectedDetailTab READ selectedDetailTab NOTIFY selectedDetailTabChanged)
     Q_PROPERTY(bool showSyncError READ showSyncError WRITE setShowSyncError NOTIFY showSyncErrorChanged)
     Q_PROPERTY(QString syncErrorMessage READ syncErrorMessage NOTIFY syncErrorMessageChanged)
@@ -131,6 +131,10 @@ public:
     // The old value comes back when the save fails.
     void setSummaryType(const NotePtr &note, const QString &summaryType);
 
+    // Shows a failure the way every action does: the text goes to
+    // syncErrorMessage and showSyncError becomes true.
+    void reportFailure(const QString &message);
+
 signals:
     void newNoteBeingRecordedChanged();
     void isTranscriptionPausedChanged(bool paused);
@@ -147,8 +151,6 @@ signals:
     void kestilSaveCurrentNote();
 
 private:
-    struct StartContext;
-
     NotePtr createRecordingNote(const QString &transcription, const QString &title);
     void failStart(const std::shared_ptr<QPromise<void>> &promise, const QString &message);
     void performStop(const std::shared_ptr<QPromise<void>> &promise);
@@ -157,7 +159,6 @@ private:
     void deleteInTurn(QList<NotePtr> notes, const std::shared_ptr<QPromise<void>> &promise);
     bool noteIsUsable(const NotePtr &note) const;
     void saveQuietly();
-    void report(const QString &message);
     void selectOnly(const NotePtr &note);
     void setNewNoteBeingRecorded(const NotePtr &note);
     void setIsTranscriptionPaused(bool paused);

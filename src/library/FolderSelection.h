@@ -21,7 +21,10 @@ struct FolderSelection {
 
     bool isFolder() const { return kind == Kind::folder; }
     // The folder's id for a folder selection, nothing otherwise.
-    std::optional<QUuid> selectedFolderID() const { return isFolder() ? std::optional<QUuid>(folderID) : std::nullopt; }
+    std::optional<QUuid> selectedFolderID() const
+    {
+        return isFolder() ? std::optional<QUuid>(folderID) : std::nullopt;
+    }
 
     friend bool operator==(const FolderSelection &a, const FolderSelection &b)
     {
