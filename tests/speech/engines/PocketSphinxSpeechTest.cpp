@@ -128,6 +128,30 @@ TEST_F(PocketSphinxSpeech, WithoutAWhisperModelEnglishRunsOnPocketSphinx)
     EXPECT_TRUE(failure->contains(QStringLiteral("Whisper de-DE: supported")));
 }
 
+TEST_F(PocketSphinxSpeech, ASessionThatCannotStartSaysWhyAndAGoodStartClearsTheRecord)
+{
+    try {
+        LiveSpeechSession::start(QStringLiteral("de-DE"), {}, {}, *preferences_);
+        FAIL() << "German has no engine yet";
+    } catch (const LocalError &e) {
+        EXPECT_TRUE(e.message().startsWith(
+            QStringLiteral("The on-device speech model for this language needs setup.")));
+    }
+    EXPECT_TRUE(settings::localSpeechLastFailure(*preferences_).has_value());
+    try {
+        LiveSpeechSession::start(QStringLiteral("zh"), {}, {}, *preferences_);
+        FAIL() << "Chinese without a script has no language key";
+    } catch (const LocalError &e) {
+        EXPECT_TRUE(
+            e.message().startsWith(QStringLiteral("Transcription is unavailable for the selected language")));
+    }
+
+    auto session = LiveSpeechSession::start(QStringLiteral("en-US"), {}, {}, *preferences_);
+    EXPECT_FALSE(settings::localSpeechLastFailure(*preferences_).has_value());
+    EXPECT_EQ(session->format(), 16000.0);
+    session->cancel();
+}
+
 TEST_F(PocketSphinxSpeech, RealSpeechThroughALiveSessionHoldsTheSpokenWords)
 {
     // Measured with Debian 12's pocketsphinx-en-us over this table: 0.42
