@@ -43,7 +43,7 @@ std::unique_ptr<LiveSpeechSession> LiveSpeechSession::start(const QString &local
             engine->abort();
         LocalSpeech::recordFailure(preferences, error, locale,
                                    QStringLiteral("Transcription: ") +
-                                       LocalSpeech::moduleName(configuration.engine) + QLatin1Char(' ') +
+                                       LocalSpeech::engineName(configuration.engine) + QLatin1Char(' ') +
                                        LocalSpeech::bcp47Identifier(locale));
         throw;
     }

@@ -509,11 +509,12 @@ void setUp(const QString &locale, const SetUpOptions &options)
     setUp(locale, PreferenceStore::standard(), options);
 }
 
-std::unique_ptr<SpeechEngine> makeEngine(const Configuration &configuration)
+std::unique_ptr<SpeechEngine> makeEngine(const Configuration &configuration, EngineUse use)
 {
     switch (configuration.engine) {
     case Engine::speech: {
         WhisperEngine::Options options;
+        options.volatileResults = use == EngineUse::live;
         const QString key = languageKey(configuration.locale).value_or(QStringLiteral("en"));
         options.language = whisperLanguageCode(key);
         // Whisper writes Chinese in either script; a line in the wanted one
@@ -534,7 +535,7 @@ LocalTranscript transcribe(const QString &audioFile, const QString &locale, Pref
 {
     const Configuration ready = configuration(locale, preferences);
     AudioFileReader reader(audioFile);
-    std::unique_ptr<SpeechEngine> engine = makeEngine(ready);
+    std::unique_ptr<SpeechEngine> engine = makeEngine(ready, EngineUse::file);
     std::unique_ptr<StreamResampler> resampler;
     if (reader.sampleRate() != engine->sampleRate())
         resampler = std::make_unique<StreamResampler>(reader.sampleRate(), engine->sampleRate());

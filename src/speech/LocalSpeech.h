@@ -32,12 +32,6 @@ enum class Engine { speech, dictation };
 
 // "Whisper" or "PocketSphinx".
 QString engineName(Engine engine);
-// The name the failure record and its context lines use for the module;
-// the same as engineName.
-inline QString moduleName(Engine engine)
-{
-    return engineName(engine);
-}
 
 // One usable engine for one language. `module` is what the engine loads: the
 // whisper model file, or PocketSphinx's model folder. `locale` is the
@@ -146,8 +140,10 @@ LocalTranscript transcribe(const QString &audioFile, const QString &locale);
 // The sentence for the user.
 QString message(const Readiness &readiness);
 
-// Loads the engine of a configuration. Throws when it cannot.
-std::unique_ptr<SpeechEngine> makeEngine(const Configuration &configuration);
+// Loads the engine of a configuration. Throws when it cannot. An engine for a
+// whole file reports final results only.
+enum class EngineUse { live, file };
+std::unique_ptr<SpeechEngine> makeEngine(const Configuration &configuration, EngineUse use = EngineUse::live);
 
 // Overwrites "localSpeechLastFailure" with the three lines: the time (ISO
 // 8601) and the locale; the error's description with its domain and code;

@@ -203,7 +203,7 @@ std::vector<SpeechResult> WhisperEngine::feed(std::span<const float> samples)
     }
 
     const auto step = std::int64_t(options_.stepSeconds * rate);
-    if (fed_ < nextVolatileAt_)
+    if (!options_.volatileResults || fed_ < nextVolatileAt_)
         return results;
     const std::size_t frames = speech_.size();
     const auto minimumFrames =

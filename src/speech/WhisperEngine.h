@@ -44,6 +44,8 @@ public:
         // turns slow when they outnumber the cores left free by the rest of
         // the desktop (capture, the interface, a summary running).
         int threads = 0;
+        // Whether to report volatile text at all; a whole file needs finals only.
+        bool volatileResults = true;
         // New audio between two volatile decodes, at least.
         double stepSeconds = 1.0;
         // The share of real time volatile decodes may take: after a decode

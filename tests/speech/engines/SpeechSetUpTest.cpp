@@ -265,6 +265,20 @@ TEST_F(SpeechSetUp, SetUpInstallsWhisperProvesItAndWhisperThenTranscribes)
     ASSERT_EQ(final.utterances.size(), 1);
     EXPECT_NEAR(final.utterances[0].start, 0.5, 0.05);
     EXPECT_FALSE(final.utterances[0].text.isEmpty());
+
+    // And a recording on disk, timed from the start of its file.
+    std::vector<float> memo = test::silence(0.7, 44100);
+    test::appendTo(memo, test::noiseBurst(2.0, 0.1, 4, 44100));
+    test::appendTo(memo, test::silence(2.5, 44100));
+    test::appendTo(memo, test::noiseBurst(1.0, 0.1, 5, 44100));
+    const QString caf = data_.filePath(QStringLiteral("memo.caf"));
+    test::writeCaf(caf, memo, 44100);
+    const LocalTranscript file = LocalSpeech::transcribe(caf, QStringLiteral("en-US"), *preferences_);
+    ASSERT_EQ(file.utterances.size(), 2);
+    EXPECT_NEAR(file.utterances[0].start, 0.7, 0.05);
+    EXPECT_NEAR(file.utterances[1].start, 5.2, 0.05);
+    EXPECT_LE(file.utterances[1].end, 6.2 + 1e-9);
+    EXPECT_TRUE(file.tentative.isEmpty());
 }
 
 TEST_F(SpeechSetUp, AFailedSetUpIsRecordedAndLeavesNothingInstalled)

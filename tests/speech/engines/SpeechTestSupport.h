@@ -15,6 +15,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sndfile.h>
+
 #include <algorithm>
 #include <cmath>
 #include <condition_variable>
@@ -69,6 +71,19 @@ inline std::vector<float> readRaw16(const QString &path)
         samples[i] = float(qint16(quint16(lo) | quint16(hi) << 8)) / 32768.0f;
     }
     return samples;
+}
+
+// Writes mono float audio as a CAF file, the format of Kestil's recordings.
+inline void writeCaf(const QString &path, const std::vector<float> &samples, int rate)
+{
+    SF_INFO info{};
+    info.samplerate = rate;
+    info.channels = 1;
+    info.format = SF_FORMAT_CAF | SF_FORMAT_FLOAT;
+    SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_WRITE, &info);
+    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
+    EXPECT_EQ(sf_writef_float(file, samples.data(), sf_count_t(samples.size())), sf_count_t(samples.size()));
+    sf_close(file);
 }
 
 struct Clip {
