@@ -93,6 +93,7 @@ QByteArray downloadToPartFile(const QUrl &url, const QString &partPath, const Do
     bool started = false;
     bool cancelled = false;
     QString writeError;
+    bool wrongRange = false;
 
     auto report = [&] {
         if (observer.progress)
@@ -104,8 +105,7 @@ QByteArray downloadToPartFile(const QUrl &url, const QString &partPath, const Do
         if (status == 206) {
             const QByteArray range = reply->rawHeader("Content-Range");
             if (contentRangeStart(range) != have) {
-                writeError =
-                    QStringLiteral("the server sent a different part of the file than was asked for");
+                wrongRange = true;
                 reply->abort();
                 return;
             }
@@ -129,7 +129,7 @@ QByteArray downloadToPartFile(const QUrl &url, const QString &partPath, const Do
             return; // an error page: not part of the file
         if (!started)
             begin();
-        if (!writeError.isEmpty())
+        if (!writeError.isEmpty() || wrongRange)
             return;
         while (reply->bytesAvailable() > 0) {
             const QByteArray data = reply->read(chunkBytes);
@@ -159,7 +159,7 @@ QByteArray downloadToPartFile(const QUrl &url, const QString &partPath, const Do
 
     // Anything still buffered belongs to the file as well.
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    if (!cancelled && writeError.isEmpty() && (status == 200 || status == 206)) {
+    if (!cancelled && !wrongRange && writeError.isEmpty() && (status == 200 || status == 206)) {
         if (!started)
             begin();
         while (writeError.isEmpty() && reply->bytesAvailable() > 0) {
@@ -186,6 +186,12 @@ QByteArray downloadToPartFile(const QUrl &url, const QString &partPath, const Do
                                   : QString();
     if (cancelled)
         throw CancellationError();
+    if (wrongRange)
+        throw ModelDownloadError(
+            QStringLiteral("The speech model server sent a different part of the file than "
+                           "was asked for.%1")
+                .arg(kept),
+            status);
     if (!writeError.isEmpty())
         throw ModelDownloadError(
             QStringLiteral("The speech model could not be saved: %1.%2").arg(writeError, kept), int(error));
