@@ -474,6 +474,12 @@ LlamaLanguageModel::~LlamaLanguageModel()
     worker_.call([this] { engine_.reset(); });
 }
 
+LlamaLanguageModel &LlamaLanguageModel::shared()
+{
+    static LlamaLanguageModel model;
+    return model;
+}
+
 void LlamaLanguageModel::setEnabled(bool enabled)
 {
     enabled_.store(enabled);

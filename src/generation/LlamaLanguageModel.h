@@ -34,6 +34,10 @@ public:
                                 int threads = 0);
     ~LlamaLanguageModel() override;
 
+    // The program's model: the one installed under the data folder, created on
+    // first use and kept for the life of the process.
+    static LlamaLanguageModel &shared();
+
     // The user's switch for on-device AI; off reads as languageModelDisabled.
     void setEnabled(bool enabled);
     // Whether a request may start from the cached keys and values of the

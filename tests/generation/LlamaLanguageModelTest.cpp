@@ -298,3 +298,20 @@ TEST(LlamaLanguageModel, ALongTranscriptIsReadInSectionsSizedByTheRealTokenizer)
               LocalSummaryProgress::reading(int(sections.size()), int(sections.size()), 0));
     EXPECT_FALSE(outcome.trimmed().isEmpty());
 }
+
+TEST(LlamaLanguageModel, BrokenTextIsReadAsText)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    ModelFolder folder;
+    folder.install(tiny);
+    LlamaLanguageModel model(folder.directory());
+    // Invalid UTF-8 decoded the way notes are read, a lone surrogate, a NUL and control characters.
+    const QString broken = QString::fromUtf8("Budget \xff\xfe review \xc3 ok") + QChar(0xD800) +
+                           QStringLiteral(" end") + QChar(0) + QStringLiteral("\x01\x1b[31m red");
+    EXPECT_GT(model.tokenCount(LanguageModel::Prompt{broken}),
+              model.tokenCount(LanguageModel::Prompt{QString()}));
+    PipelineRun run;
+    const QString summary = run.generate(model, broken);
+    EXPECT_FALSE(summary.trimmed().isEmpty());
+    EXPECT_EQ(run.checkpoints.first().sections, QStringList{broken});
+}

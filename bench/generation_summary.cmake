@@ -1,0 +1,1 @@
+kestil_bench(generation_summary LINK kestil_generation Qt6::Core)
