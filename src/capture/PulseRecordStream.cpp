@@ -36,14 +36,14 @@ void PulseRecordStream::start()
     PulseConnection::Lock lock(connection_);
     if (stream_)
         return;
-    pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, uint32_t(sampleRate_), uint8_t(channels_)};
-    if (!pa_sample_spec_valid(&spec))
+    pa_sample_spec sampleSpec{PA_SAMPLE_FLOAT32LE, uint32_t(sampleRate_), uint8_t(channels_)};
+    if (!pa_sample_spec_valid(&sampleSpec))
         throw SystemError(QStringLiteral("The sound server cannot record %1 channels at %2 Hz.")
                               .arg(channels_)
                               .arg(sampleRate_));
     pa_channel_map map;
     pa_channel_map_init_auto(&map, uint8_t(channels_), PA_CHANNEL_MAP_DEFAULT);
-    stream_ = pa_stream_new(connection_.context(), "Kestil capture", &spec, &map);
+    stream_ = pa_stream_new(connection_.context(), "Kestil capture", &sampleSpec, &map);
     if (!stream_)
         throw SystemError(connection_.lastError());
     pa_stream_set_state_callback(stream_, &PulseRecordStream::onState, this);
@@ -51,7 +51,7 @@ void PulseRecordStream::start()
 
     pa_buffer_attr attributes;
     std::memset(&attributes, 0xff, sizeof attributes);
-    attributes.fragsize = uint32_t(pa_frame_size(&spec) * framesPerFragment);
+    attributes.fragsize = uint32_t(pa_frame_size(&sampleSpec) * framesPerFragment);
     const QByteArray device = device_.toUtf8();
     if (pa_stream_connect_record(stream_, device.isEmpty() ? nullptr : device.constData(), &attributes,
                                  PA_STREAM_ADJUST_LATENCY) < 0) {

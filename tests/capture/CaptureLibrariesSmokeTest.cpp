@@ -46,7 +46,7 @@ TEST(CaptureLibraries, LibpulseReportsItsVersion)
 {
     const std::string version = pa_get_library_version();
     EXPECT_FALSE(version.empty());
-    const pa_sample_spec spec{PA_SAMPLE_FLOAT32LE, 48000, 2};
-    EXPECT_NE(pa_sample_spec_valid(&spec), 0);
-    EXPECT_EQ(pa_bytes_per_second(&spec), 48000u * 2 * 4);
+    const pa_sample_spec sampleSpec{PA_SAMPLE_FLOAT32LE, 48000, 2};
+    EXPECT_NE(pa_sample_spec_valid(&sampleSpec), 0);
+    EXPECT_EQ(pa_bytes_per_second(&sampleSpec), 48000u * 2 * 4);
 }
