@@ -1,0 +1,577 @@
+// The recording session's state machine, driven through real segments on
+// disk: the file source or sources that deliver chosen buffers, and a speech
+// engine that hears one word per second of audio.
+#include "RecorderTestSupport.h"
+
+#include "capture/ProcessTapRecorder.h"
+#include "support/SoundFiles.h"
+#include "support/TmpfsMount.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+using namespace kestil;
+using namespace kestil::test;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QUuid noteID = QUuid::fromString(QStringLiteral("0F1E2D3C-4B5A-4978-8695-A4B3C2D1E0F9"));
+const QString inProgressText = QStringLiteral("A transcription session is already in progress.");
+const QString noError = QStringLiteral("(no error)");
+
+std::vector<unsigned char> bytesOf(const std::vector<float> &samples)
+{
+    std::vector<unsigned char> bytes(samples.size() * sizeof(float));
+    std::memcpy(bytes.data(), samples.data(), bytes.size());
+    return bytes;
+}
+
+// A tenth of a second of a tone, as one 32-bit float mono buffer.
+std::vector<unsigned char> tenthOfASecond()
+{
+    return bytesOf(sine(440, ScriptedSpeechEngine::rate, qint64(ScriptedSpeechEngine::rate / 10), 0.4f));
+}
+
+class ProcessTapRecorderTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        application();
+        ASSERT_TRUE(dir.isValid());
+        root = dir.filePath(QStringLiteral("data"));
+        tone = writeTone(dir.filePath(QStringLiteral("tone.wav")), 2.5);
+        rig.useFile(tone);
+    }
+
+    std::unique_ptr<ProcessTapRecorder> makeRecorder()
+    {
+        auto recorder = std::make_unique<ProcessTapRecorder>(rig.environment());
+        QObject::connect(recorder.get(), &ProcessTapRecorder::processTapRecordingStateChanged,
+                         [this](ProcessTapRecorder *) { ++stateChanges; });
+        return recorder;
+    }
+
+    void start(ProcessTapRecorder &recorder, bool systemAudio = false)
+    {
+        const QFuture<void> started = recorder.start(root, noteID, systemAudio);
+        ASSERT_TRUE(waitFor(started));
+        ASSERT_EQ(failureOf(started), noError);
+    }
+
+    QString stop(ProcessTapRecorder &recorder)
+    {
+        const QFuture<QString> stopped = recorder.stop();
+        EXPECT_TRUE(waitFor(stopped));
+        return stopped.isFinished() ? stopped.result() : QString();
+    }
+
+    ScriptedSource::Script scripted(int buffers, AudioSampleFormat format = AudioSampleFormat::float32)
+    {
+        ScriptedSource::Script script;
+        script.format = AudioFormat{format, ScriptedSpeechEngine::rate, 1};
+        for (int i = 0; i < buffers; ++i)
+            script.buffers.push_back(tenthOfASecond());
+        return script;
+    }
+
+    QTemporaryDir dir;
+    QString root;
+    QString tone;
+    RecorderRig rig;
+    int stateChanges = 0;
+};
+
+} // namespace
+
+TEST_F(ProcessTapRecorderTest, ASessionWritesEveryBufferToASegmentAndEndsWithTheFinalText)
+{
+    auto recorder = makeRecorder();
+    QList<LocalTranscript> seen;
+    recorder->setOnTranscript([&](const LocalTranscript &transcript) { seen << transcript; });
+
+    const QFuture<void> started = recorder->start(root, noteID, false);
+    EXPECT_TRUE(recorder->starting());
+    EXPECT_FALSE(recorder->recording());
+    ASSERT_TRUE(waitFor(started));
+    ASSERT_EQ(failureOf(started), noError);
+    EXPECT_TRUE(recorder->recording());
+    EXPECT_FALSE(recorder->starting());
+    EXPECT_FALSE(recorder->paused());
+    EXPECT_EQ(stateChanges, 1);
+    // The start cleared the transcript through the callback first.
+    ASSERT_FALSE(seen.isEmpty());
+    EXPECT_EQ(seen.first(), LocalTranscript{});
+
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    // The level is the peak of the latest buffer: the tone's amplitude.
+    EXPECT_TRUE(waitUntil([&] { return recorder->currentAudioLevel() > 0.35f; }));
+    EXPECT_LT(recorder->currentAudioLevel(), 0.41f);
+
+    EXPECT_EQ(stop(*recorder), QStringLiteral("word1 word2 tail"));
+    EXPECT_FALSE(recorder->recording());
+    EXPECT_FALSE(recorder->finishing());
+    EXPECT_EQ(recorder->currentAudioLevel(), 0.0f);
+    EXPECT_EQ(stateChanges, 2);
+    EXPECT_TRUE(recorder->errorMessage().isEmpty());
+
+    const auto utterances = recorder->transcriptValue().utterances;
+    ASSERT_EQ(utterances.size(), 3);
+    EXPECT_EQ(utterances[2], (LocalUtterance{QStringLiteral("tail"), 2.0, 2.5}));
+    EXPECT_EQ(seen.last(), recorder->transcriptValue());
+
+    // Every sample reached the disk unchanged, and the segment is complete.
+    const QStringList segments = segmentsOf(root, noteID);
+    ASSERT_EQ(segments.size(), 1);
+    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
+    EXPECT_EQ(LocalRecordingManifest::read(segments[0]).sampleRate, 16000.0);
+    const auto written = readRawAudio(RecordingFolder::rawAudioPath(segments[0]));
+    const auto expected = readSoundFile(tone)->samples;
+    EXPECT_EQ(written, expected);
+}
+
+TEST_F(ProcessTapRecorderTest, AStartIsRefusedWhileStartingRunningOrFinishing)
+{
+    rig.speechStartGate = std::make_shared<Latch>();
+    auto finishGate = std::make_shared<Latch>();
+    rig.engine->finishGate = finishGate;
+    auto recorder = makeRecorder();
+
+    const QFuture<void> first = recorder->start(root, noteID, false);
+    const QFuture<void> whileStarting = recorder->start(root, noteID, false);
+    ASSERT_TRUE(whileStarting.isFinished());
+    EXPECT_EQ(failureOf(whileStarting), inProgressText);
+    rig.speechStartGate->open();
+    ASSERT_TRUE(waitFor(first));
+    EXPECT_EQ(failureOf(first), noError);
+
+    const QFuture<void> whileRunning = recorder->start(root, noteID, false);
+    EXPECT_EQ(failureOf(whileRunning), inProgressText);
+    EXPECT_TRUE(recorder->recording());
+
+    const QFuture<QString> stopping = recorder->stop();
+    EXPECT_TRUE(recorder->finishing());
+    const QFuture<void> whileFinishing = recorder->start(root, noteID, false);
+    EXPECT_EQ(failureOf(whileFinishing), inProgressText);
+    EXPECT_TRUE(recorder->finishing());
+    finishGate->open();
+    ASSERT_TRUE(waitFor(stopping));
+
+    // The refusals changed nothing: one session, one segment.
+    EXPECT_EQ(*rig.speechStarts, 1);
+    EXPECT_EQ(segmentsOf(root, noteID).size(), 1);
+    start(*recorder);
+    stop(*recorder);
+    EXPECT_EQ(segmentsOf(root, noteID).size(), 2);
+}
+
+TEST_F(ProcessTapRecorderTest, AContinuedNoteTimesItsNewWordsAfterTheEarlierAudioOrTranscript)
+{
+    // 10 s of audio, but a transcript that runs to 12 s: the later one wins.
+    writeSegment(root, noteID, 10);
+    TranscriptUtterance earlier{
+        QStringLiteral("E1"), QStringLiteral("Earlier words."), 9.0, 12.0, {}, {}, false};
+    auto recorder = makeRecorder();
+    recorder->setExistingTranscript(QStringLiteral("Earlier words."));
+    recorder->setExistingUtterances({earlier});
+    start(*recorder);
+    EXPECT_DOUBLE_EQ(recorder->transcriptTimeOffset(), 12.0);
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    stop(*recorder);
+
+    EXPECT_EQ(recorder->fullTranscript(), QStringLiteral("Earlier words. word1 word2 tail"));
+    const auto combined = recorder->combinedUtterances();
+    ASSERT_EQ(combined.size(), 4);
+    EXPECT_EQ(combined[0], earlier);
+    EXPECT_EQ(combined[1].text, QStringLiteral("word1"));
+    EXPECT_EQ(combined[1].start, 12.0);
+    EXPECT_EQ(combined[3].end, 14.5);
+    EXPECT_FALSE(combined[3].isInterim);
+
+    // 30 s of audio and no utterances: the audio decides.
+    const QUuid other = QUuid::createUuid();
+    writeSegment(root, other, 30);
+    recorder->setExistingTranscript({});
+    recorder->setExistingUtterances({});
+    const QFuture<void> started = recorder->start(root, other, false);
+    ASSERT_TRUE(waitFor(started));
+    EXPECT_DOUBLE_EQ(recorder->transcriptTimeOffset(), 30.0);
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    stop(*recorder);
+    EXPECT_EQ(recorder->fullTranscript(), QStringLiteral("word1 word2 tail"));
+}
+
+TEST_F(ProcessTapRecorderTest, PauseCompletesTheSegmentAndResumeBeginsANewOneWhileTheClockCarriesOn)
+{
+    rig.manualClock = true;
+    auto recorder = makeRecorder();
+    start(*recorder);
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    rig.clock.advance(3);
+    ASSERT_TRUE(waitUntil([&] { return recorder->elapsed() == 3.0; }));
+
+    recorder->togglePause();
+    EXPECT_TRUE(recorder->paused());
+    EXPECT_TRUE(recorder->recording());
+    EXPECT_EQ(recorder->elapsed(), 3.0);
+    QStringList segments = segmentsOf(root, noteID);
+    ASSERT_EQ(segments.size(), 1);
+    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
+
+    // Time spent paused is not counted.
+    rig.clock.advance(100);
+    settle(400ms);
+    EXPECT_EQ(recorder->elapsed(), 3.0);
+
+    recorder->togglePause();
+    EXPECT_FALSE(recorder->paused());
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    rig.clock.advance(2);
+    ASSERT_TRUE(waitUntil([&] { return recorder->elapsed() == 5.0; }));
+
+    // The live session heard both stretches as one: times run on without a
+    // gap, in audio and not in wall-clock time.
+    EXPECT_EQ(stop(*recorder), QStringLiteral("word1 word2 word3 word4 word5"));
+    EXPECT_EQ(recorder->elapsed(), 5.0);
+    EXPECT_EQ(recorder->transcriptValue().utterances.last().end, 5.0);
+    EXPECT_EQ(rig.engine->engines.load(), 1);
+
+    segments = segmentsOf(root, noteID);
+    ASSERT_EQ(segments.size(), 2);
+    for (const QString &segment : segments) {
+        EXPECT_TRUE(LocalRecordingManifest::read(segment).complete) << segment.toStdString();
+        EXPECT_EQ(DurableAudioWriter::frameCount(segment), 40000);
+    }
+}
+
+TEST_F(ProcessTapRecorderTest, StopWhilePausedHasNoCaptureToEndAndStillFinishesLiveSpeech)
+{
+    auto recorder = makeRecorder();
+    start(*recorder);
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    recorder->togglePause();
+    ASSERT_TRUE(recorder->paused());
+    const auto before = segmentsOf(root, noteID);
+
+    EXPECT_EQ(stop(*recorder), QStringLiteral("word1 word2 tail"));
+    EXPECT_FALSE(recorder->paused());
+    EXPECT_FALSE(recorder->recording());
+    EXPECT_EQ(rig.engine->finishes.load(), 1);
+    EXPECT_EQ(segmentsOf(root, noteID), before);
+    EXPECT_TRUE(recorder->errorMessage().isEmpty());
+}
+
+TEST_F(ProcessTapRecorderTest, ASecondStopDuringTheFirstGivesTheCurrentTextAtOnce)
+{
+    auto probe = std::make_shared<SourceProbe>();
+    rig.useScript(scripted(10), probe);
+    auto finishGate = std::make_shared<Latch>();
+    rig.engine->finishGate = finishGate;
+    auto recorder = makeRecorder();
+    start(*recorder);
+    ASSERT_TRUE(waitUntil([&] { return recorder->transcription() == QStringLiteral("word1"); }));
+
+    const QFuture<QString> first = recorder->stop();
+    const QFuture<QString> second = recorder->stop();
+    ASSERT_TRUE(second.isFinished());
+    EXPECT_EQ(second.result(), QStringLiteral("word1"));
+    EXPECT_FALSE(first.isFinished());
+    // Capture was stopped once.
+    EXPECT_EQ(probe->invalidations.load(), 1);
+
+    finishGate->open();
+    ASSERT_TRUE(waitFor(first));
+    EXPECT_EQ(first.result(), QStringLiteral("word1"));
+    EXPECT_EQ(probe->invalidations.load(), 1);
+    EXPECT_EQ(stateChanges, 2);
+}
+
+TEST_F(ProcessTapRecorderTest, AStopAskedForWhileStartingStopsWhatTheStartBegan)
+{
+    rig.speechStartGate = std::make_shared<Latch>();
+    auto recorder = makeRecorder();
+    const QFuture<void> started = recorder->start(root, noteID, false);
+    const QFuture<QString> stopped = recorder->stop();
+    settle();
+    EXPECT_FALSE(stopped.isFinished());
+
+    rig.speechStartGate->open();
+    ASSERT_TRUE(waitFor(started));
+    ASSERT_TRUE(waitFor(stopped));
+    EXPECT_EQ(failureOf(started), noError);
+    EXPECT_FALSE(recorder->recording());
+    EXPECT_FALSE(recorder->finishing());
+    const auto segments = segmentsOf(root, noteID);
+    ASSERT_EQ(segments.size(), 1);
+    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
+}
+
+TEST_F(ProcessTapRecorderTest, ASixtyFourBitFloatSourceStopsTheSessionAndKeepsWhatWasWritten)
+{
+    auto probe = std::make_shared<SourceProbe>();
+    ScriptedSource::Script script = scripted(0, AudioSampleFormat::float64);
+    script.buffers.push_back(std::vector<unsigned char>(8 * 1600, 0));
+    rig.useScript(script, probe);
+    auto recorder = makeRecorder();
+    start(*recorder);
+
+    // With no owner to stop it, the recorder stops itself.
+    ASSERT_TRUE(waitUntil([&] { return !recorder->recording() && !recorder->finishing(); }));
+    EXPECT_EQ(
+        recorder->errorMessage(),
+        QStringLiteral("Capture stopped: Unsupported capture sample format.. Captured audio was preserved."));
+    EXPECT_FALSE(recorder->errorIsSpeechWarning());
+    EXPECT_EQ(stateChanges, 2);
+    const auto segments = segmentsOf(root, noteID);
+    ASSERT_EQ(segments.size(), 1);
+    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
+    EXPECT_EQ(DurableAudioWriter::frameCount(segments[0]), 0);
+    // Nothing of the failed buffer went to live speech.
+    EXPECT_EQ(rig.engine->samplesFed.load(), 0);
+}
+
+TEST_F(ProcessTapRecorderTest, ACaptureFailureRunsTheOwnersStopOnceWhenThereIsOne)
+{
+    auto probe = std::make_shared<SourceProbe>();
+    // The source ends on its own after two buffers, and one more arrives:
+    // the failure ends the intake, so the raw file has no gap.
+    ScriptedSource::Script script = scripted(3);
+    script.failureAt = 2;
+    script.failure = QStringLiteral("The sound server ended the microphone recording: gone");
+    rig.useScript(script, probe);
+    auto recorder = makeRecorder();
+    int stopActions = 0;
+    recorder->setStopAction([&] {
+        ++stopActions;
+        recorder->stop();
+    });
+    start(*recorder);
+    ASSERT_TRUE(
+        waitUntil([&] { return stopActions == 1 && !recorder->finishing() && !recorder->recording(); }));
+    settle();
+    EXPECT_EQ(stopActions, 1);
+    EXPECT_EQ(recorder->errorMessage(),
+              QStringLiteral("Capture stopped: The sound server ended the microphone "
+                             "recording: gone. Captured audio was preserved."));
+    const auto segments = segmentsOf(root, noteID);
+    ASSERT_EQ(segments.size(), 1);
+    EXPECT_EQ(DurableAudioWriter::frameCount(segments[0]), 3200);
+}
+
+TEST_F(ProcessTapRecorderTest, AFailureThatArrivesAfterTheSessionEndedChangesNothing)
+{
+    auto probe = std::make_shared<SourceProbe>();
+    rig.useScript(scripted(3), probe);
+    auto recorder = makeRecorder();
+    int stopActions = 0;
+    recorder->setStopAction([&] { ++stopActions; });
+    start(*recorder);
+    stop(*recorder);
+    ASSERT_FALSE(recorder->recording());
+
+    // A late buffer meets a completed writer, and a late source failure
+    // arrives: neither reaches the finished session.
+    std::vector<unsigned char> late = tenthOfASecond();
+    const AudioBuffer buffer{1, late.data(), qint64(late.size())};
+    probe->block(AudioBufferList(&buffer, 1));
+    probe->failure(QStringLiteral("The sound server ended the microphone recording: gone"));
+    settle(100ms);
+    EXPECT_TRUE(recorder->errorMessage().isEmpty());
+    EXPECT_EQ(stopActions, 0);
+    EXPECT_EQ(stateChanges, 2);
+}
+
+TEST_F(ProcessTapRecorderTest, WithoutLiveSpeechCaptureRunsAndTheWarningStaysUntilReplaced)
+{
+    rig.speechFailure = QStringLiteral("No compatible on-device speech audio format.");
+    auto recorder = makeRecorder();
+    start(*recorder);
+    const QString warning =
+        QStringLiteral("Live transcription unavailable: No compatible on-device speech audio "
+                       "format. Captured audio remains available locally.");
+    EXPECT_TRUE(recorder->recording());
+    EXPECT_EQ(recorder->errorMessage(), warning);
+    EXPECT_EQ(recorder->speechWarning(), warning);
+    EXPECT_TRUE(recorder->errorIsSpeechWarning());
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    EXPECT_EQ(stop(*recorder), QString());
+    EXPECT_TRUE(recorder->errorIsSpeechWarning());
+    const auto segments = segmentsOf(root, noteID);
+    ASSERT_EQ(segments.size(), 1);
+    EXPECT_EQ(DurableAudioWriter::frameCount(segments[0]), 40000);
+
+    // A capture failure replaces the warning.
+    auto probe = std::make_shared<SourceProbe>();
+    ScriptedSource::Script script = scripted(0, AudioSampleFormat::float64);
+    script.buffers.push_back(std::vector<unsigned char>(8 * 16, 0));
+    rig.useScript(script, probe);
+    auto second = makeRecorder();
+    QStringList messages;
+    QObject::connect(second.get(), &ProcessTapRecorder::errorMessageChanged,
+                     [&](const QString &message) { messages << message; });
+    start(*second);
+    ASSERT_TRUE(waitUntil([&] { return !second->recording() && !second->finishing(); }));
+    EXPECT_FALSE(second->errorIsSpeechWarning());
+    EXPECT_EQ(second->speechWarning(), warning);
+    ASSERT_EQ(messages.size(), 2);
+    EXPECT_EQ(messages[0], warning);
+    EXPECT_TRUE(messages[1].startsWith(QStringLiteral("Capture stopped: ")));
+}
+
+TEST_F(ProcessTapRecorderTest, ACaptureThatCannotStartCancelsLiveSpeechAndTheNextStartWorks)
+{
+    auto probe = std::make_shared<SourceProbe>();
+    auto attempts = std::make_shared<int>(0);
+    const QString wav = tone;
+    rig.makeSource = [probe, attempts, wav](bool systemAudio) -> std::unique_ptr<AudioSource> {
+        switch ((*attempts)++) {
+        case 0:
+            return std::make_unique<ScriptedSource>(
+                ScriptedSource::Script{{}, QStringLiteral("No microphone input is available.")}, probe);
+        case 1:
+            // No format and no reason: the path's own text.
+            return std::make_unique<ScriptedSource>(ScriptedSource::Script{}, probe);
+        case 2: {
+            ScriptedSource::Script script;
+            script.format = AudioFormat{AudioSampleFormat::float32, 48000, 2};
+            script.runError = QStringLiteral("Failed to start audio device: busy");
+            return std::make_unique<ScriptedSource>(script, probe);
+        }
+        default:
+            (void)systemAudio;
+            return std::make_unique<AudioFileSource>(wav, AudioFileSource::Pace::asFastAsConsumed);
+        }
+    };
+    auto recorder = makeRecorder();
+
+    QFuture<void> started = recorder->start(root, noteID, false);
+    ASSERT_TRUE(waitFor(started));
+    EXPECT_EQ(failureOf(started), QStringLiteral("No microphone input is available."));
+    EXPECT_FALSE(recorder->starting());
+    EXPECT_FALSE(recorder->recording());
+    EXPECT_EQ(rig.engine->aborts.load(), 1);
+
+    started = recorder->start(root, noteID, true);
+    ASSERT_TRUE(waitFor(started));
+    EXPECT_EQ(failureOf(started), QStringLiteral("System audio capture is unavailable."));
+    EXPECT_EQ(rig.engine->aborts.load(), 2);
+
+    // A source that fails to run after the writer was made leaves an
+    // incomplete segment with no audio for recovery, as a crash would.
+    started = recorder->start(root, noteID, false);
+    ASSERT_TRUE(waitFor(started));
+    EXPECT_EQ(failureOf(started), QStringLiteral("Failed to start audio device: busy"));
+    auto segments = segmentsOf(root, noteID);
+    ASSERT_EQ(segments.size(), 1);
+    EXPECT_FALSE(LocalRecordingManifest::read(segments[0]).complete);
+    EXPECT_EQ(LocalRecordingManifest::read(segments[0]).sampleRate, 48000.0);
+    EXPECT_EQ(stateChanges, 0);
+
+    start(*recorder);
+    EXPECT_TRUE(recorder->recording());
+    EXPECT_TRUE(recorder->errorMessage().isEmpty());
+    stop(*recorder);
+    segments = segmentsOf(root, noteID);
+    EXPECT_EQ(segments.size(), 2);
+}
+
+TEST_F(ProcessTapRecorderTest, WithoutAnInputToRecordNothingStarts)
+{
+    rig.access = false;
+    auto recorder = makeRecorder();
+    const QFuture<void> started = recorder->start(root, noteID, true);
+    ASSERT_TRUE(waitFor(started));
+    EXPECT_EQ(failureOf(started),
+              QStringLiteral("Microphone access was denied. Enable it in your system's sound settings."));
+    EXPECT_FALSE(recorder->starting());
+    EXPECT_EQ(*rig.speechStarts, 0);
+    EXPECT_TRUE(rig.fileSources->empty());
+    EXPECT_FALSE(QDir(RecordingFolder::noteFolder(root, noteID)).exists());
+}
+
+TEST_F(ProcessTapRecorderTest, EarlierAudioThatCannotBeReadStopsTheStartAndStaysUntouched)
+{
+    const QString segment = writeSegment(root, noteID, 1);
+    LocalRecordingManifest broken = LocalRecordingManifest::read(segment);
+    broken.sampleRate = 0;
+    broken.write(segment);
+    const QString folder = RecordingFolder::noteFolder(root, noteID);
+    QFile raw(RecordingFolder::rawAudioPath(segment));
+    ASSERT_TRUE(raw.open(QIODevice::ReadOnly));
+    const QByteArray before = raw.readAll();
+
+    auto recorder = makeRecorder();
+    const QFuture<void> started = recorder->start(root, noteID, false);
+    ASSERT_TRUE(waitFor(started));
+    EXPECT_EQ(failureOf(started),
+              QStringLiteral("Transcription audio has an invalid format; the original audio was preserved."));
+    EXPECT_FALSE(recorder->starting());
+    EXPECT_EQ(*rig.speechStarts, 0);
+    EXPECT_EQ(segmentsOf(root, noteID), QStringList{segment});
+    QFile again(RecordingFolder::rawAudioPath(segment));
+    ASSERT_TRUE(again.open(QIODevice::ReadOnly));
+    EXPECT_EQ(again.readAll(), before);
+}
+
+TEST_F(ProcessTapRecorderTest, LiveSpeechThatCannotFinishKeepsTheTextReceivedAndSaysTheAudioIsSafe)
+{
+    rig.engine->finishError = QStringLiteral("The engine broke.");
+    auto recorder = makeRecorder();
+    start(*recorder);
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    ASSERT_TRUE(
+        waitUntil([&] { return recorder->transcription() == QStringLiteral("word1 word2 partial"); }));
+
+    EXPECT_EQ(stop(*recorder), QStringLiteral("word1 word2 partial"));
+    EXPECT_EQ(
+        recorder->errorMessage(),
+        QStringLiteral("Live transcription could not finish: The engine broke.. Audio is saved for retry."));
+    const auto segments = segmentsOf(root, noteID);
+    ASSERT_EQ(segments.size(), 1);
+    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
+}
+
+TEST_F(ProcessTapRecorderTest, AFullDiskAtPauseKeepsTheRawAudioAndStillPauses)
+{
+    TmpfsMount disk(256 * 1024);
+    if (!disk.mounted())
+        GTEST_SKIP() << "no tmpfs: " << disk.error().toStdString();
+    root = disk.path();
+    auto probe = std::make_shared<SourceProbe>();
+    rig.useScript(scripted(5), probe);
+    auto recorder = makeRecorder();
+    start(*recorder);
+    const QString segment = segmentsOf(root, noteID).value(0);
+    ASSERT_TRUE(waitUntil([&] { return DurableAudioWriter::frameCount(segment) == 8000; }));
+
+    // Fill what is left of the disk.
+    QFile filler(disk.path() + QStringLiteral("/filler"));
+    ASSERT_TRUE(filler.open(QIODevice::WriteOnly));
+    const QByteArray block(4096, 'x');
+    while (filler.write(block) == block.size() && filler.flush()) {
+    }
+    filler.close();
+
+    QString thrown;
+    try {
+        recorder->togglePause();
+    } catch (const std::exception &error) {
+        thrown = describe(error);
+    }
+    EXPECT_FALSE(thrown.isEmpty());
+    EXPECT_TRUE(recorder->paused());
+    EXPECT_TRUE(recorder->errorMessage().startsWith(QStringLiteral("Audio could not be finalized: ")))
+        << recorder->errorMessage().toStdString();
+    EXPECT_TRUE(recorder->errorMessage().endsWith(QStringLiteral(". Raw capture was retained.")));
+    EXPECT_FALSE(LocalRecordingManifest::read(segment).complete);
+    EXPECT_EQ(DurableAudioWriter::frameCount(segment), 8000);
+
+    QFile::remove(disk.path() + QStringLiteral("/filler"));
+    stop(*recorder);
+    EXPECT_FALSE(recorder->recording());
+}

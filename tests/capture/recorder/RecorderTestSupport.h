@@ -1,0 +1,360 @@
+#pragma once
+
+// What the recording-session tests drive the recorder with: an event loop to
+// wait in, a speech engine that hears one word per second of audio, sources
+// that deliver chosen buffers, a clock that moves when told, and recording
+// folders written by the real writer.
+
+#include "base/Error.h"
+#include "capture/AudioFileSource.h"
+#include "capture/DurableAudioWriter.h"
+#include "capture/LocalRecordingManifest.h"
+#include "capture/ProcessTapRecorder.h"
+#include "capture/RecordingFolder.h"
+#include "speech/LiveSpeechSession.h"
+#include "speech/SpeechEngine.h"
+#include "support/SoundFiles.h"
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFuture>
+#include <QString>
+#include <QThread>
+
+#include <sndfile.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <ostream>
+#include <vector>
+
+QT_BEGIN_NAMESPACE
+inline void PrintTo(const QString &text, std::ostream *out)
+{
+    *out << '"' << text.toStdString() << '"';
+}
+QT_END_NAMESPACE
+
+namespace kestil::test {
+
+// The process's one application object, for the event loop the recorder
+// finishes its work in.
+inline QCoreApplication &application()
+{
+    static int argc = 1;
+    static char name[] = "kestil-tests";
+    static char *argv[] = {name, nullptr};
+    static QCoreApplication *app = QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
+    return app ? *app : *QCoreApplication::instance();
+}
+
+// Runs the event loop until the condition holds; false on time-out.
+inline bool waitUntil(const std::function<bool()> &condition,
+                      std::chrono::milliseconds timeout = std::chrono::seconds(20))
+{
+    QDeadlineTimer deadline(timeout);
+    while (!condition()) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+        QThread::msleep(1);
+    }
+    return true;
+}
+
+template <typename T>
+bool waitFor(const QFuture<T> &future, std::chrono::milliseconds timeout = std::chrono::seconds(20))
+{
+    return waitUntil([&] { return future.isFinished(); }, timeout);
+}
+
+// Lets the queued calls that are due run.
+inline void settle(std::chrono::milliseconds duration = std::chrono::milliseconds(50))
+{
+    QDeadlineTimer deadline(duration);
+    while (!deadline.hasExpired())
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+}
+
+// The text of the exception a finished future holds, or "(no error)".
+template <typename T> QString failureOf(QFuture<T> future)
+{
+    try {
+        future.waitForFinished();
+        if constexpr (!std::is_void_v<T>)
+            (void)future.result();
+    } catch (const std::exception &error) {
+        return describe(error);
+    }
+    return QStringLiteral("(no error)");
+}
+
+// A gate that holds a thread until the test opens it.
+class Latch {
+public:
+    void open()
+    {
+        std::lock_guard lock(mutex_);
+        open_ = true;
+        changed_.notify_all();
+    }
+    void wait()
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return open_; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool open_ = false;
+};
+
+// What the scripted engine did, and how it is told to behave.
+struct EngineProbe {
+    std::atomic<qint64> samplesFed{0};
+    std::atomic<int> finishes{0};
+    std::atomic<int> aborts{0};
+    std::atomic<int> engines{0};
+    // finish() waits for this gate when there is one.
+    std::shared_ptr<Latch> finishGate;
+    // finish() fails with this text when it is set.
+    QString finishError;
+};
+
+// Hears one word per second of audio: every whole second fed is a final
+// "word<N>" from N-1 to N; a part second is a volatile "partial".
+class ScriptedSpeechEngine : public SpeechEngine {
+public:
+    static constexpr double rate = 16000;
+
+    explicit ScriptedSpeechEngine(std::shared_ptr<EngineProbe> probe) : probe_(std::move(probe))
+    {
+        ++probe_->engines;
+    }
+
+    double sampleRate() const override { return rate; }
+
+    std::vector<SpeechResult> feed(std::span<const float> samples) override
+    {
+        fed_ += qint64(samples.size());
+        probe_->samplesFed += qint64(samples.size());
+        std::vector<SpeechResult> results;
+        while (fed_ >= (words_ + 1) * qint64(rate)) {
+            ++words_;
+            results.push_back(
+                {QStringLiteral("word%1").arg(words_), double(words_ - 1), double(words_), true});
+        }
+        if (fed_ > words_ * qint64(rate))
+            results.push_back({QStringLiteral("partial"), double(words_), double(fed_) / rate, false});
+        return results;
+    }
+
+    std::vector<SpeechResult> finish() override
+    {
+        ++probe_->finishes;
+        if (probe_->finishGate)
+            probe_->finishGate->wait();
+        if (!probe_->finishError.isEmpty())
+            throw LocalError(probe_->finishError);
+        std::vector<SpeechResult> results;
+        if (fed_ > words_ * qint64(rate))
+            results.push_back({QStringLiteral("tail"), double(words_), double(fed_) / rate, true});
+        return results;
+    }
+
+    void abort() override { ++probe_->aborts; }
+
+private:
+    std::shared_ptr<EngineProbe> probe_;
+    qint64 fed_ = 0;
+    qint64 words_ = 0;
+};
+
+// What a scripted source was asked to do, and its handlers for late calls.
+struct SourceProbe {
+    std::atomic<int> made{0};
+    std::atomic<int> runs{0};
+    std::atomic<int> invalidations{0};
+    AudioSource::InputBlock block;
+    AudioSource::FailureHandler failure;
+};
+
+// Delivers a fixed set of buffers, of any encoding, when it runs; or fails
+// to prepare or to run as told.
+class ScriptedSource : public AudioSource {
+public:
+    struct Script {
+        std::optional<AudioFormat> format;
+        QString errorMessage;
+        QString runError;
+        int channels = 1;
+        // Each entry is the bytes of one buffer list of one buffer.
+        std::vector<std::vector<unsigned char>> buffers;
+        // Before the buffer at this index the source reports that it ended
+        // on its own, with this text; the buffers after it still arrive.
+        int failureAt = -1;
+        QString failure;
+    };
+
+    ScriptedSource(Script script, std::shared_ptr<SourceProbe> probe)
+        : script_(std::move(script)), probe_(std::move(probe))
+    {
+        ++probe_->made;
+    }
+
+    void prepare() override {}
+    std::optional<AudioFormat> format() const override { return script_.format; }
+    QString errorMessage() const override { return script_.errorMessage; }
+
+    void run(CaptureQueue &queue, InputBlock block, InvalidationHandler, FailureHandler failure) override
+    {
+        ++probe_->runs;
+        if (!script_.runError.isEmpty())
+            throw SystemError(script_.runError);
+        probe_->block = block;
+        probe_->failure = failure;
+        for (int i = 0; i < int(script_.buffers.size()); ++i) {
+            if (i == script_.failureAt && failure)
+                queue.async([failure, text = script_.failure] { failure(text); });
+            queue.async([block, bytes = script_.buffers[size_t(i)], channels = script_.channels] {
+                const AudioBuffer buffer{channels, bytes.data(), qint64(bytes.size())};
+                block(AudioBufferList(&buffer, 1));
+            });
+        }
+    }
+
+    void invalidate() override { ++probe_->invalidations; }
+
+private:
+    Script script_;
+    std::shared_ptr<SourceProbe> probe_;
+};
+
+// A clock that moves only when the test moves it.
+struct ManualClock {
+    std::shared_ptr<std::atomic<qint64>> nanoseconds = std::make_shared<std::atomic<qint64>>(0);
+
+    void advance(double seconds) { *nanoseconds += qint64(seconds * 1e9); }
+    SessionClock::Now now() const
+    {
+        return [ns = nanoseconds] {
+            return SessionClock::TimePoint(std::chrono::nanoseconds(ns->load()) + std::chrono::hours(1));
+        };
+    }
+};
+
+// A WAV file of a 440 Hz sine at amplitude 0.4.
+inline QString writeTone(const QString &path, double seconds, int sampleRate = 16000)
+{
+    const auto samples = sine(440, sampleRate, qint64(seconds * sampleRate), 0.4f);
+    writeSoundFile(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, sampleRate, 1, samples);
+    return path;
+}
+
+// A finished segment of `seconds` of silence, written by the real writer.
+inline QString writeSegment(const QString &root, const QUuid &noteID, double seconds,
+                            double sampleRate = 16000)
+{
+    const QString segment = RecordingFolder::newSegmentFolder(root, noteID);
+    DurableAudioWriter writer(segment, noteID, sampleRate);
+    std::vector<float> silence(size_t(seconds * sampleRate), 0.0f);
+    writer.append(std::span<const float>(silence));
+    writer.complete();
+    return segment;
+}
+
+// The segment folders of a note, oldest first.
+inline QStringList segmentsOf(const QString &root, const QUuid &noteID)
+{
+    QDir folder(RecordingFolder::noteFolder(root, noteID));
+    QList<std::pair<double, QString>> found;
+    for (const QString &name : folder.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const QString segment = folder.filePath(name);
+        try {
+            found.append({LocalRecordingManifest::read(segment).createdAt, segment});
+        } catch (const std::exception &) {
+            found.append({0, segment});
+        }
+    }
+    std::sort(found.begin(), found.end());
+    QStringList segments;
+    for (const auto &entry : found)
+        segments << entry.second;
+    return segments;
+}
+
+// The recorder's surroundings in a test: scripted speech, a source factory,
+// and a clock.
+struct RecorderRig {
+    std::shared_ptr<EngineProbe> engine = std::make_shared<EngineProbe>();
+    std::function<std::unique_ptr<AudioSource>(bool systemAudio)> makeSource;
+    bool access = true;
+    // When set, live speech cannot start and says this.
+    QString speechFailure;
+    // When set, the start of live speech waits for it.
+    std::shared_ptr<Latch> speechStartGate;
+    std::shared_ptr<std::atomic<int>> speechStarts = std::make_shared<std::atomic<int>>(0);
+    std::shared_ptr<std::atomic<int>> accessChecks = std::make_shared<std::atomic<int>>(0);
+    ManualClock clock;
+    bool manualClock = false;
+    // The file sources made so far, newest last.
+    std::shared_ptr<std::vector<AudioFileSource *>> fileSources =
+        std::make_shared<std::vector<AudioFileSource *>>();
+
+    // Every segment reads the whole file, as fast as the recorder takes it.
+    void useFile(const QString &path, AudioFileSource::Pace pace = AudioFileSource::Pace::asFastAsConsumed)
+    {
+        makeSource = [path, pace, made = fileSources](bool) -> std::unique_ptr<AudioSource> {
+            auto source = std::make_unique<AudioFileSource>(path, pace);
+            made->push_back(source.get());
+            return source;
+        };
+    }
+
+    void useScript(ScriptedSource::Script script, std::shared_ptr<SourceProbe> probe)
+    {
+        makeSource = [script, probe](bool) -> std::unique_ptr<AudioSource> {
+            return std::make_unique<ScriptedSource>(script, probe);
+        };
+    }
+
+    // Waits until the newest file source has handed over its whole file.
+    bool waitForFileDelivered()
+    {
+        return !fileSources->empty() && fileSources->back()->waitUntilFinished(std::chrono::seconds(20));
+    }
+
+    ProcessTapRecorder::Environment environment() const
+    {
+        ProcessTapRecorder::Environment environment;
+        environment.microphoneAccess = [granted = access, checks = accessChecks] {
+            ++*checks;
+            return granted;
+        };
+        environment.makeSource = makeSource;
+        environment.startLiveSpeech =
+            [probe = engine, failure = speechFailure, gate = speechStartGate, starts = speechStarts](
+                const QString &,
+                LiveSpeechSession::ResultCallback onResult) -> std::unique_ptr<LiveSpeechSession> {
+            ++*starts;
+            if (gate)
+                gate->wait();
+            if (!failure.isEmpty())
+                throw LocalError(failure);
+            return std::make_unique<LiveSpeechSession>(std::make_unique<ScriptedSpeechEngine>(probe),
+                                                       LiveSpeechSession::FailureCallback{},
+                                                       std::move(onResult));
+        };
+        if (manualClock)
+            environment.now = clock.now();
+        return environment;
+    }
+};
+
+} // namespace kestil::test
