@@ -1,0 +1,623 @@
+// The notes list model against the real store and the real recording
+// session: real SQLite, real segments on disk, the file source, and a
+// speech engine that hears one word per second of audio.
+#include "capture/recorder/RecorderTestSupport.h"
+#include "core/store/StoreTestSupport.h"
+
+#include "core/Folder.h"
+#include "core/LocalAppModel.h"
+#include "core/NoteTranscript.h"
+#include "core/NotesListRoles.h"
+#include "core/NotesListViewModel.h"
+#include "prefs/PreferenceStore.h"
+#include "prefs/SettingsKeys.h"
+
+#include <QSignalSpy>
+
+using namespace kestil;
+using namespace kestil::test;
+using namespace kestil::testing;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QString deleteRefused = QStringLiteral("Cancel or finish the current operation before deleting notes.");
+
+class NotesListViewModelTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        application();
+        ASSERT_TRUE(config.isValid());
+        tone = writeTone(config.filePath(QStringLiteral("tone.wav")), 2.5);
+        rig.useFile(tone);
+        preferences = std::make_unique<PreferenceStore>(config.filePath(QStringLiteral("prefs")));
+        LaunchEnvironment environment;
+        environment.root = root.path();
+        environment.languageModelAvailability = [] { return LanguageModelAvailability::available; };
+        app = std::make_unique<LocalAppModel>(environment);
+        ASSERT_TRUE(app->storeReady());
+    }
+
+    void TearDown() override
+    {
+        models.clear();
+        recorder.reset();
+    }
+
+    // The recorder and one list, made once the rig is as the test wants it.
+    NotesListViewModel &list()
+    {
+        if (!recorder)
+            recorder = std::make_unique<ProcessTapRecorder>(rig.environment());
+        if (models.empty())
+            models.push_back(std::make_unique<NotesListViewModel>(*app, *recorder, roles, *preferences));
+        return *models.front();
+    }
+
+    NotesListViewModel &anotherList()
+    {
+        list();
+        models.push_back(std::make_unique<NotesListViewModel>(*app, *recorder, roles, *preferences));
+        return *models.back();
+    }
+
+    SharedPersistenceController &store() { return *app->store(); }
+
+    // Starts a new note's recording and waits until it runs.
+    NotePtr record(NotesListViewModel &model)
+    {
+        const QFuture<void> started = model.startNewTranscription();
+        EXPECT_TRUE(waitFor(started));
+        EXPECT_TRUE(recorder->recording());
+        return model.newNoteBeingRecorded();
+    }
+
+    void stop(NotesListViewModel &model) { EXPECT_TRUE(waitFor(model.stopTranscription())); }
+
+    // What another process would read from the file.
+    NotePtr storedNote(const QUuid &id)
+    {
+        reopened = std::make_unique<SharedPersistenceController>(root.path());
+        return reopened->noteWithId(id);
+    }
+
+    TempRoot root;
+    QTemporaryDir config;
+    QString tone;
+    RecorderRig rig;
+    std::unique_ptr<PreferenceStore> preferences;
+    std::unique_ptr<LocalAppModel> app;
+    NotesListRoles roles;
+    std::unique_ptr<ProcessTapRecorder> recorder;
+    std::vector<std::unique_ptr<NotesListViewModel>> models;
+    std::unique_ptr<SharedPersistenceController> reopened;
+};
+
+} // namespace
+
+TEST_F(NotesListViewModelTest, NewTranscriptionRecordsIntoANewNoteAndSavesEveryCommittedSnapshot)
+{
+    NotesListViewModel &model = list();
+    const QFuture<void> started = model.startNewTranscription();
+
+    // At once: the note, its lease, its folder name and the transcript tab.
+    const NotePtr note = model.newNoteBeingRecorded();
+    ASSERT_TRUE(note);
+    const QUuid id = *note->id();
+    EXPECT_EQ(note->title(), QStringLiteral("Untitled Note"));
+    EXPECT_EQ(note->noteType(), QStringLiteral("transcription"));
+    EXPECT_EQ(note->sourceURL(), QStringLiteral("Recordings/") + idText(id));
+    EXPECT_TRUE(model.operationInProgress());
+    EXPECT_TRUE(recorder->starting());
+    EXPECT_FALSE(model.canStart());
+    EXPECT_TRUE(store().activeRecording().has_value());
+    EXPECT_EQ(app->selected(), id);
+    EXPECT_EQ(model.selectedNoteIDs(), QList<ObjectId>{note->objectId()});
+    EXPECT_EQ(model.selectedDetailTab(), NotesListViewModel::transcriptTab);
+    EXPECT_EQ(roles.recordingNotesViewModel(), &model);
+
+    ASSERT_TRUE(waitFor(started));
+    EXPECT_FALSE(model.operationInProgress());
+    EXPECT_EQ(model.recordingNote(), note);
+    EXPECT_FALSE(model.showSyncError()) << model.syncErrorMessage().toStdString();
+
+    // Each committed snapshot is in the file while the recording runs.
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    ASSERT_TRUE(waitUntil([&] { return note->transcription() == QStringLiteral("word1 word2"); }));
+    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral("word1 word2 partial"));
+    EXPECT_FALSE(store().context().hasChanges());
+    EXPECT_EQ(storedNote(id)->transcription(), QStringLiteral("word1 word2"));
+
+    stop(model);
+    EXPECT_EQ(note->transcription(), QStringLiteral("word1 word2 tail"));
+    EXPECT_FALSE(model.newNoteBeingRecorded());
+    EXPECT_FALSE(model.operationInProgress());
+    EXPECT_FALSE(store().activeRecording().has_value());
+    EXPECT_EQ(roles.recordingNotesViewModel(), nullptr);
+    EXPECT_EQ(model.selectedDetailTab(), NotesListViewModel::transcriptTab);
+
+    const NotePtr stored = storedNote(id);
+    EXPECT_EQ(stored->transcription(), QStringLiteral("word1 word2 tail"));
+    const auto utterances = transcriptUtterances(*stored);
+    ASSERT_FALSE(utterances.isEmpty());
+    EXPECT_EQ(utterances.first().start, 0.0);
+    EXPECT_EQ(utterances.last().end, 2.5);
+    const QStringList segments = segmentsOf(root.path(), id);
+    ASSERT_EQ(segments.size(), 1);
+    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
+}
+
+TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStored)
+{
+    auto probe = std::make_shared<SourceProbe>();
+    rig.useScript(ScriptedSource::Script{AudioFormat{AudioSampleFormat::float32, 16000, 1}}, probe);
+    NotesListViewModel &model = list();
+    const NotePtr note = record(model);
+    ASSERT_TRUE(note);
+    QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
+
+    LocalTranscript tentative;
+    tentative.tentative = QStringLiteral("hello there");
+    model.receiveSnapshot(tentative);
+    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral("hello there"));
+    EXPECT_EQ(note->transcription(), QString());
+    EXPECT_EQ(saves.count(), 0);
+
+    LocalTranscript committed;
+    committed.utterances = {LocalUtterance{QStringLiteral(" hello there "), 0.5, 1.5}};
+    committed.tentative = QStringLiteral("and");
+    model.receiveSnapshot(committed);
+    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral(" hello there  and"));
+    EXPECT_EQ(note->transcription(), QStringLiteral(" hello there "));
+    EXPECT_EQ(saves.count(), 1);
+    const auto utterances = transcriptUtterances(*note);
+    ASSERT_EQ(utterances.size(), 1);
+    EXPECT_EQ(utterances[0].text, QStringLiteral("hello there"));
+    stop(model);
+}
+
+TEST_F(NotesListViewModelTest, RecordingIntoANoteWithTextKeepsItInFrontAndTimesTheNewWordsAfterIt)
+{
+    NotesListViewModel &model = list();
+    const NotePtr note = store().createNote(QStringLiteral("Standup"), QStringLiteral("Earlier text."),
+                                            QUuid::createUuid(), QStringLiteral("local"));
+    // Four seconds of earlier audio in the note's folder.
+    writeSegment(root.path(), *note->id(), 4);
+
+    ASSERT_TRUE(waitFor(model.startTranscription(note)));
+    ASSERT_TRUE(recorder->recording());
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    ASSERT_TRUE(
+        waitUntil([&] { return model.accumulatedTranscription().contains(QStringLiteral("word2")); }));
+    EXPECT_TRUE(model.accumulatedTranscription().startsWith(QStringLiteral("Earlier text. word1")));
+    stop(model);
+
+    EXPECT_EQ(note->transcription(), QStringLiteral("Earlier text. word1 word2 tail"));
+    EXPECT_EQ(note->title(), QStringLiteral("Standup"));
+    // The untimed earlier paragraph and the new words read as one short
+    // paragraph, timed after the four seconds of earlier audio.
+    const auto utterances = transcriptUtterances(*note);
+    ASSERT_EQ(utterances.size(), 1);
+    EXPECT_EQ(utterances[0].text, QStringLiteral("Earlier text. word1 word2 tail"));
+    EXPECT_EQ(utterances[0].start, 4.0);
+    EXPECT_EQ(utterances[0].end, 6.5);
+    EXPECT_EQ(segmentsOf(root.path(), *note->id()).size(), 2);
+}
+
+TEST_F(NotesListViewModelTest, ASecondNewTranscriptionWhileStartingChangesNothingAndSaysNothing)
+{
+    rig.speechStartGate = std::make_shared<Latch>();
+    NotesListViewModel &model = list();
+    const QFuture<void> first = model.startNewTranscription();
+    const NotePtr note = model.newNoteBeingRecorded();
+    const qsizetype notes = store().fetchNotes().size();
+
+    const QFuture<void> second = model.startNewTranscription();
+    EXPECT_TRUE(second.isFinished());
+    EXPECT_EQ(store().fetchNotes().size(), notes);
+    EXPECT_EQ(model.newNoteBeingRecorded(), note);
+    EXPECT_FALSE(model.showSyncError());
+    EXPECT_TRUE(model.syncErrorMessage().isEmpty());
+    // Nor does a start into another note.
+    const NotePtr other = store().createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    EXPECT_TRUE(model.startTranscription(other).isFinished());
+    EXPECT_EQ(model.newNoteBeingRecorded(), note);
+
+    rig.speechStartGate->open();
+    ASSERT_TRUE(waitFor(first));
+    EXPECT_EQ(*rig.speechStarts, 1);
+    EXPECT_TRUE(recorder->recording());
+    stop(model);
+}
+
+TEST_F(NotesListViewModelTest, TwoStopsRunOneAndBothReturnAfterIt)
+{
+    auto gate = std::make_shared<Latch>();
+    rig.engine->finishGate = gate;
+    NotesListViewModel &model = list();
+    NotesListViewModel &other = anotherList();
+    const NotePtr note = record(model);
+    int stops = 0;
+    QObject::connect(recorder.get(), &ProcessTapRecorder::finishingChanged,
+                     [&](bool finishing) { stops += finishing ? 1 : 0; });
+
+    const QFuture<void> first = model.stopTranscription();
+    const QFuture<void> second = model.stopTranscription();
+    // A list that does not record hands the stop to the one that does.
+    const QFuture<void> third = other.stopTranscription();
+    settle();
+    EXPECT_FALSE(first.isFinished());
+    EXPECT_FALSE(second.isFinished());
+    EXPECT_FALSE(third.isFinished());
+    EXPECT_TRUE(model.operationInProgress());
+
+    gate->open();
+    ASSERT_TRUE(waitFor(first));
+    ASSERT_TRUE(waitFor(second));
+    ASSERT_TRUE(waitFor(third));
+    EXPECT_EQ(stops, 1);
+    EXPECT_FALSE(model.newNoteBeingRecorded());
+    EXPECT_FALSE(store().activeRecording().has_value());
+    EXPECT_EQ(rig.engine->finishes.load(), 1);
+    EXPECT_FALSE(note->transcription().value_or(QString()).isEmpty());
+}
+
+TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsAudio)
+{
+    NotesListViewModel &model = list();
+    const NotePtr note = record(model);
+    const QUuid id = *note->id();
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    QStringList moves;
+    bool stoppedBeforeMove = false;
+    bool completeBeforeMove = false;
+    store().setMoverForTesting([&](const QString &from, const QString &to) {
+        moves << QDir(root.path()).relativeFilePath(from) + QStringLiteral(" -> ") +
+                     QDir(root.path()).relativeFilePath(to);
+        stoppedBeforeMove = !recorder->recording() && !recorder->finishing();
+        completeBeforeMove = true;
+        for (const QString &segment : segmentsOf(root.path(), id))
+            completeBeforeMove = completeBeforeMove && LocalRecordingManifest::read(segment).complete;
+        moveItemAtomically(from, to);
+    });
+
+    ASSERT_TRUE(waitFor(model.deleteNote(note)));
+    EXPECT_FALSE(model.showSyncError()) << model.syncErrorMessage().toStdString();
+    EXPECT_EQ(moves, QStringList{QStringLiteral("Recordings/%1 -> DeletedRecordings/%1").arg(idText(id))});
+    EXPECT_TRUE(stoppedBeforeMove);
+    EXPECT_TRUE(completeBeforeMove);
+    EXPECT_FALSE(store().noteWithId(id));
+    EXPECT_FALSE(QDir(root.file(QStringLiteral("Recordings/") + idText(id))).exists());
+    EXPECT_FALSE(QDir(root.file(QStringLiteral("DeletedRecordings/") + idText(id))).exists());
+    EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
+    EXPECT_FALSE(store().activeRecording().has_value());
+}
+
+TEST_F(NotesListViewModelTest, DeletingFromAnotherListStopsTheRecordingListFirst)
+{
+    NotesListViewModel &recording = list();
+    NotesListViewModel &other = anotherList();
+    const NotePtr note = record(recording);
+    ASSERT_TRUE(waitFor(other.deleteNote(note)));
+    EXPECT_FALSE(other.showSyncError()) << other.syncErrorMessage().toStdString();
+    EXPECT_FALSE(recorder->recording());
+    EXPECT_FALSE(recording.newNoteBeingRecorded());
+    EXPECT_TRUE(note->isDeleted() || !store().noteWithId(*note->id()));
+}
+
+TEST_F(NotesListViewModelTest, DeletingWhileARecordingStartsOrFinishesIsRefusedWithWords)
+{
+    rig.speechStartGate = std::make_shared<Latch>();
+    auto gate = std::make_shared<Latch>();
+    rig.engine->finishGate = gate;
+    NotesListViewModel &model = list();
+    const NotePtr other =
+        store().createNote(QStringLiteral("Keep"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    const QFuture<void> started = model.startNewTranscription();
+
+    EXPECT_TRUE(model.deleteNote(other).isFinished());
+    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_TRUE(store().noteWithId(*other->id()));
+
+    model.setShowSyncError(false);
+    rig.speechStartGate->open();
+    ASSERT_TRUE(waitFor(started));
+    const QFuture<void> stopping = model.stopTranscription();
+    ASSERT_TRUE(recorder->finishing());
+    EXPECT_TRUE(model.deleteNote(other).isFinished());
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
+    EXPECT_TRUE(store().noteWithId(*other->id()));
+    gate->open();
+    ASSERT_TRUE(waitFor(stopping));
+
+    // Afterwards the delete goes through.
+    ASSERT_TRUE(waitFor(model.deleteNote(other)));
+    EXPECT_FALSE(store().noteWithId(*other->id()));
+}
+
+TEST_F(NotesListViewModelTest, QuittingWhileRecordingStopsSavesAndMayEnd)
+{
+    NotesListViewModel &model = list();
+    const NotePtr note = record(model);
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    // An edit not saved yet is saved by the quit.
+    note->setValue(QStringLiteral("notes"), QStringLiteral("typed before quitting"));
+    QSignalSpy editorsSave(&roles, &NotesListRoles::forceAllEditorsSave);
+
+    const QFuture<bool> quit = roles.prepareToQuit(&store());
+    ASSERT_TRUE(waitFor(quit));
+    EXPECT_TRUE(quit.result());
+    EXPECT_EQ(editorsSave.count(), 1);
+    EXPECT_FALSE(recorder->recording());
+    const NotePtr stored = storedNote(*note->id());
+    EXPECT_EQ(stored->transcription(), QStringLiteral("word1 word2 tail"));
+    EXPECT_EQ(stored->notes(), QStringLiteral("typed before quitting"));
+    for (const QString &segment : segmentsOf(root.path(), *note->id()))
+        EXPECT_TRUE(LocalRecordingManifest::read(segment).complete);
+}
+
+TEST_F(NotesListViewModelTest, QuitWithASaveThatFailsStaysRunningAndSaysWhy)
+{
+    NotesListViewModel &model = list();
+    roles.setActiveNotesViewModel(&model);
+    const NotePtr note =
+        store().createNote(QStringLiteral("Draft"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    note->setValue(QStringLiteral("notes"), QStringLiteral("unsaved words"));
+    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+
+    QFuture<bool> quit = roles.prepareToQuit(&store());
+    ASSERT_TRUE(waitFor(quit));
+    EXPECT_FALSE(quit.result());
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive))
+        << model.syncErrorMessage().toStdString();
+    // Nothing was lost: the words are still in memory for the next try.
+    EXPECT_EQ(note->notes(), QStringLiteral("unsaved words"));
+
+    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    quit = roles.prepareToQuit(&store());
+    ASSERT_TRUE(waitFor(quit));
+    EXPECT_TRUE(quit.result());
+    EXPECT_EQ(storedNote(*note->id())->notes(), QStringLiteral("unsaved words"));
+
+    // Without a store there is nothing to keep the program open for.
+    quit = roles.prepareToQuit(nullptr);
+    ASSERT_TRUE(waitFor(quit));
+    EXPECT_TRUE(quit.result());
+}
+
+TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWorks)
+{
+    auto probe = std::make_shared<SourceProbe>();
+    auto attempts = std::make_shared<int>(0);
+    const QString wav = tone;
+    auto systemAudioFlags = std::make_shared<QList<bool>>();
+    rig.makeSource = [probe, attempts, wav,
+                      systemAudioFlags](bool systemAudio) -> std::unique_ptr<AudioSource> {
+        systemAudioFlags->append(systemAudio);
+        if ((*attempts)++ == 0)
+            return std::make_unique<ScriptedSource>(
+                ScriptedSource::Script{{}, QStringLiteral("No microphone input is available.")}, probe);
+        return std::make_unique<AudioFileSource>(wav, AudioFileSource::Pace::asFastAsConsumed);
+    };
+    settings::setRecordSystemAudio(*preferences, false);
+    NotesListViewModel &model = list();
+
+    ASSERT_TRUE(waitFor(model.startNewTranscription()));
+    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("No microphone input is available."));
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_FALSE(model.newNoteBeingRecorded());
+    EXPECT_FALSE(model.operationInProgress());
+    EXPECT_FALSE(store().activeRecording().has_value());
+    EXPECT_EQ(roles.recordingNotesViewModel(), nullptr);
+    // The empty note stays, with its folder name; nothing is deleted.
+    const auto notes = store().fetchNotes();
+    ASSERT_EQ(notes.size(), 1);
+    EXPECT_TRUE(notes[0]->sourceURL().has_value());
+
+    settings::setRecordSystemAudio(*preferences, true);
+    const NotePtr note = record(model);
+    ASSERT_TRUE(note);
+    EXPECT_NE(note, notes[0]);
+    EXPECT_EQ(*systemAudioFlags, (QList<bool>{false, true}));
+    stop(model);
+}
+
+TEST_F(NotesListViewModelTest, ANoteThatIsGoneCannotBeRecordedInto)
+{
+    NotesListViewModel &model = list();
+    const NotePtr note = store().createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    store().deleteNote(note);
+    ASSERT_TRUE(waitFor(model.startTranscription(note)));
+    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
+    EXPECT_FALSE(model.operationInProgress());
+    EXPECT_FALSE(store().activeRecording().has_value());
+    EXPECT_EQ(*rig.speechStarts, 0);
+}
+
+TEST_F(NotesListViewModelTest, TheSpeechWarningIsShownAtStartAndNotAgainAtStop)
+{
+    rig.speechFailure = QStringLiteral("No compatible on-device speech audio format.");
+    NotesListViewModel &model = list();
+    const NotePtr note = record(model);
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_TRUE(model.syncErrorMessage().startsWith(QStringLiteral("Live transcription unavailable: ")));
+    model.setShowSyncError(false);
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    stop(model);
+    EXPECT_FALSE(model.showSyncError());
+    EXPECT_EQ(DurableAudioWriter::frameCount(segmentsOf(root.path(), *note->id()).value(0)), 40000);
+}
+
+TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndSavesTheNote)
+{
+    auto probe = std::make_shared<SourceProbe>();
+    ScriptedSource::Script script;
+    script.format = AudioFormat{AudioSampleFormat::float32, 16000, 1};
+    for (int i = 0; i < 15; ++i)
+        script.buffers.push_back(std::vector<unsigned char>(1600 * 4, 0));
+    script.failureAt = 15;
+    script.failure = QStringLiteral("The sound server ended the microphone recording: gone");
+    script.buffers.push_back(std::vector<unsigned char>(1600 * 4, 0));
+    rig.useScript(script, probe);
+    NotesListViewModel &model = list();
+    const NotePtr note = record(model);
+
+    ASSERT_TRUE(waitUntil([&] { return !model.newNoteBeingRecorded() && !recorder->finishing(); }));
+    EXPECT_EQ(model.syncErrorMessage(),
+              QStringLiteral("Capture stopped: The sound server ended the microphone "
+                             "recording: gone. Captured audio was preserved."));
+    EXPECT_FALSE(store().activeRecording().has_value());
+    EXPECT_EQ(storedNote(*note->id())->transcription(), QStringLiteral("word1 tail"));
+}
+
+TEST_F(NotesListViewModelTest, PauseAndContinueFollowTheRecorder)
+{
+    NotesListViewModel &model = list();
+    model.togglePause();
+    EXPECT_FALSE(model.isTranscriptionPaused());
+    const NotePtr note = record(model);
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    model.togglePause();
+    EXPECT_TRUE(model.isTranscriptionPaused());
+    EXPECT_TRUE(recorder->paused());
+    model.togglePause();
+    EXPECT_FALSE(model.isTranscriptionPaused());
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    stop(model);
+    EXPECT_EQ(segmentsOf(root.path(), *note->id()).size(), 2);
+    EXPECT_EQ(note->transcription(), QStringLiteral("word1 word2 word3 word4 word5"));
+}
+
+TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOne)
+{
+    NotesListViewModel &model = list();
+    const NotePtr plain =
+        store().createNote(QStringLiteral("A"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr summarised =
+        store().createNote(QStringLiteral("B"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    summarised->setValue(QStringLiteral("summary"), QStringLiteral("## Points\n- one"));
+    const NotePtr generating =
+        store().createNote(QStringLiteral("C"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    generating->setValue(QStringLiteral("summary"), QStringLiteral("Generating summary..."));
+    store().save();
+    QSignalSpy editorsSave(&model, &NotesListViewModel::kestilSaveCurrentNote);
+
+    model.selectNote(summarised, false);
+    EXPECT_EQ(model.selectedDetailTab(), NotesListViewModel::summaryTab);
+    EXPECT_EQ(app->selected(), summarised->id());
+    model.selectNote(generating, false);
+    EXPECT_EQ(model.selectedDetailTab(), NotesListViewModel::transcriptTab);
+    EXPECT_EQ(model.selectedNoteIDs(), QList<ObjectId>{generating->objectId()});
+    model.selectNote(plain, true);
+    EXPECT_EQ(model.selectedNoteIDs(), (QList<ObjectId>{generating->objectId(), plain->objectId()}));
+    model.selectNote(generating, true);
+    EXPECT_EQ(model.selectedNoteIDs(), QList<ObjectId>{plain->objectId()});
+    EXPECT_EQ(editorsSave.count(), 4);
+
+    // The list appearing selects its first note only when nothing is selected.
+    NotesListViewModel &other = anotherList();
+    other.listAppeared({summarised, plain}, FolderSelection::unfiled());
+    EXPECT_EQ(roles.activeNotesViewModel(), &other);
+    EXPECT_EQ(other.selectedNoteIDs(), QList<ObjectId>{summarised->objectId()});
+    EXPECT_EQ(other.pendingFolderSelection(), FolderSelection::unfiled());
+    other.listAppeared({plain}, FolderSelection::all());
+    EXPECT_EQ(other.selectedNoteIDs(), QList<ObjectId>{summarised->objectId()});
+}
+
+TEST_F(NotesListViewModelTest, DeletingTheSelectedNotesGoesOnPastAFailureAndShowsTheLast)
+{
+    NotesListViewModel &model = list();
+    QList<NotePtr> notes;
+    for (int i = 0; i < 3; ++i)
+        notes << store().createNote(QString::number(i), {}, QUuid::createUuid(), QStringLiteral("local"));
+    model.selectNote(notes[0], false);
+    model.selectNote(notes[2], true);
+    ASSERT_TRUE(waitFor(model.deleteSelectedNotes(notes)));
+    EXPECT_TRUE(notes[0]->isDeleted() || !store().noteWithId(*notes[0]->id()));
+    EXPECT_TRUE(store().noteWithId(*notes[1]->id()));
+    EXPECT_FALSE(store().noteWithId(*notes[2]->id()));
+    EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
+
+    // Deleting by position, with one note whose delete fails.
+    QList<NotePtr> more = {notes[1]};
+    for (int i = 0; i < 2; ++i)
+        more << store().createNote(QStringLiteral("more"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    store().deleteNote(more[1]); // gone already: its delete fails
+    ASSERT_TRUE(waitFor(model.deleteNotes({0, 1, 2, 7}, more)));
+    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
+    EXPECT_FALSE(store().noteWithId(*more[0]->id()));
+    EXPECT_FALSE(store().noteWithId(*more[2]->id()));
+}
+
+TEST_F(NotesListViewModelTest, ANewNoteLandsInTheFolderTheSidebarShows)
+{
+    auto folder = store().context().insert<Folder>();
+    const QUuid folderID = QUuid::createUuid();
+    folder->setValue(QStringLiteral("id"), folderID);
+    folder->setValue(QStringLiteral("name"), QStringLiteral("Meetings"));
+    store().save();
+    NotesListViewModel &model = list();
+
+    model.setPendingFolderSelection(FolderSelection::folder(folderID));
+    NotePtr note = record(model);
+    ASSERT_TRUE(note);
+    ASSERT_TRUE(note->folder());
+    EXPECT_EQ(note->folder()->id(), folderID);
+    stop(model);
+
+    model.setPendingFolderSelection(FolderSelection::all());
+    note = record(model);
+    EXPECT_FALSE(note->folder());
+    stop(model);
+}
+
+TEST_F(NotesListViewModelTest, TheEditorsSaveChangesOnlyAndPutBackATypeThatCouldNotBeSaved)
+{
+    NotesListViewModel &model = list();
+    const NotePtr note =
+        store().createNote(QStringLiteral("Title"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
+
+    model.setTitle(note, QStringLiteral("Title"));
+    model.setTitle(note, QStringLiteral("   "));
+    EXPECT_EQ(saves.count(), 0);
+    EXPECT_EQ(note->title(), QStringLiteral("Title"));
+    model.setTitle(note, QStringLiteral("Weekly review"));
+    model.setSummary(note, QStringLiteral("Short."));
+    model.setSummaryType(note, QStringLiteral("meeting"));
+    EXPECT_EQ(saves.count(), 3);
+    EXPECT_EQ(storedNote(*note->id())->title(), QStringLiteral("Weekly review"));
+
+    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    model.setSummaryType(note, QStringLiteral("lecture"));
+    EXPECT_EQ(note->summaryType(), QStringLiteral("meeting"));
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive));
+}
+
+TEST_F(NotesListViewModelTest, ASnapshotThatCannotBeSavedIsReportedAndTheRecordingGoesOn)
+{
+    auto probe = std::make_shared<SourceProbe>();
+    rig.useScript(ScriptedSource::Script{AudioFormat{AudioSampleFormat::float32, 16000, 1}}, probe);
+    NotesListViewModel &model = list();
+    const NotePtr note = record(model);
+    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+
+    LocalTranscript first;
+    first.utterances = {LocalUtterance{QStringLiteral("first words"), 0, 1}};
+    model.receiveSnapshot(first);
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_TRUE(recorder->recording());
+    EXPECT_TRUE(model.newNoteBeingRecorded());
+
+    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    LocalTranscript second = first;
+    second.utterances.append(LocalUtterance{QStringLiteral("more words"), 1, 2});
+    model.receiveSnapshot(second);
+    EXPECT_EQ(storedNote(*note->id())->transcription(), QStringLiteral("first words more words"));
+    stop(model);
+}
