@@ -439,54 +439,44 @@ void SqliteStore::begin()
 
 void SqliteStore::insertRow(const EntityDescription &entity, const StoredRow &row)
 {
-    QStringList columns{QStringLiteral("pk")};
-    QStringList params{QStringLiteral("?1")};
-    int index = 2;
-    for (const auto &a : entity.attributes) {
-        columns << QLatin1Char('"') + a.name + QLatin1Char('"');
-        params << QStringLiteral("?%1").arg(index++);
-    }
-    const bool isNote = entity.name == QLatin1String("Note");
-    if (isNote) {
-        columns << QStringLiteral("folder");
-        params << QStringLiteral("?%1").arg(index);
-    }
-    Statement st(
-        db_, QStringLiteral("INSERT INTO %1 (%2) VALUES (%3)")
-                 .arg(entity.table, columns.join(QStringLiteral(", ")), params.join(QStringLiteral(", "))));
-    if (!st.ok())
-        throwWriteError(db_);
-    st.bindKey(1, row.primaryKey);
-    index = 2;
-    for (const auto &a : entity.attributes)
-        st.bind(index++, row.values.value(a.name), a.type);
-    if (isNote) {
-        if (row.toOne.contains(QStringLiteral("folder")))
-            st.bindKey(index, row.toOne.value(QStringLiteral("folder")));
-        else
-            sqlite3_bind_null(st.get(), index);
-    }
-    if (sqlite3_step(st.get()) != SQLITE_DONE)
-        throwWriteError(db_);
-    writeLinks(entity, row);
+    writeRow(entity, row, true);
 }
 
 void SqliteStore::updateRow(const EntityDescription &entity, const StoredRow &row)
 {
-    QStringList sets;
-    int index = 2;
-    for (const auto &a : entity.attributes)
-        sets << QStringLiteral("\"%1\" = ?%2").arg(a.name).arg(index++);
+    writeRow(entity, row, false);
+}
+
+// Parameter 1 is the primary key, then one per attribute in declared order,
+// then (for notes) the folder link.
+void SqliteStore::writeRow(const EntityDescription &entity, const StoredRow &row, bool insert)
+{
     const bool isNote = entity.name == QLatin1String("Note");
+    QStringList columns;
+    for (const auto &a : entity.attributes)
+        columns << QLatin1Char('"') + a.name + QLatin1Char('"');
     if (isNote)
-        sets << QStringLiteral("folder = ?%1").arg(index);
-    Statement st(
-        db_,
-        QStringLiteral("UPDATE %1 SET %2 WHERE pk = ?1").arg(entity.table, sets.join(QStringLiteral(", "))));
+        columns << QStringLiteral("folder");
+    QStringList params;
+    for (int index = 2; index < columns.size() + 2; ++index)
+        params << QStringLiteral("?%1").arg(index);
+
+    QString sql;
+    if (insert) {
+        sql = QStringLiteral("INSERT INTO %1 (pk, %2) VALUES (?1, %3)")
+                  .arg(entity.table, columns.join(QStringLiteral(", ")), params.join(QStringLiteral(", ")));
+    } else {
+        QStringList sets;
+        for (qsizetype c = 0; c < columns.size(); ++c)
+            sets << columns[c] + QStringLiteral(" = ") + params[c];
+        sql = QStringLiteral("UPDATE %1 SET %2 WHERE pk = ?1")
+                  .arg(entity.table, sets.join(QStringLiteral(", ")));
+    }
+    Statement st(db_, sql);
     if (!st.ok())
         throwWriteError(db_);
     st.bindKey(1, row.primaryKey);
-    index = 2;
+    int index = 2;
     for (const auto &a : entity.attributes)
         st.bind(index++, row.values.value(a.name), a.type);
     if (isNote) {

@@ -65,8 +65,8 @@ public:
 
     // Only the keys of the matching rows, in key order: what a fetch needs to
     // find rows it does not hold in memory yet.
-    QList<qint64> selectPrimaryKeys(const EntityDescription &entity, const std::optional<AttributeEquals> &where,
-                                    int limit = 0) const;
+    QList<qint64> selectPrimaryKeys(const EntityDescription &entity,
+                                    const std::optional<AttributeEquals> &where, int limit = 0) const;
     std::optional<StoredRow> selectByPrimaryKey(const EntityDescription &entity, qint64 primaryKey) const;
     qint64 allocatePrimaryKey(const EntityDescription &entity);
 
@@ -86,6 +86,7 @@ private:
     void exec(const QString &sql) const;
     void loadStoreId();
     StoredRow readRow(const EntityDescription &entity, void *statement) const;
+    void writeRow(const EntityDescription &entity, const StoredRow &row, bool insert);
     void writeLinks(const EntityDescription &entity, const StoredRow &row);
 
     sqlite3 *db_ = nullptr;
