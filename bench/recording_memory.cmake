@@ -1,0 +1,1 @@
+kestil_bench(recording_memory LINK kestil_core PkgConfig::SNDFILE)
