@@ -104,6 +104,22 @@ void PulseConnection::connect()
         throw SystemError(QStringLiteral("Could not connect to the sound server: %1").arg(lastError()));
 }
 
+// Waits for a device query with the main loop locked; a query the server
+// never answers is cancelled and reported.
+void PulseConnection::awaitQuery(pa_operation *operation)
+{
+    if (!operation)
+        throw SystemError(
+            QStringLiteral("Could not ask the sound server for its devices: %1").arg(lastError()));
+    const bool answered =
+        waitFor([operation] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; });
+    if (!answered)
+        pa_operation_cancel(operation);
+    pa_operation_unref(operation);
+    if (!answered)
+        throw noAnswer();
+}
+
 bool PulseConnection::waitFor(const std::function<bool()> &done)
 {
     struct Deadline {
@@ -171,16 +187,7 @@ PulseServerInfo PulseConnection::serverInfo()
             signalLoop(asked->mainloop);
         },
         &query);
-    if (!operation)
-        throw SystemError(
-            QStringLiteral("Could not ask the sound server for its devices: %1").arg(lastError()));
-    const bool answered =
-        waitFor([operation] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; });
-    if (!answered)
-        pa_operation_cancel(operation);
-    pa_operation_unref(operation);
-    if (!answered)
-        throw noAnswer();
+    awaitQuery(operation);
     return query.info;
 }
 
@@ -197,16 +204,7 @@ std::optional<PulseDeviceInfo> PulseConnection::sourceInfo(const QString &name)
             signalLoop(asked->mainloop);
         },
         &query);
-    if (!operation)
-        throw SystemError(
-            QStringLiteral("Could not ask the sound server for its devices: %1").arg(lastError()));
-    const bool answered =
-        waitFor([operation] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; });
-    if (!answered)
-        pa_operation_cancel(operation);
-    pa_operation_unref(operation);
-    if (!answered)
-        throw noAnswer();
+    awaitQuery(operation);
     return query.device;
 }
 
@@ -225,16 +223,7 @@ std::optional<PulseDeviceInfo> PulseConnection::sinkInfo(const QString &name)
             signalLoop(asked->mainloop);
         },
         &query);
-    if (!operation)
-        throw SystemError(
-            QStringLiteral("Could not ask the sound server for its devices: %1").arg(lastError()));
-    const bool answered =
-        waitFor([operation] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; });
-    if (!answered)
-        pa_operation_cancel(operation);
-    pa_operation_unref(operation);
-    if (!answered)
-        throw noAnswer();
+    awaitQuery(operation);
     return query.device;
 }
 

@@ -3,6 +3,7 @@
 #include <QString>
 
 #include <pulse/channelmap.h>
+#include <pulse/operation.h>
 #include <pulse/sample.h>
 
 #include <functional>
@@ -58,6 +59,7 @@ public:
     // Waits on the loop, with its lock held, until `done` holds. False when
     // the server has not got there within the answer time.
     bool waitFor(const std::function<bool()> &done);
+    void awaitQuery(pa_operation *operation);
 
     // How long the server has to answer a request before Kestil gives up.
     static constexpr int answerTimeoutMilliseconds = 5000;
