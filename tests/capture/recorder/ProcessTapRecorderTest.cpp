@@ -299,6 +299,9 @@ TEST_F(ProcessTapRecorderTest, AStopAskedForWhileStartingStopsWhatTheStartBegan)
     const QFuture<QString> stopped = recorder->stop();
     settle();
     EXPECT_FALSE(stopped.isFinished());
+    // Capture never begins before live speech is ready.
+    EXPECT_TRUE(rig.fileSources->empty());
+    EXPECT_FALSE(QDir(RecordingFolder::noteFolder(root, noteID)).exists());
 
     rig.speechStartGate->open();
     ASSERT_TRUE(waitFor(started));
