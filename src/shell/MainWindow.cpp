@@ -1,25 +1,99 @@
 #include "shell/MainWindow.h"
 
+#include "capture/ProcessTapRecorder.h"
 #include "core/LocalAppModel.h"
+#include "core/NoteTranscript.h"
+#include "core/NotesListViewModel.h"
+#include "library/TranscriptTabContent.h"
+#include "shell/Icons.h"
+#include "shell/KestilAppDelegate.h"
 #include "shell/NoteListItemModel.h"
 #include "shell/NoteRowDelegate.h"
+#include "shell/RecordingBar.h"
+#include "shell/TranscriptEditor.h"
+#include "shell/TranscriptTab.h"
 
+#include <QAction>
+#include <QCloseEvent>
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QListView>
-#include <QPlainTextEdit>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QShortcut>
 #include <QSplitter>
 #include <QStackedWidget>
+#include <QTabWidget>
+#include <QTextBrowser>
 #include <QVBoxLayout>
 
 namespace kestil {
 
-MainWindow::MainWindow(LocalAppModel &app, QWidget *parent) : QMainWindow(parent), app_(app)
+namespace {
+
+enum TabIndex { summaryIndex = 0, transcriptIndex = 1 };
+enum SidebarPage { listPage = 0, noNotesPage = 1 };
+enum DetailPage { noSelectionPage = 0, notePage = 1 };
+
+void name(QWidget *widget, const QString &identifier)
+{
+    widget->setObjectName(identifier);
+    widget->setAccessibleName(identifier);
+}
+
+QPalette mutedPalette(const QWidget *widget, double alpha)
+{
+    QPalette palette = widget->palette();
+    QColor text = palette.color(QPalette::WindowText);
+    text.setAlphaF(float(alpha));
+    palette.setColor(QPalette::WindowText, text);
+    return palette;
+}
+
+QWidget *emptyState(const QString &identifier, const QString &title, const QString &message)
+{
+    auto *page = new QWidget;
+    name(page, identifier);
+    auto *layout = new QVBoxLayout(page);
+    layout->addStretch(1);
+    auto *heading = new QLabel(title);
+    heading->setObjectName(identifier + QStringLiteral("Title"));
+    heading->setAlignment(Qt::AlignCenter);
+    QFont font = heading->font();
+    font.setWeight(QFont::DemiBold);
+    font.setPointSizeF(font.pointSizeF() * 1.15);
+    heading->setFont(font);
+    layout->addWidget(heading);
+    auto *text = new QLabel(message);
+    text->setObjectName(identifier + QStringLiteral("Message"));
+    text->setAlignment(Qt::AlignCenter);
+    text->setWordWrap(true);
+    text->setPalette(mutedPalette(text, 0.6));
+    layout->addWidget(text);
+    layout->addStretch(2);
+    return page;
+}
+
+} // namespace
+
+MainWindow::MainWindow(LocalAppModel &app, KestilAppDelegate &delegate, QWidget *parent)
+    : QMainWindow(parent), app_(app), delegate_(delegate)
 {
     setObjectName(QStringLiteral("mainWindow"));
     setWindowTitle(QStringLiteral("Kestil"));
-    resize(1040, 680);
+    resize(1120, 720);
+    transcriptRefresh_.setSingleShot(true);
+    transcriptRefresh_.setInterval(30);
+    connect(&transcriptRefresh_, &QTimer::timeout, this, &MainWindow::refreshTranscript);
+    buildMenus();
     setCentralWidget(app_.storeReady() ? buildLibrary() : buildLaunchMessage());
+    if (listModel_)
+        listModel_->listAppeared(app_.notes(), FolderSelection::all());
 }
+
+MainWindow::~MainWindow() = default;
 
 QWidget *MainWindow::buildLaunchMessage()
 {
@@ -34,8 +108,46 @@ QWidget *MainWindow::buildLaunchMessage()
     return label;
 }
 
+void MainWindow::buildMenus()
+{
+    QMenu *file = menuBar()->addMenu(QStringLiteral("&File"));
+    newTranscriptionAction_ = file->addAction(QStringLiteral("New Transcription"));
+    newTranscriptionAction_->setObjectName(QStringLiteral("newTranscriptionAction"));
+    newTranscriptionAction_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_N));
+    newTranscriptionAction_->setShortcutContext(Qt::ApplicationShortcut);
+    newTranscriptionAction_->setEnabled(app_.storeReady());
+    connect(newTranscriptionAction_, &QAction::triggered, &delegate_, &KestilAppDelegate::newTranscription);
+    file->addSeparator();
+    QAction *quit = file->addAction(QStringLiteral("Quit Kestil"));
+    quit->setObjectName(QStringLiteral("quitAction"));
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+    quit->setShortcutContext(Qt::ApplicationShortcut);
+    connect(quit, &QAction::triggered, &delegate_, &KestilAppDelegate::requestQuit);
+
+    if (!app_.storeReady())
+        return;
+    QMenu *recording = menuBar()->addMenu(QStringLiteral("&Recording"));
+    pauseAction_ = recording->addAction(QStringLiteral("Pause"));
+    pauseAction_->setObjectName(QStringLiteral("pauseRecordingAction"));
+    pauseAction_->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
+    stopAction_ = recording->addAction(QStringLiteral("Stop Transcription"));
+    stopAction_->setObjectName(QStringLiteral("stopRecordingAction"));
+    stopAction_->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S));
+    connect(pauseAction_, &QAction::triggered, this, [this] {
+        if (listModel_)
+            listModel_->togglePause();
+    });
+    connect(stopAction_, &QAction::triggered, this, [this] {
+        if (listModel_)
+            listModel_->stopTranscription();
+    });
+}
+
 QWidget *MainWindow::buildLibrary()
 {
+    listModel_ =
+        new NotesListViewModel(app_, delegate_.recorder(), delegate_.roles(), delegate_.preferences(), this);
+
     auto *root = new QWidget;
     auto *rootLayout = new QVBoxLayout(root);
     rootLayout->setContentsMargins(0, 0, 0, 0);
@@ -43,68 +155,208 @@ QWidget *MainWindow::buildLibrary()
 
     auto *splitter = new QSplitter(Qt::Horizontal);
     splitter->setObjectName(QStringLiteral("librarySplitter"));
+    splitter->setChildrenCollapsible(false);
+    splitter->addWidget(buildSidebar());
+    splitter->addWidget(buildDetail());
+    splitter->setStretchFactor(1, 1);
+    splitter->setSizes({320, 800});
     rootLayout->addWidget(splitter, 1);
 
-    notesModel_ = new NoteListItemModel(app_, this);
-    notesList_ = new QListView;
-    notesList_->setObjectName(QStringLiteral("notesList"));
-    notesList_->setAccessibleName(QStringLiteral("notesList"));
-    notesList_->setModel(notesModel_);
-    notesList_->setItemDelegate(new NoteRowDelegate(notesList_));
-    notesList_->setSelectionMode(QAbstractItemView::SingleSelection);
-    notesList_->setUniformItemSizes(true);
-    notesList_->setMinimumWidth(260);
-    splitter->addWidget(notesList_);
-
-    detail_ = new QStackedWidget;
-    detail_->setObjectName(QStringLiteral("noteDetail"));
-    auto *empty = new QLabel(QStringLiteral("No notes yet."));
-    empty->setObjectName(QStringLiteral("noteDetailEmpty"));
-    empty->setAlignment(Qt::AlignCenter);
-    detail_->addWidget(empty);
-
-    auto *page = new QWidget;
-    auto *pageLayout = new QVBoxLayout(page);
-    pageLayout->setContentsMargins(24, 20, 24, 20);
-    detailTitle_ = new QLabel;
-    detailTitle_->setObjectName(QStringLiteral("noteDetailTitle"));
-    detailTitle_->setWordWrap(true);
-    QFont titleFont = detailTitle_->font();
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.6);
-    titleFont.setWeight(QFont::Bold);
-    detailTitle_->setFont(titleFont);
-    detailDate_ = new QLabel;
-    detailDate_->setObjectName(QStringLiteral("noteDetailDate"));
-    detailTranscript_ = new QPlainTextEdit;
-    detailTranscript_->setObjectName(QStringLiteral("noteDetailTranscript"));
-    detailTranscript_->setReadOnly(true);
-    detailTranscript_->setFrameShape(QFrame::NoFrame);
-    pageLayout->addWidget(detailTitle_);
-    pageLayout->addWidget(detailDate_);
-    pageLayout->addSpacing(8);
-    pageLayout->addWidget(detailTranscript_, 1);
-    detail_->addWidget(page);
-    splitter->addWidget(detail_);
-    splitter->setStretchFactor(1, 1);
-    splitter->setSizes({300, 740});
+    recordingBar_ = new RecordingBar(delegate_.recorder());
+    rootLayout->addWidget(recordingBar_);
+    connect(recordingBar_, &RecordingBar::pauseClicked, listModel_, &NotesListViewModel::togglePause);
+    connect(recordingBar_, &RecordingBar::stopClicked, this, [this] { listModel_->stopTranscription(); });
+    connect(recordingBar_, &RecordingBar::titleClicked, this, &MainWindow::jumpToRecording);
 
     banner_ = new QLabel;
     banner_->setObjectName(QStringLiteral("messageBanner"));
+    banner_->setAccessibleName(QStringLiteral("messageBanner"));
     banner_->setWordWrap(true);
-    banner_->setContentsMargins(12, 6, 12, 6);
+    banner_->setContentsMargins(14, 6, 14, 6);
+    banner_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     rootLayout->addWidget(banner_);
     connect(&app_, &LocalAppModel::messageChanged, this, &MainWindow::updateBanner);
     updateBanner();
 
-    connect(notesList_->selectionModel(), &QItemSelectionModel::currentChanged, this,
-            [this](const QModelIndex &current) {
-                const NotePtr note = notesModel_->noteAt(current.row());
-                app_.setSelected(note ? note->id() : std::nullopt);
-            });
+    ProcessTapRecorder &recorder = delegate_.recorder();
     connect(&app_, &LocalAppModel::selectedChanged, this, &MainWindow::showSelectedNote);
     connect(&app_, &LocalAppModel::notesChanged, this, &MainWindow::showSelectedNote);
+    connect(app_.store(), &SharedPersistenceController::didSave, this, [this] {
+        notesModel_->refreshRows();
+        if (shownNote_) {
+            detailTitle_->setText(shownNote_->displayTitle());
+            refreshSummary(shownNote_);
+        }
+        scheduleTranscriptRefresh();
+    });
+    connect(&recorder, &ProcessTapRecorder::transcriptValueChanged, this,
+            &MainWindow::scheduleTranscriptRefresh);
+    connect(listModel_, &NotesListViewModel::recorderChanged, this, &MainWindow::refreshRecordingState);
+    connect(listModel_, &NotesListViewModel::newNoteBeingRecordedChanged, this,
+            &MainWindow::refreshRecordingState);
+    connect(listModel_, &NotesListViewModel::operationInProgressChanged, this,
+            &MainWindow::refreshRecordingState);
+    connect(listModel_, &NotesListViewModel::selectedDetailTabChanged, this, [this](int tab) {
+        tabs_->setCurrentIndex(tab == NotesListViewModel::transcriptTab ? transcriptIndex : summaryIndex);
+    });
+    connect(listModel_, &NotesListViewModel::showSyncErrorChanged, this, [this](bool show) {
+        if (show)
+            showSyncError();
+    });
+    connect(listModel_, &NotesListViewModel::syncErrorMessageChanged, this, [this](const QString &message) {
+        if (alert_)
+            alert_->setText(message);
+    });
     showSelectedNote();
+    refreshRecordingState();
     return root;
+}
+
+QWidget *MainWindow::buildSidebar()
+{
+    auto *sidebar = new QWidget;
+    sidebar->setObjectName(QStringLiteral("notesListSidebar"));
+    sidebar->setMinimumWidth(260);
+    auto *layout = new QVBoxLayout(sidebar);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+
+    auto *header = new QHBoxLayout;
+    header->setContentsMargins(14, 10, 8, 8);
+    auto *heading = new QLabel(QStringLiteral("Notes"));
+    QFont headingFont = heading->font();
+    headingFont.setWeight(QFont::Bold);
+    headingFont.setPointSizeF(headingFont.pointSizeF() * 1.25);
+    heading->setFont(headingFont);
+    header->addWidget(heading, 1);
+    newNoteButton_ = new QPushButton(icons::plus(palette().color(QPalette::ButtonText)), QString());
+    name(newNoteButton_, QStringLiteral("notesListNewNoteButton"));
+    newNoteButton_->setToolTip(QStringLiteral("New Transcription (Ctrl+N)"));
+    newNoteButton_->setFlat(true);
+    newNoteButton_->setIconSize(QSize(20, 20));
+    connect(newNoteButton_, &QPushButton::clicked, this, [this] {
+        if (listModel_->canStart())
+            listModel_->startNewTranscription();
+    });
+    header->addWidget(newNoteButton_);
+    layout->addLayout(header);
+
+    sidebarPages_ = new QStackedWidget;
+    layout->addWidget(sidebarPages_, 1);
+
+    notesModel_ = new NoteListItemModel(app_, this);
+    notesList_ = new QListView;
+    name(notesList_, QStringLiteral("notesList"));
+    notesList_->setModel(notesModel_);
+    notesList_->setItemDelegate(new NoteRowDelegate(notesList_));
+    notesList_->setSelectionMode(QAbstractItemView::SingleSelection);
+    notesList_->setUniformItemSizes(true);
+    notesList_->setFrameShape(QFrame::NoFrame);
+    notesList_->setContextMenuPolicy(Qt::CustomContextMenu);
+    sidebarPages_->insertWidget(listPage, notesList_);
+
+    auto *noNotes = emptyState(QStringLiteral("notesListNoNotesYet"), QStringLiteral("No Notes"),
+                               QStringLiteral("Use Create Your First Note to start your first note."));
+    auto *create = new QPushButton(QStringLiteral("Create Your First Note"));
+    name(create, QStringLiteral("notesListCreateFirstNoteButton"));
+    connect(create, &QPushButton::clicked, newNoteButton_, &QPushButton::click);
+    static_cast<QVBoxLayout *>(noNotes->layout())->insertWidget(3, create, 0, Qt::AlignHCenter);
+    sidebarPages_->insertWidget(noNotesPage, noNotes);
+
+    connect(notesList_->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            [this](const QModelIndex &current) {
+                if (syncingSelection_ || !current.isValid())
+                    return;
+                listModel_->selectNote(notesModel_->noteAt(current.row()), false);
+            });
+    connect(notesList_, &QListView::customContextMenuRequested, this, &MainWindow::showRowMenu);
+    auto *deleteKey = new QShortcut(QKeySequence::Delete, notesList_, nullptr, nullptr, Qt::WidgetShortcut);
+    connect(deleteKey, &QShortcut::activated, this,
+            [this] { listModel_->deleteSelectedNotes(app_.notes()); });
+    return sidebar;
+}
+
+QWidget *MainWindow::buildDetail()
+{
+    detail_ = new QStackedWidget;
+    detail_->setObjectName(QStringLiteral("noteDetail"));
+    auto *empty = new QLabel(QStringLiteral("No note selected"));
+    name(empty, QStringLiteral("noteDetailEmpty"));
+    empty->setAlignment(Qt::AlignCenter);
+    empty->setPalette(mutedPalette(empty, 0.55));
+    detail_->insertWidget(noSelectionPage, empty);
+
+    auto *page = new QWidget;
+    auto *pageLayout = new QVBoxLayout(page);
+    pageLayout->setContentsMargins(28, 16, 28, 12);
+    pageLayout->setSpacing(4);
+
+    jumpButton_ = new QPushButton(icons::microphone(QColor(0xe5, 0x39, 0x35)),
+                                  QStringLiteral("Jump to active transcription"));
+    name(jumpButton_, QStringLiteral("noteDetailJumpToRecordingTab"));
+    jumpButton_->hide();
+    connect(jumpButton_, &QPushButton::clicked, this, &MainWindow::jumpToRecording);
+    pageLayout->addWidget(jumpButton_, 0, Qt::AlignRight);
+
+    auto *titleRow = new QHBoxLayout;
+    detailTitle_ = new QLabel;
+    name(detailTitle_, QStringLiteral("noteDetailTitle"));
+    detailTitle_->setWordWrap(true);
+    detailTitle_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    QFont titleFont = detailTitle_->font();
+    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.6);
+    titleFont.setWeight(QFont::Bold);
+    detailTitle_->setFont(titleFont);
+    titleRow->addWidget(detailTitle_, 1);
+    recordButton_ = new QPushButton(icons::microphone(palette().color(QPalette::ButtonText)),
+                                    QStringLiteral("Continue Recording"));
+    name(recordButton_, QStringLiteral("noteDetailRecordButton"));
+    recordButton_->setToolTip(QStringLiteral("Record more into this note"));
+    connect(recordButton_, &QPushButton::clicked, this, [this] {
+        if (shownNote_ && listModel_->canStart())
+            listModel_->startTranscription(shownNote_);
+    });
+    titleRow->addWidget(recordButton_, 0, Qt::AlignTop);
+    pageLayout->addLayout(titleRow);
+
+    detailDate_ = new QLabel;
+    name(detailDate_, QStringLiteral("noteDetailDate"));
+    detailDate_->setPalette(mutedPalette(detailDate_, 0.6));
+    pageLayout->addWidget(detailDate_);
+    pageLayout->addSpacing(8);
+
+    tabs_ = new QTabWidget;
+    name(tabs_, QStringLiteral("noteDetailTabs"));
+    tabs_->setDocumentMode(true);
+    tabs_->insertTab(summaryIndex, buildSummaryTab(), QStringLiteral("Summary"));
+    transcriptTab_ = new TranscriptTab;
+    tabs_->insertTab(transcriptIndex, transcriptTab_, QStringLiteral("Transcript"));
+    connect(tabs_, &QTabWidget::currentChanged, this, [this](int index) {
+        listModel_->setSelectedDetailTab(index == transcriptIndex ? NotesListViewModel::transcriptTab
+                                                                  : NotesListViewModel::summaryTab);
+        refreshJumpButton();
+    });
+    connect(transcriptTab_, &TranscriptTab::followingChanged, this, &MainWindow::refreshJumpButton);
+    connect(transcriptTab_, &TranscriptTab::editRequested, this, &MainWindow::openTranscriptEditor);
+    pageLayout->addWidget(tabs_, 1);
+    detail_->insertWidget(notePage, page);
+    return detail_;
+}
+
+QWidget *MainWindow::buildSummaryTab()
+{
+    summaryPages_ = new QStackedWidget;
+    name(summaryPages_, QStringLiteral("noteDetailSummaryTab"));
+    summaryPages_->addWidget(emptyState(QStringLiteral("noteDetailSummaryEmpty"),
+                                        QStringLiteral("No summary yet"),
+                                        QStringLiteral("This note has no summary. Its transcript is in the "
+                                                       "Transcript tab.")));
+    summaryText_ = new QTextBrowser;
+    name(summaryText_, QStringLiteral("noteDetailSummaryText"));
+    summaryText_->setFrameShape(QFrame::NoFrame);
+    summaryText_->setOpenExternalLinks(false);
+    summaryPages_->addWidget(summaryText_);
+    return summaryPages_;
 }
 
 void MainWindow::updateBanner()
@@ -113,25 +365,188 @@ void MainWindow::updateBanner()
     banner_->setVisible(!app_.message().isEmpty());
 }
 
+void MainWindow::selectRow(int row)
+{
+    syncingSelection_ = true;
+    const QModelIndex index = notesModel_->index(row);
+    if (row < 0)
+        notesList_->selectionModel()->clear();
+    else if (notesList_->currentIndex() != index)
+        notesList_->setCurrentIndex(index);
+    syncingSelection_ = false;
+}
+
 void MainWindow::showSelectedNote()
 {
+    sidebarPages_->setCurrentIndex(app_.notes().isEmpty() ? noNotesPage : listPage);
     const NotePtr note = app_.selectedNote();
-    if (!note) {
-        detail_->setCurrentIndex(0);
-        return;
+    selectRow(notesModel_->rowOf(note));
+    if (note != shownNote_) {
+        shownNote_ = note;
+        transcriptTab_->showFromTop();
     }
-    for (int row = 0; row < notesModel_->rowCount(); ++row) {
-        if (notesModel_->noteAt(row) == note) {
-            const QModelIndex index = notesModel_->index(row);
-            if (notesList_->currentIndex() != index)
-                notesList_->setCurrentIndex(index);
-            break;
-        }
+    if (!note) {
+        detail_->setCurrentIndex(noSelectionPage);
+        refreshRecordingState();
+        return;
     }
     detailTitle_->setText(note->displayTitle());
     detailDate_->setText(NoteListItemModel::dateText(*note));
-    detailTranscript_->setPlainText(note->transcription().value_or(QString()));
-    detail_->setCurrentIndex(1);
+    tabs_->setCurrentIndex(listModel_->selectedDetailTab() == NotesListViewModel::transcriptTab
+                               ? transcriptIndex
+                               : summaryIndex);
+    refreshSummary(note);
+    detail_->setCurrentIndex(notePage);
+    refreshRecordingState();
+    refreshTranscript();
+}
+
+void MainWindow::refreshSummary(const NotePtr &note)
+{
+    if (note && note->hasSummaryContent()) {
+        const QString summary = note->summary().value_or(QString());
+        if (summaryText_->toMarkdown() != summary)
+            summaryText_->setMarkdown(summary);
+        summaryPages_->setCurrentWidget(summaryText_);
+    } else {
+        summaryPages_->setCurrentIndex(0);
+    }
+}
+
+void MainWindow::scheduleTranscriptRefresh()
+{
+    // Snapshots can come many times a second; one redraw serves them all.
+    if (!transcriptRefresh_.isActive())
+        transcriptRefresh_.start();
+}
+
+void MainWindow::refreshTranscript()
+{
+    transcriptRefresh_.stop();
+    const NotePtr note = shownNote_;
+    if (!note || !transcriptTab_)
+        return;
+    const ProcessTapRecorder &recorder = delegate_.recorder();
+    TranscriptTabInputs inputs;
+    inputs.isActiveRecordingNote = recorder.recording() && listModel_->newNoteBeingRecorded() == note;
+    if (inputs.isActiveRecordingNote) {
+        inputs.recorderFullTranscript = recorder.fullTranscript();
+        inputs.recorderCombinedUtterances = recorder.combinedUtterances();
+        inputs.recorderTentativeText = recorder.transcriptValue().tentative;
+    }
+    inputs.editableTranscript = note->transcription().value_or(QString());
+    inputs.noteUtterances = [note] { return transcriptUtterances(*note); };
+    transcriptTab_->setContent(transcriptTabContent(inputs));
+}
+
+void MainWindow::refreshRecordingState()
+{
+    if (!listModel_)
+        return;
+    const ProcessTapRecorder &recorder = delegate_.recorder();
+    const NotePtr recordingNote = listModel_->newNoteBeingRecorded();
+    notesModel_->setRecordingNote(recorder.recording() ? recordingNote : nullptr);
+    recordingBar_->setNoteTitle(recordingNote ? recordingNote->displayTitle() : QString());
+    recordingBar_->refresh();
+
+    const bool canStart = listModel_->canStart();
+    newNoteButton_->setEnabled(canStart);
+    recordButton_->setEnabled(canStart && shownNote_);
+    recordButton_->setVisible(!(recorder.recording() && recordingNote && recordingNote == shownNote_));
+    pauseAction_->setEnabled(recorder.recording() && !recorder.finishing());
+    pauseAction_->setText(recorder.paused() ? QStringLiteral("Resume") : QStringLiteral("Pause"));
+    stopAction_->setEnabled(recorder.recording() && !recorder.finishing());
+    refreshJumpButton();
+    scheduleTranscriptRefresh();
+}
+
+void MainWindow::refreshJumpButton()
+{
+    if (!jumpButton_)
+        return;
+    const NotePtr recordingNote = listModel_->recordingNote();
+    const bool elsewhere =
+        recordingNote && (recordingNote != shownNote_ || tabs_->currentIndex() != transcriptIndex ||
+                          !transcriptTab_->followState().shouldScrollToBottom());
+    jumpButton_->setVisible(elsewhere);
+}
+
+void MainWindow::jumpToRecording()
+{
+    if (!listModel_->recordingNote())
+        return;
+    listModel_->selectRecordingNote();
+    tabs_->setCurrentIndex(transcriptIndex);
+    transcriptTab_->resumeFollowing();
+    refreshJumpButton();
+}
+
+void MainWindow::showSyncError()
+{
+    if (!alert_) {
+        alert_ = new QMessageBox(QMessageBox::Warning, QStringLiteral("Kestil"),
+                                 listModel_->syncErrorMessage(), QMessageBox::Ok, this);
+        alert_->setObjectName(QStringLiteral("syncErrorAlert"));
+        alert_->setAttribute(Qt::WA_DeleteOnClose);
+        alert_->setWindowModality(Qt::WindowModal);
+        connect(alert_, &QMessageBox::finished, this, [this] { listModel_->setShowSyncError(false); });
+    } else {
+        alert_->setText(listModel_->syncErrorMessage());
+    }
+    alert_->open();
+}
+
+void MainWindow::openTranscriptEditor()
+{
+    if (!shownNote_ || !app_.store())
+        return;
+    auto *editor = new TranscriptEditor(
+        shownNote_, *app_.store(),
+        [this] {
+            const ProcessTapRecorder &recorder = delegate_.recorder();
+            TranscriptEditGate gate;
+            gate.recording = recorder.recording();
+            gate.transcriptionPaused = listModel_->isTranscriptionPaused();
+            gate.starting = recorder.starting();
+            gate.finishing = recorder.finishing();
+            gate.operationInProgress = listModel_->operationInProgress();
+            gate.busy = app_.busy();
+            return gate;
+        },
+        this);
+    editor->setAttribute(Qt::WA_DeleteOnClose);
+    editor->setWindowModality(Qt::WindowModal);
+    editor->open();
+}
+
+void MainWindow::deleteNote(const NotePtr &note)
+{
+    if (note)
+        listModel_->deleteNote(note);
+}
+
+void MainWindow::showRowMenu(const QPoint &position)
+{
+    const NotePtr note = notesModel_->noteAt(notesList_->indexAt(position).row());
+    if (!note)
+        return;
+    QMenu menu(this);
+    QAction *remove = menu.addAction(QStringLiteral("Delete Note"));
+    remove->setObjectName(QStringLiteral("notesListDeleteNoteAction"));
+    if (menu.exec(notesList_->viewport()->mapToGlobal(position)) == remove)
+        deleteNote(note);
+}
+
+void MainWindow::closeEvent(QCloseEvent *event)
+{
+    if (delegate_.quitApproved()) {
+        event->accept();
+        return;
+    }
+    // Closing the window is quitting: a running recording is stopped and
+    // saved first, and a failed save keeps the window open.
+    event->ignore();
+    delegate_.requestQuit();
 }
 
 } // namespace kestil

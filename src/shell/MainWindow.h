@@ -1,39 +1,99 @@
 #pragma once
 
-#include <QMainWindow>
+#include "core/Note.h"
 
+#include <QMainWindow>
+#include <QMessageBox>
+#include <QPointer>
+#include <QTimer>
+
+class QAction;
 class QLabel;
 class QListView;
-class QPlainTextEdit;
+class QPushButton;
 class QStackedWidget;
+class QTabWidget;
+class QTextBrowser;
 
 namespace kestil {
 
+class KestilAppDelegate;
 class LocalAppModel;
 class NoteListItemModel;
+class NotesListViewModel;
+class RecordingBar;
+class TranscriptTab;
 
 // The main window. With the store open it shows the library: the notes list
-// beside the selected note. Otherwise it shows the launch message alone, and
-// nothing in it can reach the store.
+// in a sidebar, the selected note with its Summary and Transcript tabs, and a
+// recording bar while a recording runs. Otherwise it shows the launch message
+// alone, and nothing in it can reach the store.
+//
+// Every action goes through the window's notes list model; the window only
+// draws the model's state and shows its failures as alerts.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
-    explicit MainWindow(LocalAppModel &app, QWidget *parent = nullptr);
+    MainWindow(LocalAppModel &app, KestilAppDelegate &delegate, QWidget *parent = nullptr);
+    ~MainWindow() override;
+
+    // Null without an open store.
+    NotesListViewModel *listModel() const { return listModel_; }
+    TranscriptTab *transcriptTab() const { return transcriptTab_; }
+    RecordingBar *recordingBar() const { return recordingBar_; }
+    // The alert that shows the last failure, while it is open.
+    QMessageBox *alert() const { return alert_; }
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
 
 private:
     QWidget *buildLibrary();
+    QWidget *buildSidebar();
+    QWidget *buildDetail();
+    QWidget *buildSummaryTab();
     QWidget *buildLaunchMessage();
+    void buildMenus();
+
     void showSelectedNote();
+    void scheduleTranscriptRefresh();
+    void refreshTranscript();
+    void refreshSummary(const NotePtr &note);
+    void refreshRecordingState();
+    void refreshJumpButton();
     void updateBanner();
+    void showSyncError();
+    void selectRow(int row);
+    void jumpToRecording();
+    void openTranscriptEditor();
+    void deleteNote(const NotePtr &note);
+    void showRowMenu(const QPoint &position);
 
     LocalAppModel &app_;
+    KestilAppDelegate &delegate_;
+    NotesListViewModel *listModel_ = nullptr;
     NoteListItemModel *notesModel_ = nullptr;
     QListView *notesList_ = nullptr;
+    QStackedWidget *sidebarPages_ = nullptr;
+    QPushButton *newNoteButton_ = nullptr;
     QStackedWidget *detail_ = nullptr;
     QLabel *detailTitle_ = nullptr;
     QLabel *detailDate_ = nullptr;
-    QPlainTextEdit *detailTranscript_ = nullptr;
+    QPushButton *recordButton_ = nullptr;
+    QPushButton *jumpButton_ = nullptr;
+    QTabWidget *tabs_ = nullptr;
+    QStackedWidget *summaryPages_ = nullptr;
+    QTextBrowser *summaryText_ = nullptr;
+    TranscriptTab *transcriptTab_ = nullptr;
+    RecordingBar *recordingBar_ = nullptr;
     QLabel *banner_ = nullptr;
+    QAction *newTranscriptionAction_ = nullptr;
+    QAction *pauseAction_ = nullptr;
+    QAction *stopAction_ = nullptr;
+    QPointer<QMessageBox> alert_;
+    QTimer transcriptRefresh_;
+    NotePtr shownNote_;
+    bool syncingSelection_ = false;
 };
 
 } // namespace kestil

@@ -2,9 +2,54 @@
 
 #include "core/LocalAppModel.h"
 
+#include <QCache>
 #include <QLocale>
+#include <QRegularExpression>
 
 namespace kestil {
+
+namespace {
+
+constexpr qsizetype previewSourceLength = 400;
+
+const QSet<QString> &summaryPlaceholders()
+{
+    static const QSet<QString> texts{generatingSummaryPlaceholder(),
+                                     QStringLiteral("Transcription in progress...")};
+    return texts;
+}
+
+bool hasUsableSummary(const Note &note)
+{
+    const QString summary = note.summary().value_or(QString()).trimmed();
+    return !summary.isEmpty() && !summaryPlaceholders().contains(summary);
+}
+
+bool hasUsableTranscript(const Note &note)
+{
+    const QString text = note.transcription().value_or(QString()).trimmed();
+    return !text.isEmpty() && !placeholderTexts().contains(text) &&
+           !text.startsWith(QStringLiteral("Transcription failed:"));
+}
+
+// Markdown marks that would show as noise in a one-line preview.
+QString withoutMarks(QString text)
+{
+    static const QRegularExpression lineMarks(
+        QStringLiteral("(?m)^\\s{0,3}(?:#{1,6}\\s*|>\\s*|[-*+]\\s+|\\d+\\.\\s+)"),
+        QRegularExpression::UseUnicodePropertiesOption);
+    static const QRegularExpression link(QStringLiteral("\\[([^\\]]+)\\]\\([^\\)]+\\)"));
+    static const QRegularExpression emphasis(QStringLiteral("(\\*\\*|__|~~|`|\\*|_)(.*?)\\1"));
+    static const QRegularExpression space(QStringLiteral("\\s+"),
+                                          QRegularExpression::UseUnicodePropertiesOption);
+    text.replace(lineMarks, QString());
+    text.replace(link, QStringLiteral("\\1"));
+    text.replace(emphasis, QStringLiteral("\\2"));
+    text.replace(space, QStringLiteral(" "));
+    return text.trimmed();
+}
+
+} // namespace
 
 NoteListItemModel::NoteListItemModel(LocalAppModel &app, QObject *parent)
     : QAbstractListModel(parent), app_(app)
@@ -15,9 +60,29 @@ NoteListItemModel::NoteListItemModel(LocalAppModel &app, QObject *parent)
 
 void NoteListItemModel::reload()
 {
+    // The same notes in the same order (a selection, a save) only redraw:
+    // a reset would drop the view's selection and scroll position.
+    if (notes_ == app_.notes()) {
+        refreshRows();
+        return;
+    }
     beginResetModel();
     notes_ = app_.notes();
     endResetModel();
+}
+
+void NoteListItemModel::refreshRows()
+{
+    if (!notes_.isEmpty())
+        emit dataChanged(index(0), index(int(notes_.size() - 1)));
+}
+
+void NoteListItemModel::setRecordingNote(const NotePtr &note)
+{
+    if (recordingNote_ == note)
+        return;
+    recordingNote_ = note;
+    refreshRows();
 }
 
 int NoteListItemModel::rowCount(const QModelIndex &parent) const
@@ -30,12 +95,55 @@ NotePtr NoteListItemModel::noteAt(int row) const
     return row >= 0 && row < notes_.size() ? notes_[row] : nullptr;
 }
 
+int NoteListItemModel::rowOf(const NotePtr &note) const
+{
+    return note ? int(notes_.indexOf(note)) : -1;
+}
+
+int NoteListItemModel::rowWithIdentifier(const QString &identifier) const
+{
+    for (int row = 0; row < notes_.size(); ++row) {
+        if (rowIdentifier(*notes_[row]) == identifier)
+            return row;
+    }
+    return -1;
+}
+
 QString NoteListItemModel::dateText(const Note &note)
 {
     const QDateTime local = note.effectiveTimestamp().toLocalTime();
     const QLocale locale;
     return locale.toString(local.date(), QLocale::LongFormat) + QStringLiteral(", ") +
            locale.toString(local.time(), shortTimeFormat(locale));
+}
+
+QString NoteListItemModel::rowIdentifier(const Note &note)
+{
+    return QStringLiteral("notesListNoteRow-") +
+           (note.id() ? note.id()->toString(QUuid::WithoutBraces).toUpper() : QString());
+}
+
+QString NoteListItemModel::previewText(const Note &note)
+{
+    QString source;
+    if (hasUsableSummary(note))
+        source = note.summary().value_or(QString());
+    else if (hasUsableTranscript(note))
+        source = note.transcription().value_or(QString());
+    // Rows are painted often; the same opening gives the same preview.
+    static QCache<QString, QString> cache(500);
+    const QString key = source.left(previewSourceLength);
+    if (const QString *hit = cache.object(key))
+        return *hit;
+    const QString preview = withoutMarks(key);
+    cache.insert(key, new QString(preview));
+    return preview;
+}
+
+bool NoteListItemModel::isProcessingNote(const Note &note)
+{
+    return summaryPlaceholders().contains(note.summary().value_or(QString()).trimmed()) ||
+           placeholderTexts().contains(note.transcription().value_or(QString()).trimmed());
 }
 
 QVariant NoteListItemModel::data(const QModelIndex &index, int role) const
@@ -46,13 +154,25 @@ QVariant NoteListItemModel::data(const QModelIndex &index, int role) const
     switch (role) {
     case Qt::DisplayRole:
         return note->displayTitle() + QLatin1Char('\n') + dateText(*note);
+    case Qt::ToolTipRole:
+        return isProcessingNote(*note) ? QStringLiteral("Processing note") : QVariant();
     case Qt::AccessibleTextRole:
+    case RowIdentifierRole:
+        return rowIdentifier(*note);
+    case Qt::AccessibleDescriptionRole:
+        return note->displayTitle() + QStringLiteral(", ") + dateText(*note);
     case TitleRole:
         return note->displayTitle();
     case DateTextRole:
         return dateText(*note);
     case NoteIdRole:
         return note->id() ? note->id()->toString(QUuid::WithoutBraces).toUpper() : QString();
+    case PreviewRole:
+        return previewText(*note);
+    case ProcessingRole:
+        return isProcessingNote(*note);
+    case RecordingRole:
+        return note == recordingNote_;
     default:
         return {};
     }
@@ -60,7 +180,13 @@ QVariant NoteListItemModel::data(const QModelIndex &index, int role) const
 
 QHash<int, QByteArray> NoteListItemModel::roleNames() const
 {
-    return {{TitleRole, "title"}, {DateTextRole, "dateText"}, {NoteIdRole, "noteId"}};
+    return {{TitleRole, "title"},
+            {DateTextRole, "dateText"},
+            {NoteIdRole, "noteId"},
+            {PreviewRole, "preview"},
+            {ProcessingRole, "processing"},
+            {RecordingRole, "recording"},
+            {RowIdentifierRole, "identifier"}};
 }
 
 } // namespace kestil

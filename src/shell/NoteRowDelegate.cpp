@@ -1,5 +1,6 @@
 #include "shell/NoteRowDelegate.h"
 
+#include "shell/Icons.h"
 #include "shell/NoteListItemModel.h"
 
 #include <QApplication>
@@ -8,8 +9,18 @@
 namespace kestil {
 
 namespace {
+
 constexpr int padding = 10;
+constexpr int markSize = 14;
+
+QFont smallFont(const QFont &base)
+{
+    QFont f = base;
+    f.setPointSizeF(base.pointSizeF() * 0.88);
+    return f;
 }
+
+} // namespace
 
 void NoteRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
                             const QModelIndex &index) const
@@ -27,34 +38,60 @@ void NoteRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
     const QColor text = option.palette.color(group, selected ? QPalette::HighlightedText : QPalette::Text);
     QColor muted = text;
     muted.setAlphaF(0.65f);
+    const QColor accent = selected ? text : option.palette.color(group, QPalette::Highlight);
 
-    const QRect area = option.rect.adjusted(padding, padding / 2, -padding, -padding / 2);
+    QRect area = option.rect.adjusted(padding, padding / 2, -padding, -padding / 2);
     QFont titleFont = option.font;
     titleFont.setWeight(QFont::DemiBold);
     const QFontMetrics titleMetrics(titleFont);
-    QFont dateFont = option.font;
-    dateFont.setPointSizeF(option.font.pointSizeF() * 0.88);
+    const QFont small = smallFont(option.font);
+    const QFontMetrics smallMetrics(small);
 
     painter->save();
+    int titleRight = area.right();
+    const bool recording = index.data(NoteListItemModel::RecordingRole).toBool();
+    const bool processing = index.data(NoteListItemModel::ProcessingRole).toBool();
+    const QRect mark(area.right() - markSize + 1, area.top() + (titleMetrics.height() - markSize) / 2,
+                     markSize, markSize);
+    if (recording) {
+        painter->setRenderHint(QPainter::Antialiasing);
+        painter->setPen(Qt::NoPen);
+        painter->setBrush(QColor(0xe5, 0x39, 0x35));
+        painter->drawEllipse(QRectF(mark).adjusted(3, 3, -3, -3));
+        titleRight = mark.left() - 6;
+    } else if (processing) {
+        // "Processing note": a summary or transcript is still being made.
+        painter->drawPixmap(mark, icons::processing(accent, markSize * 2));
+        titleRight = mark.left() - 6;
+    }
+
     painter->setFont(titleFont);
     painter->setPen(text);
+    const int titleWidth = titleRight - area.left();
     const QString title = titleMetrics.elidedText(index.data(NoteListItemModel::TitleRole).toString(),
-                                                  Qt::ElideRight, area.width());
-    painter->drawText(QRect(area.left(), area.top(), area.width(), titleMetrics.height()), Qt::AlignLeft,
+                                                  Qt::ElideRight, titleWidth);
+    painter->drawText(QRect(area.left(), area.top(), titleWidth, titleMetrics.height()), Qt::AlignLeft,
                       title);
-    painter->setFont(dateFont);
+    int y = area.top() + titleMetrics.height() + 2;
+
+    painter->setFont(small);
     painter->setPen(muted);
-    painter->drawText(QRect(area.left(), area.top() + titleMetrics.height() + 2, area.width(),
-                            QFontMetrics(dateFont).height()),
-                      Qt::AlignLeft, index.data(NoteListItemModel::DateTextRole).toString());
+    painter->drawText(QRect(area.left(), y, area.width(), smallMetrics.height()), Qt::AlignLeft,
+                      index.data(NoteListItemModel::DateTextRole).toString());
+    y += smallMetrics.height() + 1;
+
+    const QString preview = index.data(NoteListItemModel::PreviewRole).toString();
+    if (!preview.isEmpty()) {
+        painter->drawText(QRect(area.left(), y, area.width(), smallMetrics.height()), Qt::AlignLeft,
+                          smallMetrics.elidedText(preview, Qt::ElideRight, area.width()));
+    }
     painter->restore();
 }
 
 QSize NoteRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &) const
 {
-    QFont dateFont = option.font;
-    dateFont.setPointSizeF(option.font.pointSizeF() * 0.88);
-    return QSize(240, QFontMetrics(option.font).height() + QFontMetrics(dateFont).height() + padding + 4);
+    const QFontMetrics small(smallFont(option.font));
+    return QSize(240, QFontMetrics(option.font).height() + 2 * small.height() + padding + 7);
 }
 
 } // namespace kestil

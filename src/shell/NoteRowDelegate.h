@@ -4,8 +4,9 @@
 
 namespace kestil {
 
-// Paints a note row: the title in the body font, the date below it, smaller
-// and muted.
+// Paints a note row: the title in the body font with a mark when the note is
+// being recorded or processed, the date below it, then a one-line preview,
+// smaller and muted.
 class NoteRowDelegate : public QStyledItemDelegate {
 public:
     using QStyledItemDelegate::QStyledItemDelegate;

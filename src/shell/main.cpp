@@ -1,10 +1,13 @@
+#include "capture/ProcessTapRecorder.h"
 #include "core/LocalAppModel.h"
 #include "core/LocalPaths.h"
 #include "prefs/ApplicationInfo.h"
 #include "prefs/PreferenceStore.h"
+#include "shell/KestilAppDelegate.h"
 #include "shell/MainWindow.h"
 
 #include <QApplication>
+#include <QDebug>
 
 int main(int argc, char *argv[])
 {
@@ -12,6 +15,9 @@ int main(int argc, char *argv[])
     QApplication::setApplicationName(QStringLiteral("Kestil"));
     QApplication::setApplicationDisplayName(QStringLiteral("Kestil"));
     QApplication::setDesktopFileName(QStringLiteral("kestil"));
+    // The window's close goes through quitting (a recording is stopped and
+    // saved first); the floating indicator must not keep the program alive.
+    QApplication::setQuitOnLastWindowClosed(false);
 
     auto &preferences = kestil::PreferenceStore::standard();
     kestil::LaunchEnvironment environment;
@@ -24,7 +30,18 @@ int main(int argc, char *argv[])
     if (app.storeReady() && app.message().isEmpty() && !preferences.loadWarning().isEmpty())
         app.setMessage(preferences.loadWarning());
 
-    kestil::MainWindow window(app);
+    // The one recording session of the process: the sound server's default
+    // source (the PulseAudio client honours PULSE_SERVER and
+    // PULSE_RUNTIME_PATH) and on-device speech.
+    // The launch message (a failure to open the store, recovered recordings)
+    // also goes to the log: it holds no note text.
+    if (!app.message().isEmpty())
+        qInfo().noquote() << app.message();
+
+    kestil::ProcessTapRecorder recorder(kestil::ProcessTapRecorder::Environment::system());
+    kestil::KestilAppDelegate delegate(app, recorder, preferences);
+    kestil::MainWindow window(app, delegate);
+    delegate.applicationDidFinishLaunching(&window);
     window.show();
     return QApplication::exec();
 }

@@ -1,6 +1,7 @@
 #include "DesktopSession.h"
 
 #include <QDir>
+#include <QFile>
 #include <QThread>
 
 #include <unistd.h>
@@ -66,15 +67,19 @@ QString DesktopSession::launchKestil(const QString &dataDir, int timeoutMs)
     QProcessEnvironment env = environment();
     env.insert(QStringLiteral("KESTIL_DATA_DIR"), dataDir);
     kestil_->setProcessEnvironment(env);
-    kestil_->setProcessChannelMode(QProcess::ForwardedChannels);
+    // Each launch writes its output to a file of its own, which the test
+    // reads (kestilOutput) and prints when something fails.
+    logFile_ = logs_.filePath(QStringLiteral("kestil-%1.log").arg(++launches_));
+    kestil_->setProcessChannelMode(QProcess::MergedChannels);
+    kestil_->setStandardOutputFile(logFile_);
     kestil_->start(QStringLiteral(KESTIL_BINARY), {});
     if (!kestil_->waitForStarted(10000))
         return {};
     const int step = 250;
     for (int waited = 0; waited < timeoutMs; waited += step) {
-        const QString id = run(QStringLiteral("xdotool"),
-                               {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
-                                QStringLiteral("Kestil")});
+        const QString id =
+            run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
+                                            QStringLiteral("--name"), QStringLiteral("Kestil")});
         if (!id.isEmpty()) {
             QThread::msleep(700); // let the first frame paint
             return id.section(QLatin1Char('\n'), 0, 0);
@@ -89,6 +94,50 @@ QString DesktopSession::launchKestil(const QString &dataDir, int timeoutMs)
 bool DesktopSession::kestilRunning() const
 {
     return kestil_ && kestil_->state() == QProcess::Running;
+}
+
+void DesktopSession::killKestil()
+{
+    if (!kestil_ || kestil_->state() != QProcess::Running)
+        return;
+    kestil_->kill();
+    kestil_->waitForFinished(10000);
+}
+
+bool DesktopSession::waitForKestilExit(int timeoutMs)
+{
+    if (!kestil_)
+        return true;
+    return kestil_->state() == QProcess::NotRunning || kestil_->waitForFinished(timeoutMs);
+}
+
+int DesktopSession::kestilExitCode() const
+{
+    return kestil_ && kestil_->exitStatus() == QProcess::NormalExit ? kestil_->exitCode() : -1;
+}
+
+QString DesktopSession::kestilOutput() const
+{
+    QFile file(logFile_);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QString::fromUtf8(file.readAll());
+}
+
+bool DesktopSession::pressKeys(const QString &windowId, const QString &keys) const
+{
+    // No window manager runs: the focus is set directly, and the keys go
+    // through the X server's test extension as a keyboard's would.
+    QProcess focus;
+    focus.setProcessEnvironment(environment());
+    focus.start(QStringLiteral("xdotool"),
+                {QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowId});
+    if (!focus.waitForFinished(10000) || focus.exitCode() != 0)
+        return false;
+    QProcess type;
+    type.setProcessEnvironment(environment());
+    type.start(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), keys});
+    return type.waitForFinished(10000) && type.exitCode() == 0;
 }
 
 void DesktopSession::stopKestil()
@@ -108,14 +157,16 @@ void DesktopSession::stopKestil()
 QString DesktopSession::screenshot(const QString &name) const
 {
     QDir().mkpath(QStringLiteral(KESTIL_SCREENSHOT_DIR));
-    const QString path = QStringLiteral(KESTIL_SCREENSHOT_DIR) + QLatin1Char('/') + name + QStringLiteral(".png");
+    const QString path =
+        QStringLiteral(KESTIL_SCREENSHOT_DIR) + QLatin1Char('/') + name + QStringLiteral(".png");
     run(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"), path});
     return path;
 }
 
 double DesktopSession::contrast(const QString &png) const
 {
-    return run(QStringLiteral("identify"), {QStringLiteral("-format"), QStringLiteral("%[fx:standard_deviation]"), png})
+    return run(QStringLiteral("identify"),
+               {QStringLiteral("-format"), QStringLiteral("%[fx:standard_deviation]"), png})
         .toDouble();
 }
 

@@ -24,6 +24,16 @@ public:
     QString launchKestil(const QString &dataDir, int timeoutMs = 30000);
     void stopKestil();
     bool kestilRunning() const;
+    // Ends kestil at once, as a crash would (SIGKILL), and waits for it.
+    void killKestil();
+    // Waits for kestil to end by itself; false when it is still running.
+    bool waitForKestilExit(int timeoutMs);
+    int kestilExitCode() const;
+    // What kestil wrote to its standard output and error since its launch.
+    QString kestilOutput() const;
+    // Gives the window the keyboard focus and types the keys there, as
+    // xdotool names them ("ctrl+n", "ctrl+shift+p").
+    bool pressKeys(const QString &windowId, const QString &keys) const;
     // Runs a command in the session's display; returns its standard output.
     QString run(const QString &program, const QStringList &arguments, int timeoutMs = 15000) const;
     // Saves a screenshot of the whole screen; returns the file path.
@@ -38,6 +48,9 @@ private:
     std::unique_ptr<QProcess> kestil_;
     QString display_;
     QTemporaryDir config_;
+    QTemporaryDir logs_;
+    QString logFile_;
+    int launches_ = 0;
 };
 
 } // namespace kestil::testing

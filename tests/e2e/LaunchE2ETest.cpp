@@ -28,7 +28,8 @@ TEST(LaunchE2ETest, LibraryWindowShowsTheStoredNotes)
     QTemporaryDir data;
     {
         SharedPersistenceController store(data.path());
-        const QStringList titles{QStringLiteral("Quarterly planning"), QStringLiteral("Design review with Ana"),
+        const QStringList titles{QStringLiteral("Quarterly planning"),
+                                 QStringLiteral("Design review with Ana"),
                                  QStringLiteral("Customer call: onboarding")};
         int i = 0;
         for (const auto &t : titles) {

@@ -1,6 +1,10 @@
-#include "core/LocalAppModel.h"
 #include "shell/MainWindow.h"
+#include "capture/ProcessTapRecorder.h"
+#include "core/LocalAppModel.h"
+#include "prefs/PreferenceStore.h"
+#include "shell/KestilAppDelegate.h"
 #include "shell/NoteListItemModel.h"
+#include "shell/TranscriptTab.h"
 
 #include <QApplication>
 #include <QFile>
@@ -24,13 +28,24 @@ LaunchEnvironment environmentAt(const QString &root)
     return env;
 }
 
+// The window with what the program gives it: a recorder (that these tests
+// never start) and preferences of its own.
+struct ShellFixture {
+    QTemporaryDir config;
+    PreferenceStore preferences{config.path()};
+    ProcessTapRecorder recorder;
+    KestilAppDelegate delegate;
+    MainWindow window;
+    explicit ShellFixture(LocalAppModel &app) : delegate(app, recorder, preferences), window(app, delegate) {}
+};
+
 void seed(const QString &root, const QStringList &titles)
 {
     SharedPersistenceController controller(root);
     int minutes = 0;
     for (const auto &title : titles) {
-        auto note = controller.createNote(title, QStringLiteral("Transcript of ") + title, QUuid::createUuid(),
-                                          QStringLiteral("transcription"));
+        auto note = controller.createNote(title, QStringLiteral("Transcript of ") + title,
+                                          QUuid::createUuid(), QStringLiteral("transcription"));
         note->setValue(QStringLiteral("timestamp"), QDateTime::currentDateTimeUtc().addSecs(60 * minutes++));
         controller.save();
     }
@@ -41,7 +56,8 @@ TEST(MainWindowTest, LibraryListsNotesNewestFirstAndShowsTheSelection)
     QTemporaryDir dir;
     seed(dir.path(), {QStringLiteral("Oldest"), QStringLiteral("Middle"), QStringLiteral("Newest")});
     LocalAppModel app(environmentAt(dir.path()));
-    MainWindow window(app);
+    ShellFixture shell(app);
+    MainWindow &window = shell.window;
     window.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
 
@@ -49,18 +65,20 @@ TEST(MainWindowTest, LibraryListsNotesNewestFirstAndShowsTheSelection)
     ASSERT_TRUE(list);
     EXPECT_FALSE(window.findChild<QLabel *>(QStringLiteral("launchMessage")));
     ASSERT_EQ(list->model()->rowCount(), 3);
-    EXPECT_EQ(list->model()->index(0, 0).data(NoteListItemModel::TitleRole).toString(), QStringLiteral("Newest"));
-    EXPECT_EQ(list->model()->index(2, 0).data(NoteListItemModel::TitleRole).toString(), QStringLiteral("Oldest"));
+    EXPECT_EQ(list->model()->index(0, 0).data(NoteListItemModel::TitleRole).toString(),
+              QStringLiteral("Newest"));
+    EXPECT_EQ(list->model()->index(2, 0).data(NoteListItemModel::TitleRole).toString(),
+              QStringLiteral("Oldest"));
 
     auto *title = window.findChild<QLabel *>(QStringLiteral("noteDetailTitle"));
-    auto *transcript = window.findChild<QPlainTextEdit *>(QStringLiteral("noteDetailTranscript"));
+    auto *transcript = window.findChild<TranscriptTab *>(QStringLiteral("noteDetailTranscriptTab"));
     ASSERT_TRUE(title && transcript);
     EXPECT_EQ(title->text(), QStringLiteral("Newest")) << "the first note is adopted as the selection";
 
     const QRect third = list->visualRect(list->model()->index(2, 0));
     QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, third.center());
     EXPECT_EQ(title->text(), QStringLiteral("Oldest"));
-    EXPECT_EQ(transcript->toPlainText(), QStringLiteral("Transcript of Oldest"));
+    EXPECT_EQ(transcript->plainText(), QStringLiteral("Transcript of Oldest"));
     EXPECT_EQ(app.selectedNote()->title(), QStringLiteral("Oldest"));
 }
 
@@ -74,7 +92,8 @@ TEST(MainWindowTest, FailedStoreShowsOnlyTheLaunchMessage)
         f.write("this is not a notes database");
     }
     LocalAppModel app(environmentAt(dir.path()));
-    MainWindow window(app);
+    ShellFixture shell(app);
+    MainWindow &window = shell.window;
     window.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
     auto *message = window.findChild<QLabel *>(QStringLiteral("launchMessage"));
@@ -88,7 +107,8 @@ TEST(MainWindowTest, EmptyLibraryShowsItsEmptyState)
 {
     QTemporaryDir dir;
     LocalAppModel app(environmentAt(dir.path()));
-    MainWindow window(app);
+    ShellFixture shell(app);
+    MainWindow &window = shell.window;
     window.show();
     auto *empty = window.findChild<QLabel *>(QStringLiteral("noteDetailEmpty"));
     ASSERT_TRUE(empty);
@@ -96,13 +116,3 @@ TEST(MainWindowTest, EmptyLibraryShowsItsEmptyState)
 }
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    // Widgets need a platform even when tests are only being listed.
-    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-    QApplication application(argc, argv);
-    ::testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
