@@ -3,7 +3,6 @@
 #include "generation/CancellationToken.h"
 #include "generation/GenerationOptions.h"
 #include "generation/GenerationSchema.h"
-#include "generation/LanguageModelAvailability.h"
 
 #include <QJsonObject>
 #include <QLocale>
@@ -20,6 +19,28 @@ namespace kestil {
 // as cancelled, and fail with kestil::Error for anything else.
 class LanguageModel {
 public:
+    // Why the model cannot be used. modelNotReady and languageModelDisabled
+    // can be cured by the user (install a model, switch on-device AI back on);
+    // deviceNotEligible cannot.
+    enum class UnavailableReason {
+        deviceNotEligible,
+        languageModelDisabled,
+        modelNotReady,
+    };
+
+    struct Availability {
+        bool isAvailable = true;
+        UnavailableReason reason = UnavailableReason::modelNotReady;
+
+        static Availability available() { return {}; }
+        static Availability unavailable(UnavailableReason why) { return {false, why}; }
+
+        friend bool operator==(const Availability &, const Availability &) = default;
+    };
+
+    // The case name, as the refusal texts print it.
+    static QString reasonName(UnavailableReason reason);
+
     struct Instructions {
         QString text;
     };
@@ -32,7 +53,7 @@ public:
 
     virtual ~LanguageModel() = default;
 
-    virtual LanguageModelAvailability availability() const = 0;
+    virtual Availability availability() const = 0;
     virtual bool supportsLocale(const QLocale &locale) const = 0;
     // The context window in tokens.
     virtual qint64 contextSize() const = 0;

@@ -519,15 +519,16 @@ bool LlamaLanguageModel::deviceIsEligible()
     return eligible;
 }
 
-LanguageModelAvailability LlamaLanguageModel::availability() const
+LanguageModel::Availability LlamaLanguageModel::availability() const
 {
     if (!deviceIsEligible())
-        return LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::deviceNotEligible);
+        return LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::deviceNotEligible);
     if (!enabled_.load())
-        return LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::languageModelDisabled);
+        return LanguageModel::Availability::unavailable(
+            LanguageModel::UnavailableReason::languageModelDisabled);
     if (!LanguageModelFiles::installedModel(modelsDirectory_))
-        return LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady);
-    return LanguageModelAvailability::available();
+        return LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
+    return LanguageModel::Availability::available();
 }
 
 bool LlamaLanguageModel::supportsLocale(const QLocale &locale) const

@@ -49,7 +49,7 @@ public:
     // Whether this machine can run the model at all.
     static bool deviceIsEligible();
 
-    LanguageModelAvailability availability() const override;
+    Availability availability() const override;
     bool supportsLocale(const QLocale &locale) const override;
     qint64 contextSize() const override;
     qint64 tokenCount(const Instructions &instructions) override;

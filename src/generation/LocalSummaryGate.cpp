@@ -46,9 +46,10 @@ QString keyPointHead()
 
 std::optional<QString> readiness(const LanguageModel &model, const QLocale &locale)
 {
-    const LanguageModelAvailability availability = model.availability();
+    const LanguageModel::Availability availability = model.availability();
     if (!availability.isAvailable)
-        return QStringLiteral("On-device summaries unavailable: ") + reasonName(availability.reason) +
+        return QStringLiteral("On-device summaries unavailable: ") +
+               LanguageModel::reasonName(availability.reason) +
                QStringLiteral(". Your notes and transcripts remain available.");
     if (model.supportsLocale(locale))
         return std::nullopt;
@@ -58,9 +59,9 @@ std::optional<QString> readiness(const LanguageModel &model, const QLocale &loca
 ModelStatus modelStatus(const LanguageModel &model, const QLocale &locale)
 {
     ModelStatus status;
-    const LanguageModelAvailability availability = model.availability();
+    const LanguageModel::Availability availability = model.availability();
     if (!availability.isAvailable)
-        status.state = availability.reason == LanguageModelUnavailableReason::deviceNotEligible
+        status.state = availability.reason == LanguageModel::UnavailableReason::deviceNotEligible
                            ? ModelStatus::State::unavailableForGood
                            : ModelStatus::State::unavailableButCurable;
     status.refusal = readiness(model, locale);
@@ -70,18 +71,18 @@ ModelStatus modelStatus(const LanguageModel &model, const QLocale &locale)
 
 std::optional<QString> onboardingText(const LanguageModel &model, const QLocale &locale)
 {
-    const LanguageModelAvailability availability = model.availability();
+    const LanguageModel::Availability availability = model.availability();
     if (!availability.isAvailable) {
         switch (availability.reason) {
-        case LanguageModelUnavailableReason::deviceNotEligible:
+        case LanguageModel::UnavailableReason::deviceNotEligible:
             return QStringLiteral(
                 "Summaries and Ask AI require a computer that can run the on-device language "
                 "model.");
-        case LanguageModelUnavailableReason::languageModelDisabled:
+        case LanguageModel::UnavailableReason::languageModelDisabled:
             return QStringLiteral(
                 "Turn on the on-device language model in Kestil’s Settings to use summaries and "
                 "Ask AI.");
-        case LanguageModelUnavailableReason::modelNotReady:
+        case LanguageModel::UnavailableReason::modelNotReady:
             return QStringLiteral(
                 "Kestil is still preparing its on-device model. Connect to the internet and check "
                 "the on-device language model in Settings.");

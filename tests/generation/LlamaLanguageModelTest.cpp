@@ -34,19 +34,19 @@ TEST(LlamaLanguageModel, AvailabilityFollowsTheInstalledModelAndTheSwitch)
     LlamaLanguageModel model(folder.directory());
     ASSERT_TRUE(LlamaLanguageModel::deviceIsEligible());
     EXPECT_EQ(model.availability(),
-              LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady));
+              LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady));
     EXPECT_FALSE(model.supportsLocale(QLocale(QStringLiteral("en_US"))));
 
     folder.install(tiny);
-    EXPECT_EQ(model.availability(), LanguageModelAvailability::available());
+    EXPECT_EQ(model.availability(), LanguageModel::Availability::available());
     EXPECT_EQ(model.contextSize(), 2048);
     EXPECT_TRUE(model.supportsLocale(QLocale(QStringLiteral("en_US"))));
     EXPECT_TRUE(model.supportsLocale(QLocale(QStringLiteral("de_AT"))));
     EXPECT_FALSE(model.supportsLocale(QLocale(QStringLiteral("fr_FR"))));
 
     model.setEnabled(false);
-    EXPECT_EQ(model.availability(),
-              LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::languageModelDisabled));
+    EXPECT_EQ(model.availability(), LanguageModel::Availability::unavailable(
+                                        LanguageModel::UnavailableReason::languageModelDisabled));
 }
 
 TEST(LlamaLanguageModel, CountsTokensWithTheModelsTokenizer)
@@ -224,12 +224,12 @@ TEST(LlamaLanguageModel, RefusesDamagedAndUnsuitableFiles)
     folder.install(QStringLiteral("tiny-llama-no-template.gguf"));
     LlamaLanguageModel model(folder.directory());
     EXPECT_EQ(model.availability(),
-              LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady));
+              LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady));
 
     // A good import is used at once.
     const QString installed = LanguageModelFiles::importModel(ModelFolder::cached(tiny), folder.directory());
     EXPECT_TRUE(installed.endsWith(QStringLiteral("/tiny-llama-chat.gguf")));
-    EXPECT_EQ(model.availability(), LanguageModelAvailability::available());
+    EXPECT_EQ(model.availability(), LanguageModel::Availability::available());
     EXPECT_FALSE(model.respond(QStringLiteral("Write."), QStringLiteral("Go."), options(0, 3), {}).isNull());
 }
 

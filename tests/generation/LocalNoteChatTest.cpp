@@ -132,10 +132,10 @@ TEST(LocalNoteChatAnswer, RefusesWhenUnreadyOrSilent)
                               QLocale(QStringLiteral("en_US")), [](const QString &) {}, {});
     };
     model.availabilityValue =
-        LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady);
+        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
     EXPECT_EQ(failure(ask),
               "On-device Ask AI unavailable: modelNotReady. Your notes and transcripts remain available.");
-    model.availabilityValue = LanguageModelAvailability::available();
+    model.availabilityValue = LanguageModel::Availability::available();
     model.languages = {QStringLiteral("fr")};
     EXPECT_EQ(failure(ask), "The on-device summary model does not support this language.");
     model.languages = {QStringLiteral("en")};

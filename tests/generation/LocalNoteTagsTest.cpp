@@ -243,7 +243,7 @@ TEST(LocalNoteTagsGenerate, RefusesWithoutModelOrSummary)
     const QLocale english(QStringLiteral("en_US"));
     // Too short for tags: no request, not even the readiness test.
     model.availabilityValue =
-        LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady);
+        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
     EXPECT_TRUE(LocalNoteTags::generate(model, QStringLiteral("x"), words(9), {}, english, {}).isEmpty());
     try {
         LocalNoteTags::generate(model, QStringLiteral("## Summary\nx"), words(50), {}, english, {});
@@ -253,7 +253,7 @@ TEST(LocalNoteTagsGenerate, RefusesWithoutModelOrSummary)
             error.message(),
             "On-device summaries unavailable: modelNotReady. Your notes and transcripts remain available.");
     }
-    model.availabilityValue = LanguageModelAvailability::available();
+    model.availabilityValue = LanguageModel::Availability::available();
     try {
         LocalNoteTags::generate(model, QStringLiteral("```markdown\n"), words(50), {}, english, {});
         FAIL();

@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
-using Reason = LanguageModelUnavailableReason;
+using Reason = LanguageModel::UnavailableReason;
 
 TEST(LocalSummaryReadiness, NamesTheReasonOrTheLanguage)
 {
@@ -17,10 +17,10 @@ TEST(LocalSummaryReadiness, NamesTheReasonOrTheLanguage)
     EXPECT_FALSE(LocalSummary::readiness(model, english).has_value());
     EXPECT_EQ(LocalSummary::readiness(model, QLocale(QStringLiteral("ja_JP"))),
               "The on-device summary model does not support this language.");
-    model.availabilityValue = LanguageModelAvailability::unavailable(Reason::modelNotReady);
+    model.availabilityValue = LanguageModel::Availability::unavailable(Reason::modelNotReady);
     EXPECT_EQ(LocalSummary::readiness(model, english),
               "On-device summaries unavailable: modelNotReady. Your notes and transcripts remain available.");
-    model.availabilityValue = LanguageModelAvailability::unavailable(Reason::languageModelDisabled);
+    model.availabilityValue = LanguageModel::Availability::unavailable(Reason::languageModelDisabled);
     EXPECT_EQ(LocalSummary::readiness(model, QLocale(QStringLiteral("ja_JP"))),
               "On-device summaries unavailable: languageModelDisabled. Your notes and transcripts remain "
               "available.");
@@ -35,7 +35,7 @@ TEST(LocalSummaryReadiness, LaunchStatusSortsReasonsIntoCurableAndNot)
     EXPECT_EQ(status.statusLine, "On-device summaries ready.");
     EXPECT_FALSE(LocalSummary::onboardingText(model, english).has_value());
 
-    model.availabilityValue = LanguageModelAvailability::unavailable(Reason::deviceNotEligible);
+    model.availabilityValue = LanguageModel::Availability::unavailable(Reason::deviceNotEligible);
     status = LocalSummary::modelStatus(model, english);
     EXPECT_EQ(status.state, LocalSummary::ModelStatus::State::unavailableForGood);
     EXPECT_EQ(
@@ -43,7 +43,7 @@ TEST(LocalSummaryReadiness, LaunchStatusSortsReasonsIntoCurableAndNot)
         "On-device summaries unavailable: deviceNotEligible. Your notes and transcripts remain available.");
 
     for (Reason reason : {Reason::modelNotReady, Reason::languageModelDisabled}) {
-        model.availabilityValue = LanguageModelAvailability::unavailable(reason);
+        model.availabilityValue = LanguageModel::Availability::unavailable(reason);
         status = LocalSummary::modelStatus(model, english);
         EXPECT_EQ(status.state, LocalSummary::ModelStatus::State::unavailableButCurable);
         EXPECT_EQ(status.refusal, status.statusLine);
@@ -51,7 +51,7 @@ TEST(LocalSummaryReadiness, LaunchStatusSortsReasonsIntoCurableAndNot)
     }
 
     // Available but not in this language: still available, with the refusal shown.
-    model.availabilityValue = LanguageModelAvailability::available();
+    model.availabilityValue = LanguageModel::Availability::available();
     status = LocalSummary::modelStatus(model, QLocale(QStringLiteral("ko_KR")));
     EXPECT_EQ(status.state, LocalSummary::ModelStatus::State::available);
     EXPECT_EQ(status.statusLine, "The on-device summary model does not support this language.");

@@ -330,7 +330,7 @@ TEST(LocalSummaryPipeline, AnUnreadyModelFailsBeforeAnyPrompt)
 {
     ScriptedLanguageModel model;
     model.availabilityValue =
-        LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::modelNotReady);
+        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
     PipelineRun run;
     EXPECT_EQ(message([&] { run.generate(model, QStringLiteral("Words.")); }),
               "On-device summaries unavailable: modelNotReady. Your notes and transcripts remain available.");

@@ -79,7 +79,7 @@ TEST(LocalSummaryTitle, RefusesPlaceholdersMissingSummariesAndSlowModels)
     model.replies = {ScriptedLanguageModel::Stall{}};
     EXPECT_EQ(failure(model), "Title generation took too long and was stopped.");
     model.availabilityValue =
-        LanguageModelAvailability::unavailable(LanguageModelUnavailableReason::deviceNotEligible);
+        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::deviceNotEligible);
     EXPECT_EQ(
         failure(model),
         "On-device summaries unavailable: deviceNotEligible. Your notes and transcripts remain available.");

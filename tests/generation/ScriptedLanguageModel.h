@@ -34,7 +34,7 @@ public:
 
     static constexpr qint64 turnTokens = 5;
 
-    kestil::LanguageModelAvailability availabilityValue = kestil::LanguageModelAvailability::available();
+    kestil::LanguageModel::Availability availabilityValue = kestil::LanguageModel::Availability::available();
     QStringList languages{QStringLiteral("en")};
     qint64 contextTokens = 4096;
     QList<Reply> replies;
@@ -47,7 +47,7 @@ public:
 
     static qint64 tokensOf(const QString &text) { return (text.toUtf8().size() + 3) / 4; }
 
-    kestil::LanguageModelAvailability availability() const override { return availabilityValue; }
+    kestil::LanguageModel::Availability availability() const override { return availabilityValue; }
     bool supportsLocale(const QLocale &locale) const override
     {
         for (const QString &language : languages) {
