@@ -11,7 +11,7 @@ KESTIL_APT_BUILD=(build-essential cmake ninja-build pkg-config git ca-certificat
   libicu-dev libcmark-gfm-dev libcmark-gfm-extensions-dev libpocketsphinx-dev libsphinxbase-dev
   pocketsphinx-en-us wordnet-base googletest libgtest-dev libgmock-dev)
 KESTIL_APT_RUN=(qt6-qpa-plugins fonts-dejavu-core pulseaudio-utils dbus)
-KESTIL_APT_TEST=(pulseaudio pulseaudio-utils espeak-ng sox xvfb xdotool poppler-utils dbus dbus-x11
+KESTIL_APT_TEST=(pulseaudio pulseaudio-utils espeak-ng sox xvfb xdotool x11-utils poppler-utils dbus dbus-x11
   dunst imagemagick pocketsphinx-testdata python3 python3-numpy python3-pip python3-venv xauth)
 
 kestil_install_packages() {

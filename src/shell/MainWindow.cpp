@@ -17,6 +17,7 @@
 #include <QCloseEvent>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListView>
 #include <QMenu>
 #include <QMenuBar>
@@ -181,10 +182,16 @@ QWidget *MainWindow::buildLibrary()
     ProcessTapRecorder &recorder = delegate_.recorder();
     connect(&app_, &LocalAppModel::selectedChanged, this, &MainWindow::showSelectedNote);
     connect(&app_, &LocalAppModel::notesChanged, this, &MainWindow::showSelectedNote);
+    connect(listModel_, &NotesListViewModel::selectedNoteIDsChanged, this, &MainWindow::showSelectedNote);
+    // Before the selection moves and before quitting, a title being typed is
+    // saved.
+    connect(listModel_, &NotesListViewModel::kestilSaveCurrentNote, this, &MainWindow::commitTitle);
+    connect(&delegate_.roles(), &NotesListRoles::forceAllEditorsSave, this, &MainWindow::commitTitle);
     connect(app_.store(), &SharedPersistenceController::didSave, this, [this] {
         notesModel_->refreshRows();
         if (shownNote_) {
-            detailTitle_->setText(shownNote_->displayTitle());
+            if (!detailTitle_->isModified())
+                detailTitle_->setText(shownNote_->displayTitle());
             refreshSummary(shownNote_);
         }
         scheduleTranscriptRefresh();
@@ -299,10 +306,15 @@ QWidget *MainWindow::buildDetail()
     pageLayout->addWidget(jumpButton_, 0, Qt::AlignRight);
 
     auto *titleRow = new QHBoxLayout;
-    detailTitle_ = new QLabel;
+    detailTitle_ = new QLineEdit;
     name(detailTitle_, QStringLiteral("noteDetailTitle"));
-    detailTitle_->setWordWrap(true);
-    detailTitle_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    detailTitle_->setFrame(false);
+    detailTitle_->setPlaceholderText(untitledNoteTitle());
+    detailTitle_->setToolTip(QStringLiteral("Rename this note"));
+    QPalette titlePalette = detailTitle_->palette();
+    titlePalette.setColor(QPalette::Base, Qt::transparent);
+    detailTitle_->setPalette(titlePalette);
+    connect(detailTitle_, &QLineEdit::editingFinished, this, &MainWindow::commitTitle);
     QFont titleFont = detailTitle_->font();
     titleFont.setPointSizeF(titleFont.pointSizeF() * 1.6);
     titleFont.setWeight(QFont::Bold);
@@ -376,12 +388,28 @@ void MainWindow::selectRow(int row)
     syncingSelection_ = false;
 }
 
+NotePtr MainWindow::selectedNote() const
+{
+    // The list's own selection, when it names a note of the library; the
+    // application's current note otherwise.
+    const QList<ObjectId> &ids = listModel_->selectedNoteIDs();
+    if (!ids.isEmpty()) {
+        for (const NotePtr &note : app_.notes()) {
+            if (note->objectId() == ids.last())
+                return note;
+        }
+    }
+    return app_.selectedNote();
+}
+
 void MainWindow::showSelectedNote()
 {
     sidebarPages_->setCurrentIndex(app_.notes().isEmpty() ? noNotesPage : listPage);
-    const NotePtr note = app_.selectedNote();
+    const NotePtr note = selectedNote();
     selectRow(notesModel_->rowOf(note));
     if (note != shownNote_) {
+        // A title being typed belongs to the note it was typed for.
+        commitTitle();
         shownNote_ = note;
         transcriptTab_->showFromTop();
     }
@@ -390,7 +418,8 @@ void MainWindow::showSelectedNote()
         refreshRecordingState();
         return;
     }
-    detailTitle_->setText(note->displayTitle());
+    if (!detailTitle_->isModified())
+        detailTitle_->setText(note->displayTitle());
     detailDate_->setText(NoteListItemModel::dateText(*note));
     tabs_->setCurrentIndex(listModel_->selectedDetailTab() == NotesListViewModel::transcriptTab
                                ? transcriptIndex
@@ -411,6 +440,21 @@ void MainWindow::refreshSummary(const NotePtr &note)
     } else {
         summaryPages_->setCurrentIndex(0);
     }
+}
+
+void MainWindow::commitTitle()
+{
+    if (!shownNote_ || !detailTitle_->isModified())
+        return;
+    detailTitle_->setModified(false);
+    const QString typed = detailTitle_->text();
+    // A blank title is not written; the field shows the note's own again.
+    if (typed.trimmed().isEmpty()) {
+        detailTitle_->setText(shownNote_->displayTitle());
+        return;
+    }
+    listModel_->setTitle(shownNote_, typed.trimmed());
+    notesModel_->refreshRows();
 }
 
 void MainWindow::scheduleTranscriptRefresh()

@@ -9,6 +9,7 @@
 
 class QAction;
 class QLabel;
+class QLineEdit;
 class QListView;
 class QPushButton;
 class QStackedWidget;
@@ -55,7 +56,9 @@ private:
     QWidget *buildLaunchMessage();
     void buildMenus();
 
+    NotePtr selectedNote() const;
     void showSelectedNote();
+    void commitTitle();
     void scheduleTranscriptRefresh();
     void refreshTranscript();
     void refreshSummary(const NotePtr &note);
@@ -77,7 +80,7 @@ private:
     QStackedWidget *sidebarPages_ = nullptr;
     QPushButton *newNoteButton_ = nullptr;
     QStackedWidget *detail_ = nullptr;
-    QLabel *detailTitle_ = nullptr;
+    QLineEdit *detailTitle_ = nullptr;
     QLabel *detailDate_ = nullptr;
     QPushButton *recordButton_ = nullptr;
     QPushButton *jumpButton_ = nullptr;

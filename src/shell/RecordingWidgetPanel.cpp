@@ -24,7 +24,7 @@ RecordingWidgetPanel::RecordingWidgetPanel(QWidget *parent)
 {
     setObjectName(QStringLiteral("recordingWidgetPanel"));
     setAccessibleName(QStringLiteral("recordingWidgetPanel"));
-    setWindowTitle(QStringLiteral("Kestil Recording"));
+    setWindowTitle(QStringLiteral("Transcribing"));
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_DeleteOnClose);
     setFixedSize(recordingWidgetSize);

@@ -140,6 +140,33 @@ bool DesktopSession::pressKeys(const QString &windowId, const QString &keys) con
     return type.waitForFinished(10000) && type.exitCode() == 0;
 }
 
+bool DesktopSession::focus(const QString &windowId) const
+{
+    // No window manager runs: the focus is set directly.
+    QProcess focus;
+    focus.setProcessEnvironment(environment());
+    focus.start(QStringLiteral("xdotool"),
+                {QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowId});
+    return focus.waitForFinished(10000) && focus.exitCode() == 0;
+}
+
+QString DesktopSession::findWindow(const QString &title) const
+{
+    return run(QStringLiteral("xdotool"),
+               {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"), title})
+        .section(QLatin1Char('\n'), 0, 0);
+}
+
+std::unique_ptr<QProcess> DesktopSession::startProgram(const QString &program,
+                                                       const QStringList &arguments) const
+{
+    auto process = std::make_unique<QProcess>();
+    process->setProcessEnvironment(environment());
+    process->start(program, arguments);
+    process->waitForStarted(10000);
+    return process;
+}
+
 void DesktopSession::stopKestil()
 {
     if (!kestil_)

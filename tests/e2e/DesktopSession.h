@@ -34,6 +34,13 @@ public:
     // Gives the window the keyboard focus and types the keys there, as
     // xdotool names them ("ctrl+n", "ctrl+shift+p").
     bool pressKeys(const QString &windowId, const QString &keys) const;
+    // Gives the window the keyboard focus, making its application the one in
+    // front.
+    bool focus(const QString &windowId) const;
+    // The first visible window whose title matches, or an empty string.
+    QString findWindow(const QString &title) const;
+    // Starts another X program in the session's display.
+    std::unique_ptr<QProcess> startProgram(const QString &program, const QStringList &arguments) const;
     // Runs a command in the session's display; returns its standard output.
     QString run(const QString &program, const QStringList &arguments, int timeoutMs = 15000) const;
     // Saves a screenshot of the whole screen; returns the file path.

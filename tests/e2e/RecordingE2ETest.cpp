@@ -12,6 +12,7 @@
 #include "support/PulseAudioServer.h"
 #include "support/SoundFiles.h"
 
+#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -45,8 +46,18 @@ protected:
 
     // Plays a phrase into the virtual microphone and waits until it has
     // passed through the server and the capture buffers.
-    void say(const char *file)
+    void say(const char *file, const QString &screenshotWhileSpeaking = {})
     {
+        if (!screenshotWhileSpeaking.isEmpty()) {
+            auto player = pulse.startPlaying(work.filePath(QLatin1String(file)),
+                                             QLatin1String(test::PulseAudioServer::micFeed));
+            QThread::msleep(1800);
+            desktop.screenshot(screenshotWhileSpeaking);
+            ASSERT_TRUE(player->waitForFinished(60000));
+            ASSERT_EQ(player->exitCode(), 0) << player->readAll().toStdString();
+            QThread::msleep(1500);
+            return;
+        }
         QString error;
         ASSERT_TRUE(pulse.play(work.filePath(QLatin1String(file)),
                                QLatin1String(test::PulseAudioServer::micFeed), &error))
@@ -55,6 +66,38 @@ protected:
     }
 
     bool press(const QString &keys) { return desktop.pressKeys(window, keys); }
+
+    // Another program comes to the front: the floating indicator appears
+    // over it, and goes when Kestil is in front again.
+    void showTheIndicatorBehindAnotherApplication()
+    {
+        if (QStandardPaths::findExecutable(QStringLiteral("xmessage")).isEmpty()) {
+            std::cerr << "xmessage (x11-utils) is missing: the indicator is not checked" << std::endl;
+            return;
+        }
+        auto other = desktop.startProgram(QStringLiteral("xmessage"),
+                                          {QStringLiteral("-geometry"), QStringLiteral("+60+120"),
+                                           QStringLiteral("-title"), QStringLiteral("Another application"),
+                                           QStringLiteral("Another application is in front.")});
+        QString otherWindow;
+        ASSERT_TRUE(eventually(
+            [&] {
+                return !(otherWindow = desktop.findWindow(QStringLiteral("Another application"))).isEmpty();
+            },
+            10000));
+        ASSERT_TRUE(desktop.focus(otherWindow));
+        EXPECT_TRUE(
+            eventually([&] { return !desktop.findWindow(QStringLiteral("^Transcribing$")).isEmpty(); }, 3000))
+            << "the floating indicator did not appear";
+        QThread::msleep(300);
+        desktop.screenshot(QStringLiteral("recording-1b-indicator"));
+        ASSERT_TRUE(desktop.focus(window));
+        EXPECT_TRUE(
+            eventually([&] { return desktop.findWindow(QStringLiteral("^Transcribing$")).isEmpty(); }, 3000))
+            << "the floating indicator stayed over Kestil";
+        other->kill();
+        other->waitForFinished(5000);
+    }
 
     // Ctrl+N, then the first segment's manifest: capture has begun (live
     // speech was ready before it).
@@ -79,7 +122,7 @@ TEST_F(RecordingE2ETest, RecordPauseResumeAndStopKeepTheWordsTheirTimesAndPlayab
     desktop.screenshot(QStringLiteral("recording-0-empty-library"));
 
     startRecording();
-    say("first.wav");
+    say("first.wav", QStringLiteral("recording-1a-speaking"));
     ASSERT_TRUE(eventually(
         [&] {
             const auto notes = readStoredNotes(data);
@@ -89,6 +132,7 @@ TEST_F(RecordingE2ETest, RecordPauseResumeAndStopKeepTheWordsTheirTimesAndPlayab
         << "no committed transcript reached the store while recording";
     const QString recordingShot = desktop.screenshot(QStringLiteral("recording-1-live"));
     EXPECT_GT(desktop.contrast(recordingShot), 0.05);
+    showTheIndicatorBehindAnotherApplication();
 
     ASSERT_TRUE(press(QStringLiteral("ctrl+shift+p"))); // pause: the segment is completed
     ASSERT_TRUE(eventually([&] { return manifestComplete(segmentFolders(data).value(0)); }, 15000));

@@ -9,6 +9,7 @@
 #include <QApplication>
 #include <QFile>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListView>
 #include <QPlainTextEdit>
 #include <QTemporaryDir>
@@ -70,7 +71,7 @@ TEST(MainWindowTest, LibraryListsNotesNewestFirstAndShowsTheSelection)
     EXPECT_EQ(list->model()->index(2, 0).data(NoteListItemModel::TitleRole).toString(),
               QStringLiteral("Oldest"));
 
-    auto *title = window.findChild<QLabel *>(QStringLiteral("noteDetailTitle"));
+    auto *title = window.findChild<QLineEdit *>(QStringLiteral("noteDetailTitle"));
     auto *transcript = window.findChild<TranscriptTab *>(QStringLiteral("noteDetailTranscriptTab"));
     ASSERT_TRUE(title && transcript);
     EXPECT_EQ(title->text(), QStringLiteral("Newest")) << "the first note is adopted as the selection";
