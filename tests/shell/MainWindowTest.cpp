@@ -117,3 +117,34 @@ TEST(MainWindowTest, EmptyLibraryShowsItsEmptyState)
 }
 
 } // namespace
+
+namespace {
+
+TEST(NoteRowTest, PreviewComesFromTheSummaryOrTheTranscriptWithoutMarkdownMarks)
+{
+    Note note;
+    note.setValue(QStringLiteral("transcription"), QStringLiteral("We met\n\nand talked."));
+    EXPECT_EQ(NoteListItemModel::previewText(note), QStringLiteral("We met and talked."));
+    note.setValue(
+        QStringLiteral("summary"),
+        QStringLiteral("## Decisions\n- Ship the **beta** on [Friday](https://example.com)\n- `v2` later"));
+    EXPECT_EQ(NoteListItemModel::previewText(note),
+              QStringLiteral("Decisions Ship the beta on Friday v2 later"));
+    EXPECT_FALSE(NoteListItemModel::isProcessingNote(note));
+
+    // A summary that is still being written is no content: the row shows the
+    // transcript, with the processing mark.
+    note.setValue(QStringLiteral("summary"), QStringLiteral("Generating summary..."));
+    EXPECT_EQ(NoteListItemModel::previewText(note), QStringLiteral("We met and talked."));
+    EXPECT_TRUE(NoteListItemModel::isProcessingNote(note));
+
+    note.setValue(QStringLiteral("summary"), QVariant());
+    note.setValue(QStringLiteral("transcription"), QStringLiteral(" Transcribing audio... "));
+    EXPECT_EQ(NoteListItemModel::previewText(note), QString());
+    EXPECT_TRUE(NoteListItemModel::isProcessingNote(note));
+    note.setValue(QStringLiteral("transcription"), QStringLiteral("Transcription failed: no audio"));
+    EXPECT_EQ(NoteListItemModel::previewText(note), QString());
+    EXPECT_FALSE(NoteListItemModel::isProcessingNote(note));
+}
+
+} // namespace

@@ -1,0 +1,1 @@
+kestil_bench(transcript_view_bench LINK kestil_shell)
