@@ -183,11 +183,6 @@ void TranscriptTab::showFromTop()
     programmaticScroll_ = false;
 }
 
-void TranscriptTab::setEditEnabled(bool enabled)
-{
-    edit_->setEnabled(enabled);
-}
-
 void TranscriptTab::render(const QList<TranscriptParagraph> &paragraphs)
 {
     qsizetype same = 0;

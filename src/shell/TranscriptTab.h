@@ -29,7 +29,6 @@ public:
     const QList<TranscriptParagraph> &paragraphs() const { return shown_; }
     // The paragraphs as plain text, the label of each above its text.
     QString plainText() const;
-    void setEditEnabled(bool enabled);
     // Another note: start at its beginning, following again.
     void showFromTop();
 

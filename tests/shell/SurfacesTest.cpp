@@ -77,7 +77,7 @@ TEST(RecordingWidgetTest, ShownOnlyWhileAnotherApplicationIsInFront)
     EXPECT_TRUE(flags.testFlag(Qt::Tool) && flags.testFlag(Qt::FramelessWindowHint) &&
                 flags.testFlag(Qt::WindowStaysOnTopHint) && flags.testFlag(Qt::WindowDoesNotAcceptFocus));
     EXPECT_TRUE(panel->testAttribute(Qt::WA_ShowWithoutActivating));
-    ASSERT_TRUE(waitUntil([&] { return panel->elapsedText() == QStringLiteral("0:01"); }))
+    ASSERT_TRUE(waitUntil([&] { return panel->elapsedText() != QStringLiteral("0:00"); }))
         << "the clock follows the recorder: " << panel->elapsedText().toStdString();
     EXPECT_TRUE(panel->indicator()->animating());
 
