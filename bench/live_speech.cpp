@@ -34,6 +34,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <mutex>
 #include <random>
 #include <thread>
@@ -161,12 +162,12 @@ void runWhisper(const QString &name, const QString &path, const std::vector<floa
         std::printf("%-9s  session ended with: %s\n", qPrintable(name), qPrintable(e.localizedDescription()));
     }
     std::lock_guard lock(mutex);
-    std::printf(
-        "%-9s  %6.0f s  RTF %5.3f  volatile lag median %5.2f s  p95 %5.2f s (%zu)  final lag median %5.2f s  "
-        "p95 %5.2f s (%zu)  overflow %s\n",
-        qPrintable(name), seconds, whisper->decodeSeconds() / seconds, percentile(volatileLag, 0.5),
-        percentile(volatileLag, 0.95), volatileLag.size(), percentile(finalLag, 0.5),
-        percentile(finalLag, 0.95), finalLag.size(), overflowed.load() ? "yes" : "no");
+    std::printf("%-9s  %6.0f s  RTF %5.3f (processor %5.3f)  volatile lag median %5.2f s  p95 %5.2f s (%zu)  "
+                "final lag median %5.2f s  p95 %5.2f s (%zu)  overflow %s\n",
+                qPrintable(name), seconds, whisper->decodeSeconds() / seconds,
+                whisper->decodeProcessorSeconds() / seconds, percentile(volatileLag, 0.5),
+                percentile(volatileLag, 0.95), volatileLag.size(), percentile(finalLag, 0.5),
+                percentile(finalLag, 0.95), finalLag.size(), overflowed.load() ? "yes" : "no");
     std::fflush(stdout);
 }
 
@@ -208,11 +209,16 @@ int main(int argc, char **argv)
         models = QDir::homePath() + QStringLiteral("/.cache/kestil/models");
 
     const std::vector<float> audio = speech(seconds);
-    std::printf("live speech at real-time pace, %u hardware threads, whisper on %u\n",
+    double load[3] = {0, 0, 0};
+    getloadavg(load, 3);
+    std::printf("live speech at real-time pace, %u hardware threads, whisper on %u, load average %.2f\n",
                 std::thread::hardware_concurrency(),
-                std::clamp(std::thread::hardware_concurrency() / 2, 1u, 4u));
+                std::clamp(std::thread::hardware_concurrency() / 2, 1u, 4u), load[0]);
     for (const QString &size : sizes)
         runWhisper(size, models + QStringLiteral("/whisper-bench-") + size + QStringLiteral(".bin"), audio);
     runPocketSphinx(audio);
+    getloadavg(load, 3);
+    std::printf("load average at the end %.2f (RTF is clock time: other programs on the cores raise it)\n",
+                load[0]);
     return 0;
 }

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <ctime>
 #include <limits>
 #include <mutex>
 #include <thread>
@@ -51,6 +52,13 @@ void limitTokens(whisper_context *, whisper_state *, const whisper_token_data *,
         if (i != budget->endOfText)
             logits[i] = -std::numeric_limits<float>::infinity();
     }
+}
+
+double threadProcessorSeconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return double(now.tv_sec) + double(now.tv_nsec) * 1e-9;
 }
 
 bool isAborted(void *data)
@@ -150,8 +158,10 @@ QString WhisperEngine::decode(std::span<const float> samples)
     params.abort_callback_user_data = &aborted_;
 
     const auto started = std::chrono::steady_clock::now();
+    const double processorStarted = threadProcessorSeconds();
     const int status = whisper_full(context_, params, samples.data(), int(samples.size()));
     decodeSeconds_ += std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    decodeProcessorSeconds_ += threadProcessorSeconds() - processorStarted;
     if (aborted_.load())
         return {};
     if (status != 0)

@@ -52,7 +52,7 @@ public:
         // that took d seconds, the next waits for d / volatileShare seconds
         // of audio. On a slow machine the text thus comes in larger steps
         // instead of the engine falling behind the microphone.
-        double volatileShare = 0.35;
+        double volatileShare = 0.25;
         // Silence after speech that settles a stretch.
         double pauseSeconds = 0.6;
         // The window never grows beyond this; whisper reads at most 30 s.
@@ -89,8 +89,11 @@ public:
     std::vector<SpeechResult> finish() override;
     void abort() override { aborted_.store(true); }
 
-    // Wall time spent inside whisper.cpp so far, in seconds.
+    // Time spent inside whisper.cpp so far, in seconds: on the clock, and on
+    // the processor by the decoding thread (all of it with one decoder
+    // thread). The two differ by the time other programs held the cores.
     double decodeSeconds() const { return decodeSeconds_; }
+    double decodeProcessorSeconds() const { return decodeProcessorSeconds_; }
 
     // Decodes a piece of audio once, with the no-speech gate; empty when it
     // holds no words. Exposed for set-up, which proves a model this way.
@@ -122,6 +125,7 @@ private:
     int threads_ = 1;
     std::atomic<bool> aborted_{false};
     double decodeSeconds_ = 0;
+    double decodeProcessorSeconds_ = 0;
 
     VoiceActivity voiceActivity_;
     const std::size_t frameLength_;
