@@ -153,6 +153,7 @@ QFuture<void> NotesListViewModel::startTranscription(const NotePtr &note)
 
         baseText_ = note->transcription().value_or(QString());
         baseUtterances_ = transcriptUtterances(*note);
+        storedUtterances_.reset();
 
         const QPointer<NotesListViewModel> self(this);
         recorder_.setOnTranscript([self](const LocalTranscript &transcript) {
@@ -229,10 +230,15 @@ void NotesListViewModel::receiveSnapshot(const LocalTranscript &transcript)
     // A tentative result never reaches the store.
     if (committed.isEmpty())
         return;
+    // Only the tentative tail changed: the note already holds these words.
+    if (storedUtterances_ == transcript.utterances)
+        return;
     note->setValue(QStringLiteral("transcription"), joinedWithBlank(baseText_, committed));
     setTranscriptUtterances(*note, combinedTranscriptUtterances(baseUtterances_, transcript.utterances,
                                                                 recorder_.transcriptTimeOffset()));
-    saveQuietly();
+    // After a failed save the next snapshot writes and tries again.
+    if (saveQuietly())
+        storedUtterances_ = transcript.utterances;
 }
 
 QFuture<void> NotesListViewModel::stopTranscription()
@@ -460,16 +466,18 @@ bool NotesListViewModel::noteIsUsable(const NotePtr &note) const
     return store && note && !note->isDeleted() && note->managedObjectContext() == &store->context();
 }
 
-void NotesListViewModel::saveQuietly()
+bool NotesListViewModel::saveQuietly()
 {
     SharedPersistenceController *store = persistenceController();
     if (!store)
-        return;
+        return false;
     try {
         store->save();
+        return true;
     } catch (const std::exception &error) {
-        // The recording goes on; the next snapshot tries again.
+        // The recording goes on.
         reportFailure(describe(error));
+        return false;
     }
 }
 

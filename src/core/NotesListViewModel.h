@@ -158,7 +158,7 @@ private:
     void deleteNow(const NotePtr &note, const std::shared_ptr<QPromise<void>> &promise);
     void deleteInTurn(QList<NotePtr> notes, const std::shared_ptr<QPromise<void>> &promise);
     bool noteIsUsable(const NotePtr &note) const;
-    void saveQuietly();
+    bool saveQuietly();
     void selectOnly(const NotePtr &note);
     void setNewNoteBeingRecorded(const NotePtr &note);
     void setIsTranscriptionPaused(bool paused);
@@ -185,6 +185,9 @@ private:
     std::optional<QFuture<void>> stopTask_;
     QString baseText_;
     QList<TranscriptUtterance> baseUtterances_;
+    // The final utterances of this recording as last saved: a snapshot that
+    // changes only the tentative text has nothing new for the store.
+    std::optional<QList<LocalUtterance>> storedUtterances_;
 };
 
 } // namespace kestil

@@ -174,6 +174,18 @@ TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStored)
     const auto utterances = transcriptUtterances(*note);
     ASSERT_EQ(utterances.size(), 1);
     EXPECT_EQ(utterances[0].text, QStringLiteral("hello there"));
+
+    // A new tentative tail after the same finals is shown, and the store,
+    // which holds those finals already, is not written again.
+    committed.tentative = QStringLiteral("and then");
+    model.receiveSnapshot(committed);
+    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral(" hello there  and then"));
+    EXPECT_EQ(saves.count(), 1);
+    committed.utterances.append(LocalUtterance{QStringLiteral("and then some"), 1.5, 2.5});
+    committed.tentative.clear();
+    model.receiveSnapshot(committed);
+    EXPECT_EQ(saves.count(), 2);
+    EXPECT_EQ(note->transcription(), QStringLiteral(" hello there  and then some"));
     stop(model);
 }
 
@@ -238,6 +250,7 @@ TEST_F(NotesListViewModelTest, TwoStopsRunOneAndBothReturnAfterIt)
     NotesListViewModel &model = list();
     NotesListViewModel &other = anotherList();
     const NotePtr note = record(model);
+    ASSERT_TRUE(rig.waitForFileDelivered());
     int stops = 0;
     QObject::connect(recorder.get(), &ProcessTapRecorder::finishingChanged,
                      [&](bool finishing) { stops += finishing ? 1 : 0; });
@@ -260,7 +273,7 @@ TEST_F(NotesListViewModelTest, TwoStopsRunOneAndBothReturnAfterIt)
     EXPECT_FALSE(model.newNoteBeingRecorded());
     EXPECT_FALSE(store().activeRecording().has_value());
     EXPECT_EQ(rig.engine->finishes.load(), 1);
-    EXPECT_FALSE(note->transcription().value_or(QString()).isEmpty());
+    EXPECT_EQ(note->transcription(), QStringLiteral("word1 word2 tail"));
 }
 
 TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsAudio)
@@ -464,7 +477,10 @@ TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndS
     script.buffers.push_back(std::vector<unsigned char>(1600 * 4, 0));
     rig.useScript(script, probe);
     NotesListViewModel &model = list();
-    const NotePtr note = record(model);
+    const QFuture<void> started = model.startNewTranscription();
+    const NotePtr note = model.newNoteBeingRecorded();
+    ASSERT_TRUE(note);
+    ASSERT_TRUE(waitFor(started));
 
     ASSERT_TRUE(waitUntil([&] { return !model.newNoteBeingRecorded() && !recorder->finishing(); }));
     EXPECT_EQ(model.syncErrorMessage(),
