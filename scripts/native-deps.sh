@@ -88,6 +88,8 @@ cmake -S "$work/whisper-pkg/package/cpp/whisper.cpp" -B "$work/whisper-build" -G
 cmake --build "$work/whisper-build" -j "$jobs" >&2
 cmake --install "$work/whisper-build" >&2
 
+# whisper.cpp's package configuration insists that a bin/ folder exists.
+mkdir -p "$prefix/bin"
 rm -rf "$work"
 touch "$prefix/.complete"
 echo "$prefix"

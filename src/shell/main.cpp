@@ -1,13 +1,19 @@
+#include "base/Error.h"
 #include "capture/ProcessTapRecorder.h"
 #include "core/LocalAppModel.h"
 #include "core/LocalPaths.h"
+#include "generation/LlamaLanguageModel.h"
+#include "generation/LocalSummary.h"
 #include "prefs/ApplicationInfo.h"
 #include "prefs/PreferenceStore.h"
 #include "shell/KestilAppDelegate.h"
 #include "shell/MainWindow.h"
+#include "speech/LocalSpeech.h"
 
 #include <QApplication>
 #include <QDebug>
+#include <QLocale>
+#include <QTimer>
 
 int main(int argc, char *argv[])
 {
@@ -24,6 +30,22 @@ int main(int argc, char *argv[])
     environment.applicationInfo = kestil::ApplicationInfo::dictionary();
     // Read once, at launch: a change takes effect at the next start.
     environment.syncPreference = preferences.object(QLatin1String(kestil::LocalPaths::syncPreferenceKey));
+    // Only a machine that can never run the on-device model stops the launch;
+    // a model not installed yet, or switched off, is the user's to cure.
+    environment.languageModelAvailability = [] {
+        using State = kestil::LocalSummary::ModelStatus::State;
+        switch (kestil::LocalSummary::modelStatus(kestil::LlamaLanguageModel::shared(),
+                                                  QLocale(QStringLiteral("en-US")))
+                    .state) {
+        case State::unavailableForGood:
+            return kestil::LanguageModelAvailability::unavailableForGood;
+        case State::unavailableButCurable:
+            return kestil::LanguageModelAvailability::curable;
+        case State::available:
+            break;
+        }
+        return kestil::LanguageModelAvailability::available;
+    };
     // Opens the store, loads the notes and repairs interrupted recordings
     // before the first window exists.
     kestil::LocalAppModel app(environment);
@@ -43,5 +65,23 @@ int main(int argc, char *argv[])
     kestil::MainWindow window(app, delegate);
     delegate.applicationDidFinishLaunching(&window);
     window.show();
+
+    // The launch status lines, once the window is up.
+    if (app.storeReady()) {
+        QTimer::singleShot(0, &app, [&app] {
+            try {
+                const auto configuration = kestil::LocalSpeech::configuration(app.language());
+                app.setSpeechStatus(QStringLiteral("Installed: ") +
+                                    kestil::LocalSpeech::engineName(configuration.engine) +
+                                    QStringLiteral(" · ") + configuration.locale);
+            } catch (const std::exception &e) {
+                app.setSpeechStatus(kestil::describe(e));
+            }
+            app.setSummaryStatus(kestil::LocalSummary::modelStatus(kestil::LlamaLanguageModel::shared(),
+                                                                   QLocale(app.language()))
+                                     .statusLine);
+            qInfo().noquote() << app.speechStatus() << "|" << app.summaryStatus();
+        });
+    }
     return QApplication::exec();
 }
