@@ -7,9 +7,9 @@ namespace kestil {
 
 ContinuousClock::time_point ContinuousClock::now() noexcept
 {
-    timespec spec{};
-    clock_gettime(CLOCK_BOOTTIME, &spec);
-    return time_point(std::chrono::seconds(spec.tv_sec) + std::chrono::nanoseconds(spec.tv_nsec));
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return time_point(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
 }
 
 struct CancellationToken::State {
