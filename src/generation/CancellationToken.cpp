@@ -7,9 +7,9 @@ namespace kestil {
 
 ContinuousClock::time_point ContinuousClock::now() noexcept
 {
-    timespec now{};
-    clock_gettime(CLOCK_BOOTTIME, &now);
-    return time_point(std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec));
+    timespec reading{};
+    clock_gettime(CLOCK_BOOTTIME, &reading);
+    return time_point(std::chrono::seconds(reading.tv_sec) + std::chrono::nanoseconds(reading.tv_nsec));
 }
 
 struct CancellationToken::State {
