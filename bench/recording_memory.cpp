@@ -5,8 +5,10 @@
 // memory at every minute of audio. It must stay flat: nothing may grow with
 // the length of the recording except the transcript's own text.
 //
-//   recording_memory [minutes] [speed] [folder]
+//   recording_memory [minutes] [speed] [folder] [recorder]
 // Defaults: 60 minutes, 10 times real time, the system's temporary folder.
+// With "recorder" last, the recording session runs alone, without the list
+// model and the store, to tell their share of the memory from its own.
 // The folder needs room for the source file and the recording (about 500 MB
 // for an hour).
 #include "capture/AudioFileSource.h"
@@ -160,10 +162,11 @@ int main(int argc, char **argv)
     const QStringList arguments = app.arguments();
     const double minutes = arguments.size() > 1 ? arguments[1].toDouble() : 60;
     const double speed = arguments.size() > 2 ? arguments[2].toDouble() : 10;
+    const bool recorderAlone = arguments.size() > 4 && arguments[4] == QStringLiteral("recorder");
     QTemporaryDir work(arguments.size() > 3 ? arguments[3] + QStringLiteral("/kestil-bench-XXXXXX")
                                             : QDir::tempPath() + QStringLiteral("/kestil-bench-XXXXXX"));
     if (!work.isValid() || minutes <= 0 || speed <= 0) {
-        std::fprintf(stderr, "usage: recording_memory [minutes] [speed] [folder]\n");
+        std::fprintf(stderr, "usage: recording_memory [minutes] [speed] [folder] [recorder]\n");
         return 2;
     }
     // A data folder and preferences of the benchmark's own: no whisper model
@@ -226,18 +229,25 @@ int main(int argc, char **argv)
             const long rss = residentKilobytes();
             samples.push_back(rss);
             const NotePtr note = list.newNoteBeingRecorded();
-            std::printf("%8d %12.1f %12lld %12lld %10d\n", reported, rss / 1024.0,
-                        note ? qlonglong(note->transcription().value_or(QString()).size()) : 0LL,
+            const qlonglong characters = note ? qlonglong(note->transcription().value_or(QString()).size())
+                                              : qlonglong(recorder.transcriptValue().finalizedText().size());
+            std::printf("%8d %12.1f %12lld %12lld %10d\n", reported, rss / 1024.0, characters,
                         qlonglong(recorder.transcriptValue().utterances.size()), snapshots);
             std::fflush(stdout);
         }
         if (!stopping && heard >= minutes * 60 - 0.01) {
             stopping = true;
-            whenFinished(list.stopTranscription(), &app, [&](const QFuture<void> &) { app.quit(); });
+            if (recorderAlone)
+                whenFinished(recorder.stop(), &app, [&](const QFuture<QString> &) { app.quit(); });
+            else
+                whenFinished(list.stopTranscription(), &app, [&](const QFuture<void> &) { app.quit(); });
         }
     });
 
-    whenFinished(list.startNewTranscription(), &app, [&](const QFuture<void> &) {
+    const QFuture<void> started =
+        recorderAlone ? recorder.start(launch.root.value_or(QString()), QUuid::createUuid(), false)
+                      : list.startNewTranscription();
+    whenFinished(started, &app, [&](const QFuture<void> &) {
         if (!recorder.recording()) {
             std::fprintf(stderr, "recording did not start: %s\n", qPrintable(list.syncErrorMessage()));
             app.exit(1);
