@@ -501,7 +501,12 @@ void MainWindow::refreshRecordingState()
     pauseAction_->setText(recorder.paused() ? QStringLiteral("Resume") : QStringLiteral("Pause"));
     stopAction_->setEnabled(recorder.recording() && !recorder.finishing());
     refreshJumpButton();
-    scheduleTranscriptRefresh();
+    // The end of a recording shows at once: the live tail and its dots must
+    // not linger after the bar has gone.
+    if (recorder.recording())
+        scheduleTranscriptRefresh();
+    else
+        refreshTranscript();
 }
 
 void MainWindow::refreshJumpButton()
