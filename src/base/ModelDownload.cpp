@@ -59,15 +59,18 @@ QByteArray sha256OfFile(const QString &path)
     return hash.result().toHex();
 }
 
-QByteArray downloadToPartFile(const QUrl &url, const QString &partPath, const DownloadObserver &observer)
+QByteArray downloadToPartFile(const QUrl &url, const QString &partPath, const DownloadObserver &observer,
+                              const DownloadWording &wording)
 {
     // QtNetwork runs on the application's event machinery.
     if (!QCoreApplication::instance())
-        throw SystemError(QStringLiteral("The speech model cannot be downloaded before Kestil has started."));
+        throw SystemError(
+            QStringLiteral("The %1 cannot be downloaded before Kestil has started.").arg(wording.model));
     const QString name = QFileInfo(partPath).fileName();
     QFile part(partPath);
     if (!part.open(QIODevice::ReadWrite))
-        throw SystemError(QStringLiteral("The speech model could not be saved: %1.").arg(part.errorString()));
+        throw SystemError(
+            QStringLiteral("The %1 could not be saved: %2.").arg(wording.model, part.errorString()));
 
     // What is on disk already counts towards the checksum.
     QCryptographicHash hash(QCryptographicHash::Sha256);
@@ -180,41 +183,41 @@ QByteArray downloadToPartFile(const QUrl &url, const QString &partPath, const Do
     const QString reason = reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
     reply->deleteLater();
 
-    const QString kept = have > 0 ? QStringLiteral(" The %1 received so far are kept, and the next set-up "
-                                                   "continues from there.")
-                                        .arg(megabytes(have))
+    const QString kept = have > 0 ? QStringLiteral(" The %1 received so far are kept, and %2 continues "
+                                                   "from there.")
+                                        .arg(megabytes(have), wording.nextAttempt)
                                   : QString();
     if (cancelled)
         throw CancellationError();
     if (wrongRange)
         throw ModelDownloadError(
-            QStringLiteral("The speech model server sent a different part of the file than "
-                           "was asked for.%1")
-                .arg(kept),
+            QStringLiteral("The %1 server sent a different part of the file than was asked for.%2")
+                .arg(wording.model, kept),
             status);
     if (!writeError.isEmpty())
         throw ModelDownloadError(
-            QStringLiteral("The speech model could not be saved: %1.%2").arg(writeError, kept), int(error));
+            QStringLiteral("The %1 could not be saved: %2.%3").arg(wording.model, writeError, kept),
+            int(error));
     // The whole file is already here: the checksum decides whether it is right.
     if (status == 416 && have > 0)
         return hash.result().toHex();
     if (status >= 400) {
-        throw ModelDownloadError(QStringLiteral("The speech model server answered %1 %2 for %3.%4")
-                                     .arg(QString::number(status),
+        throw ModelDownloadError(QStringLiteral("The %1 server answered %2 %3 for %4.%5")
+                                     .arg(wording.model, QString::number(status),
                                           reason.isEmpty() ? QStringLiteral("Error") : reason, url.toString(),
                                           kept),
                                  status);
     }
     if (error != QNetworkReply::NoError) {
         throw ModelDownloadError(
-            QStringLiteral("The speech model download stopped: %1.%2").arg(errorText, kept), int(error));
+            QStringLiteral("The %1 download stopped: %2.%3").arg(wording.model, errorText, kept), int(error));
     }
     if (!started && status != 200 && status != 206)
         throw ModelDownloadError(
-            QStringLiteral("The speech model server gave no file for %1.").arg(url.toString()), status);
+            QStringLiteral("The %1 server gave no file for %2.").arg(wording.model, url.toString()), status);
     if (total >= 0 && have != total) {
-        throw ModelDownloadError(QStringLiteral("The speech model download ended early, at %1 of %2.%3")
-                                     .arg(megabytes(have), megabytes(total), kept),
+        throw ModelDownloadError(QStringLiteral("The %1 download ended early, at %2 of %3.%4")
+                                     .arg(wording.model, megabytes(have), megabytes(total), kept),
                                  int(QNetworkReply::RemoteHostClosedError));
     }
     return hash.result().toHex();

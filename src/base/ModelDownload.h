@@ -18,6 +18,14 @@ struct DownloadObserver {
     std::function<bool()> isCancelled;
 };
 
+// How a download's sentences name what it fetches: "speech model" or
+// "language model", and the attempt that picks up a partial download ("the
+// next set-up", "the next download").
+struct DownloadWording {
+    QString model;
+    QString nextAttempt;
+};
+
 // A download that did not finish, in words for the user. `code` is the HTTP
 // status when the server answered with an error, else Qt's network error code.
 class ModelDownloadError : public SystemError {
@@ -35,7 +43,10 @@ private:
 // file instead. On failure or cancellation the part file keeps what arrived,
 // for the next attempt; nothing is ever renamed here. Blocks the calling
 // thread, which runs a local event loop meanwhile (call it off the main thread).
-QByteArray downloadToPartFile(const QUrl &url, const QString &partPath, const DownloadObserver &observer);
+// Throws ModelDownloadError or SystemError in the words of `wording`, or
+// CancellationError.
+QByteArray downloadToPartFile(const QUrl &url, const QString &partPath, const DownloadObserver &observer,
+                              const DownloadWording &wording);
 
 // The SHA-256 of a file (lower-case hex); throws SystemError when it cannot be read.
 QByteArray sha256OfFile(const QString &path);

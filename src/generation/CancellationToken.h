@@ -1,18 +1,13 @@
 #pragma once
 
+#include "base/CancellationError.h"
+
 #include <chrono>
 #include <exception>
 #include <memory>
 #include <optional>
 
 namespace kestil {
-
-// Thrown when work stops because it was cancelled. It is not a failure to
-// report: whoever cancelled already knows.
-class CancellationError : public std::exception {
-public:
-    const char *what() const noexcept override { return "The operation was cancelled."; }
-};
 
 // A clock that keeps counting while the machine sleeps, so that a time limit
 // measured on it is a limit of wall time.

@@ -9,8 +9,12 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QMutex>
 #include <QMutexLocker>
+#include <QSaveFile>
 
 #include <algorithm>
 
@@ -27,6 +31,27 @@ struct CachedCheck {
 QMutex checksMutex;
 QHash<QString, CachedCheck> checks;
 
+QString languagesRecordPath(const QString &modelPath)
+{
+    return modelPath + QStringLiteral(".languages.json");
+}
+
+QStringList recordedLanguages(const QFileInfo &file)
+{
+    QFile record(languagesRecordPath(file.absoluteFilePath()));
+    if (!record.open(QIODevice::ReadOnly))
+        return {};
+    const QJsonObject stored = QJsonDocument::fromJson(record.read(65536)).object();
+    if (qint64(stored.value(QStringLiteral("size")).toDouble(-1)) != file.size())
+        return {};
+    QStringList languages;
+    for (const QJsonValue &language : stored.value(QStringLiteral("languages")).toArray()) {
+        if (language.isString() && !language.toString().isEmpty())
+            languages.append(language.toString());
+    }
+    return languages;
+}
+
 // Reading a header costs a few milliseconds; availability is asked often.
 std::optional<GgufModelInfo> cachedCheck(const QFileInfo &file)
 {
@@ -40,6 +65,8 @@ std::optional<GgufModelInfo> cachedCheck(const QFileInfo &file)
     CachedCheck check{file.size(), file.lastModified(), std::nullopt};
     try {
         check.info = validatedModel(path);
+        if (check.info->languages.isEmpty())
+            check.info->languages = recordedLanguages(file);
     } catch (const Error &) {
         check.info.reset();
     }
@@ -101,6 +128,17 @@ std::optional<GgufModelInfo> installedModel(const QString &directory)
     return std::nullopt;
 }
 
+void writeLanguagesRecord(const QString &modelPath, const QStringList &languages, qint64 size)
+{
+    QSaveFile record(languagesRecordPath(modelPath));
+    if (record.open(QIODevice::WriteOnly)) {
+        const QJsonObject stored{{QStringLiteral("size"), double(size)},
+                                 {QStringLiteral("languages"), QJsonArray::fromStringList(languages)}};
+        record.write(QJsonDocument(stored).toJson(QJsonDocument::Compact));
+        record.commit();
+    }
+}
+
 QString importModel(const QString &sourcePath, const QString &directory)
 {
     const QString name = QFileInfo(sourcePath).fileName();
@@ -131,6 +169,8 @@ QString importModel(const QString &sourcePath, const QString &directory)
         throw LocalError(error.message() + QStringLiteral(" Nothing was installed."));
     }
     QFile::remove(target);
+    // A record left by a model of the same name says nothing about this one.
+    QFile::remove(languagesRecordPath(target));
     if (!QFile::rename(part, target)) {
         QFile::remove(part);
         throw LocalError(

@@ -20,7 +20,8 @@ QString modelsDirectory();
 GgufModelInfo validatedModel(const QString &path);
 
 // The model in use: of the usable .gguf files in the folder, the one installed
-// last (names break ties). Files that are not usable are passed over.
+// last (names break ties). Files that are not usable are passed over. Its
+// languages come from its header, else from its languages record.
 std::optional<GgufModelInfo> installedModel(const QString &directory = modelsDirectory());
 
 // Checks a model file and copies it into the folder under its own name,
@@ -28,5 +29,11 @@ std::optional<GgufModelInfo> installedModel(const QString &directory = modelsDir
 // Returns the installed path. Throws LocalError saying that nothing was
 // installed.
 QString importModel(const QString &sourcePath, const QString &directory = modelsDirectory());
+
+// Records, beside a model file, the languages it is made for when its own
+// header names none: the catalogue knows them for the models it offers. The
+// record counts only while the file has the size it was written for. Writing
+// it may fail quietly: the model then counts as English only.
+void writeLanguagesRecord(const QString &modelPath, const QStringList &languages, qint64 size);
 
 } // namespace kestil::LanguageModelFiles

@@ -95,6 +95,11 @@ bool welcomeCompleted(const PreferenceStore &store)
     return store.boolValue(keys::kestilWelcomeCompleted);
 }
 
+bool onDeviceLanguageModelEnabled(const PreferenceStore &store)
+{
+    return storedBool(store, keys::kestilOnDeviceLanguageModelEnabled, true);
+}
+
 bool summaryNotificationsEnabled(const PreferenceStore &store)
 {
     return storedBool(store, keys::kestilSummaryNotificationsEnabled, true);
@@ -218,6 +223,11 @@ void setPrivateICloudSyncEnabled(PreferenceStore &store, bool on)
 void setWelcomeCompleted(PreferenceStore &store, bool completed)
 {
     store.set(keys::kestilWelcomeCompleted, completed);
+}
+
+void setOnDeviceLanguageModelEnabled(PreferenceStore &store, bool on)
+{
+    store.set(keys::kestilOnDeviceLanguageModelEnabled, on);
 }
 
 void setSummaryNotificationsEnabled(PreferenceStore &store, bool on)

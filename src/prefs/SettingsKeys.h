@@ -57,6 +57,19 @@ inline constexpr QLatin1StringView kestilNativeReviewRequested{"kestilNativeRevi
 inline constexpr QLatin1StringView localSpeechLastFailure{"localSpeechLastFailure"};
 // The Obsidian sync folder, as the UTF-8 bytes of its path (binary data).
 inline constexpr QLatin1StringView kestilObsidianSyncFolderBookmark{"kestilObsidianSyncFolderBookmark"};
+// On-device AI (summaries, titles, tags and Ask AI) is switched on; off makes
+// the language model unavailable with the reason languageModelDisabled (boolean).
+inline constexpr QLatin1StringView kestilOnDeviceLanguageModelEnabled{
+    "kestilOnDeviceLanguageModelEnabled.v1"};
+// Address the on-device language models are downloaded from (text, an http or
+// https URL); the environment variable KESTIL_LANGUAGE_MODEL_BASE_URL wins.
+inline constexpr QLatin1StringView kestilLanguageModelBaseAddress{"kestilLanguageModelBaseAddress.v1"};
+// Size of the whisper model that speech set-up downloads (text: "tiny",
+// "base" or "small"; "base" when missing or anything else).
+inline constexpr QLatin1StringView kestilSpeechModelSize{"kestilSpeechModelSize.v1"};
+// Address the speech models are downloaded from (text, an http or https URL);
+// the environment variable KESTIL_SPEECH_MODEL_BASE_URL wins.
+inline constexpr QLatin1StringView kestilSpeechModelBaseAddress{"kestilSpeechModelBaseAddress.v1"};
 // Reserved: declared with their defaults, and nothing reads or writes them.
 inline constexpr QLatin1StringView syncFolderAutoSyncEnabled{"syncFolderAutoSyncEnabled"};
 inline constexpr QLatin1StringView syncFolderLastSyncTimestamp{"syncFolderLastSyncTimestamp"};
@@ -109,6 +122,8 @@ std::optional<QString> localSpeechLastFailure(const PreferenceStore &store);
 // Nothing until the user picks a folder.
 std::optional<QByteArray> obsidianSyncFolderBookmark(const PreferenceStore &store);
 // True unless a boolean false is stored.
+bool onDeviceLanguageModelEnabled(const PreferenceStore &store);
+// True unless a boolean false is stored.
 bool syncFolderAutoSyncEnabled(const PreferenceStore &store);
 double syncFolderLastSyncTimestamp(const PreferenceStore &store);
 QString syncFolderLastSyncError(const PreferenceStore &store);
@@ -137,5 +152,6 @@ void setLocalSpeechLastFailure(PreferenceStore &store, const QString &failure);
 void removeLocalSpeechLastFailure(PreferenceStore &store);
 void setObsidianSyncFolderBookmark(PreferenceStore &store, const QByteArray &bookmark);
 void removeObsidianSyncFolderBookmark(PreferenceStore &store);
+void setOnDeviceLanguageModelEnabled(PreferenceStore &store, bool on);
 
 } // namespace kestil::settings

@@ -1,13 +1,13 @@
 #include "LocalSpeech.h"
 
 #include "AudioFileReader.h"
-#include "CancellationError.h"
 #include "PocketSphinxEngine.h"
 #include "SpeechPaths.h"
 #include "StreamResampler.h"
 #include "WhisperEngine.h"
 #include "WhisperModelFile.h"
 #include "WhisperModelInstall.h"
+#include "base/CancellationError.h"
 
 #include "base/Error.h"
 #include "prefs/PreferenceStore.h"

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "LocalTranscript.h"
-#include "ModelDownload.h"
 #include "SpeechEngine.h"
 #include "WhisperModel.h"
+#include "base/ModelDownload.h"
 
 #include <QList>
 #include <QString>

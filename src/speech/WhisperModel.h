@@ -1,5 +1,7 @@
 #pragma once
 
+#include "prefs/SettingsKeys.h"
+
 #include <QByteArray>
 #include <QLatin1StringView>
 #include <QList>
@@ -26,10 +28,10 @@ struct WhisperModel {
 
 // Size of the whisper model that set-up downloads (text: "tiny", "base" or
 // "small"; "base" when missing or anything else).
-inline constexpr QLatin1StringView whisperModelSizeKey{"kestilSpeechModelSize.v1"};
+inline constexpr QLatin1StringView whisperModelSizeKey = settings::keys::kestilSpeechModelSize;
 // Address the models are downloaded from (text, an http or https URL); the
 // environment variable KESTIL_SPEECH_MODEL_BASE_URL wins over it.
-inline constexpr QLatin1StringView whisperModelBaseAddressKey{"kestilSpeechModelBaseAddress.v1"};
+inline constexpr QLatin1StringView whisperModelBaseAddressKey = settings::keys::kestilSpeechModelBaseAddress;
 inline constexpr QLatin1StringView defaultWhisperModelSize{"base"};
 inline constexpr QLatin1StringView defaultWhisperModelBaseAddress{
     "https://huggingface.co/ggerganov/whisper.cpp/resolve/main/"};

@@ -129,7 +129,9 @@ void installWhisperModel(const QString &directory, const WhisperModel &model, co
     QFile::remove(recordPath(path));
 
     const QUrl url = baseAddress.resolved(QUrl(model.fileName));
-    const QByteArray sha = downloadToPartFile(url, partPath, observer);
+    const QByteArray sha = downloadToPartFile(
+        url, partPath, observer,
+        DownloadWording{QStringLiteral("speech model"), QStringLiteral("the next set-up")});
     if (sha != model.sha256) {
         QFile::remove(partPath);
         throw ModelDownloadError(

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ModelDownload.h"
 #include "WhisperModel.h"
+#include "base/ModelDownload.h"
 
 #include <QString>
 #include <QUrl>

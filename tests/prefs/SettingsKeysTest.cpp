@@ -89,6 +89,7 @@ TEST_F(SettingsKeysTest, KeysThatDefaultToTrueNeedAStoredFalseToBeOff)
         {"kestilPrivateICloudSyncEnabled", settings::privateICloudSyncEnabled},
         {"kestilSummaryNotificationsEnabled", settings::summaryNotificationsEnabled},
         {"syncFolderAutoSyncEnabled", settings::syncFolderAutoSyncEnabled},
+        {"kestilOnDeviceLanguageModelEnabled.v1", settings::onDeviceLanguageModelEnabled},
     };
     const QVariant notBooleans[] = {QStringLiteral("false"),
                                     QStringLiteral("NO"),

@@ -1,9 +1,9 @@
 #include "speech/LocalSpeech.h"
 
+#include "base/CancellationError.h"
+#include "base/ModelDownload.h"
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
-#include "speech/CancellationError.h"
-#include "speech/ModelDownload.h"
 
 #include <QCollator>
 #include <QDateTime>

@@ -1,10 +1,10 @@
-#include "speech/CancellationError.h"
+#include "base/CancellationError.h"
 #include "speech/LiveSpeechSession.h"
 #include "speech/LocalSpeech.h"
 #include "speech/WhisperModelInstall.h"
 
-#include "LoopbackModelServer.h"
 #include "SpeechTestSupport.h"
+#include "support/LoopbackModelServer.h"
 
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"

@@ -1,0 +1,300 @@
+#include "generation/LanguageModelInstall.h"
+#include "generation/LanguageModelPreference.h"
+#include "generation/LlamaLanguageModel.h"
+#include "generation/LocalSummary.h"
+
+#include "ModelFolder.h"
+#include "TestPrinters.h"
+#include "base/CancellationError.h"
+#include "prefs/PreferenceStore.h"
+#include "prefs/SettingsKeys.h"
+#include "support/LoopbackModelServer.h"
+
+#include <QCoreApplication>
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+
+using namespace kestil;
+using Reason = LanguageModel::UnavailableReason;
+
+namespace {
+
+// Downloads run on Qt's network machinery, which needs an application object.
+class ApplicationEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override { app_ = std::make_unique<QCoreApplication>(argc_, argv_); }
+    void TearDown() override { app_.reset(); }
+
+private:
+    int argc_ = 1;
+    char name_[40] = "generation_install_test";
+    char *argv_[2] = {name_, nullptr};
+    std::unique_ptr<QCoreApplication> app_;
+};
+const auto *const application = ::testing::AddGlobalTestEnvironment(new ApplicationEnvironment);
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QByteArray sha256(const QByteArray &bytes)
+{
+    return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
+}
+
+// A loopback server that publishes the generated tiny chat model, and a
+// catalogue entry that holds its real size and checksum.
+class LanguageModelInstall : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+        tiny_ = contentOf(ModelFolder::cached(QStringLiteral("tiny-llama-chat.gguf")));
+        ASSERT_GT(tiny_.size(), 1000000);
+        server_.setFile(QStringLiteral("tiny-chat.gguf"), tiny_);
+        entry_ = DownloadableLanguageModel{QStringLiteral("Tiny chat"),
+                                           QStringLiteral("tiny-chat.gguf"),
+                                           QStringLiteral("tiny-chat.gguf"),
+                                           tiny_.size(),
+                                           sha256(tiny_),
+                                           {QStringLiteral("en"), QStringLiteral("de")},
+                                           QStringLiteral("A model with random weights."),
+                                           QStringLiteral("MIT")};
+    }
+
+    QUrl base(const char *mode) const { return QUrl(server_.baseAddress(QString::fromLatin1(mode))); }
+    QString target() const { return folder_.directory() + QStringLiteral("/tiny-chat.gguf"); }
+    QString part() const { return target() + QStringLiteral(".part"); }
+
+    QString failureOf(const char *mode, const DownloadableLanguageModel &entry)
+    {
+        try {
+            installLanguageModel(entry, base(mode), {}, folder_.directory());
+        } catch (const Error &e) {
+            return e.localizedDescription();
+        }
+        return {};
+    }
+
+    QStringList ggufFiles() const
+    {
+        return QDir(folder_.directory()).entryList({QStringLiteral("*.gguf")}, QDir::Files);
+    }
+
+    ModelFolder folder_;
+    test::LoopbackModelServer server_;
+    QByteArray tiny_;
+    DownloadableLanguageModel entry_;
+};
+
+} // namespace
+
+TEST_F(LanguageModelInstall, AServedModelIsInstalledInOneRenameAndTheModelAnswersWithIt)
+{
+    LlamaLanguageModel model(folder_.directory());
+    EXPECT_EQ(model.availability(), LanguageModel::Availability::unavailable(Reason::modelNotReady));
+
+    std::vector<std::pair<qint64, qint64>> progress;
+    DownloadObserver observer;
+    observer.progress = [&](qint64 received, qint64 total) {
+        progress.emplace_back(received, total);
+        // While bytes arrive the model counts as downloading and not installed.
+        EXPECT_TRUE(isLanguageModelDownloading(entry_, folder_.directory()));
+        EXPECT_FALSE(QFile::exists(target()));
+    };
+    const QString installed = installLanguageModel(entry_, base("good"), observer, folder_.directory());
+
+    EXPECT_EQ(installed, target());
+    EXPECT_EQ(contentOf(target()), tiny_);
+    EXPECT_FALSE(QFile::exists(part()));
+    EXPECT_FALSE(isLanguageModelDownloading(entry_, folder_.directory()));
+    ASSERT_FALSE(progress.empty());
+    EXPECT_EQ(progress.back(), std::make_pair(qint64(tiny_.size()), qint64(tiny_.size())));
+
+    EXPECT_EQ(model.availability(), LanguageModel::Availability::available());
+    EXPECT_EQ(LanguageModelFiles::installedModel(folder_.directory())->path, target());
+    const QString answer = model.respond(QStringLiteral("Be brief."), QStringLiteral("Hello"),
+                                         GenerationOptions{0.0, 8}, CancellationToken());
+    EXPECT_GT(model.statistics().generatedTokens, 0) << answer.toStdString();
+}
+
+TEST_F(LanguageModelInstall, ANewerInstallTakesOverFromTheModelInUseWithoutARestart)
+{
+    folder_.install(QStringLiteral("tiny-llama-chat.gguf"), QStringLiteral("older.gguf"));
+    QFile older(folder_.directory() + QStringLiteral("/older.gguf"));
+    LlamaLanguageModel model(folder_.directory());
+    model.respond(QStringLiteral("Be brief."), QStringLiteral("Hello"), GenerationOptions{0.0, 2},
+                  CancellationToken());
+    const double firstLoad = model.statistics().loadSeconds;
+    ASSERT_GT(firstLoad, 0);
+
+    installLanguageModel(entry_, base("good"), {}, folder_.directory());
+    EXPECT_EQ(LanguageModelFiles::installedModel(folder_.directory())->path, target());
+    model.respond(QStringLiteral("Be brief."), QStringLiteral("Hello"), GenerationOptions{0.0, 2},
+                  CancellationToken());
+    EXPECT_GT(model.statistics().loadSeconds, firstLoad) << "the new file is loaded for the next request";
+
+    // Installing the same model again needs no download and makes it the newest again.
+    const int requests = int(server_.requests().size());
+    installLanguageModel(entry_, base("good"), {}, folder_.directory());
+    EXPECT_EQ(int(server_.requests().size()), requests);
+}
+
+TEST_F(LanguageModelInstall, AFileWithTheWrongChecksumIsDeletedAndNothingCountsInstalled)
+{
+    DownloadableLanguageModel wrong = entry_;
+    wrong.sha256 = QByteArray(64, 'a');
+    const QString message = failureOf("good", wrong);
+    EXPECT_EQ(message, QStringLiteral("The downloaded language model “tiny-chat.gguf” did not match its "
+                                      "published checksum, so it was deleted. Models already installed are "
+                                      "unchanged; try the download again."));
+    EXPECT_TRUE(ggufFiles().isEmpty());
+    EXPECT_FALSE(QFile::exists(part()));
+    EXPECT_FALSE(LanguageModelFiles::installedModel(folder_.directory()));
+}
+
+TEST_F(LanguageModelInstall, ATruncatedFileFailsItsChecksumAndLeavesTheInstalledModelInUse)
+{
+    folder_.install(QStringLiteral("tiny-llama-chat.gguf"), QStringLiteral("older.gguf"));
+    const QString message = failureOf("truncated", entry_);
+    EXPECT_TRUE(message.contains(QStringLiteral("did not match its published checksum, so it was deleted")))
+        << message.toStdString();
+    EXPECT_EQ(ggufFiles(), QStringList{QStringLiteral("older.gguf")});
+    EXPECT_FALSE(QFile::exists(part()));
+    EXPECT_EQ(LanguageModelFiles::installedModel(folder_.directory())->path,
+              folder_.directory() + QStringLiteral("/older.gguf"));
+}
+
+TEST_F(LanguageModelInstall, APublishedFileThatIsNoUsableModelIsRefusedAndDeleted)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-no-template.gguf");
+    const QByteArray noTemplate =
+        contentOf(ModelFolder::cached(QStringLiteral("tiny-llama-no-template.gguf")));
+    server_.setFile(QStringLiteral("tiny-chat.gguf"), noTemplate);
+    DownloadableLanguageModel entry = entry_;
+    entry.size = noTemplate.size();
+    entry.sha256 = sha256(noTemplate);
+    const QString message = failureOf("good", entry);
+    EXPECT_TRUE(message.contains(QStringLiteral("has no chat template"))) << message.toStdString();
+    EXPECT_TRUE(message.endsWith(
+        QStringLiteral("The download was deleted, and models already installed are unchanged.")))
+        << message.toStdString();
+    EXPECT_TRUE(ggufFiles().isEmpty());
+    EXPECT_FALSE(QFile::exists(part()));
+}
+
+TEST_F(LanguageModelInstall, ADownloadCutOffMidTransferKeepsItsPartAndTheNextDownloadResumes)
+{
+    const QString first = failureOf("drop", entry_);
+    EXPECT_TRUE(first.startsWith(QStringLiteral("The language model download"))) << first.toStdString();
+    EXPECT_TRUE(
+        first.endsWith(QStringLiteral("received so far are kept, and the next download continues from "
+                                      "there.")))
+        << first.toStdString();
+    const qint64 kept = partialLanguageModelDownload(entry_, folder_.directory());
+    EXPECT_GT(kept, 0);
+    EXPECT_LT(kept, tiny_.size());
+    EXPECT_TRUE(ggufFiles().isEmpty()) << "half a model is never under a name that counts";
+    EXPECT_EQ(LlamaLanguageModel(folder_.directory()).availability(),
+              LanguageModel::Availability::unavailable(Reason::modelNotReady));
+
+    installLanguageModel(entry_, base("drop"), {}, folder_.directory());
+    EXPECT_EQ(contentOf(target()), tiny_);
+    EXPECT_EQ(server_.requests().last().range, "bytes=" + QByteArray::number(kept) + '-');
+    EXPECT_EQ(partialLanguageModelDownload(entry_, folder_.directory()), 0);
+}
+
+TEST_F(LanguageModelInstall, ACancelledDownloadKeepsItsPartAndInstallsNothing)
+{
+    std::atomic<bool> cancel{false};
+    DownloadObserver observer;
+    observer.progress = [&](qint64 received, qint64) {
+        if (received > 300000)
+            cancel = true;
+    };
+    observer.isCancelled = [&] { return cancel.load(); };
+    EXPECT_THROW(installLanguageModel(entry_, base("slow"), observer, folder_.directory()),
+                 CancellationError);
+    EXPECT_TRUE(ggufFiles().isEmpty());
+    EXPECT_GT(partialLanguageModelDownload(entry_, folder_.directory()), 0);
+    EXPECT_FALSE(isLanguageModelDownloading(entry_, folder_.directory()));
+    EXPECT_FALSE(LanguageModelFiles::installedModel(folder_.directory()));
+}
+
+TEST_F(LanguageModelInstall, TheBaseAddressComesFromTheEnvironmentThenThePreference)
+{
+    QTemporaryDir config;
+    PreferenceStore preferences(config.path());
+    qunsetenv("KESTIL_LANGUAGE_MODEL_BASE_URL");
+    EXPECT_EQ(languageModelBaseAddress(preferences), QUrl(QStringLiteral("https://huggingface.co/Qwen/")));
+    EXPECT_EQ(languageModelAddress(languageModelBaseAddress(preferences), defaultLanguageModel()).toString(),
+              QStringLiteral("https://huggingface.co/Qwen/") + defaultLanguageModel().remotePath);
+
+    preferences.set(QString(settings::keys::kestilLanguageModelBaseAddress), server_.baseAddress("good"));
+    EXPECT_EQ(languageModelBaseAddress(preferences), base("good"));
+    qputenv("KESTIL_LANGUAGE_MODEL_BASE_URL", "http://127.0.0.1:9/mirror");
+    EXPECT_EQ(languageModelBaseAddress(preferences), QUrl(QStringLiteral("http://127.0.0.1:9/mirror/")));
+    qputenv("KESTIL_LANGUAGE_MODEL_BASE_URL", "file:///tmp/models/");
+    EXPECT_THROW(languageModelBaseAddress(preferences), LocalError);
+    qunsetenv("KESTIL_LANGUAGE_MODEL_BASE_URL");
+}
+
+TEST(LanguageModelCatalogue, EveryEntryIsAPinnedInstructModelWithItsChecksum)
+{
+    const auto &catalogue = languageModelCatalogue();
+    ASSERT_GE(catalogue.size(), 2);
+    EXPECT_EQ(defaultLanguageModel(), catalogue.first());
+    QStringList names;
+    for (const auto &model : catalogue) {
+        EXPECT_EQ(model.sha256.size(), 64) << model.fileName.toStdString();
+        EXPECT_EQ(model.sha256, model.sha256.toLower());
+        EXPECT_TRUE(model.fileName.endsWith(QStringLiteral(".gguf")));
+        EXPECT_TRUE(model.remotePath.endsWith(QLatin1Char('/') + model.fileName));
+        // Pinned to one revision: the checksum belongs to that file for good.
+        EXPECT_FALSE(model.remotePath.contains(QStringLiteral("/main/")));
+        EXPECT_GT(model.size, 100'000'000);
+        EXPECT_LT(model.size, 2'000'000'000) << "small enough for a laptop";
+        EXPECT_TRUE(model.languages.contains(QStringLiteral("en")));
+        EXPECT_FALSE(model.description.isEmpty());
+        names.append(model.fileName);
+    }
+    names.removeDuplicates();
+    EXPECT_EQ(names.size(), catalogue.size());
+    EXPECT_EQ(fileSizeText(491400032), QStringLiteral("491.4 MB"));
+    EXPECT_EQ(fileSizeText(1117320736), QStringLiteral("1.12 GB"));
+}
+
+TEST(LanguageModelSwitch, ThePreferenceTurnsTheModelOffAndOnAsItChanges)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    ModelFolder folder;
+    folder.install(QStringLiteral("tiny-llama-chat.gguf"));
+    QTemporaryDir config;
+    PreferenceStore preferences(config.path());
+    settings::setOnDeviceLanguageModelEnabled(preferences, false);
+    LlamaLanguageModel model(folder.directory());
+    ASSERT_EQ(model.availability(), LanguageModel::Availability::available());
+
+    followLanguageModelSwitch(preferences, model);
+    EXPECT_EQ(model.availability(), LanguageModel::Availability::unavailable(Reason::languageModelDisabled));
+    EXPECT_EQ(LocalSummary::modelStatus(model, QLocale(QStringLiteral("en_US"))).statusLine,
+              QStringLiteral("On-device summaries unavailable: languageModelDisabled. Your notes and "
+                             "transcripts remain available."));
+
+    settings::setOnDeviceLanguageModelEnabled(preferences, true);
+    EXPECT_EQ(model.availability(), LanguageModel::Availability::available());
+    settings::setOnDeviceLanguageModelEnabled(preferences, false);
+    EXPECT_EQ(model.availability(), LanguageModel::Availability::unavailable(Reason::languageModelDisabled));
+    // A missing key is the default: on.
+    preferences.remove(QString(settings::keys::kestilOnDeviceLanguageModelEnabled));
+    EXPECT_EQ(model.availability(), LanguageModel::Availability::available());
+}
