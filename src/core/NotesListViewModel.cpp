@@ -9,10 +9,15 @@
 #include "core/NotesListRoles.h"
 #include "core/SharedPersistenceController.h"
 #include "core/WhenFinished.h"
+#include "generation/LlamaLanguageModel.h"
+#include "generation/LocalNoteTags.h"
+#include "generation/LocalSummary.h"
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
 
 #include <QPointer>
+
+#include <exception>
 
 namespace kestil {
 
@@ -25,6 +30,33 @@ const QString noteUnavailableText = QStringLiteral("This note is unavailable.");
 const QString storeUnavailableText = QStringLiteral("Local store is unavailable.");
 const QString localNoteType = QStringLiteral("local");
 const QString transcriptionNoteType = QStringLiteral("transcription");
+// For a failure that carries no sentence of its own; the job writes nothing
+// before its one save, so the note is as it was.
+const QString summaryFailedText =
+    QStringLiteral("The summary could not be generated. Your existing note is preserved.");
+const QString titleFailedPrefix = QStringLiteral("Summary saved. ") + QStringLiteral("Title: ");
+
+QString descriptionOf(const std::exception_ptr &error)
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const std::exception &e) {
+        return describe(e);
+    } catch (...) {
+        return summaryFailedText;
+    }
+}
+
+bool isCancellation(const std::exception_ptr &error)
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const CancellationError &) {
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
 
 QString joinedWithBlank(const QString &first, const QString &second)
 {
@@ -49,6 +81,22 @@ std::shared_ptr<QPromise<void>> startedPromise()
 
 } // namespace
 
+// A running summary: what it works on and what it has produced so far. The
+// worker reads the fields set before it starts; the main thread writes the
+// results between the steps, never while the worker runs.
+struct NotesListViewModel::SummaryJob {
+    NotePtr note;
+    QString text;
+    LocalSummaryTemplate summaryTemplate = LocalSummaryTemplate::autoSummary;
+    LanguageModel *model = nullptr;
+    CancellationToken cancel;
+    std::shared_ptr<QPromise<void>> promise;
+    QString summary;
+    QString title;
+    // A failed title does not fail the summary; it is reported after the save.
+    std::optional<QString> titleFailure;
+};
+
 NotesListViewModel::NotesListViewModel(LocalAppModel &appModel, ProcessTapRecorder &recorder,
                                        NotesListRoles &roles, PreferenceStore &preferences, QObject *parent)
     : QObject(parent), appModel_(appModel), recorder_(recorder), roles_(roles), preferences_(preferences)
@@ -63,9 +111,22 @@ NotesListViewModel::NotesListViewModel(LocalAppModel &appModel, ProcessTapRecord
     connect(&recorder_, &ProcessTapRecorder::errorMessageChanged, this, forward);
     connect(&recorder_, &ProcessTapRecorder::elapsedChanged, this, forward);
     connect(&recorder_, &ProcessTapRecorder::transcriptValueChanged, this, forward);
+    // The streaming summary is part of this model's state for its views.
+    connect(&streamingSummaryViewModel_, &StreamingSummaryViewModel::summaryChanged, this,
+            &NotesListViewModel::streamingSummaryChanged);
+    connect(&streamingSummaryViewModel_, &StreamingSummaryViewModel::progressChanged, this,
+            &NotesListViewModel::streamingSummaryChanged);
+    summaryWorker_.setMaxThreadCount(1);
 }
 
-NotesListViewModel::~NotesListViewModel() = default;
+NotesListViewModel::~NotesListViewModel()
+{
+    // The model stops promptly once cancelled; its worker must be gone before
+    // the state it reports to.
+    if (inference_)
+        inference_->cancel.cancel();
+    summaryWorker_.waitForDone();
+}
 
 SharedPersistenceController *NotesListViewModel::persistenceController() const
 {
@@ -373,6 +434,10 @@ void NotesListViewModel::deleteNow(const NotePtr &note, const std::shared_ptr<QP
         if (!store)
             throw LocalError(noteUnavailableText);
         const ObjectId id = note ? note->objectId() : ObjectId{};
+        // The summary of a deleted note is stopped; the job's own checks then
+        // leave the note alone.
+        if (note && inference_ && generatingSummaryNoteID_ == id)
+            inference_->cancel.cancel();
         store->deleteNote(note);
         QList<ObjectId> ids = selectedNoteIDs_;
         ids.removeAll(id);
@@ -446,6 +511,261 @@ void NotesListViewModel::setSummaryType(const NotePtr &note, const QString &summ
         note->setValue(QStringLiteral("summaryType"), previous);
         reportFailure(describe(error));
     }
+}
+
+LanguageModel &NotesListViewModel::languageModel() const
+{
+    return languageModel_ ? *languageModel_ : LlamaLanguageModel::shared();
+}
+
+QLocale NotesListViewModel::summaryLocale() const
+{
+    return QLocale(settings::transcriptionLanguage(preferences_));
+}
+
+template <typename T, typename Work, typename Done>
+void NotesListViewModel::offMainThread(Work work, Done done)
+{
+    // The destructor waits for the worker, so `this` outlives every run; a
+    // queued call still pending when this list goes is dropped with it.
+    summaryWorker_.start([this, work, done]() {
+        std::optional<T> value;
+        std::exception_ptr error;
+        try {
+            value = work();
+        } catch (...) {
+            error = std::current_exception();
+        }
+        QMetaObject::invokeMethod(
+            this, [done, value, error]() { done(value, error); }, Qt::QueuedConnection);
+    });
+}
+
+QFuture<void> NotesListViewModel::generateSummary(const NotePtr &note, const QString &templateKey)
+{
+    // A request while a recording starts or stops, while a summary runs or
+    // while the application is busy is dropped, with no message; so is one
+    // for a note that is already gone.
+    if (operationInProgress_ || isGeneratingSummary_ || appModel_.busy() || !noteIsUsable(note))
+        return finishedFuture();
+
+    setSummaryFlags(true, note->objectId(), QDateTime::currentDateTimeUtc());
+    streamingSummaryViewModel_.reset();
+
+    const auto job = std::make_shared<SummaryJob>();
+    job->note = note;
+    job->summaryTemplate = LocalSummaryTemplates::fromStored(templateKey);
+    job->text = note->transcription().value_or(QString());
+    job->model = &languageModel();
+    job->promise = startedPromise();
+    inference_ = job;
+    const QFuture<void> future = job->promise->future();
+
+    // Progress and partial text reach the streaming model on the main thread,
+    // and only while the job is alive: after a cancel nothing more is shown.
+    const auto progress = [this, job](const LocalSummaryProgress &value) {
+        if (job->cancel.isCancelled())
+            return;
+        QMetaObject::invokeMethod(
+            this,
+            [this, job, value] {
+                if (summaryJobIsLive(job))
+                    streamingSummaryViewModel_.setProgress(value);
+            },
+            Qt::QueuedConnection);
+    };
+    const auto snapshot = [this, job](const QString &text) {
+        if (job->cancel.isCancelled())
+            return;
+        QMetaObject::invokeMethod(
+            this,
+            [this, job, text] {
+                if (!summaryJobIsLive(job))
+                    return;
+                streamingSummaryViewModel_.setSummary(text);
+                if (!text.isEmpty())
+                    streamingSummaryViewModel_.setProgress(LocalSummaryProgress::writing());
+            },
+            Qt::QueuedConnection);
+    };
+    const QLocale locale = summaryLocale();
+    // The pipeline refuses first when the model or the language is not ready,
+    // then measures the instructions against the model's context (at most
+    // 4096 tokens, 512 of them kept for the answer). No checkpoint is kept:
+    // a job that does not finish leaves no trace.
+    offMainThread<QString>(
+        [job, locale, progress, snapshot] {
+            job->cancel.checkCancellation();
+            return LocalSummary::generate(
+                *job->model, job->text, job->summaryTemplate, locale, std::nullopt,
+                [](const LocalSummaryCheckpoint &) {}, progress, snapshot, job->cancel);
+        },
+        [this, job](const std::optional<QString> &summary, const std::exception_ptr &error) {
+            if (error)
+                failSummary(job, error);
+            else
+                summaryWritten(job, *summary);
+        });
+    return future;
+}
+
+void NotesListViewModel::summaryWritten(const SummaryJobPtr &job, QString summary)
+{
+    if (!summaryJobIsLive(job)) {
+        endSummaryJob(job);
+        return;
+    }
+    job->summary = std::move(summary);
+    // Only a title the user did not choose is replaced.
+    if (!noteIsUsable(job->note) || !job->note->needsGeneratedTitle(false)) {
+        organizeTags(job);
+        return;
+    }
+    streamingSummaryViewModel_.setProgress(LocalSummaryProgress::finishing());
+    const QLocale locale = summaryLocale();
+    offMainThread<QString>(
+        [job, locale] { return LocalSummary::generateTitle(*job->model, job->summary, locale, job->cancel); },
+        [this, job](const std::optional<QString> &title, const std::exception_ptr &error) {
+            if (error && isCancellation(error)) {
+                endSummaryJob(job);
+                return;
+            }
+            // Any other failure leaves the title as it is; the summary goes on.
+            if (error)
+                job->titleFailure = descriptionOf(error);
+            else
+                job->title = *title;
+            organizeTags(job);
+        });
+}
+
+void NotesListViewModel::organizeTags(const SummaryJobPtr &job)
+{
+    if (!summaryJobIsLive(job)) {
+        endSummaryJob(job);
+        return;
+    }
+    streamingSummaryViewModel_.setProgress(LocalSummaryProgress::organizingTags());
+    QList<LocalTagCandidate> library;
+    try {
+        SharedPersistenceController *store = persistenceController();
+        if (!store)
+            throw LocalError(storeUnavailableText);
+        library = store->fetchTagCandidates();
+    } catch (...) {
+        failSummary(job, std::current_exception());
+        return;
+    }
+    const QLocale locale = summaryLocale();
+    offMainThread<QStringList>(
+        [job, library, locale] {
+            try {
+                return LocalNoteTags::generate(*job->model, job->summary, job->text, library, locale,
+                                               job->cancel);
+            } catch (const CancellationError &) {
+                throw;
+            } catch (...) {
+                // A note's tags never depend on the model being well: without
+                // its proposals, the library and the text decide.
+                return LocalNoteTags::completedNames(std::nullopt, job->text, job->summary, library);
+            }
+        },
+        [this, job](const std::optional<QStringList> &tags, const std::exception_ptr &error) {
+            if (error)
+                failSummary(job, error);
+            else
+                saveSummary(job, *tags);
+        });
+}
+
+void NotesListViewModel::saveSummary(const SummaryJobPtr &job, const QStringList &tags)
+{
+    // A cancelled job, or one whose note was deleted meanwhile, ends without
+    // a write: a deleted note stays deleted.
+    if (!summaryJobIsLive(job) || !noteIsUsable(job->note)) {
+        endSummaryJob(job);
+        return;
+    }
+    // Summary, template, title and tags in one save, so that a note never
+    // shows a new summary beside an old template.
+    try {
+        const QVariantMap fields = generatedNoteFields(
+            job->summary, LocalSummaryTemplates::id(job->summaryTemplate), job->title, *job->note);
+        persistenceController()->applyGeneratedFields(job->note, fields, tags);
+    } catch (...) {
+        failSummary(job, std::current_exception());
+        return;
+    }
+    if (job->titleFailure)
+        reportFailure(titleFailedPrefix + *job->titleFailure);
+    emit summaryGenerationComplete(job->note->objectId(), job->summary);
+    endSummaryJob(job);
+}
+
+void NotesListViewModel::failSummary(const SummaryJobPtr &job, const std::exception_ptr &error)
+{
+    // Whoever cancelled already knows; every other failure is told. Nothing
+    // was written, so the note is exactly as it was.
+    if (!job->cancel.isCancelled() && !isCancellation(error))
+        reportFailure(descriptionOf(error));
+    endSummaryJob(job);
+}
+
+void NotesListViewModel::endSummaryJob(const SummaryJobPtr &job)
+{
+    if (inference_ != job)
+        return;
+    clearSummaryState();
+    inference_.reset();
+    job->promise->finish();
+}
+
+bool NotesListViewModel::summaryJobIsLive(const SummaryJobPtr &job) const
+{
+    return job && inference_ == job && !job->cancel.isCancelled();
+}
+
+void NotesListViewModel::cancelSummary()
+{
+    if (inference_)
+        inference_->cancel.cancel();
+}
+
+void NotesListViewModel::beginSummaryIndicator(const NotePtr &note)
+{
+    if (note)
+        setSummaryFlags(true, note->objectId(), QDateTime::currentDateTimeUtc());
+}
+
+void NotesListViewModel::endSummaryIndicator(const NotePtr &note)
+{
+    if (note && generatingSummaryNoteID_ == note->objectId())
+        setSummaryFlags(false, std::nullopt, std::nullopt);
+}
+
+std::optional<QDateTime> NotesListViewModel::summaryStartedAt(const NotePtr &note) const
+{
+    if (note && generatingSummaryNoteID_ == note->objectId())
+        return generatingSummaryStartedAt_;
+    return std::nullopt;
+}
+
+void NotesListViewModel::clearSummaryState()
+{
+    setSummaryFlags(false, std::nullopt, std::nullopt);
+    streamingSummaryViewModel_.reset();
+}
+
+void NotesListViewModel::setSummaryFlags(bool generating, const std::optional<ObjectId> &noteID,
+                                         const std::optional<QDateTime> &startedAt)
+{
+    if (isGeneratingSummary_ == generating && generatingSummaryNoteID_ == noteID &&
+        generatingSummaryStartedAt_ == startedAt)
+        return;
+    isGeneratingSummary_ = generating;
+    generatingSummaryNoteID_ = noteID;
+    generatingSummaryStartedAt_ = startedAt;
+    emit summaryStateChanged();
 }
 
 void NotesListViewModel::reportFailure(const QString &message)

@@ -2,21 +2,28 @@
 
 #include "core/ManagedObject.h"
 #include "core/Note.h"
+#include "core/StreamingSummaryViewModel.h"
+#include "generation/CancellationToken.h"
+#include "generation/LocalSummaryTemplate.h"
 #include "library/FolderSelection.h"
 #include "speech/LocalTranscript.h"
 #include "speech/TranscriptUtterance.h"
 
+#include <QDateTime>
 #include <QFuture>
 #include <QList>
+#include <QLocale>
 #include <QObject>
 #include <QPromise>
 #include <QString>
+#include <QThreadPool>
 
 #include <memory>
 #include <optional>
 
 namespace kestil {
 
+class LanguageModel;
 class LocalAppModel;
 class NotesListRoles;
 class PreferenceStore;
@@ -25,9 +32,10 @@ class SharedPersistenceController;
 
 // Every user action on notes goes through here: a new note and its
 // recording, each transcript snapshot folded into the note and saved, pause,
-// stop, delete, selection and the small editors of a note. Every failure of
-// an action ends the same way: syncErrorMessage takes the error's text and
-// showSyncError becomes true, and the view shows an alert.
+// stop, delete, selection, the summary job and the small editors of a note.
+// Every failure of
+// an action ends the same way: syncErrorMessage takes the error's text
+// and showSyncError becomes true, and the view shows an alert.
 //
 // One instance per notes list, created with the shared application model,
 // recorder, roles and preferences. Main thread only. The operations that wait
@@ -43,6 +51,7 @@ class NotesListViewModel : public QObject {
     Q_PROPERTY(bool showSyncError READ showSyncError WRITE setShowSyncError NOTIFY showSyncErrorChanged)
     Q_PROPERTY(QString syncErrorMessage READ syncErrorMessage NOTIFY syncErrorMessageChanged)
     Q_PROPERTY(bool operationInProgress READ operationInProgress NOTIFY operationInProgressChanged)
+    Q_PROPERTY(bool isGeneratingSummary READ isGeneratingSummary NOTIFY summaryStateChanged)
 
 public:
     // The detail tabs a selection opens.
@@ -131,6 +140,43 @@ public:
     // The old value comes back when the save fails.
     void setSummaryType(const NotePtr &note, const QString &summaryType);
 
+    // The summary job. One job at a time in one list, beside a recording of
+    // any note. The model work runs on a worker thread of this list; every
+    // value it produces comes back to the main thread before it is shown or
+    // written. Nothing reaches the note until the job saves summary,
+    // template, title and tags together in one save.
+
+    // The language model of every summary; the program's own model unless
+    // one was set.
+    LanguageModel &languageModel() const;
+    void setLanguageModel(LanguageModel *model) { languageModel_ = model; }
+    // The language that summaries are generated and judged in.
+    QLocale summaryLocale() const;
+
+    bool isGeneratingSummary() const { return isGeneratingSummary_; }
+    const std::optional<ObjectId> &generatingSummaryNoteID() const { return generatingSummaryNoteID_; }
+    const std::optional<QDateTime> &generatingSummaryStartedAt() const { return generatingSummaryStartedAt_; }
+    StreamingSummaryViewModel &streamingSummaryViewModel() { return streamingSummaryViewModel_; }
+    const StreamingSummaryViewModel &streamingSummaryViewModel() const { return streamingSummaryViewModel_; }
+    // A job is running (not merely the generating flag of a detail view).
+    bool isSummaryJobRunning() const { return inference_ != nullptr; }
+
+    // Summarises the note's transcript with the template of `templateKey`
+    // (any stored key or title; unknown ones mean the automatic template).
+    // The future finishes when the job has ended in any way. A request while
+    // a recording starts or stops, while a summary runs, or while the
+    // application is busy is dropped without a word.
+    QFuture<void> generateSummary(const NotePtr &note, const QString &templateKey);
+    // The detail view's Cancel: the running job stops, writes nothing and
+    // says nothing.
+    void cancelSummary();
+    // The generating flag of a detail view, without a job.
+    void beginSummaryIndicator(const NotePtr &note);
+    // Clears the flag, only when it belongs to this note.
+    void endSummaryIndicator(const NotePtr &note);
+    // When the summary of this note began, while it is being generated.
+    std::optional<QDateTime> summaryStartedAt(const NotePtr &note) const;
+
     // Shows a failure the way every action does: the text goes to
     // syncErrorMessage and showSyncError becomes true.
     void reportFailure(const QString &message);
@@ -149,8 +195,32 @@ signals:
     void recorderChanged();
     // Open editors save what they hold before the selection changes.
     void kestilSaveCurrentNote();
+    // isGeneratingSummary, generatingSummaryNoteID or
+    // generatingSummaryStartedAt changed.
+    void summaryStateChanged();
+    // The streaming summary's text or stage changed.
+    void streamingSummaryChanged();
+    // A summary job saved its result on the note.
+    void summaryGenerationComplete(const kestil::ObjectId &noteID, const QString &summary);
 
 private:
+    struct SummaryJob;
+    using SummaryJobPtr = std::shared_ptr<SummaryJob>;
+    // The steps of a job after the pipeline, each on the main thread.
+    void summaryWritten(const SummaryJobPtr &job, QString summary);
+    void organizeTags(const SummaryJobPtr &job);
+    void saveSummary(const SummaryJobPtr &job, const QStringList &tags);
+    void failSummary(const SummaryJobPtr &job, const std::exception_ptr &error);
+    void endSummaryJob(const SummaryJobPtr &job);
+    // Whether the job is still the running one and has not been cancelled.
+    bool summaryJobIsLive(const SummaryJobPtr &job) const;
+    // Runs `work` on the summary worker, then `done` with its outcome on the
+    // main thread (never when this list is gone).
+    template <typename T, typename Work, typename Done> void offMainThread(Work work, Done done);
+    void clearSummaryState();
+    void setSummaryFlags(bool generating, const std::optional<ObjectId> &noteID,
+                         const std::optional<QDateTime> &startedAt);
+
     NotePtr createRecordingNote(const QString &transcription, const QString &title);
     void failStart(const std::shared_ptr<QPromise<void>> &promise, const QString &message);
     void performStop(const std::shared_ptr<QPromise<void>> &promise);
@@ -188,6 +258,17 @@ private:
     // The final utterances of this recording as last saved: a snapshot that
     // changes only the tentative text has nothing new for the store.
     std::optional<QList<LocalUtterance>> storedUtterances_;
+
+    LanguageModel *languageModel_ = nullptr;
+    bool isGeneratingSummary_ = false;
+    std::optional<ObjectId> generatingSummaryNoteID_;
+    std::optional<QDateTime> generatingSummaryStartedAt_;
+    StreamingSummaryViewModel streamingSummaryViewModel_;
+    // The running summary job.
+    SummaryJobPtr inference_;
+    // One thread for the model work of summary jobs. Declared last, so that
+    // it is gone (and the job with it) before anything it reports to.
+    QThreadPool summaryWorker_;
 };
 
 } // namespace kestil

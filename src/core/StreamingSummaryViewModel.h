@@ -1,0 +1,39 @@
+#pragma once
+
+#include "generation/LocalSummaryProgress.h"
+
+#include <QObject>
+#include <QString>
+
+namespace kestil {
+
+// What a running summary job shows while it works: the text as it grows and
+// the stage it is in. Owned by the notes list model and written only on the
+// main thread; the job's worker hands every value over through a queued call.
+// Nothing here ever reaches the store: a job that does not finish leaves no
+// trace but these two values, and they are reset when it ends.
+class StreamingSummaryViewModel : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QString summary READ summary NOTIFY summaryChanged)
+
+public:
+    explicit StreamingSummaryViewModel(QObject *parent = nullptr);
+
+    const QString &summary() const { return summary_; }
+    void setSummary(const QString &summary);
+    const LocalSummaryProgress &progress() const { return progress_; }
+    void setProgress(const LocalSummaryProgress &progress);
+
+    // Empty text and the `preparing` stage: the state before and after a job.
+    void reset();
+
+signals:
+    void summaryChanged(const QString &summary);
+    void progressChanged();
+
+private:
+    QString summary_;
+    LocalSummaryProgress progress_ = LocalSummaryProgress::preparing();
+};
+
+} // namespace kestil

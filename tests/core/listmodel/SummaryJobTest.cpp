@@ -1,0 +1,513 @@
+// The summary job of the notes list model, on the real store, with a
+// scripted language model that answers each request of the pipeline, the
+// title and the tags in turn.
+#include "capture/recorder/RecorderTestSupport.h"
+#include "core/store/StoreTestSupport.h"
+#include "generation/ScriptedLanguageModel.h"
+
+#include "core/LocalAppModel.h"
+#include "core/NotesListRoles.h"
+#include "core/NotesListViewModel.h"
+#include "generation/LocalSummary.h"
+#include "prefs/PreferenceStore.h"
+#include "prefs/SettingsKeys.h"
+
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QSignalSpy>
+#include <QThread>
+
+using namespace kestil;
+using namespace kestil::test;
+using namespace kestil::testing;
+using namespace std::chrono_literals;
+
+namespace {
+
+using Stream = ScriptedLanguageModel::Stream;
+using Stall = ScriptedLanguageModel::Stall;
+
+// Sixty words: enough for two tags, and short enough for one request.
+const QString transcript = QStringLiteral(
+    "Maria opened the weekly sync by reviewing the budget for the spring campaign. The team agreed to "
+    "move the launch to April because the design review needs another week. Sam will draft the "
+    "announcement, Priya owns the landing page, and the budget numbers go to finance by Friday. "
+    "Open question: whether the partner webinar still fits in March.");
+
+const QString finalSummary =
+    QStringLiteral("## Summary\n- Launch moves to April.\n- Budget to finance by Friday.");
+
+QJsonObject titleRecord(const QString &title)
+{
+    return QJsonObject{{QStringLiteral("title"), title}};
+}
+
+QJsonObject tagsRecord(const QStringList &tags)
+{
+    return QJsonObject{{QStringLiteral("tags"), QJsonArray::fromStringList(tags)}};
+}
+
+bool isTitleRequest(const ScriptedLanguageModel::Request &request)
+{
+    return request.instructions.startsWith(QStringLiteral("Create a concise descriptive title"));
+}
+
+class SummaryJobTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        application();
+        ASSERT_TRUE(config.isValid());
+        rig.useFile(writeTone(config.filePath(QStringLiteral("tone.wav")), 2.5));
+        preferences = std::make_unique<PreferenceStore>(config.filePath(QStringLiteral("prefs")));
+        LaunchEnvironment environment;
+        environment.root = root.path();
+        environment.languageModelAvailability = [] { return LanguageModelAvailability::available; };
+        app = std::make_unique<LocalAppModel>(environment);
+        ASSERT_TRUE(app->storeReady());
+        recorder = std::make_unique<ProcessTapRecorder>(rig.environment());
+    }
+
+    void TearDown() override
+    {
+        // The lists go first: each stops its job and waits for its worker,
+        // which may still be inside the scripted model.
+        models.clear();
+        recorder.reset();
+    }
+
+    NotesListViewModel &list()
+    {
+        if (models.empty()) {
+            models.push_back(std::make_unique<NotesListViewModel>(*app, *recorder, roles, *preferences));
+            models.back()->setLanguageModel(&model);
+        }
+        return *models.front();
+    }
+
+    NotesListViewModel &anotherList()
+    {
+        list();
+        models.push_back(std::make_unique<NotesListViewModel>(*app, *recorder, roles, *preferences));
+        models.back()->setLanguageModel(&model);
+        return *models.back();
+    }
+
+    SharedPersistenceController &store() { return *app->store(); }
+
+    NotePtr makeNote(const QString &title, const QString &text = transcript,
+                     const std::optional<QString> &summary = std::nullopt)
+    {
+        const NotePtr note = store().createNote(title, text, QUuid::createUuid(), QStringLiteral("local"));
+        if (summary) {
+            note->setValue(QStringLiteral("summary"), *summary);
+            note->setValue(QStringLiteral("summaryType"), QStringLiteral("Concise"));
+            store().save();
+        }
+        return note;
+    }
+
+    // What another process would read from the file.
+    NotePtr storedNote(const QUuid &id)
+    {
+        reopened = std::make_unique<SharedPersistenceController>(root.path());
+        return reopened->noteWithId(id);
+    }
+
+    // Runs a job to its end; false when it did not end in time.
+    bool summarise(const NotePtr &note, const QString &templateKey = QStringLiteral("meetings/general"))
+    {
+        return waitFor(list().generateSummary(note, templateKey));
+    }
+
+    TempRoot root;
+    QTemporaryDir config;
+    RecorderRig rig;
+    std::unique_ptr<PreferenceStore> preferences;
+    std::unique_ptr<LocalAppModel> app;
+    NotesListRoles roles;
+    std::unique_ptr<ProcessTapRecorder> recorder;
+    ScriptedLanguageModel model;
+    std::vector<std::unique_ptr<NotesListViewModel>> models;
+    std::unique_ptr<SharedPersistenceController> reopened;
+};
+
+} // namespace
+
+TEST_F(SummaryJobTest, SummarisesTitlesAndTagsANoteAndSavesThemTogether)
+{
+    NotesListViewModel &jobs = list();
+    const NotePtr note = makeNote(untitledNoteTitle());
+    const NotePtr other = makeNote(QStringLiteral("Other"));
+    model.replies = {
+        Stream{{QStringLiteral("## Summary"), QStringLiteral("## Summary\n- Launch moves"), finalSummary},
+               250ms},
+        titleRecord(QStringLiteral("Spring  campaign\nsync")),
+        tagsRecord({QStringLiteral("Budget"), QStringLiteral("Launch Planning")})};
+
+    QList<LocalSummaryProgress::Stage> stages;
+    QStringList texts;
+    bool offMainThread = false;
+    StreamingSummaryViewModel &streaming = jobs.streamingSummaryViewModel();
+    QObject::connect(&streaming, &StreamingSummaryViewModel::progressChanged, [&] {
+        stages.append(streaming.progress().stage);
+        offMainThread = offMainThread || QThread::currentThread() != application().thread();
+    });
+    QObject::connect(&streaming, &StreamingSummaryViewModel::summaryChanged, [&](const QString &text) {
+        texts.append(text);
+        offMainThread = offMainThread || QThread::currentThread() != application().thread();
+    });
+    QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
+    QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
+
+    const QDateTime before = QDateTime::currentDateTimeUtc();
+    const QFuture<void> job = jobs.generateSummary(note, QStringLiteral("meetings/general"));
+    EXPECT_TRUE(jobs.isGeneratingSummary());
+    EXPECT_TRUE(jobs.isSummaryJobRunning());
+    EXPECT_EQ(jobs.generatingSummaryNoteID(), note->objectId());
+    ASSERT_TRUE(jobs.summaryStartedAt(note).has_value());
+    EXPECT_GE(*jobs.summaryStartedAt(note), before);
+    EXPECT_FALSE(jobs.summaryStartedAt(other).has_value());
+    // While the model writes, the text grows in the streaming model only.
+    ASSERT_TRUE(waitUntil([&] { return streaming.summary().contains(QStringLiteral("Launch moves")); }));
+    EXPECT_EQ(streaming.progress().stage, LocalSummaryProgress::Stage::writing);
+    EXPECT_FALSE(note->summary().has_value());
+    EXPECT_EQ(saves.count(), 0);
+
+    ASSERT_TRUE(waitFor(job));
+    EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
+    EXPECT_FALSE(offMainThread) << "the streaming model is written on the main thread only";
+    EXPECT_EQ(stages, (QList<LocalSummaryProgress::Stage>{LocalSummaryProgress::Stage::writing,
+                                                          LocalSummaryProgress::Stage::finishing,
+                                                          LocalSummaryProgress::Stage::organizingTags,
+                                                          LocalSummaryProgress::Stage::preparing}));
+    ASSERT_GE(texts.size(), 3);
+    EXPECT_EQ(texts.at(texts.size() - 2), finalSummary);
+    EXPECT_EQ(texts.last(), QString()) << "the streaming text goes when the job ends";
+
+    // One save wrote summary, template, title and tags.
+    EXPECT_EQ(saves.count(), 1);
+    EXPECT_EQ(note->summary(), finalSummary);
+    EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/general"));
+    EXPECT_EQ(note->title(), QStringLiteral("Spring campaign sync"));
+    EXPECT_EQ(note->sortedTagNames(),
+              (QStringList{QStringLiteral("Budget"), QStringLiteral("Launch-Planning")}));
+    const NotePtr stored = storedNote(*note->id());
+    ASSERT_TRUE(stored);
+    EXPECT_EQ(stored->summary(), finalSummary);
+    EXPECT_EQ(stored->summaryType(), QStringLiteral("meetings/general"));
+    EXPECT_EQ(stored->title(), QStringLiteral("Spring campaign sync"));
+    EXPECT_EQ(stored->sortedTagNames().size(), 2);
+
+    ASSERT_EQ(completions.count(), 1);
+    EXPECT_EQ(completions.at(0).at(0).value<ObjectId>(), note->objectId());
+    EXPECT_EQ(completions.at(0).at(1).toString(), finalSummary);
+
+    EXPECT_FALSE(jobs.isGeneratingSummary());
+    EXPECT_FALSE(jobs.isSummaryJobRunning());
+    EXPECT_FALSE(jobs.generatingSummaryNoteID().has_value());
+    EXPECT_FALSE(jobs.generatingSummaryStartedAt().has_value());
+    EXPECT_EQ(streaming.progress(), LocalSummaryProgress::preparing());
+
+    // The requests: the summary of the transcript, a title from the summary,
+    // tags from the summary.
+    ASSERT_EQ(model.requests.size(), 3);
+    EXPECT_TRUE(model.requests[0].streamed);
+    EXPECT_TRUE(model.requests[0].prompt.contains(QStringLiteral("weekly sync")));
+    EXPECT_TRUE(isTitleRequest(model.requests[1]));
+    EXPECT_TRUE(model.requests[1].prompt.contains(QStringLiteral("Launch moves to April")));
+    EXPECT_TRUE(model.requests[2].structured);
+}
+
+TEST_F(SummaryJobTest, RequestsWhileAJobRunsOrARecordingStartsAreDroppedSilently)
+{
+    NotesListViewModel &jobs = list();
+    const NotePtr first = makeNote(QStringLiteral("First"));
+    const NotePtr second = makeNote(QStringLiteral("Second"));
+    model.replies = {Stall{}};
+
+    const QFuture<void> job = jobs.generateSummary(first, QString());
+    ASSERT_TRUE(waitUntil([&] { return model.requests.size() == 1; }));
+    // Another note, or the same one: dropped, and nothing said.
+    EXPECT_TRUE(jobs.generateSummary(second, QStringLiteral("Concise")).isFinished());
+    EXPECT_TRUE(jobs.generateSummary(first, QStringLiteral("Concise")).isFinished());
+    EXPECT_EQ(jobs.generatingSummaryNoteID(), first->objectId());
+    EXPECT_FALSE(jobs.showSyncError());
+
+    jobs.cancelSummary();
+    ASSERT_TRUE(waitFor(job, 2s));
+    EXPECT_EQ(model.requests.size(), 1);
+
+    // A start of a recording holds summaries off until it has started.
+    const QFuture<void> started = jobs.startNewTranscription();
+    ASSERT_TRUE(jobs.operationInProgress());
+    EXPECT_TRUE(jobs.generateSummary(second, QString()).isFinished());
+    EXPECT_FALSE(jobs.isGeneratingSummary());
+    ASSERT_TRUE(waitFor(started));
+    ASSERT_TRUE(waitFor(jobs.stopTranscription()));
+
+    // The generating flag of a detail view blocks a job too, and only that
+    // note's view can clear it.
+    jobs.beginSummaryIndicator(first);
+    EXPECT_TRUE(jobs.isGeneratingSummary());
+    EXPECT_FALSE(jobs.isSummaryJobRunning());
+    EXPECT_TRUE(jobs.summaryStartedAt(first).has_value());
+    EXPECT_TRUE(jobs.generateSummary(second, QString()).isFinished());
+    jobs.endSummaryIndicator(second);
+    EXPECT_TRUE(jobs.isGeneratingSummary());
+    jobs.endSummaryIndicator(first);
+    EXPECT_FALSE(jobs.isGeneratingSummary());
+    EXPECT_FALSE(jobs.summaryStartedAt(first).has_value());
+    EXPECT_EQ(model.requests.size(), 1);
+    EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
+}
+
+TEST_F(SummaryJobTest, CancellingStopsTheModelPromptlyAndWritesNothing)
+{
+    NotesListViewModel &jobs = list();
+    const NotePtr note = makeNote(QStringLiteral("Kept title"), transcript, QStringLiteral("Old summary"));
+    QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
+    QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
+    model.replies = {Stall{}};
+
+    const QFuture<void> job = jobs.generateSummary(note, QStringLiteral("Concise"));
+    ASSERT_TRUE(waitUntil(
+        [&] { return jobs.streamingSummaryViewModel().progress() == LocalSummaryProgress::writing(); }));
+    QElapsedTimer clock;
+    clock.start();
+    jobs.cancelSummary();
+    ASSERT_TRUE(waitFor(job, 2s));
+    EXPECT_LT(clock.elapsed(), 1000);
+
+    EXPECT_FALSE(jobs.showSyncError()) << "a cancel says nothing";
+    EXPECT_EQ(saves.count(), 0);
+    EXPECT_EQ(completions.count(), 0);
+    EXPECT_EQ(note->summary(), QStringLiteral("Old summary"));
+    EXPECT_EQ(note->summaryType(), QStringLiteral("Concise"));
+    EXPECT_EQ(note->title(), QStringLiteral("Kept title"));
+    EXPECT_EQ(jobs.streamingSummaryViewModel().summary(), QString());
+    EXPECT_FALSE(jobs.isGeneratingSummary());
+
+    // The slot is free again.
+    model.replies = {finalSummary, tagsRecord({QStringLiteral("Budget")})};
+    ASSERT_TRUE(summarise(note));
+    EXPECT_EQ(note->summary(), finalSummary);
+}
+
+TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItAndNothingIsWrittenBack)
+{
+    NotesListViewModel &jobs = list();
+    const NotePtr note = makeNote(untitledNoteTitle());
+    const QUuid id = *note->id();
+    model.replies = {Stall{}};
+
+    const QFuture<void> job = jobs.generateSummary(note, QString());
+    ASSERT_TRUE(waitUntil(
+        [&] { return jobs.streamingSummaryViewModel().progress() == LocalSummaryProgress::writing(); }));
+    // Deleting is allowed while a summary runs; the job of that note stops.
+    ASSERT_TRUE(waitFor(jobs.deleteNote(note)));
+    ASSERT_TRUE(waitFor(job, 2s));
+    EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
+    EXPECT_FALSE(jobs.isGeneratingSummary());
+    EXPECT_FALSE(storedNote(id));
+    EXPECT_EQ(countRows(*reopened, QStringLiteral("note")), 0);
+}
+
+TEST_F(SummaryJobTest, ANoteDeletedByAnotherListDuringAJobStaysDeleted)
+{
+    NotesListViewModel &jobs = list();
+    NotesListViewModel &elsewhere = anotherList();
+    const NotePtr note = makeNote(untitledNoteTitle());
+    const QUuid id = *note->id();
+    // The other list does not own the job, so nothing cancels it: the job
+    // finds the note gone before its save.
+    model.replies = {Stream{{QStringLiteral("## Summary"), finalSummary}, 400ms},
+                     titleRecord(QStringLiteral("Spring campaign")), tagsRecord({QStringLiteral("Budget")})};
+    QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
+
+    const QFuture<void> job = jobs.generateSummary(note, QString());
+    ASSERT_TRUE(waitUntil([&] { return !jobs.streamingSummaryViewModel().summary().isEmpty(); }));
+    ASSERT_TRUE(waitFor(elsewhere.deleteNote(note)));
+    ASSERT_TRUE(waitFor(job));
+
+    EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
+    EXPECT_FALSE(elsewhere.showSyncError()) << elsewhere.syncErrorMessage().toStdString();
+    EXPECT_EQ(completions.count(), 0);
+    EXPECT_TRUE(note->isDeleted());
+    EXPECT_FALSE(storedNote(id));
+    EXPECT_EQ(countRows(*reopened, QStringLiteral("note")), 0);
+    EXPECT_EQ(countRows(*reopened, QStringLiteral("tag")), 0);
+}
+
+TEST_F(SummaryJobTest, OnlyATitleTheUserDidNotChooseIsReplaced)
+{
+    NotesListViewModel &jobs = list();
+
+    // A typed title survives, and no title is even asked for.
+    const NotePtr typed = makeNote(QStringLiteral("Budget review with Sam"));
+    model.replies = {finalSummary, tagsRecord({QStringLiteral("Budget")})};
+    ASSERT_TRUE(summarise(typed));
+    EXPECT_EQ(typed->title(), QStringLiteral("Budget review with Sam"));
+    EXPECT_EQ(typed->summary(), finalSummary);
+    for (const auto &request : model.requests)
+        EXPECT_FALSE(isTitleRequest(request));
+
+    // A title of the automatic date shape is the system's own: replaced.
+    const NotePtr dated = makeNote(QString());
+    dated->setValue(QStringLiteral("title"), abbreviatedDateTime(dated->effectiveTimestamp()));
+    store().save();
+    ASSERT_TRUE(dated->isDateLikeTitle());
+    model.requests.clear();
+    model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign sync")),
+                     tagsRecord({QStringLiteral("Budget")})};
+    ASSERT_TRUE(summarise(dated));
+    EXPECT_EQ(dated->title(), QStringLiteral("Spring campaign sync"));
+    ASSERT_EQ(model.requests.size(), 3);
+    EXPECT_TRUE(isTitleRequest(model.requests[1]));
+
+    // A title typed while the job runs wins over the generated one.
+    const NotePtr renamed = makeNote(untitledNoteTitle());
+    model.replies = {Stream{{QStringLiteral("## Summary"), finalSummary}, 300ms},
+                     titleRecord(QStringLiteral("Generated title")), tagsRecord({QStringLiteral("Budget")})};
+    const QFuture<void> job = jobs.generateSummary(renamed, QString());
+    ASSERT_TRUE(waitUntil([&] { return !jobs.streamingSummaryViewModel().summary().isEmpty(); }));
+    jobs.setTitle(renamed, QStringLiteral("Typed meanwhile"));
+    ASSERT_TRUE(waitFor(job));
+    EXPECT_EQ(renamed->title(), QStringLiteral("Typed meanwhile"));
+    EXPECT_EQ(renamed->summary(), finalSummary);
+    EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
+}
+
+TEST_F(SummaryJobTest, ATitleFailureKeepsTheSummaryAndSaysSo)
+{
+    NotesListViewModel &jobs = list();
+    const NotePtr note = makeNote(untitledNoteTitle());
+    QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
+    // "Untitled Note" is no descriptive title.
+    model.replies = {finalSummary, titleRecord(QStringLiteral("Untitled  Note")),
+                     tagsRecord({QStringLiteral("Budget")})};
+    ASSERT_TRUE(summarise(note));
+
+    EXPECT_TRUE(jobs.showSyncError());
+    EXPECT_EQ(jobs.syncErrorMessage(),
+              QStringLiteral("Summary saved. Title: The on-device model returned no descriptive title."));
+    EXPECT_EQ(note->title(), untitledNoteTitle());
+    EXPECT_EQ(note->summary(), finalSummary);
+    EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Budget")});
+    EXPECT_EQ(storedNote(*note->id())->summary(), finalSummary);
+    EXPECT_EQ(completions.count(), 1);
+}
+
+TEST_F(SummaryJobTest, AFailedTagRequestFallsBackToTagsFromTheTextWithoutAWord)
+{
+    NotesListViewModel &jobs = list();
+    const NotePtr note = makeNote(QStringLiteral("Weekly sync"));
+    model.replies = {finalSummary, LocalError(QStringLiteral("The model ran out of memory."))};
+    ASSERT_TRUE(summarise(note));
+
+    EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
+    EXPECT_EQ(note->summary(), finalSummary);
+    // Sixty words earn two tags; the words of the text supply them.
+    const QStringList tags = note->sortedTagNames();
+    EXPECT_FALSE(tags.isEmpty());
+    EXPECT_LE(tags.size(), 2);
+    for (const QString &tag : tags)
+        EXPECT_TRUE(transcript.contains(tag, Qt::CaseInsensitive) ||
+                    finalSummary.contains(tag, Qt::CaseInsensitive) || tag == QStringLiteral("Notes"))
+            << tag.toStdString();
+}
+
+TEST_F(SummaryJobTest, AFailedJobShowsWhyAndLeavesTheOldSummary)
+{
+    NotesListViewModel &jobs = list();
+    const NotePtr note = makeNote(QStringLiteral("Kept title"), transcript, QStringLiteral("Old summary"));
+    QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
+    QStringList texts;
+    QObject::connect(&jobs.streamingSummaryViewModel(), &StreamingSummaryViewModel::summaryChanged,
+                     [&](const QString &text) { texts.append(text); });
+    // The model writes a little, then nothing more than blanks.
+    model.replies = {Stream{{QStringLiteral("Partial words"), QStringLiteral("   ")}, 50ms}};
+    ASSERT_TRUE(summarise(note, QStringLiteral("Concise")));
+
+    EXPECT_TRUE(texts.contains(QStringLiteral("Partial words")));
+    EXPECT_EQ(jobs.streamingSummaryViewModel().summary(), QString());
+    EXPECT_TRUE(jobs.showSyncError());
+    EXPECT_EQ(
+        jobs.syncErrorMessage(),
+        QStringLiteral("The on-device model returned no summary. Existing note content was preserved."));
+    EXPECT_EQ(note->summary(), QStringLiteral("Old summary"));
+    EXPECT_TRUE(note->hasSummaryContent());
+    EXPECT_EQ(saves.count(), 0);
+    EXPECT_FALSE(jobs.isGeneratingSummary());
+
+    // An empty transcript is refused before any request.
+    const NotePtr silent = makeNote(QStringLiteral("Silent"), QStringLiteral("  \n "));
+    model.requests.clear();
+    ASSERT_TRUE(summarise(silent));
+    EXPECT_EQ(jobs.syncErrorMessage(), QStringLiteral("Transcribe some spoken words first."));
+    EXPECT_TRUE(model.requests.isEmpty());
+    EXPECT_FALSE(silent->summary().has_value());
+}
+
+TEST_F(SummaryJobTest, TheModelGateRefusesInItsOwnWords)
+{
+    NotesListViewModel &jobs = list();
+    const NotePtr note = makeNote(untitledNoteTitle());
+
+    model.availabilityValue =
+        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
+    ASSERT_TRUE(summarise(note));
+    EXPECT_EQ(jobs.syncErrorMessage(),
+              QStringLiteral("On-device summaries unavailable: modelNotReady. Your notes "
+                             "and transcripts remain available."));
+    EXPECT_TRUE(model.requests.isEmpty());
+    EXPECT_FALSE(note->summary().has_value());
+
+    // A language the model does not know, from the user's preference.
+    model.availabilityValue = LanguageModel::Availability::available();
+    preferences->set(QString(settings::keys::transcriptionLanguage), QStringLiteral("de-DE"));
+    EXPECT_EQ(jobs.summaryLocale().language(), QLocale::German);
+    jobs.setShowSyncError(false);
+    ASSERT_TRUE(summarise(note));
+    EXPECT_TRUE(jobs.showSyncError());
+    EXPECT_EQ(jobs.syncErrorMessage(),
+              QStringLiteral("The on-device summary model does not support this language."));
+    EXPECT_TRUE(model.requests.isEmpty());
+    EXPECT_EQ(note->title(), untitledNoteTitle());
+}
+
+TEST_F(SummaryJobTest, AFailedSaveLeavesTheNoteAsItWas)
+{
+    NotesListViewModel &jobs = list();
+    const NotePtr note = makeNote(untitledNoteTitle(), transcript, QStringLiteral("Old summary"));
+    model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign")),
+                     tagsRecord({QStringLiteral("Budget")})};
+    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    ASSERT_TRUE(summarise(note));
+
+    EXPECT_TRUE(jobs.showSyncError());
+    EXPECT_TRUE(jobs.syncErrorMessage().contains(QStringLiteral("could not be written")))
+        << jobs.syncErrorMessage().toStdString();
+    EXPECT_EQ(note->summary(), QStringLiteral("Old summary"));
+    EXPECT_EQ(note->summaryType(), QStringLiteral("Concise"));
+    EXPECT_EQ(note->title(), untitledNoteTitle());
+    EXPECT_TRUE(note->tags().isEmpty());
+    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    const NotePtr stored = storedNote(*note->id());
+    EXPECT_EQ(stored->summary(), QStringLiteral("Old summary"));
+    EXPECT_EQ(countRows(*reopened, QStringLiteral("tag")), 0);
+}
+
+TEST_F(SummaryJobTest, AListClosedDuringAJobStopsItsModelWork)
+{
+    const NotePtr note = makeNote(untitledNoteTitle());
+    model.replies = {Stall{}};
+    const QFuture<void> job = list().generateSummary(note, QString());
+    ASSERT_TRUE(waitUntil([&] { return model.requests.size() == 1; }));
+    QElapsedTimer clock;
+    clock.start();
+    models.clear();
+    EXPECT_LT(clock.elapsed(), 1000);
+    EXPECT_TRUE(job.isFinished());
+    EXPECT_FALSE(note->summary().has_value());
+}
