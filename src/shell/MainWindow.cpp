@@ -10,6 +10,7 @@
 #include "shell/NoteListItemModel.h"
 #include "shell/NoteRowDelegate.h"
 #include "shell/RecordingBar.h"
+#include "shell/SummaryTab.h"
 #include "shell/TranscriptEditor.h"
 #include "shell/TranscriptTab.h"
 
@@ -357,18 +358,8 @@ QWidget *MainWindow::buildDetail()
 
 QWidget *MainWindow::buildSummaryTab()
 {
-    summaryPages_ = new QStackedWidget;
-    name(summaryPages_, QStringLiteral("noteDetailSummaryTab"));
-    summaryPages_->addWidget(emptyState(QStringLiteral("noteDetailSummaryEmpty"),
-                                        QStringLiteral("No summary yet"),
-                                        QStringLiteral("This note has no summary. Its transcript is in the "
-                                                       "Transcript tab.")));
-    summaryText_ = new QTextBrowser;
-    name(summaryText_, QStringLiteral("noteDetailSummaryText"));
-    summaryText_->setFrameShape(QFrame::NoFrame);
-    summaryText_->setOpenExternalLinks(false);
-    summaryPages_->addWidget(summaryText_);
-    return summaryPages_;
+    summaryTab_ = new SummaryTab(*listModel_);
+    return summaryTab_;
 }
 
 void MainWindow::updateBanner()
@@ -432,14 +423,7 @@ void MainWindow::showSelectedNote()
 
 void MainWindow::refreshSummary(const NotePtr &note)
 {
-    if (note && note->hasSummaryContent()) {
-        const QString summary = note->summary().value_or(QString());
-        if (summaryText_->toMarkdown() != summary)
-            summaryText_->setMarkdown(summary);
-        summaryPages_->setCurrentWidget(summaryText_);
-    } else {
-        summaryPages_->setCurrentIndex(0);
-    }
+    summaryTab_->setNote(note);
 }
 
 void MainWindow::commitTitle()

@@ -23,6 +23,7 @@ class LocalAppModel;
 class NoteListItemModel;
 class NotesListViewModel;
 class RecordingBar;
+class SummaryTab;
 class TranscriptTab;
 
 // The main window. With the store open it shows the library: the notes list
@@ -41,6 +42,7 @@ public:
     // Null without an open store.
     NotesListViewModel *listModel() const { return listModel_; }
     TranscriptTab *transcriptTab() const { return transcriptTab_; }
+    SummaryTab *summaryTab() const { return summaryTab_; }
     RecordingBar *recordingBar() const { return recordingBar_; }
     // The alert that shows the last failure, while it is open.
     QMessageBox *alert() const { return alert_; }
@@ -85,8 +87,7 @@ private:
     QPushButton *recordButton_ = nullptr;
     QPushButton *jumpButton_ = nullptr;
     QTabWidget *tabs_ = nullptr;
-    QStackedWidget *summaryPages_ = nullptr;
-    QTextBrowser *summaryText_ = nullptr;
+    SummaryTab *summaryTab_ = nullptr;
     TranscriptTab *transcriptTab_ = nullptr;
     RecordingBar *recordingBar_ = nullptr;
     QLabel *banner_ = nullptr;

@@ -1,0 +1,315 @@
+// The Summary tab of the window, driven by its object names: a template is
+// picked, Summarize starts the job, the stage and the growing text show, and
+// the saved summary replaces the old one only at the end. The window runs on
+// the real store; the language model is the scripted one of the generation
+// tests.
+#include "ShellTestSupport.h"
+#include "generation/ScriptedLanguageModel.h"
+
+#include "shell/SummaryTab.h"
+
+#include <QComboBox>
+#include <QJsonArray>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTabWidget>
+#include <QTextBrowser>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+using namespace kestil::test;
+using namespace std::chrono_literals;
+
+namespace {
+
+using Stream = ScriptedLanguageModel::Stream;
+using Stall = ScriptedLanguageModel::Stall;
+
+const QString transcript = QStringLiteral(
+    "Maria opened the weekly sync by reviewing the budget for the spring campaign. The team agreed to "
+    "move the launch to April because the design review needs another week. Sam will draft the "
+    "announcement, Priya owns the landing page, and the budget numbers go to finance by Friday.");
+
+const QString finalSummary =
+    QStringLiteral("## Decisions\n- Launch moves to **April**.\n- Budget to finance.");
+
+QJsonObject record(const QString &field, const QJsonValue &value)
+{
+    return QJsonObject{{field, value}};
+}
+
+class SummaryTabTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        rig.launch();
+        ASSERT_TRUE(rig.exposed);
+        rig.list().setLanguageModel(&model);
+    }
+
+    // A note of the library, selected, with its Summary tab in front.
+    NotePtr showNote(const QString &title, const std::optional<QString> &summary = std::nullopt,
+                     const QString &text = transcript)
+    {
+        SharedPersistenceController &store = *rig.app->store();
+        const NotePtr note =
+            store.createNote(title, text, QUuid::createUuid(), QStringLiteral("transcription"));
+        if (summary) {
+            note->setValue(QStringLiteral("summary"), *summary);
+            note->setValue(QStringLiteral("summaryType"), QStringLiteral("Concise"));
+        }
+        store.save();
+        rig.app->refreshNotes();
+        rig.list().selectNote(note, false);
+        rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"))->setCurrentIndex(0);
+        return note;
+    }
+
+    bool showing(const QString &page) const
+    {
+        QWidget *widget = rig.find(page);
+        return widget && widget->isVisible();
+    }
+
+    QString progressLine() const
+    {
+        return rig.find<QLabel>(QStringLiteral("noteDetailSummaryProgress"))->text();
+    }
+
+    QComboBox *picker() const
+    {
+        return rig.find<QComboBox>(QStringLiteral("noteDetailSummaryTemplatePicker"));
+    }
+    QPushButton *button(const QString &name) const { return rig.find<QPushButton>(name); }
+
+    // Declared first: the window's list waits for its worker, which may be
+    // inside this model, when the rig goes.
+    ScriptedLanguageModel model;
+    ShellRig rig;
+};
+
+} // namespace
+
+TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummary)
+{
+    const NotePtr note = showNote(untitledNoteTitle());
+    ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryEmpty")));
+    ASSERT_TRUE(picker());
+    EXPECT_EQ(picker()->count(), 15);
+    EXPECT_EQ(picker()->currentText(), QStringLiteral("Auto"));
+    EXPECT_EQ(picker()->itemText(4), QStringLiteral("General Meeting"));
+    QPushButton *summarize = button(QStringLiteral("noteDetailSummarizeButton"));
+    ASSERT_TRUE(summarize);
+    EXPECT_EQ(summarize->text(), QStringLiteral("Summarize"));
+    EXPECT_TRUE(summarize->isEnabled());
+    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
+    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
+
+    picker()->setCurrentIndex(picker()->findText(QStringLiteral("General Meeting")));
+    model.replies = {
+        Stream{{QStringLiteral("## Decisions"), QStringLiteral("## Decisions\n- Launch moves"), finalSummary},
+               300ms},
+        record(QStringLiteral("title"), QStringLiteral("Spring launch sync")),
+        record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Launch")})};
+    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+
+    // While it runs: the stage in words, the text as it grows, and Cancel.
+    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryGenerating")); }));
+    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryActions")));
+    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryCancelButton")));
+    auto *streaming = rig.find<QTextBrowser>(QStringLiteral("noteDetailSummaryStreamingText"));
+    ASSERT_TRUE(waitUntil([&] { return streaming->toPlainText().contains(QStringLiteral("Launch moves")); }));
+    EXPECT_EQ(progressLine(), QStringLiteral("Writing summary…"));
+    EXPECT_FALSE(streaming->toPlainText().contains(QStringLiteral("##"))) << "the Markdown is rendered";
+    EXPECT_FALSE(note->summary().has_value()) << "nothing is saved before the end";
+
+    // After: the saved summary, rendered, with the way to summarise again.
+    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryText")); }));
+    auto *text = rig.find<QTextBrowser>(QStringLiteral("noteDetailSummaryText"));
+    EXPECT_TRUE(text->toPlainText().contains(QStringLiteral("Launch moves to April.")));
+    EXPECT_FALSE(text->toPlainText().contains(QStringLiteral("**")));
+    EXPECT_EQ(note->summary(), finalSummary);
+    EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/general"));
+    EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Launch")});
+    EXPECT_EQ(rig.find<QLineEdit>(QStringLiteral("noteDetailTitle"))->text(),
+              QStringLiteral("Spring launch sync"));
+    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryActions")));
+    EXPECT_EQ(summarize->text(), QStringLiteral("Summarize Again"));
+    EXPECT_TRUE(summarize->isEnabled());
+    EXPECT_EQ(picker()->currentText(), QStringLiteral("General Meeting"));
+    EXPECT_FALSE(rig.window->alert());
+}
+
+TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndSummarizeAgainReplacesItOnlyWhenSaved)
+{
+    const NotePtr note = showNote(QStringLiteral("Budget review"), QStringLiteral("Old **summary**"));
+    ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
+    // The picker starts at the template the summary was made with.
+    EXPECT_EQ(picker()->currentText(), QStringLiteral("Concise"));
+    EXPECT_EQ(button(QStringLiteral("noteDetailSummarizeButton"))->text(), QStringLiteral("Summarize Again"));
+
+    model.replies = {Stall{}};
+    picker()->setCurrentIndex(picker()->findText(QStringLiteral("Brainstorming Session")));
+    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+    ASSERT_TRUE(waitUntil([&] { return progressLine() == QStringLiteral("Writing summary…"); }));
+    ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryGenerating")));
+    rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
+
+    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryText")); }, 2s));
+    EXPECT_TRUE(rig.find<QTextBrowser>(QStringLiteral("noteDetailSummaryText"))
+                    ->toPlainText()
+                    .contains(QStringLiteral("Old summary")));
+    EXPECT_EQ(note->summary(), QStringLiteral("Old **summary**"));
+    EXPECT_EQ(note->summaryType(), QStringLiteral("Concise"));
+    EXPECT_FALSE(rig.list().isGeneratingSummary());
+    settle();
+    EXPECT_FALSE(rig.window->alert()) << "a cancel says nothing";
+
+    // Again, to the end: the new summary replaces the old one.
+    model.replies = {finalSummary, record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Budget")})};
+    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+    ASSERT_TRUE(waitUntil([&] { return note->summary() == finalSummary; }));
+    EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/brainstorming"));
+    EXPECT_EQ(note->title(), QStringLiteral("Budget review"));
+    ASSERT_TRUE(waitUntil([&] {
+        return rig.find<QTextBrowser>(QStringLiteral("noteDetailSummaryText"))
+            ->toPlainText()
+            .contains(QStringLiteral("Launch moves to April."));
+    }));
+}
+
+TEST_F(SummaryTabTest, LongTranscriptsShowTheSectionsAsTheyAreRead)
+{
+    // A small context: the transcript is read in sections for key points
+    // first, each request slowed so that the stage can be seen.
+    model.contextTokens = 1600;
+    model.onRequest = [](const ScriptedLanguageModel::Request &) { std::this_thread::sleep_for(150ms); };
+    model.responder = [](const ScriptedLanguageModel::Request &request) -> ScriptedLanguageModel::Reply {
+        if (request.streamed)
+            return finalSummary;
+        if (request.structured)
+            return request.instructions.startsWith(QStringLiteral("Create a concise"))
+                       ? record(QStringLiteral("title"), QStringLiteral("Long sync"))
+                       : record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Budget")});
+        return QStringLiteral("- The launch moves to April.");
+    };
+    QString longText;
+    for (int i = 0; i < 12; ++i)
+        longText += transcript + QLatin1Char(' ');
+    const NotePtr note = showNote(untitledNoteTitle(), std::nullopt, longText);
+
+    QStringList lines;
+    QObject::connect(&rig.list(), &NotesListViewModel::streamingSummaryChanged,
+                     [&] { lines.append(progressLine()); });
+    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+    auto *bar = rig.find<QProgressBar>(QStringLiteral("noteDetailSummaryProgressBar"));
+    ASSERT_TRUE(
+        waitUntil([&] { return progressLine().startsWith(QStringLiteral("Reading transcript… 1 of ")); }));
+    EXPECT_TRUE(progressLine().endsWith(QStringLiteral(" sections reviewed")))
+        << progressLine().toStdString();
+    EXPECT_EQ(bar->maximum(), 1000);
+    EXPECT_GT(bar->value(), 0);
+    ASSERT_TRUE(waitUntil([&] { return note->summary() == finalSummary; }, 30s));
+    EXPECT_TRUE(lines.contains(QStringLiteral("Writing summary…")));
+    EXPECT_TRUE(lines.contains(QStringLiteral("Finishing note title…")));
+    EXPECT_TRUE(lines.contains(QStringLiteral("Organizing tags…")));
+    EXPECT_EQ(note->title(), QStringLiteral("Long sync"));
+}
+
+TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenTheUserCanFixIt)
+{
+    QSignalSpy settings(rig.window->summaryTab(), &SummaryTab::settingsRequested);
+    model.availabilityValue =
+        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
+    const NotePtr note = showNote(untitledNoteTitle());
+    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
+    EXPECT_EQ(
+        rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"))->text(),
+        QStringLiteral("On-device summaries unavailable: modelNotReady. Your notes and transcripts remain "
+                       "available."));
+    EXPECT_FALSE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+    ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
+    rig.click(QStringLiteral("noteDetailSummaryOpenSettingsButton"));
+    EXPECT_EQ(settings.count(), 1);
+
+    // Switched off by the user: curable too.
+    model.availabilityValue =
+        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::languageModelDisabled);
+    rig.window->summaryTab()->refresh();
+    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
+
+    // A machine that cannot run the model: the sentence, and no way out.
+    model.availabilityValue =
+        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::deviceNotEligible);
+    rig.window->summaryTab()->refresh();
+    EXPECT_TRUE(rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"))
+                    ->text()
+                    .contains(QStringLiteral("deviceNotEligible")));
+    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
+    EXPECT_FALSE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+
+    // Ready again: the button comes back and the sentence goes.
+    model.availabilityValue = LanguageModel::Availability::available();
+    rig.window->summaryTab()->refresh();
+    EXPECT_TRUE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
+    EXPECT_TRUE(model.requests.isEmpty());
+    EXPECT_FALSE(note->summary().has_value());
+}
+
+TEST_F(SummaryTabTest, AFailedSummaryIsToldInTheAlertAndTheOldSummaryShowsAgain)
+{
+    const NotePtr note = showNote(QStringLiteral("Budget review"), QStringLiteral("Old summary"));
+    model.replies = {Stream{{QStringLiteral("Partial words"), QStringLiteral("  ")}, 100ms}};
+    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+    ASSERT_TRUE(waitUntil([&] { return rig.window->alert() != nullptr; }));
+    EXPECT_EQ(
+        rig.window->alert()->text(),
+        QStringLiteral("The on-device model returned no summary. Existing note content was preserved."));
+    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
+    EXPECT_EQ(rig.find<QTextBrowser>(QStringLiteral("noteDetailSummaryText"))->toPlainText().trimmed(),
+              QStringLiteral("Old summary"));
+    EXPECT_EQ(note->summary(), QStringLiteral("Old summary"));
+    EXPECT_TRUE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+}
+
+TEST_F(SummaryTabTest, AnotherNoteBeingSummarizedHoldsThisOneOff)
+{
+    const NotePtr first = showNote(QStringLiteral("First"));
+    model.replies = {Stall{}};
+    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryGenerating")); }));
+
+    showNote(QStringLiteral("Second"));
+    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryEmpty")));
+    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryBusyMessage")));
+    EXPECT_FALSE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+
+    // Back on the first note the job is still in view, and Cancel ends it.
+    rig.list().selectNote(first, false);
+    rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"))->setCurrentIndex(0);
+    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryGenerating")));
+    rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
+    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryEmpty")); }, 2s));
+    EXPECT_TRUE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+    EXPECT_FALSE(first->summary().has_value());
+}
+
+TEST(SummaryTabProgressTest, EachStageReadsAsAFullLine)
+{
+    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::preparing()),
+              QStringLiteral("Preparing summary…"));
+    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::reading(2, 5, 0)),
+              QStringLiteral("Reading transcript… 2 of 5 sections reviewed"));
+    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::reading(1, 3, 1)),
+              QStringLiteral("Combining key points… 1 of 3 sections reviewed"));
+    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::writing()), QStringLiteral("Writing summary…"));
+    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::finishing()),
+              QStringLiteral("Finishing note title…"));
+    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::organizingTags()),
+              QStringLiteral("Organizing tags…"));
+}
