@@ -298,12 +298,19 @@ TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItAndNothingIsWrittenBack)
 {
     NotesListViewModel &jobs = list();
     const NotePtr note = makeNote(untitledNoteTitle());
+    const NotePtr other = makeNote(QStringLiteral("Other"));
     const QUuid id = *note->id();
     model.replies = {Stall{}};
 
     const QFuture<void> job = jobs.generateSummary(note, QString());
     ASSERT_TRUE(waitUntil(
         [&] { return jobs.streamingSummaryViewModel().progress() == LocalSummaryProgress::writing(); }));
+    // Deleting another note leaves the job alone.
+    ASSERT_TRUE(waitFor(jobs.deleteNote(other)));
+    settle();
+    EXPECT_TRUE(other->isDeleted());
+    EXPECT_TRUE(jobs.isSummaryJobRunning());
+    EXPECT_FALSE(job.isFinished());
     // Deleting is allowed while a summary runs; the job of that note stops.
     ASSERT_TRUE(waitFor(jobs.deleteNote(note)));
     ASSERT_TRUE(waitFor(job, 2s));
