@@ -10,6 +10,7 @@
 #include "shell/NoteListItemModel.h"
 #include "shell/NoteRowDelegate.h"
 #include "shell/RecordingBar.h"
+#include "shell/SettingsWindow.h"
 #include "shell/SummaryTab.h"
 #include "shell/TranscriptEditor.h"
 #include "shell/TranscriptTab.h"
@@ -119,6 +120,11 @@ void MainWindow::buildMenus()
     newTranscriptionAction_->setShortcutContext(Qt::ApplicationShortcut);
     newTranscriptionAction_->setEnabled(app_.storeReady());
     connect(newTranscriptionAction_, &QAction::triggered, &delegate_, &KestilAppDelegate::newTranscription);
+    QAction *settingsAction = file->addAction(QStringLiteral("Settings…"));
+    settingsAction->setObjectName(QStringLiteral("settingsAction"));
+    settingsAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    settingsAction->setShortcutContext(Qt::ApplicationShortcut);
+    connect(settingsAction, &QAction::triggered, this, &MainWindow::showSettings);
     file->addSeparator();
     QAction *quit = file->addAction(QStringLiteral("Quit Kestil"));
     quit->setObjectName(QStringLiteral("quitAction"));
@@ -143,6 +149,24 @@ void MainWindow::buildMenus()
         if (listModel_)
             listModel_->stopTranscription();
     });
+}
+
+SettingsWindow *MainWindow::settingsWindow() const
+{
+    return settingsWindow_;
+}
+
+void MainWindow::showSettings()
+{
+    if (!settingsWindow_) {
+        settingsWindow_ =
+            new SettingsWindow(app_, delegate_.preferences(), SettingsWindow::Environment::standard(), this);
+        settingsWindow_->setWindowFlag(Qt::Window);
+    }
+    settingsWindow_->refresh();
+    settingsWindow_->show();
+    settingsWindow_->raise();
+    settingsWindow_->activateWindow();
 }
 
 QWidget *MainWindow::buildLibrary()

@@ -24,6 +24,7 @@ class NoteListItemModel;
 class NotesListViewModel;
 class RecordingBar;
 class SummaryTab;
+class SettingsWindow;
 class TranscriptTab;
 
 // The main window. With the store open it shows the library: the notes list
@@ -46,6 +47,12 @@ public:
     RecordingBar *recordingBar() const { return recordingBar_; }
     // The alert that shows the last failure, while it is open.
     QMessageBox *alert() const { return alert_; }
+    // The Settings window, while it exists.
+    SettingsWindow *settingsWindow() const;
+
+public slots:
+    // Opens the Settings window, or brings it to the front.
+    void showSettings();
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -95,6 +102,7 @@ private:
     QAction *pauseAction_ = nullptr;
     QAction *stopAction_ = nullptr;
     QPointer<QMessageBox> alert_;
+    QPointer<SettingsWindow> settingsWindow_;
     QTimer transcriptRefresh_;
     NotePtr shownNote_;
     bool syncingSelection_ = false;

@@ -2,6 +2,7 @@
 #include "capture/ProcessTapRecorder.h"
 #include "core/LocalAppModel.h"
 #include "core/LocalPaths.h"
+#include "generation/LanguageModelPreference.h"
 #include "generation/LlamaLanguageModel.h"
 #include "generation/LocalSummary.h"
 #include "prefs/ApplicationInfo.h"
@@ -30,6 +31,8 @@ int main(int argc, char *argv[])
     environment.applicationInfo = kestil::ApplicationInfo::dictionary();
     // Read once, at launch: a change takes effect at the next start.
     environment.syncPreference = preferences.object(QLatin1String(kestil::LocalPaths::syncPreferenceKey));
+    // The user's switch for on-device AI, now and whenever Settings changes it.
+    kestil::followLanguageModelSwitch(preferences, kestil::LlamaLanguageModel::shared());
     // Only a machine that can never run the on-device model stops the launch;
     // a model not installed yet, or switched off, is the user's to cure.
     environment.languageModelAvailability = [] {

@@ -1,0 +1,490 @@
+#include "shell/SettingsWindow.h"
+
+#include "base/CancellationError.h"
+#include "base/Error.h"
+#include "core/LocalAppModel.h"
+#include "generation/LanguageModelFiles.h"
+#include "generation/LanguageModelInstall.h"
+#include "generation/LlamaLanguageModel.h"
+#include "generation/LocalSummary.h"
+#include "prefs/PreferenceStore.h"
+#include "prefs/SettingsKeys.h"
+#include "speech/LocalSpeech.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QFormLayout>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLocale>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSignalBlocker>
+#include <QVBoxLayout>
+
+namespace kestil {
+
+namespace {
+
+QLabel *sentenceLabel(const QString &name)
+{
+    auto *label = new QLabel;
+    label->setObjectName(name);
+    label->setAccessibleName(name);
+    label->setWordWrap(true);
+    label->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    return label;
+}
+
+template <typename T> T *named(T *widget, const QString &name)
+{
+    widget->setObjectName(name);
+    widget->setAccessibleName(name);
+    return widget;
+}
+
+// The progress bar's range is in kilobytes: a model of several gigabytes
+// does not fit an int in bytes.
+void showProgress(QProgressBar *bar, qint64 received, qint64 total)
+{
+    if (total <= 0) {
+        bar->setRange(0, 0);
+        return;
+    }
+    bar->setRange(0, int(total / 1024));
+    bar->setValue(int(std::min(received, total) / 1024));
+}
+
+} // namespace
+
+SettingsWindow::Environment SettingsWindow::Environment::standard()
+{
+    return Environment{&LlamaLanguageModel::shared(), LanguageModelFiles::modelsDirectory(),
+                       languageModelCatalogue()};
+}
+
+SettingsWindow::SettingsWindow(LocalAppModel &app, PreferenceStore &preferences, Environment environment,
+                               QWidget *parent)
+    : QDialog(parent), app_(app), preferences_(preferences), environment_(std::move(environment))
+{
+    setObjectName(QStringLiteral("settingsWindow"));
+    setWindowTitle(QStringLiteral("Settings"));
+    setModal(false);
+    auto *layout = new QVBoxLayout(this);
+    layout->addWidget(buildLanguageModelSection());
+    layout->addWidget(buildSpeechSection());
+    layout->addStretch(1);
+    resize(560, sizeHint().height());
+
+    connect(&preferences_, &PreferenceStore::changed, this, [this](const QString &key) {
+        if (key == settings::keys::kestilOnDeviceLanguageModelEnabled) {
+            refreshLanguageModel();
+            refreshSummaryStatus();
+        } else if (key == settings::keys::recordSystemAudio || key == settings::keys::showRecordingWidget ||
+                   key == settings::keys::transcriptionLanguage) {
+            refresh();
+        }
+    });
+    refresh();
+}
+
+SettingsWindow::~SettingsWindow()
+{
+    // A download stops at the next poll and keeps its part; an import or a
+    // set-up in its last step finishes first. Either way no thread outlives
+    // the window's state.
+    for (auto *cancelled : {languageModelCancelled_.get(), speechCancelled_.get()}) {
+        if (cancelled)
+            cancelled->store(true);
+    }
+    for (QThread *thread : {languageModelWork_, speechWork_}) {
+        if (thread) {
+            thread->wait();
+            delete thread;
+        }
+    }
+}
+
+QWidget *SettingsWindow::buildLanguageModelSection()
+{
+    auto *box = named(new QGroupBox(QStringLiteral("On-device language model")),
+                      QStringLiteral("settingsLanguageModelSection"));
+    auto *layout = new QVBoxLayout(box);
+
+    languageModelStatus_ = sentenceLabel(QStringLiteral("settingsLanguageModelStatus"));
+    layout->addWidget(languageModelStatus_);
+
+    auto *pickRow = new QHBoxLayout;
+    languageModelPicker_ = named(new QComboBox, QStringLiteral("settingsLanguageModelPicker"));
+    for (const DownloadableLanguageModel &model : environment_.catalogue) {
+        languageModelPicker_->addItem(model.name + QStringLiteral(" · ") + fileSizeText(model.size),
+                                      model.fileName);
+        languageModelPicker_->setItemData(languageModelPicker_->count() - 1, model.description,
+                                          Qt::ToolTipRole);
+    }
+    pickRow->addWidget(languageModelPicker_, 1);
+    downloadButton_ = named(new QPushButton(QStringLiteral("Download")),
+                            QStringLiteral("settingsLanguageModelDownloadButton"));
+    pickRow->addWidget(downloadButton_);
+    layout->addLayout(pickRow);
+
+    languageModelDescription_ = sentenceLabel(QStringLiteral("settingsLanguageModelDescription"));
+    layout->addWidget(languageModelDescription_);
+
+    auto *progressRow = new QHBoxLayout;
+    languageModelProgress_ = named(new QProgressBar, QStringLiteral("settingsLanguageModelProgress"));
+    languageModelProgress_->setVisible(false);
+    progressRow->addWidget(languageModelProgress_, 1);
+    languageModelCancel_ =
+        named(new QPushButton(QStringLiteral("Cancel")), QStringLiteral("settingsLanguageModelCancelButton"));
+    languageModelCancel_->setVisible(false);
+    progressRow->addWidget(languageModelCancel_);
+    layout->addLayout(progressRow);
+
+    importButton_ = named(new QPushButton(QStringLiteral("Import a model file…")),
+                          QStringLiteral("settingsLanguageModelImportButton"));
+    auto *importRow = new QHBoxLayout;
+    importRow->addWidget(importButton_);
+    importRow->addStretch(1);
+    layout->addLayout(importRow);
+
+    languageModelMessage_ = sentenceLabel(QStringLiteral("settingsLanguageModelMessage"));
+    layout->addWidget(languageModelMessage_);
+
+    onDeviceSwitch_ =
+        named(new QCheckBox(QStringLiteral("Use on-device AI for summaries, titles, tags and Ask AI")),
+              QStringLiteral("settingsOnDeviceAISwitch"));
+    layout->addWidget(onDeviceSwitch_);
+
+    connect(languageModelPicker_, &QComboBox::currentIndexChanged, this, [this] {
+        const DownloadableLanguageModel *model = chosenModel();
+        languageModelDescription_->setText(model ? model->description : QString());
+    });
+    connect(downloadButton_, &QPushButton::clicked, this, &SettingsWindow::downloadLanguageModel);
+    connect(importButton_, &QPushButton::clicked, this, &SettingsWindow::importLanguageModel);
+    connect(languageModelCancel_, &QPushButton::clicked, this, [this] {
+        if (languageModelCancelled_)
+            languageModelCancelled_->store(true);
+        languageModelCancel_->setEnabled(false);
+    });
+    connect(onDeviceSwitch_, &QCheckBox::toggled, this, [this](bool on) {
+        settings::setOnDeviceLanguageModelEnabled(preferences_, on);
+        emit languageModelChanged();
+    });
+    const DownloadableLanguageModel *first = chosenModel();
+    languageModelDescription_->setText(first ? first->description : QString());
+    return box;
+}
+
+QWidget *SettingsWindow::buildSpeechSection()
+{
+    auto *box = named(new QGroupBox(QStringLiteral("Speech")), QStringLiteral("settingsSpeechSection"));
+    auto *layout = new QVBoxLayout(box);
+    speechStatus_ = sentenceLabel(QStringLiteral("settingsSpeechStatus"));
+    layout->addWidget(speechStatus_);
+
+    auto *setUpRow = new QHBoxLayout;
+    speechSetUpButton_ = named(new QPushButton(QStringLiteral("Set Up On-Device Speech")),
+                               QStringLiteral("settingsSpeechSetUpButton"));
+    setUpRow->addWidget(speechSetUpButton_);
+    speechProgress_ = named(new QProgressBar, QStringLiteral("settingsSpeechProgress"));
+    speechProgress_->setVisible(false);
+    setUpRow->addWidget(speechProgress_, 1);
+    speechCancel_ =
+        named(new QPushButton(QStringLiteral("Cancel")), QStringLiteral("settingsSpeechCancelButton"));
+    speechCancel_->setVisible(false);
+    setUpRow->addWidget(speechCancel_);
+    layout->addLayout(setUpRow);
+
+    speechMessage_ = sentenceLabel(QStringLiteral("settingsSpeechMessage"));
+    layout->addWidget(speechMessage_);
+
+    systemAudioSwitch_ = named(new QCheckBox(QStringLiteral("Record system audio")),
+                               QStringLiteral("settingsRecordSystemAudioSwitch"));
+    layout->addWidget(systemAudioSwitch_);
+    recordingWidgetSwitch_ =
+        named(new QCheckBox(QStringLiteral("Show the recording widget during a recording")),
+              QStringLiteral("settingsShowRecordingWidgetSwitch"));
+    layout->addWidget(recordingWidgetSwitch_);
+
+    connect(speechSetUpButton_, &QPushButton::clicked, this, &SettingsWindow::setUpSpeech);
+    connect(speechCancel_, &QPushButton::clicked, this, [this] {
+        if (speechCancelled_)
+            speechCancelled_->store(true);
+        speechCancel_->setEnabled(false);
+    });
+    connect(systemAudioSwitch_, &QCheckBox::toggled, this,
+            [this](bool on) { settings::setRecordSystemAudio(preferences_, on); });
+    connect(recordingWidgetSwitch_, &QCheckBox::toggled, this,
+            [this](bool on) { settings::setShowRecordingWidget(preferences_, on); });
+    return box;
+}
+
+void SettingsWindow::refresh()
+{
+    refreshLanguageModel();
+    refreshSpeech();
+    const QSignalBlocker systemAudio(systemAudioSwitch_);
+    const QSignalBlocker widget(recordingWidgetSwitch_);
+    systemAudioSwitch_->setChecked(settings::recordSystemAudio(preferences_));
+    recordingWidgetSwitch_->setChecked(settings::showRecordingWidget(preferences_));
+}
+
+const DownloadableLanguageModel *SettingsWindow::chosenModel() const
+{
+    const int index = languageModelPicker_->currentIndex();
+    if (index < 0 || index >= environment_.catalogue.size())
+        return nullptr;
+    return &environment_.catalogue[index];
+}
+
+void SettingsWindow::refreshLanguageModel()
+{
+    const bool enabled = settings::onDeviceLanguageModelEnabled(preferences_);
+    {
+        const QSignalBlocker block(onDeviceSwitch_);
+        onDeviceSwitch_->setChecked(enabled);
+    }
+    const bool busy = languageModelBusy();
+    downloadButton_->setEnabled(!busy && chosenModel());
+    importButton_->setEnabled(!busy);
+    languageModelPicker_->setEnabled(!busy);
+    if (busy && !downloadingName_.isEmpty())
+        return; // the progress keeps the sentence up to date
+
+    QString text;
+    const auto installed = LanguageModelFiles::installedModel(environment_.languageModelsDirectory);
+    if (installed) {
+        const QFileInfo file(installed->path);
+        QString name = file.fileName();
+        for (const DownloadableLanguageModel &model : environment_.catalogue) {
+            if (model.fileName == file.fileName())
+                name = model.name;
+        }
+        text = QStringLiteral("Installed: “%1” (%2). Summaries, titles, tags and Ask AI use it.")
+                   .arg(name, fileSizeText(file.size()));
+    } else {
+        text = QStringLiteral("No on-device language model is installed. Download one or import a GGUF file "
+                              "to use summaries, titles, tags and Ask AI.");
+    }
+    if (environment_.languageModel) {
+        const auto availability = environment_.languageModel->availability();
+        if (!availability.isAvailable &&
+            availability.reason == LanguageModel::UnavailableReason::deviceNotEligible)
+            text += QStringLiteral(" This computer cannot run the on-device language model.");
+    }
+    if (!enabled)
+        text += QStringLiteral(" On-device AI is switched off.");
+    languageModelStatus_->setText(text);
+}
+
+void SettingsWindow::refreshSpeech()
+{
+    const QString locale = app_.language();
+    const LocalSpeech::Readiness readiness = LocalSpeech::readiness(locale, preferences_);
+    QString text = LocalSpeech::message(readiness);
+    if (readiness.configuration && readiness.status == LocalSpeech::Readiness::Status::installed)
+        text += QStringLiteral(" (") + LocalSpeech::engineName(readiness.configuration->engine) +
+                QStringLiteral(" · ") + readiness.configuration->locale + QLatin1Char(')');
+    speechStatus_->setText(text);
+    speechSetUpButton_->setEnabled(!speechBusy() && readiness.configuration.has_value());
+}
+
+void SettingsWindow::refreshSummaryStatus()
+{
+    if (environment_.languageModel)
+        app_.setSummaryStatus(
+            LocalSummary::modelStatus(*environment_.languageModel, QLocale(app_.language())).statusLine);
+}
+
+QThread *SettingsWindow::runInBackground(std::function<QString()> work,
+                                         std::function<void(const QString &)> done)
+{
+    auto *thread = QThread::create([this, work = std::move(work), done = std::move(done)] {
+        const QString message = work();
+        // The window waits for this thread before it goes, so it is there to
+        // receive the result; a result still queued when it goes is dropped.
+        QMetaObject::invokeMethod(
+            this, [done, message] { done(message); }, Qt::QueuedConnection);
+    });
+    thread->start();
+    return thread;
+}
+
+void SettingsWindow::showLanguageModelProgress(qint64 received, qint64 total)
+{
+    if (!languageModelBusy())
+        return;
+    showProgress(languageModelProgress_, received, total);
+    languageModelStatus_->setText(
+        total > 0
+            ? QStringLiteral("Downloading “%1”: %2 of %3.")
+                  .arg(downloadingName_, fileSizeText(received), fileSizeText(total))
+            : QStringLiteral("Downloading “%1”: %2 so far.").arg(downloadingName_, fileSizeText(received)));
+}
+
+void SettingsWindow::downloadLanguageModel()
+{
+    const DownloadableLanguageModel *chosen = chosenModel();
+    if (languageModelBusy() || !chosen)
+        return;
+    const DownloadableLanguageModel model = *chosen;
+    QUrl base;
+    try {
+        base = languageModelBaseAddress(preferences_);
+    } catch (const std::exception &e) {
+        languageModelMessage_->setText(describe(e));
+        return;
+    }
+    languageModelMessage_->clear();
+    downloadingName_ = model.name;
+    auto cancelled = std::make_shared<std::atomic<bool>>(false);
+    languageModelCancelled_ = cancelled;
+    languageModelProgress_->setVisible(true);
+    languageModelCancel_->setVisible(true);
+    languageModelCancel_->setEnabled(true);
+    showProgress(languageModelProgress_,
+                 partialLanguageModelDownload(model, environment_.languageModelsDirectory), model.size);
+    languageModelStatus_->setText(QStringLiteral("Downloading “%1”…").arg(model.name));
+
+    const QString directory = environment_.languageModelsDirectory;
+    languageModelWork_ = runInBackground(
+        [this, model, base, cancelled, directory] {
+            DownloadObserver observer;
+            observer.progress = [this](qint64 received, qint64 total) {
+                QMetaObject::invokeMethod(
+                    this, [this, received, total] { showLanguageModelProgress(received, total); },
+                    Qt::QueuedConnection);
+            };
+            observer.isCancelled = [cancelled] { return cancelled->load(); };
+            try {
+                installLanguageModel(model, base, observer, directory);
+                return QStringLiteral(
+                           "“%1” is installed. Summaries, titles, tags and Ask AI use it from now on.")
+                    .arg(model.name);
+            } catch (const CancellationError &) {
+                return QStringLiteral("The download of “%1” was cancelled. What arrived is kept for the next "
+                                      "download, and models already installed are unchanged.")
+                    .arg(model.name);
+            } catch (const std::exception &e) {
+                return describe(e);
+            }
+        },
+        [this](const QString &message) { finishLanguageModelWork(message); });
+    refreshLanguageModel();
+}
+
+void SettingsWindow::importLanguageModel()
+{
+    if (languageModelBusy())
+        return;
+    QFileDialog dialog(this, QStringLiteral("Import a Language Model"), QDir::homePath(),
+                       QStringLiteral("GGUF models (*.gguf)"));
+    dialog.setObjectName(QStringLiteral("settingsImportDialog"));
+    dialog.setFileMode(QFileDialog::ExistingFile);
+    dialog.setAcceptMode(QFileDialog::AcceptOpen);
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
+        return;
+    const QString source = dialog.selectedFiles().constFirst();
+    languageModelMessage_->setText(QStringLiteral("Importing “%1”…").arg(QFileInfo(source).fileName()));
+    downloadingName_.clear();
+    languageModelCancelled_.reset();
+    languageModelProgress_->setVisible(true);
+    languageModelProgress_->setRange(0, 0);
+    const QString directory = environment_.languageModelsDirectory;
+    languageModelWork_ = runInBackground(
+        [source, directory] {
+            try {
+                const QString installed = LanguageModelFiles::importModel(source, directory);
+                return QStringLiteral(
+                           "“%1” is installed. Summaries, titles, tags and Ask AI use it from now on.")
+                    .arg(QFileInfo(installed).fileName());
+            } catch (const std::exception &e) {
+                return describe(e);
+            }
+        },
+        [this](const QString &message) { finishLanguageModelWork(message); });
+    refreshLanguageModel();
+}
+
+void SettingsWindow::finishLanguageModelWork(const QString &message)
+{
+    if (languageModelWork_) {
+        languageModelWork_->wait();
+        delete languageModelWork_;
+        languageModelWork_ = nullptr;
+    }
+    languageModelCancelled_.reset();
+    downloadingName_.clear();
+    languageModelProgress_->setVisible(false);
+    languageModelCancel_->setVisible(false);
+    languageModelMessage_->setText(message);
+    refreshLanguageModel();
+    refreshSummaryStatus();
+    emit languageModelChanged();
+}
+
+void SettingsWindow::setUpSpeech()
+{
+    if (speechBusy())
+        return;
+    const QString locale = app_.language();
+    auto cancelled = std::make_shared<std::atomic<bool>>(false);
+    speechCancelled_ = cancelled;
+    speechMessage_->setText(QStringLiteral("Setting up on-device speech…"));
+    speechProgress_->setVisible(true);
+    speechProgress_->setRange(0, 0);
+    speechCancel_->setVisible(true);
+    speechCancel_->setEnabled(true);
+    PreferenceStore *preferences = &preferences_;
+    speechWork_ = runInBackground(
+        [this, locale, cancelled, preferences] {
+            LocalSpeech::SetUpOptions options;
+            options.download.progress = [this](qint64 received, qint64 total) {
+                QMetaObject::invokeMethod(
+                    this, [this, received, total] { showProgress(speechProgress_, received, total); },
+                    Qt::QueuedConnection);
+            };
+            options.download.isCancelled = [cancelled] { return cancelled->load(); };
+            try {
+                LocalSpeech::setUp(locale, *preferences, options);
+                return LocalSpeech::message(LocalSpeech::readiness(locale, *preferences));
+            } catch (const CancellationError &) {
+                return QStringLiteral("Speech set-up was cancelled. What was downloaded is kept for the next "
+                                      "set-up, and speech works as it did before.");
+            } catch (const std::exception &e) {
+                return describe(e);
+            }
+        },
+        [this](const QString &message) { finishSpeechWork(message); });
+    refreshSpeech();
+}
+
+void SettingsWindow::finishSpeechWork(const QString &message)
+{
+    if (speechWork_) {
+        speechWork_->wait();
+        delete speechWork_;
+        speechWork_ = nullptr;
+    }
+    speechCancelled_.reset();
+    speechProgress_->setVisible(false);
+    speechCancel_->setVisible(false);
+    speechMessage_->setText(message);
+    refreshSpeech();
+    // The launch's status line, in the same words; read without recording a
+    // failure, so that the one set-up just recorded stays.
+    const LocalSpeech::Readiness readiness = LocalSpeech::readiness(app_.language(), preferences_);
+    if (readiness.configuration && readiness.status == LocalSpeech::Readiness::Status::installed)
+        app_.setSpeechStatus(QStringLiteral("Installed: ") +
+                             LocalSpeech::engineName(readiness.configuration->engine) +
+                             QStringLiteral(" · ") + readiness.configuration->locale);
+    else
+        app_.setSpeechStatus(LocalSpeech::message(readiness));
+}
+
+} // namespace kestil
