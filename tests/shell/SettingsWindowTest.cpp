@@ -275,6 +275,38 @@ TEST_F(SettingsWindowTest, TheSpeechSectionShowsReadinessForTheTranscriptionLang
               readiness.configuration.has_value());
 }
 
+TEST_F(SettingsWindowTest, SpeechSetUpDownloadsWithProgressAndAFailedCheckSaysWhatWasKept)
+{
+    // Bytes that are not the published model: set-up downloads them with
+    // progress, and the checksum of the catalogue refuses them.
+    QByteArray notAModel(4 * 1024 * 1024, 'k');
+    server_.setFile(QStringLiteral("ggml-base.en.bin"), notAModel);
+    qputenv("KESTIL_SPEECH_MODEL_BASE_URL", server_.baseAddress(QStringLiteral("slow")).toUtf8());
+    rig_.preferences->set(QString(settings::keys::kestilSpeechModelSize), QStringLiteral("base"));
+    open("good");
+    const LocalSpeech::Readiness before = LocalSpeech::readiness(rig_.app->language(), *rig_.preferences);
+    ASSERT_TRUE(before.configuration.has_value()) << before.details.toStdString();
+
+    click(QStringLiteral("settingsSpeechSetUpButton"));
+    EXPECT_TRUE(settings_->speechBusy());
+    EXPECT_FALSE(find<QPushButton>(QStringLiteral("settingsSpeechSetUpButton"))->isEnabled());
+    auto *progress = find<QProgressBar>(QStringLiteral("settingsSpeechProgress"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return progress->maximum() > 0 && progress->value() > 0; }, 10000));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !settings_->speechBusy(); }, 60000));
+    qunsetenv("KESTIL_SPEECH_MODEL_BASE_URL");
+
+    const QString message = text(QStringLiteral("settingsSpeechMessage"));
+    EXPECT_EQ(message,
+              QStringLiteral("The downloaded speech model “ggml-base.en.bin” did not match its published "
+                             "checksum, so it was deleted. Models already installed are unchanged; try "
+                             "Set Up On-Device Speech again."));
+    EXPECT_FALSE(progress->isVisible());
+    EXPECT_TRUE(find<QPushButton>(QStringLiteral("settingsSpeechSetUpButton"))->isEnabled());
+    // The failure is recorded for the diagnostics, and speech is as it was.
+    EXPECT_TRUE(settings::localSpeechLastFailure(*rig_.preferences).value_or(QString()).contains(message));
+    EXPECT_EQ(LocalSpeech::readiness(rig_.app->language(), *rig_.preferences).status, before.status);
+}
+
 TEST_F(SettingsWindowTest, TheSettingsMenuEntryOpensTheWindow)
 {
     auto *action = rig_.window->findChild<QAction *>(QStringLiteral("settingsAction"));
