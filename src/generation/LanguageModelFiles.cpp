@@ -65,8 +65,10 @@ std::optional<GgufModelInfo> cachedCheck(const QFileInfo &file)
     CachedCheck check{file.size(), file.lastModified(), std::nullopt};
     try {
         check.info = validatedModel(path);
-        if (check.info->languages.isEmpty())
-            check.info->languages = recordedLanguages(file);
+        // The catalogue knows the languages of the models it offers better
+        // than their headers, which often name English alone.
+        if (const QStringList recorded = recordedLanguages(file); !recorded.isEmpty())
+            check.info->languages = recorded;
     } catch (const Error &) {
         check.info.reset();
     }

@@ -21,7 +21,7 @@ GgufModelInfo validatedModel(const QString &path);
 
 // The model in use: of the usable .gguf files in the folder, the one installed
 // last (names break ties). Files that are not usable are passed over. Its
-// languages come from its header, else from its languages record.
+// languages come from its languages record, else from its header.
 std::optional<GgufModelInfo> installedModel(const QString &directory = modelsDirectory());
 
 // Checks a model file and copies it into the folder under its own name,
@@ -30,10 +30,11 @@ std::optional<GgufModelInfo> installedModel(const QString &directory = modelsDir
 // installed.
 QString importModel(const QString &sourcePath, const QString &directory = modelsDirectory());
 
-// Records, beside a model file, the languages it is made for when its own
-// header names none: the catalogue knows them for the models it offers. The
-// record counts only while the file has the size it was written for. Writing
-// it may fail quietly: the model then counts as English only.
+// Records, beside a model file, the languages it is made for, as the catalogue
+// names them for the models it offers; they stand in for the languages of the
+// file's header, which often names English alone. The record counts only
+// while the file has the size it was written for. Writing it may fail
+// quietly: the model then has the languages of its header.
 void writeLanguagesRecord(const QString &modelPath, const QStringList &languages, qint64 size);
 
 } // namespace kestil::LanguageModelFiles

@@ -66,7 +66,7 @@ protected:
                                            QStringLiteral("tiny-chat.gguf"),
                                            tiny_.size(),
                                            sha256(tiny_),
-                                           {QStringLiteral("en"), QStringLiteral("de")},
+                                           {QStringLiteral("en"), QStringLiteral("fr")},
                                            QStringLiteral("A model with random weights."),
                                            QStringLiteral("MIT")};
     }
@@ -122,6 +122,9 @@ TEST_F(LanguageModelInstall, AServedModelIsInstalledInOneRenameAndTheModelAnswer
 
     EXPECT_EQ(model.availability(), LanguageModel::Availability::available());
     EXPECT_EQ(LanguageModelFiles::installedModel(folder_.directory())->path, target());
+    // The catalogue's languages stand in for the header's ("en" and "de").
+    EXPECT_TRUE(model.supportsLocale(QLocale(QStringLiteral("fr_FR"))));
+    EXPECT_FALSE(model.supportsLocale(QLocale(QStringLiteral("de_DE"))));
     const QString answer = model.respond(QStringLiteral("Be brief."), QStringLiteral("Hello"),
                                          GenerationOptions{0.0, 8}, CancellationToken());
     EXPECT_GT(model.statistics().generatedTokens, 0) << answer.toStdString();
@@ -147,6 +150,18 @@ TEST_F(LanguageModelInstall, ANewerInstallTakesOverFromTheModelInUseWithoutARest
     const int requests = int(server_.requests().size());
     installLanguageModel(entry_, base("good"), {}, folder_.directory());
     EXPECT_EQ(int(server_.requests().size()), requests);
+}
+
+TEST_F(LanguageModelInstall, AnImportUnderTheSameNameKeepsNoneOfTheCataloguesLanguages)
+{
+    installLanguageModel(entry_, base("good"), {}, folder_.directory());
+    QTemporaryDir elsewhere;
+    const QString copy = elsewhere.filePath(QStringLiteral("tiny-chat.gguf"));
+    ASSERT_TRUE(QFile::copy(ModelFolder::cached(QStringLiteral("tiny-llama-chat.gguf")), copy));
+    LanguageModelFiles::importModel(copy, folder_.directory());
+    const auto installed = LanguageModelFiles::installedModel(folder_.directory());
+    ASSERT_TRUE(installed);
+    EXPECT_EQ(installed->languages, (QStringList{QStringLiteral("en"), QStringLiteral("de")}));
 }
 
 TEST_F(LanguageModelInstall, AFileWithTheWrongChecksumIsDeletedAndNothingCountsInstalled)
