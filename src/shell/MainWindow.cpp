@@ -1,12 +1,15 @@
 #include "shell/MainWindow.h"
 
 #include "capture/ProcessTapRecorder.h"
+#include "core/AskNoteConversation.h"
 #include "core/LocalAppModel.h"
 #include "core/NoteTranscript.h"
 #include "core/NotesListViewModel.h"
 #include "library/TranscriptTabContent.h"
+#include "prefs/SettingsKeys.h"
 #include "shell/Icons.h"
 #include "shell/KestilAppDelegate.h"
+#include "shell/LocalAskNoteView.h"
 #include "shell/NoteListItemModel.h"
 #include "shell/NoteRowDelegate.h"
 #include "shell/RecordingBar.h"
@@ -354,6 +357,11 @@ QWidget *MainWindow::buildDetail()
             listModel_->startTranscription(shownNote_);
     });
     titleRow->addWidget(recordButton_, 0, Qt::AlignTop);
+    askButton_ = new QPushButton(QStringLiteral("Ask AI"));
+    name(askButton_, QStringLiteral("noteDetailAskAIButton"));
+    askButton_->setToolTip(QStringLiteral("Ask questions about this note, answered on this device"));
+    connect(askButton_, &QPushButton::clicked, this, &MainWindow::showAskAI);
+    titleRow->addWidget(askButton_, 0, Qt::AlignTop);
     pageLayout->addLayout(titleRow);
 
     detailDate_ = new QLabel;
@@ -515,6 +523,27 @@ void MainWindow::refreshRecordingState()
         scheduleTranscriptRefresh();
     else
         refreshTranscript();
+}
+
+void MainWindow::showAskAI()
+{
+    const NotePtr note = shownNote_;
+    if (!note || !app_.store())
+        return;
+    if (askView_ && askView_->conversation().note() == note) {
+        askView_->raise();
+        askView_->activateWindow();
+        return;
+    }
+    if (askView_)
+        askView_->close();
+    const QString language = settings::transcriptionLanguage(delegate_.preferences());
+    askView_ =
+        new LocalAskNoteView(note, *app_.store(), listModel_->languageModel(),
+                             QLocale(QString(language).replace(QLatin1Char('-'), QLatin1Char('_'))), this);
+    askView_->setAttribute(Qt::WA_DeleteOnClose);
+    askView_->setWindowFlag(Qt::Window);
+    askView_->show();
 }
 
 void MainWindow::refreshJumpButton()

@@ -20,6 +20,7 @@ namespace kestil {
 
 class KestilAppDelegate;
 class LocalAppModel;
+class LocalAskNoteView;
 class NoteListItemModel;
 class NotesListViewModel;
 class RecordingBar;
@@ -53,6 +54,8 @@ public:
 public slots:
     // Opens the Settings window, or brings it to the front.
     void showSettings();
+    // Opens the Ask AI window of the shown note.
+    void showAskAI();
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -92,6 +95,8 @@ private:
     QLineEdit *detailTitle_ = nullptr;
     QLabel *detailDate_ = nullptr;
     QPushButton *recordButton_ = nullptr;
+    QPushButton *askButton_ = nullptr;
+    QPointer<LocalAskNoteView> askView_;
     QPushButton *jumpButton_ = nullptr;
     QTabWidget *tabs_ = nullptr;
     SummaryTab *summaryTab_ = nullptr;

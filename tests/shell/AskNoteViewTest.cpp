@@ -1,4 +1,4 @@
-#include "capture/recorder/RecorderTestSupport.h"
+#include "ShellTestSupport.h"
 #include "generation/ScriptedLanguageModel.h"
 
 #include "core/AskNoteConversation.h"
@@ -161,4 +161,36 @@ TEST(AskNoteViewTest, AnUnavailableModelSaysWhyAndClosingStopsAnAnswer)
     const QList<LocalChatMessage> saved = rig.store.loadChatMessages(*rig.note->id());
     ASSERT_EQ(saved.size(), 1);
     EXPECT_EQ(saved.at(0).role, QStringLiteral("user"));
+}
+
+TEST(AskNoteViewTest, TheNoteDetailOpensAskAIForTheShownNote)
+{
+    ShellRig rig;
+    {
+        SharedPersistenceController seed(rig.data.path());
+        seed.createNote(QStringLiteral("Budget review"), QStringLiteral("The budget grows by ten percent."),
+                        QUuid::createUuid(), QStringLiteral("transcription"));
+        seed.save();
+    }
+    ScriptedLanguageModel model;
+    model.replies = {QStringLiteral("By ten percent.")};
+    rig.launch();
+    rig.list().setLanguageModel(&model);
+    ASSERT_TRUE(waitUntil([&] { return rig.find(QStringLiteral("noteDetailAskAIButton"))->isVisible(); }));
+    rig.click(QStringLiteral("noteDetailAskAIButton"));
+    auto *view = rig.find<LocalAskNoteView>(QStringLiteral("askAIView"));
+    ASSERT_TRUE(view && view->isVisible());
+    EXPECT_EQ(view->windowTitle(), QStringLiteral("Ask AI: Budget review"));
+    QTest::keyClicks(view->findChild<QLineEdit *>(QStringLiteral("askAIQuestionField")),
+                     QStringLiteral("How much does the budget grow?"));
+    QTest::mouseClick(view->findChild<QPushButton *>(QStringLiteral("askAISendButton")), Qt::LeftButton);
+    ASSERT_TRUE(
+        waitUntil([&] { return view->conversationText().contains(QStringLiteral("By ten percent.")); }));
+    ASSERT_EQ(model.requests.size(), 1);
+    EXPECT_TRUE(model.requests.at(0).prompt.contains(QStringLiteral("The budget grows by ten percent.")));
+
+    rig.click(QStringLiteral("noteDetailAskAIButton"));
+    EXPECT_EQ(rig.window->findChildren<LocalAskNoteView *>().size(), 1) << "one window per note";
+    view->close();
+    EXPECT_TRUE(waitUntil([&] { return rig.window->findChildren<LocalAskNoteView *>().isEmpty(); }));
 }
