@@ -85,7 +85,8 @@ SettingsWindow::SettingsWindow(LocalAppModel &app, PreferenceStore &preferences,
             refreshLanguageModel();
             refreshSummaryStatus();
         } else if (key == settings::keys::recordSystemAudio || key == settings::keys::showRecordingWidget ||
-                   key == settings::keys::transcriptionLanguage) {
+                   key == settings::keys::transcriptionLanguage ||
+                   key == settings::keys::localSpeechLastFailure) {
             refresh();
         }
     });
@@ -202,6 +203,11 @@ QWidget *SettingsWindow::buildSpeechSection()
 
     speechMessage_ = sentenceLabel(QStringLiteral("settingsSpeechMessage"));
     layout->addWidget(speechMessage_);
+    // What readiness found, and the last set-up failure: plain text to read
+    // out or copy when asking for help.
+    speechDiagnostics_ = sentenceLabel(QStringLiteral("settingsSpeechDiagnostics"));
+    speechDiagnostics_->setStyleSheet(QStringLiteral("color: palette(mid);"));
+    layout->addWidget(speechDiagnostics_);
 
     systemAudioSwitch_ = named(new QCheckBox(QStringLiteral("Record system audio")),
                                QStringLiteral("settingsRecordSystemAudioSwitch"));
@@ -292,6 +298,10 @@ void SettingsWindow::refreshSpeech()
                 QStringLiteral(" · ") + readiness.configuration->locale + QLatin1Char(')');
     speechStatus_->setText(text);
     speechSetUpButton_->setEnabled(!speechBusy() && readiness.configuration.has_value());
+    QString diagnostics = readiness.details;
+    if (const auto failure = settings::localSpeechLastFailure(preferences_))
+        diagnostics += QStringLiteral("\n\nLast set-up failure:\n") + *failure;
+    speechDiagnostics_->setText(diagnostics);
 }
 
 void SettingsWindow::refreshSummaryStatus()

@@ -97,6 +97,7 @@ private:
     QPushButton *speechCancel_ = nullptr;
     QProgressBar *speechProgress_ = nullptr;
     QLabel *speechMessage_ = nullptr;
+    QLabel *speechDiagnostics_ = nullptr;
     QCheckBox *systemAudioSwitch_ = nullptr;
     QCheckBox *recordingWidgetSwitch_ = nullptr;
 

@@ -15,6 +15,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QLabel>
 #include <QLineEdit>
 #include <QProgressBar>
@@ -305,6 +306,36 @@ TEST_F(SettingsWindowTest, SpeechSetUpDownloadsWithProgressAndAFailedCheckSaysWh
     // The failure is recorded for the diagnostics, and speech is as it was.
     EXPECT_TRUE(settings::localSpeechLastFailure(*rig_.preferences).value_or(QString()).contains(message));
     EXPECT_EQ(LocalSpeech::readiness(rig_.app->language(), *rig_.preferences).status, before.status);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            return text(QStringLiteral("settingsSpeechDiagnostics"))
+                .contains(QStringLiteral("Last set-up failure:\n"));
+        },
+        5000));
+    EXPECT_TRUE(
+        text(QStringLiteral("settingsSpeechDiagnostics")).startsWith(QStringLiteral("Requested language: ")));
+    EXPECT_TRUE(text(QStringLiteral("settingsSpeechDiagnostics")).contains(message));
+}
+
+TEST_F(SettingsWindowTest, ACancelledSpeechSetUpKeepsItsPartAndTheLastFailureAsItWas)
+{
+    server_.setFile(QStringLiteral("ggml-base.en.bin"), QByteArray(8 * 1024 * 1024, 'k'));
+    qputenv("KESTIL_SPEECH_MODEL_BASE_URL", server_.baseAddress(QStringLiteral("slow")).toUtf8());
+    settings::setLocalSpeechLastFailure(*rig_.preferences, QStringLiteral("an earlier failure"));
+    open("good");
+    click(QStringLiteral("settingsSpeechSetUpButton"));
+    auto *progress = find<QProgressBar>(QStringLiteral("settingsSpeechProgress"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return progress->value() > 0; }, 10000));
+    click(QStringLiteral("settingsSpeechCancelButton"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !settings_->speechBusy(); }, 10000));
+    qunsetenv("KESTIL_SPEECH_MODEL_BASE_URL");
+
+    EXPECT_EQ(
+        text(QStringLiteral("settingsSpeechMessage")),
+        QStringLiteral("Speech set-up was cancelled. What was downloaded is kept for the next set-up, and "
+                       "speech works as it did before."));
+    EXPECT_EQ(settings::localSpeechLastFailure(*rig_.preferences), QStringLiteral("an earlier failure"));
+    EXPECT_GT(QFileInfo(rig_.data.filePath(QStringLiteral("Models/speech/ggml-base.en.bin.part"))).size(), 0);
 }
 
 TEST_F(SettingsWindowTest, TheSettingsMenuEntryOpensTheWindow)
