@@ -14,6 +14,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QFormLayout>
@@ -57,6 +58,19 @@ void showProgress(QProgressBar *bar, qint64 received, qint64 total)
     }
     bar->setRange(0, int(total / 1024));
     bar->setValue(int(std::min(received, total) / 1024));
+}
+
+// A download reports every piece that arrives, thousands a second on a fast
+// line; the window needs a few a second, and the last one.
+std::function<void(qint64, qint64)> throttled(std::function<void(qint64, qint64)> report)
+{
+    auto clock = std::make_shared<QElapsedTimer>();
+    return [report = std::move(report), clock](qint64 received, qint64 total) {
+        if (clock->isValid() && clock->elapsed() < 100 && received != total)
+            return;
+        clock->start();
+        report(received, total);
+    };
 }
 
 } // namespace
@@ -365,11 +379,11 @@ void SettingsWindow::downloadLanguageModel()
     languageModelWork_ = runInBackground(
         [this, model, base, cancelled, directory] {
             DownloadObserver observer;
-            observer.progress = [this](qint64 received, qint64 total) {
+            observer.progress = throttled([this](qint64 received, qint64 total) {
                 QMetaObject::invokeMethod(
                     this, [this, received, total] { showLanguageModelProgress(received, total); },
                     Qt::QueuedConnection);
-            };
+            });
             observer.isCancelled = [cancelled] { return cancelled->load(); };
             try {
                 installLanguageModel(model, base, observer, directory);
@@ -454,11 +468,11 @@ void SettingsWindow::setUpSpeech()
     speechWork_ = runInBackground(
         [this, locale, cancelled, preferences] {
             LocalSpeech::SetUpOptions options;
-            options.download.progress = [this](qint64 received, qint64 total) {
+            options.download.progress = throttled([this](qint64 received, qint64 total) {
                 QMetaObject::invokeMethod(
                     this, [this, received, total] { showProgress(speechProgress_, received, total); },
                     Qt::QueuedConnection);
-            };
+            });
             options.download.isCancelled = [cancelled] { return cancelled->load(); };
             try {
                 LocalSpeech::setUp(locale, *preferences, options);
