@@ -391,6 +391,8 @@ QWidget *MainWindow::buildDetail()
 QWidget *MainWindow::buildSummaryTab()
 {
     summaryTab_ = new SummaryTab(*listModel_);
+    // A refusal of the model that the user can cure is cured in Settings.
+    connect(summaryTab_, &SummaryTab::settingsRequested, this, &MainWindow::showSettings);
     return summaryTab_;
 }
 

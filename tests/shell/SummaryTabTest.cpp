@@ -6,6 +6,7 @@
 #include "ShellTestSupport.h"
 #include "generation/ScriptedLanguageModel.h"
 
+#include "shell/SettingsWindow.h"
 #include "shell/SummaryTab.h"
 
 #include <QComboBox>
@@ -235,6 +236,9 @@ TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenThe
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
     rig.click(QStringLiteral("noteDetailSummaryOpenSettingsButton"));
     EXPECT_EQ(settings.count(), 1);
+    ASSERT_TRUE(rig.window->settingsWindow());
+    EXPECT_TRUE(rig.window->settingsWindow()->isVisible());
+    rig.window->settingsWindow()->close();
 
     // Switched off by the user: curable too.
     model.availabilityValue =
