@@ -9,6 +9,7 @@
 #include <QLockFile>
 #include <QMutex>
 #include <QSet>
+#include <QStorageInfo>
 
 #include <filesystem>
 #include <system_error>
@@ -103,6 +104,16 @@ QString installLanguageModel(const DownloadableLanguageModel &model, const QUrl 
         QFile::remove(partPath);
         return path;
     }
+
+    // A model is large: a disk that cannot hold it is told before the first
+    // byte, not when it is full.
+    const qint64 needed = model.size - partialLanguageModelDownload(model, directory);
+    const QStorageInfo storage(directory);
+    if (storage.isValid() && storage.bytesAvailable() >= 0 && storage.bytesAvailable() < needed)
+        throw LocalError(
+            QStringLiteral("There is not enough free space for “%1”: it needs %2 and %3 are free. "
+                           "Nothing was downloaded, and models already installed are unchanged.")
+                .arg(model.name, fileSizeText(needed), fileSizeText(storage.bytesAvailable())));
 
     const QByteArray sha = downloadToPartFile(
         languageModelAddress(baseAddress, model), partPath, observer,

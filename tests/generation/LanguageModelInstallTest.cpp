@@ -9,6 +9,7 @@
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
 #include "support/LoopbackModelServer.h"
+#include "support/TmpfsMount.h"
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
@@ -243,6 +244,25 @@ TEST_F(LanguageModelInstall, ACancelledDownloadKeepsItsPartAndInstallsNothing)
     EXPECT_GT(partialLanguageModelDownload(entry_, folder_.directory()), 0);
     EXPECT_FALSE(isLanguageModelDownloading(entry_, folder_.directory()));
     EXPECT_FALSE(LanguageModelFiles::installedModel(folder_.directory()));
+}
+
+TEST_F(LanguageModelInstall, ADiskWithoutRoomForTheModelIsToldBeforeTheFirstByte)
+{
+    test::TmpfsMount small(4 * 1024 * 1024);
+    ASSERT_TRUE(small.mounted()) << small.error().toStdString();
+    const QString directory = small.path() + QStringLiteral("/Models/language");
+    try {
+        installLanguageModel(entry_, base("good"), {}, directory);
+        FAIL() << "a 4 MB disk cannot hold the model";
+    } catch (const LocalError &e) {
+        EXPECT_TRUE(e.message().startsWith(
+            QStringLiteral("There is not enough free space for “Tiny chat”: it needs ")))
+            << e.message().toStdString();
+        EXPECT_TRUE(e.message().endsWith(
+            QStringLiteral("Nothing was downloaded, and models already installed are unchanged.")));
+    }
+    EXPECT_TRUE(server_.requests().isEmpty());
+    EXPECT_TRUE(QDir(directory).entryList(QDir::Files).isEmpty());
 }
 
 TEST_F(LanguageModelInstall, TheBaseAddressComesFromTheEnvironmentThenThePreference)
