@@ -68,7 +68,6 @@ QWidget *emptyState(QLabel *longNoteHint, const std::function<void(const QString
         row->addStretch(1);
         auto *button = namedButton(suggestions.at(i), QStringLiteral("askAISuggestion-%1").arg(i + 1),
                                    suggestions.at(i));
-        button->setFlat(true);
         QObject::connect(button, &QPushButton::clicked, page,
                          [ask, question = suggestions.at(i)] { ask(question); });
         row->addWidget(button);

@@ -219,7 +219,7 @@ QWidget *MainWindow::buildLibrary()
         notesModel_->refreshRows();
         if (shownNote_) {
             if (!detailTitle_->isModified())
-                detailTitle_->setText(shownNote_->displayTitle());
+                showTitle(shownNote_->displayTitle());
             refreshSummary(shownNote_);
         }
         scheduleTranscriptRefresh();
@@ -444,7 +444,7 @@ void MainWindow::showSelectedNote()
         return;
     }
     if (!detailTitle_->isModified())
-        detailTitle_->setText(note->displayTitle());
+        showTitle(note->displayTitle());
     detailDate_->setText(NoteListItemModel::dateText(*note));
     tabs_->setCurrentIndex(listModel_->selectedDetailTab() == NotesListViewModel::transcriptTab
                                ? transcriptIndex
@@ -460,6 +460,13 @@ void MainWindow::refreshSummary(const NotePtr &note)
     summaryTab_->setNote(note);
 }
 
+void MainWindow::showTitle(const QString &title)
+{
+    // A long title is read from its start, not from where typing would go on.
+    detailTitle_->setText(title);
+    detailTitle_->setCursorPosition(0);
+}
+
 void MainWindow::commitTitle()
 {
     if (!shownNote_ || !detailTitle_->isModified())
@@ -468,7 +475,7 @@ void MainWindow::commitTitle()
     const QString typed = detailTitle_->text();
     // A blank title is not written; the field shows the note's own again.
     if (typed.trimmed().isEmpty()) {
-        detailTitle_->setText(shownNote_->displayTitle());
+        showTitle(shownNote_->displayTitle());
         return;
     }
     listModel_->setTitle(shownNote_, typed.trimmed());

@@ -70,6 +70,7 @@ private:
 
     NotePtr selectedNote() const;
     void showSelectedNote();
+    void showTitle(const QString &title);
     void commitTitle();
     void scheduleTranscriptRefresh();
     void refreshTranscript();
