@@ -21,10 +21,12 @@ namespace {
 QString sentence(QRandomGenerator &random)
 {
     static const QStringList words{
-        QStringLiteral("budget"),  QStringLiteral("team"),    QStringLiteral("review"), QStringLiteral("launch"),
-        QStringLiteral("customer"), QStringLiteral("plan"),   QStringLiteral("we"),     QStringLiteral("should"),
-        QStringLiteral("the"),     QStringLiteral("next"),    QStringLiteral("week"),   QStringLiteral("design"),
-        QStringLiteral("agree"),   QStringLiteral("numbers"), QStringLiteral("quarter"), QStringLiteral("and")};
+        QStringLiteral("budget"), QStringLiteral("team"),     QStringLiteral("review"),
+        QStringLiteral("launch"), QStringLiteral("customer"), QStringLiteral("plan"),
+        QStringLiteral("we"),     QStringLiteral("should"),   QStringLiteral("the"),
+        QStringLiteral("next"),   QStringLiteral("week"),     QStringLiteral("design"),
+        QStringLiteral("agree"),  QStringLiteral("numbers"),  QStringLiteral("quarter"),
+        QStringLiteral("and")};
     QStringList s;
     const int n = 6 + int(random.bounded(14));
     for (int i = 0; i < n; ++i)
@@ -95,10 +97,11 @@ int main(int argc, char *argv[])
     std::vector<double> summaries;
     for (int i = 0; i < 20; ++i) {
         timer.start();
-        controller.applyGeneratedFields(notes[i],
-                                        {{QStringLiteral("summary"), QStringLiteral("## Overview\n\n- point")},
-                                         {QStringLiteral("summaryType"), QStringLiteral("general")}},
-                                        QStringList{QStringLiteral("Budget"), QStringLiteral("Team %1").arg(i % 7)});
+        controller.applyGeneratedFields(
+            notes[i],
+            {{QStringLiteral("summary"), QStringLiteral("## Overview\n\n- point")},
+             {QStringLiteral("summaryType"), QStringLiteral("general")}},
+            QStringList{QStringLiteral("Budget"), QStringLiteral("Team %1").arg(i % 7)});
         summaries.push_back(double(timer.nsecsElapsed()) / 1e6);
     }
     std::printf("apply summary with tags (median):  %8.2f ms\n", medianMs(summaries));

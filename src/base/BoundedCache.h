@@ -13,11 +13,12 @@ namespace kestil {
 // A thread-safe cache with a count limit and a total cost limit. When either
 // is exceeded the least recently used entries are evicted. Values are held by
 // shared pointer so that a reader keeps its entry alive after an eviction.
-template<typename Key, typename Value>
-class BoundedCache {
+template <typename Key, typename Value> class BoundedCache {
 public:
     BoundedCache(qsizetype countLimit, qint64 totalCostLimit)
-        : countLimit_(countLimit), totalCostLimit_(totalCostLimit) {}
+        : countLimit_(countLimit), totalCostLimit_(totalCostLimit)
+    {
+    }
 
     std::shared_ptr<const Value> object(const Key &key)
     {

@@ -10,7 +10,9 @@ namespace kestil {
 // Every error Kestil throws carries a complete sentence for the user.
 class Error : public std::exception {
 public:
-    explicit Error(QString description) : description_(std::move(description)), utf8_(description_.toUtf8()) {}
+    explicit Error(QString description) : description_(std::move(description)), utf8_(description_.toUtf8())
+    {
+    }
     const QString &localizedDescription() const noexcept { return description_; }
     const char *what() const noexcept override { return utf8_.constData(); }
 

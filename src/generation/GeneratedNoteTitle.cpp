@@ -8,8 +8,10 @@ GenerationSchema GeneratedNoteTitle::schema()
     title.name = QStringLiteral("title");
     title.description = QStringLiteral("A concise descriptive note title, at most eight words, in the source "
                                        "language. No Markdown, quotes, or title prefix.");
-    // Twice the longest title that is kept, so that a title is cut by us, not by the grammar.
-    title.maximumLength = 200;
+    // A little over the longest title that is kept, so that a title is cut by
+    // us, not by the grammar, while a rambling one still closes its JSON well
+    // inside the response cap of 64 tokens.
+    title.maximumLength = 120;
     return {QStringLiteral("GeneratedNoteTitle"), QString(), {title}};
 }
 

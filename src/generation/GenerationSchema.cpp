@@ -1,7 +1,6 @@
 #include "generation/GenerationSchema.h"
 
 #include <QJsonArray>
-#include <QJsonDocument>
 
 namespace kestil {
 
@@ -60,39 +59,34 @@ QString GenerationSchema::grammar() const
     return rules.join(QLatin1Char('\n')) + QLatin1Char('\n');
 }
 
-QString GenerationSchema::jsonSchemaText() const
+QString GenerationSchema::promptText() const
 {
-    QJsonObject propertiesObject;
-    QJsonArray required;
+    // A one-line sketch of the object with each field's description as a
+    // comment. Small models copy the description out of a full JSON Schema
+    // into the answer; a sketch reads as a form to fill in, so they don't.
+    QStringList fields;
     for (const Property &property : properties) {
-        QJsonObject text{{QStringLiteral("type"), QStringLiteral("string")}};
-        if (property.maximumLength >= 0)
-            text.insert(QStringLiteral("maxLength"), property.maximumLength);
-        QJsonObject entry;
-        if (property.kind == Kind::string) {
-            entry = text;
-        } else {
-            entry.insert(QStringLiteral("type"), QStringLiteral("array"));
-            entry.insert(QStringLiteral("items"), text);
-            if (property.minimumCount > 0)
-                entry.insert(QStringLiteral("minItems"), property.minimumCount);
-            if (property.maximumCount >= 0)
-                entry.insert(QStringLiteral("maxItems"), property.maximumCount);
+        QString type =
+            property.kind == Kind::string ? QStringLiteral("string") : QStringLiteral("[string, ...]");
+        QStringList notes;
+        if (property.kind == Kind::stringArray) {
+            if (property.minimumCount > 0 && property.maximumCount >= 0)
+                notes.append(
+                    QStringLiteral("%1 to %2 items").arg(property.minimumCount).arg(property.maximumCount));
+            else if (property.maximumCount >= 0)
+                notes.append(QStringLiteral("at most %1 items").arg(property.maximumCount));
+            else if (property.minimumCount > 0)
+                notes.append(QStringLiteral("at least %1 items").arg(property.minimumCount));
         }
         if (!property.description.isEmpty())
-            entry.insert(QStringLiteral("description"), property.description);
-        propertiesObject.insert(property.name, entry);
-        required.append(property.name);
+            notes.append(property.description);
+        QString field = QStringLiteral("\"%1\": %2").arg(property.name, type);
+        if (!notes.isEmpty())
+            field += QStringLiteral(" // ") + notes.join(QStringLiteral(". "));
+        fields.append(field);
     }
-    QJsonObject schema{{QStringLiteral("type"), QStringLiteral("object")},
-                       {QStringLiteral("properties"), propertiesObject},
-                       {QStringLiteral("required"), required},
-                       {QStringLiteral("additionalProperties"), false}};
-    if (!typeName.isEmpty())
-        schema.insert(QStringLiteral("title"), typeName);
-    if (!description.isEmpty())
-        schema.insert(QStringLiteral("description"), description);
-    return QString::fromUtf8(QJsonDocument(schema).toJson(QJsonDocument::Compact));
+    return QStringLiteral("Respond with JSON in this form:\n{") + fields.join(QStringLiteral(",\n ")) +
+           QStringLiteral("}");
 }
 
 QJsonObject GenerationSchema::validated(const QJsonObject &object) const

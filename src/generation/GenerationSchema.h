@@ -8,7 +8,7 @@ namespace kestil {
 
 // The shape of a record that the model fills by constrained decoding: an object
 // whose properties are strings or arrays of strings. The schema yields a GBNF
-// grammar that admits exactly such JSON, and a JSON Schema text for the prompt.
+// grammar that admits exactly such JSON, and a sketch of the form for the prompt.
 struct GenerationSchema {
     enum class Kind { string, stringArray };
 
@@ -27,8 +27,8 @@ struct GenerationSchema {
 
     // A GBNF grammar whose start symbol "root" admits the JSON of this record.
     QString grammar() const;
-    // A JSON Schema of the record, as the model reads it in the prompt.
-    QString jsonSchemaText() const;
+    // The record's form as the model reads it at the end of a prompt.
+    QString promptText() const;
     // The object when it has every property with the right type, else an empty object.
     QJsonObject validated(const QJsonObject &object) const;
 };

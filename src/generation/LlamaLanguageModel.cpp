@@ -583,10 +583,7 @@ QJsonObject LlamaLanguageModel::respond(const QString &instructions, const QStri
                                         const GenerationOptions &options, const CancellationToken &cancel)
 {
     const QString fullPrompt =
-        includeSchemaInPrompt
-            ? prompt + QStringLiteral("\n\nRespond with a JSON object that follows this JSON schema:\n") +
-                  schema.jsonSchemaText()
-            : prompt;
+        includeSchemaInPrompt ? prompt + QStringLiteral("\n\n") + schema.promptText() : prompt;
     bool finished = false;
     const QString text = worker_.call([&] {
         engine_->ensureLoaded(modelsDirectory_);

@@ -16,7 +16,8 @@ TEST(CmarkSmokeTest, StrikethroughExtensionRendersInlineRuns)
     ASSERT_NE(strike, nullptr);
     cmark_parser *parser = cmark_parser_new(CMARK_OPT_DEFAULT);
     cmark_parser_attach_syntax_extension(parser, strike);
-    const char *text = "**Decision:** ship on *Friday*, ~~not Monday~~, see [plan](https://example.org) and `v2`.";
+    const char *text =
+        "**Decision:** ship on *Friday*, ~~not Monday~~, see [plan](https://example.org) and `v2`.";
     cmark_parser_feed(parser, text, std::strlen(text));
     cmark_node *doc = cmark_parser_finish(parser);
     char *html = cmark_render_html(doc, CMARK_OPT_DEFAULT, cmark_parser_get_syntax_extensions(parser));

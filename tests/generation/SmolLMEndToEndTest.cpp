@@ -2,6 +2,7 @@
 // transcript summarised through the pipeline, then titled and tagged, and a
 // question answered. The model is small and its prose is poor; these tests
 // check structure, never wording.
+#include "base/Error.h"
 #include "generation/LlamaLanguageModel.h"
 #include "generation/LocalNoteChat.h"
 #include "generation/LocalNoteTags.h"
@@ -111,8 +112,19 @@ TEST_F(SmolLM, SummarisesATranscriptThenTitlesAndTagsIt)
                              << result.toStdString();
     }
 
-    const QString title = LocalSummary::generateTitle(*model, result, english, {});
-    EXPECT_FALSE(title.trimmed().isEmpty());
+    // The title is sampled (temperature 0.2) and a model this small sometimes
+    // answers with a placeholder, which the job takes as no title. Three
+    // tries must give one descriptive title.
+    QString title;
+    QStringList refusals;
+    for (int attempt = 0; attempt < 3 && title.isEmpty(); ++attempt) {
+        try {
+            title = LocalSummary::generateTitle(*model, result, english, {});
+        } catch (const Error &error) {
+            refusals.append(error.localizedDescription());
+        }
+    }
+    ASSERT_FALSE(title.trimmed().isEmpty()) << refusals.join(QLatin1Char('\n')).toStdString();
     EXPECT_LE(title.size(), 100);
     EXPECT_FALSE(title.contains(QLatin1Char('\n')));
 

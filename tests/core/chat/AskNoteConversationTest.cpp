@@ -79,7 +79,8 @@ TEST(AskNoteConversationTest, AnswersStreamAreSavedAndTheNextQuestionSeesTheLast
     EXPECT_EQ(conversation->messages().at(1).content, QStringLiteral("On Friday."));
     EXPECT_FALSE(conversation->error().has_value());
     ASSERT_EQ(rig.model.requests.size(), 1);
-    EXPECT_TRUE(rig.model.requests.at(0).prompt.contains(QStringLiteral("RECENT CONVERSATION:\n\n\nQUESTION:")))
+    EXPECT_TRUE(
+        rig.model.requests.at(0).prompt.contains(QStringLiteral("RECENT CONVERSATION:\n\n\nQUESTION:")))
         << "a question is not part of its own history: " << rig.model.requests.at(0).prompt.toStdString();
     EXPECT_TRUE(rig.model.requests.at(0).prompt.contains(QStringLiteral("complete source")));
 

@@ -80,7 +80,8 @@ TEST(LaunchTest, SelectionIsAdoptedOnlyWhenNoneIsSet)
     EXPECT_EQ(app.selectedNote(), first);
 
     auto second = app.store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
-    second->setValue(QStringLiteral("timestamp"), first->timestamp()->addSecs(1)); // never the same millisecond
+    second->setValue(QStringLiteral("timestamp"),
+                     first->timestamp()->addSecs(1)); // never the same millisecond
     app.store()->save();
     app.refreshNotes();
     EXPECT_EQ(app.selected(), first->id()) << "an existing selection stays";

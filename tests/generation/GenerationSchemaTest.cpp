@@ -1,0 +1,60 @@
+#include "generation/GenerationSchema.h"
+#include "generation/GeneratedNoteTags.h"
+#include "generation/GeneratedNoteTitle.h"
+
+#include "TestPrinters.h"
+
+#include <QJsonArray>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+
+TEST(GenerationSchema, ThePromptShowsAFormToFillInWithEachFieldsDescription)
+{
+    EXPECT_EQ(
+        GeneratedNoteTitle::schema().promptText(),
+        QStringLiteral("Respond with JSON in this form:\n{\"title\": string // A concise descriptive note "
+                       "title, at most eight words, in the source language. No Markdown, quotes, or "
+                       "title prefix.}"));
+    EXPECT_EQ(
+        GeneratedNoteTags::schema().promptText(),
+        QStringLiteral("Respond with JSON in this form:\n{\"tags\": [string, ...] // 1 to 5 items. One to "
+                       "five broad topic tags, reusing matching library names.}"));
+
+    GenerationSchema two{QStringLiteral("Pair"), QString(), {}};
+    GenerationSchema::Property name{QStringLiteral("name"), QString()};
+    GenerationSchema::Property aliases{QStringLiteral("aliases"), QStringLiteral("Other names."),
+                                       GenerationSchema::Kind::stringArray};
+    aliases.maximumCount = 3;
+    two.properties = {name, aliases};
+    EXPECT_EQ(two.promptText(),
+              QStringLiteral("Respond with JSON in this form:\n{\"name\": string,\n "
+                             "\"aliases\": [string, ...] // at most 3 items. Other names.}"));
+}
+
+TEST(GenerationSchema, TheGrammarBoundsEveryStringAndTheTagCount)
+{
+    const QString title = GeneratedNoteTitle::schema().grammar();
+    EXPECT_TRUE(title.contains(QStringLiteral("(char){1,120}"))) << title.toStdString();
+    EXPECT_TRUE(title.startsWith(QStringLiteral("root ::= \"{\" ws \"\\\"title\\\"\" ws \":\" ws value0")))
+        << title.toStdString();
+    const QString tags = GeneratedNoteTags::schema().grammar();
+    EXPECT_TRUE(tags.contains(QStringLiteral("(char){1,48}"))) << tags.toStdString();
+    // One tag, then at most four more.
+    EXPECT_TRUE(tags.contains(QStringLiteral("(ws \",\" ws text0){0,4}"))) << tags.toStdString();
+}
+
+TEST(GenerationSchema, ValidationWantsEveryFieldWithItsTypeAndCount)
+{
+    const GenerationSchema tags = GeneratedNoteTags::schema();
+    const QJsonObject good{{QStringLiteral("tags"), QJsonArray{QStringLiteral("Budget")}}};
+    EXPECT_EQ(tags.validated(good), good);
+    EXPECT_TRUE(tags.validated(QJsonObject{{QStringLiteral("tags"), QJsonArray{}}}).isEmpty());
+    EXPECT_TRUE(tags.validated(QJsonObject{{QStringLiteral("tags"), QJsonArray{1}}}).isEmpty());
+    EXPECT_TRUE(tags.validated(QJsonObject{{QStringLiteral("tags"), QStringLiteral("Budget")}}).isEmpty());
+    EXPECT_TRUE(
+        tags.validated(QJsonObject{{QStringLiteral("tags"), QJsonArray{"a", "b", "c", "d", "e", "f"}}})
+            .isEmpty());
+    EXPECT_TRUE(GeneratedNoteTitle::schema().validated(QJsonObject{}).isEmpty());
+}
