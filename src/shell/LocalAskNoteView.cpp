@@ -27,6 +27,10 @@ namespace {
 QPushButton *namedButton(const QString &text, const QString &name, const QString &accessibleName = {})
 {
     auto *button = new QPushButton(text);
+    // Return belongs to the question field. A dialog's button that takes the
+    // focus would otherwise become its default and be pressed by that same
+    // Return, stopping the answer just asked for or closing the window.
+    button->setAutoDefault(false);
     button->setObjectName(name);
     button->setAccessibleName(accessibleName.isEmpty() ? name : accessibleName);
     return button;
@@ -135,7 +139,6 @@ LocalAskNoteView::LocalAskNoteView(NotePtr note, SharedPersistenceController &st
     askRow->addWidget(question_, 1);
     send_ = namedButton(QStringLiteral("Send"), QStringLiteral("askAISendButton"),
                         QStringLiteral("Send Question"));
-    send_->setDefault(true);
     askRow->addWidget(send_);
     stop_ = namedButton(QStringLiteral("Stop Answer"), QStringLiteral("askAIStopButton"));
     askRow->addWidget(stop_);
@@ -164,11 +167,7 @@ LocalAskNoteView::LocalAskNoteView(NotePtr note, SharedPersistenceController &st
     connect(clear_, &QPushButton::clicked, this, &LocalAskNoteView::confirmClear);
     connect(done, &QPushButton::clicked, this, &QDialog::accept);
     connect(conversation_.get(), &AskNoteConversation::changed, this, &LocalAskNoteView::refresh);
-    connect(conversation_.get(), &AskNoteConversation::questionTaken, this, [this] {
-        question_->clear();
-        question_->clearFocus();
-        send_->setFocus();
-    });
+    connect(conversation_.get(), &AskNoteConversation::questionTaken, this, [this] { question_->clear(); });
 
     conversation_->load();
     refresh();

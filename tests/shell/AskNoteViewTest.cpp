@@ -97,12 +97,23 @@ TEST(AskNoteViewTest, TypingSendingStoppingAndClearing)
     AskRig rig;
     rig.model.replies = {ScriptedLanguageModel::Stall{}};
     rig.open();
+    rig.view->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(rig.view.get()));
     auto *field = rig.find<QLineEdit>(QStringLiteral("askAIQuestionField"));
+    field->setFocus();
     QTest::keyClicks(field, QStringLiteral("When do we ship?"));
     EXPECT_TRUE(rig.find(QStringLiteral("askAISendButton"))->isEnabled());
     QTest::keyClick(field, Qt::Key_Return);
     ASSERT_TRUE(rig.view->conversation().isRunning());
+    // Return sends and does nothing more: no other button of the window is
+    // pressed by it, and the field keeps the focus for the next question.
+    EXPECT_TRUE(rig.view->isVisible()) << "Return closed the window";
+    EXPECT_TRUE(field->hasFocus());
+    EXPECT_TRUE(field->text().isEmpty());
     EXPECT_FALSE(rig.find(QStringLiteral("askAISendButton"))->isEnabled()) << "one question at a time";
+    QTest::keyClick(field, Qt::Key_Return);
+    EXPECT_TRUE(rig.view->conversation().isRunning()) << "Return in an empty field stopped the answer";
+    EXPECT_TRUE(rig.view->isVisible());
 
     rig.click(QStringLiteral("askAIStopButton"));
     EXPECT_FALSE(rig.view->conversation().isRunning());
