@@ -47,6 +47,16 @@ QString uuidText(const QUuid &uuid)
     return uuid.toString(QUuid::WithoutBraces).toUpper();
 }
 
+std::optional<QUuid> uuidFromName(const QString &name)
+{
+    if (name.size() != 36)
+        return std::nullopt;
+    const QUuid uuid = QUuid::fromString(name);
+    if (uuid.isNull() && name != QLatin1String("00000000-0000-0000-0000-000000000000"))
+        return std::nullopt;
+    return uuid;
+}
+
 QString noteFolder(const QString &root, const QUuid &noteID)
 {
     return QDir(root).filePath(QLatin1String(recordingsDirectoryName) + QLatin1Char('/') + uuidText(noteID));

@@ -24,6 +24,11 @@ inline constexpr const char *temporaryAudioPrefix = "recovered-";
 // A UUID as folder names and manifests hold it: upper case, no braces.
 QString uuidText(const QUuid &uuid);
 
+// The UUID that a folder name spells: exactly 36 characters of UUID text in
+// either case. Braces, suffixes and anything else give nothing, so that a
+// folder someone renamed by hand is never taken for a note's.
+std::optional<QUuid> uuidFromName(const QString &name);
+
 // `<root>/Recordings/<NOTE UUID>`.
 QString noteFolder(const QString &root, const QUuid &noteID);
 

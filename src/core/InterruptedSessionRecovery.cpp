@@ -58,13 +58,7 @@ bool staysInside(const FolderEntry &entry, const QString &root)
 // A folder name that is a UUID in text, such as every note folder has.
 std::optional<QUuid> folderUUID(const QString &folder)
 {
-    const QString name = QFileInfo(folder).fileName();
-    if (name.size() != 36)
-        return std::nullopt;
-    const QUuid uuid = QUuid::fromString(name);
-    if (uuid.isNull() && name != QLatin1String("00000000-0000-0000-0000-000000000000"))
-        return std::nullopt;
-    return uuid;
+    return RecordingFolder::uuidFromName(QFileInfo(folder).fileName());
 }
 
 LocalError outsideDataRoot(const QString &folder)

@@ -1,6 +1,7 @@
 #include "core/SharedPersistenceController.h"
 
 #include "base/Error.h"
+#include "capture/RecordingFolder.h"
 #include "core/LocalPaths.h"
 #include "core/SqliteStore.h"
 #include "generation/LocalNoteTags.h"
@@ -355,9 +356,10 @@ void SharedPersistenceController::restoreDeletedRecordings()
         return;
     const QStringList children = deleted.entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
     for (const QString &child : children) {
-        const QUuid id(child);
-        if (id.isNull())
+        const std::optional<QUuid> name = RecordingFolder::uuidFromName(child);
+        if (!name || name->isNull())
             continue; // not ours to judge: kept for review
+        const QUuid id = *name;
         const QString from = deleted.filePath(child);
         if (noteWithId(id)) {
             // The delete did not go through: the audio belongs back.

@@ -112,10 +112,9 @@ std::optional<QString> writeTranscriptUtterances(const QString &cacheKey,
 
 std::optional<QString> encodePlainTextEdit(const QString &newText)
 {
-    const QList<TranscriptUtterance> utterances = utterancesFromPlainText(newText);
-    if (utterances.isEmpty())
-        return std::nullopt;
-    return encodeTranscriptUtterances(utterances);
+    // Encoded as it stands, like any edit: an emptied transcript is stored as
+    // an empty list, which reads back as the plain text alone.
+    return encodeTranscriptUtterances(utterancesFromPlainText(newText));
 }
 
 } // namespace kestil

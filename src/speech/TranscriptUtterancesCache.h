@@ -49,8 +49,8 @@ std::optional<QString> writeTranscriptUtterances(const QString &cacheKey,
                                                  const std::optional<QString> &transcriptionAtWrite);
 
 // The value of transcriptUtterancesJSON for a transcript edited as plain text:
-// one untimed utterance per paragraph, encoded without normalisation. Nothing
-// when the text is empty.
+// one untimed utterance per paragraph, encoded without normalisation ("[]"
+// when the text is empty).
 std::optional<QString> encodePlainTextEdit(const QString &newText);
 
 // Bytes the text takes as UTF-8, counted without converting it.

@@ -65,7 +65,9 @@ TEST(TranscriptEditTest, AnEditWritesTheTextAndItsUntimedParagraphsTogether)
     const auto cleared =
         transcriptEditFields(QStringLiteral("old"), QStringLiteral(""), QStringLiteral("old"), placeholders);
     ASSERT_TRUE(cleared);
-    EXPECT_TRUE(cleared->value(QStringLiteral("transcriptUtterancesJSON")).isNull());
+    EXPECT_EQ(cleared->value(QStringLiteral("transcription")).toString(), QString());
+    EXPECT_EQ(cleared->value(QStringLiteral("transcriptUtterancesJSON")).toString(), QStringLiteral("[]"))
+        << "an emptied transcript is an empty list, written as it stands";
 }
 
 TEST(TranscriptEditTest, APlaceholderIsNotSavedAsContent)

@@ -124,6 +124,13 @@ TEST(RestoreDeletedRecordingsTest, KeepsForeignNamesAndStopsOnConflict)
         conflictId = *controller->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"))->id();
     }
     writeFile(root.file(QStringLiteral("DeletedRecordings/not-a-uuid/x")), "keep");
+    // Names that merely contain a UUID are no note's: a copy someone made by
+    // hand is kept, even beside a note of that UUID.
+    const QStringList lookalikes{QLatin1Char('{') + idText(QUuid::createUuid()) + QLatin1Char('}'),
+                                 idText(keptId) + QStringLiteral(".old"),
+                                 idText(QUuid::createUuid()) + QStringLiteral("-copy")};
+    for (const QString &name : lookalikes)
+        writeFile(root.file(QStringLiteral("DeletedRecordings/") + name + QStringLiteral("/x")), "keep");
     writeFile(
         root.file(QStringLiteral("DeletedRecordings/") + idText(QUuid::createUuid()) + QStringLiteral("/x")),
         "gone");
@@ -136,9 +143,14 @@ TEST(RestoreDeletedRecordingsTest, KeepsForeignNamesAndStopsOnConflict)
     EXPECT_EQ(readFile(root.file(QStringLiteral("Recordings/") + idText(keptId) + QStringLiteral("/x"))),
               "back");
     EXPECT_EQ(readFile(root.file(QStringLiteral("DeletedRecordings/not-a-uuid/x"))), "keep");
+    QStringList kept = lookalikes + QStringList{QStringLiteral("not-a-uuid")};
+    kept.sort();
     EXPECT_EQ(QDir(root.file(QStringLiteral("DeletedRecordings")))
-                  .entryList(QDir::NoDotAndDotDot | QDir::AllEntries),
-              QStringList{QStringLiteral("not-a-uuid")});
+                  .entryList(QDir::NoDotAndDotDot | QDir::AllEntries, QDir::Name),
+              kept);
+    for (const QString &name : lookalikes)
+        EXPECT_EQ(readFile(root.file(QStringLiteral("DeletedRecordings/") + name + QStringLiteral("/x"))),
+                  "keep");
 
     writeFile(root.file(QStringLiteral("DeletedRecordings/") + idText(conflictId) + QStringLiteral("/x")),
               "staged");
