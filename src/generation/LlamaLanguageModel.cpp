@@ -16,6 +16,7 @@
 #include <chrono>
 #include <cmath>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <thread>
 #include <vector>
@@ -74,7 +75,16 @@ constexpr uint32_t contextCeiling = 4096;
 
 class LlamaLanguageModel::Engine {
 public:
-    Engine(int threads, std::atomic<bool> *prefixReuse) : threads_(threads), prefixReuse_(prefixReuse) {}
+    Engine(int threads, std::atomic<bool> *prefixReuse) : threads_(threads), prefixReuse_(prefixReuse)
+    {
+        // Sampling draws a fresh seed for every request, so that Summarize
+        // Again can give another wording. KESTIL_LANGUAGE_MODEL_SEED fixes it,
+        // which makes a run with a real model repeatable when it is studied.
+        bool ok = false;
+        const uint seed = qEnvironmentVariable("KESTIL_LANGUAGE_MODEL_SEED").toUInt(&ok);
+        if (ok)
+            seed_ = seed;
+    }
     ~Engine() { unload(); }
 
     Statistics statistics;
@@ -311,7 +321,8 @@ private:
                 chain, llama_sampler_init_penalties(llama_vocab_n_tokens(vocab_), 64, 1.1f, 0.0f, 0.0f));
         llama_sampler_chain_add(chain, llama_sampler_init_top_p(0.95f, 1));
         llama_sampler_chain_add(chain, llama_sampler_init_temp(float(temperature)));
-        llama_sampler_chain_add(chain, llama_sampler_init_dist(std::random_device{}()));
+        llama_sampler_chain_add(chain,
+                                llama_sampler_init_dist(seed_ ? *seed_ : uint32_t(std::random_device{}())));
         return chain;
     }
 
@@ -443,6 +454,7 @@ public:
 private:
     int threads_;
     std::atomic<bool> *prefixReuse_;
+    std::optional<uint32_t> seed_;
     llama_model *model_ = nullptr;
     llama_context *context_ = nullptr;
     const llama_vocab *vocab_ = nullptr;

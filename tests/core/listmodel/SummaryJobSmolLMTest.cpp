@@ -41,6 +41,8 @@ protected:
         KESTIL_REQUIRE_MODEL("smollm2-135m-instruct-q4_1.gguf");
         application();
         folder.install(modelFile);
+        // The same answers on every run: see the model's seed.
+        qputenv("KESTIL_LANGUAGE_MODEL_SEED", "1");
         languageModel = std::make_unique<LlamaLanguageModel>(folder.directory());
         rig.useFile(writeTone(config.filePath(QStringLiteral("tone.wav")), 1.0));
         preferences = std::make_unique<PreferenceStore>(config.filePath(QStringLiteral("prefs")));
