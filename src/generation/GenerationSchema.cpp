@@ -66,7 +66,7 @@ QString GenerationSchema::promptText() const
     // into the answer; a sketch reads as a form to fill in, so they don't.
     QStringList fields;
     for (const Property &property : properties) {
-        QString type =
+        const QString type =
             property.kind == Kind::string ? QStringLiteral("string") : QStringLiteral("[string, ...]");
         QStringList notes;
         if (property.kind == Kind::stringArray) {
