@@ -15,7 +15,7 @@ GenerationSchema GeneratedNoteTags::schema()
     // Longer proposals are dropped when names are resolved; the grammar keeps
     // the model from spending its response on them.
     tags.maximumLength = 48;
-    return {QStringLiteral("GeneratedNoteTags"), QString(), {tags}};
+    return {{tags}};
 }
 
 GeneratedNoteTags GeneratedNoteTags::fromJson(const QJsonObject &object)

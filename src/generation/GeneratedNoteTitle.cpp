@@ -12,7 +12,7 @@ GenerationSchema GeneratedNoteTitle::schema()
     // us, not by the grammar, while a rambling one still closes its JSON well
     // inside the response cap of 64 tokens.
     title.maximumLength = 120;
-    return {QStringLiteral("GeneratedNoteTitle"), QString(), {title}};
+    return {{title}};
 }
 
 GeneratedNoteTitle GeneratedNoteTitle::fromJson(const QJsonObject &object)

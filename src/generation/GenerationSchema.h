@@ -21,8 +21,6 @@ struct GenerationSchema {
         int maximumLength = -1; // characters of each string, -1 for no limit
     };
 
-    QString typeName;
-    QString description;
     QList<Property> properties;
 
     // A GBNF grammar whose start symbol "root" admits the JSON of this record.

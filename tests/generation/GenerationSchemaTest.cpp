@@ -22,7 +22,7 @@ TEST(GenerationSchema, ThePromptShowsAFormToFillInWithEachFieldsDescription)
         QStringLiteral("Respond with JSON in this form:\n{\"tags\": [string, ...] // 1 to 5 items. One to "
                        "five broad topic tags, reusing matching library names.}"));
 
-    GenerationSchema two{QStringLiteral("Pair"), QString(), {}};
+    GenerationSchema two;
     GenerationSchema::Property name{QStringLiteral("name"), QString()};
     GenerationSchema::Property aliases{QStringLiteral("aliases"), QStringLiteral("Other names."),
                                        GenerationSchema::Kind::stringArray};
