@@ -1,6 +1,7 @@
 #include "core/Note.h"
 
 #include "core/ManagedObjectContext.h"
+#include "documents/PreviewSnippets.h"
 
 #include <QLocale>
 #include <QRegularExpression>
@@ -138,10 +139,7 @@ QDateTime Note::effectiveTimestamp() const
 
 const QSet<QString> &placeholderTexts()
 {
-    static const QSet<QString> texts{
-        QStringLiteral("Transcribing audio..."), QStringLiteral("Loading transcript..."),
-        QStringLiteral("Loading content..."), QStringLiteral("Transcription in progress...")};
-    return texts;
+    return PreviewSnippets::transcriptionPlaceholders();
 }
 
 QString canonicalTagName(const QString &text)

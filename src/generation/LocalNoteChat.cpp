@@ -1,6 +1,7 @@
 #include "generation/LocalNoteChat.h"
 
 #include "base/Error.h"
+#include "documents/ParsedNoteMarkdown.h"
 #include "generation/LocalSummary.h"
 #include "generation/TextWords.h"
 
@@ -113,7 +114,7 @@ QString answer(LanguageModel &model, const QString &source, const QString &quest
     model.streamResponse(instructions(), request, GenerationOptions{0.2, 512}, cancel,
                          [&](const QString &content) {
                              cancel.checkCancellation();
-                             latest = LocalSummary::markdownForDisplay(content);
+                             latest = stripOuterCodeFence(content);
                              snapshot(latest);
                              return true;
                          });

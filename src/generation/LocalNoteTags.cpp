@@ -1,6 +1,7 @@
 #include "generation/LocalNoteTags.h"
 
 #include "base/Error.h"
+#include "documents/ParsedNoteMarkdown.h"
 #include "generation/GeneratedNoteTags.h"
 #include "generation/LocalSummary.h"
 #include "generation/PartOfSpeechTagger.h"
@@ -274,7 +275,7 @@ QStringList completedNames(const std::optional<QStringList> &proposals, const QS
         !resolved.isEmpty())
         return firstNames(resolved, limit);
 
-    const QString text = LocalSummary::markdownForDisplay(summary.isEmpty() ? transcript : summary);
+    const QString text = stripOuterCodeFence(summary.isEmpty() ? transcript : summary);
     if (const QStringList matched = resolvedNames(libraryMatches(text, library), library); !matched.isEmpty())
         return firstNames(matched, limit);
     if (const QStringList terms = resolvedNames(frequentTerms(text), library); !terms.isEmpty())
@@ -293,8 +294,7 @@ QStringList generate(LanguageModel &model, const QString &summary, const std::op
         return {};
     if (const std::optional<QString> refusal = LocalSummary::readiness(model, locale))
         throw LocalError(*refusal);
-    const QStringList pieces =
-        LocalSummary::chunks(LocalSummary::markdownForDisplay(summary), summarySliceBytes);
+    const QStringList pieces = LocalSummary::chunks(stripOuterCodeFence(summary), summarySliceBytes);
     const QString piece = pieces.isEmpty() ? QString() : pieces.first();
     if (piece.trimmed().isEmpty())
         throw LocalError(QStringLiteral("A summary is required to organize tags."));

@@ -50,9 +50,6 @@ ModelStatus modelStatus(const LanguageModel &model, const QLocale &locale);
 // The welcome flow's gentler words for the same states; nothing when ready.
 std::optional<QString> onboardingText(const LanguageModel &model, const QLocale &locale);
 
-// Model output without an outer code fence (```, ```markdown or ```md).
-QString markdownForDisplay(const QString &text);
-
 // Runs operation with a child token that expires after `limit`; when the
 // operation stops because the limit passed, fails with LocalError(message).
 QString withTimeLimit(std::chrono::milliseconds limit, const QString &message,

@@ -1,31 +1,9 @@
-// The model gate: readiness, the cleaning of model output and the time limit
-// of a request.
+// The model gate: readiness and the time limit of a request.
 #include "generation/LocalSummary.h"
 
 #include "base/Error.h"
 
 namespace kestil::LocalSummary {
-
-namespace {
-
-bool isBlank(QChar c)
-{
-    return c == QLatin1Char('\t') || c.category() == QChar::Separator_Space;
-}
-
-// Trims spaces and tabs, not line breaks.
-QString trimmedBlanks(const QString &text)
-{
-    qsizetype start = 0;
-    qsizetype end = text.size();
-    while (start < end && isBlank(text.at(start)))
-        ++start;
-    while (end > start && isBlank(text.at(end - 1)))
-        --end;
-    return text.mid(start, end - start);
-}
-
-} // namespace
 
 QString instructions()
 {
@@ -95,19 +73,6 @@ std::optional<QString> onboardingText(const LanguageModel &model, const QLocale 
             "The on-device language model does not support the selected language for summaries. "
             "You can choose another language in Settings.");
     return std::nullopt;
-}
-
-QString markdownForDisplay(const QString &text)
-{
-    QStringList lines = text.trimmed().split(QLatin1Char('\n'));
-    const QString opening = trimmedBlanks(lines.first()).toLower();
-    if (opening != QStringLiteral("```") && opening != QStringLiteral("```markdown") &&
-        opening != QStringLiteral("```md"))
-        return text;
-    lines.removeFirst();
-    if (!lines.isEmpty() && lines.last().trimmed() == QStringLiteral("```"))
-        lines.removeLast();
-    return lines.join(QLatin1Char('\n'));
 }
 
 QString withTimeLimit(std::chrono::milliseconds limit, const QString &message,

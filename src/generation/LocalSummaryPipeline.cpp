@@ -3,6 +3,7 @@
 #include "generation/LocalSummary.h"
 
 #include "base/Error.h"
+#include "documents/ParsedNoteMarkdown.h"
 
 #include <QSet>
 
@@ -31,7 +32,7 @@ QString keyPointRequest(LanguageModel &model, const QString &prompt, const Cance
 {
     const QString response = model.respond(instructions(), prompt, requestOptions(), cancel);
     cancel.checkCancellation();
-    const QString text = markdownForDisplay(response);
+    const QString text = stripOuterCodeFence(response);
     if (text.trimmed().isEmpty())
         throw LocalError(
             QStringLiteral("The on-device model returned no key points. Existing note content was "
@@ -48,7 +49,7 @@ QString finalRequest(LanguageModel &model, const QString &prompt, const Snapshot
     std::optional<Clock::time_point> lastSentAt;
     model.streamResponse(instructions(), prompt, requestOptions(), cancel, [&](const QString &content) {
         cancel.checkCancellation();
-        const QString text = markdownForDisplay(content);
+        const QString text = stripOuterCodeFence(content);
         if (std::optional<QString> cut = repeatCut(text)) {
             latest = *cut;
             return false;

@@ -2,6 +2,7 @@
 #include "generation/LocalSummary.h"
 
 #include "base/Error.h"
+#include "documents/ParsedNoteMarkdown.h"
 #include "generation/GeneratedNoteTitle.h"
 #include "generation/TextWords.h"
 
@@ -45,7 +46,7 @@ QString generateTitle(LanguageModel &model, const QString &summary, const QLocal
     cancel.checkCancellation();
     if (const std::optional<QString> refusal = readiness(model, locale))
         throw LocalError(*refusal);
-    const QStringList pieces = chunks(markdownForDisplay(summary), unitBytes);
+    const QStringList pieces = chunks(stripOuterCodeFence(summary), unitBytes);
     if (pieces.isEmpty() || pieces.first().trimmed().isEmpty())
         throw LocalError(QStringLiteral("A summary is required to generate a title."));
     const QString prompt = QStringLiteral("Create a title for this note summary:\n") + pieces.first();

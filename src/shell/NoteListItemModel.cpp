@@ -1,55 +1,11 @@
 #include "shell/NoteListItemModel.h"
 
 #include "core/LocalAppModel.h"
+#include "documents/PreviewSnippets.h"
 
-#include <QCache>
 #include <QLocale>
-#include <QRegularExpression>
 
 namespace kestil {
-
-namespace {
-
-constexpr qsizetype previewSourceLength = 400;
-
-const QSet<QString> &summaryPlaceholders()
-{
-    static const QSet<QString> texts{generatingSummaryPlaceholder(),
-                                     QStringLiteral("Transcription in progress...")};
-    return texts;
-}
-
-bool hasUsableSummary(const Note &note)
-{
-    const QString summary = note.summary().value_or(QString()).trimmed();
-    return !summary.isEmpty() && !summaryPlaceholders().contains(summary);
-}
-
-bool hasUsableTranscript(const Note &note)
-{
-    const QString text = note.transcription().value_or(QString()).trimmed();
-    return !text.isEmpty() && !placeholderTexts().contains(text) &&
-           !text.startsWith(QStringLiteral("Transcription failed:"));
-}
-
-// Markdown marks that would show as noise in a one-line preview.
-QString withoutMarks(QString text)
-{
-    static const QRegularExpression lineMarks(
-        QStringLiteral("(?m)^\\s{0,3}(?:#{1,6}\\s*|>\\s*|[-*+]\\s+|\\d+\\.\\s+)"),
-        QRegularExpression::UseUnicodePropertiesOption);
-    static const QRegularExpression link(QStringLiteral("\\[([^\\]]+)\\]\\([^\\)]+\\)"));
-    static const QRegularExpression emphasis(QStringLiteral("(\\*\\*|__|~~|`|\\*|_)(.*?)\\1"));
-    static const QRegularExpression space(QStringLiteral("\\s+"),
-                                          QRegularExpression::UseUnicodePropertiesOption);
-    text.replace(lineMarks, QString());
-    text.replace(link, QStringLiteral("\\1"));
-    text.replace(emphasis, QStringLiteral("\\2"));
-    text.replace(space, QStringLiteral(" "));
-    return text.trimmed();
-}
-
-} // namespace
 
 NoteListItemModel::NoteListItemModel(LocalAppModel &app, QObject *parent)
     : QAbstractListModel(parent), app_(app)
@@ -125,25 +81,14 @@ QString NoteListItemModel::rowIdentifier(const Note &note)
 
 QString NoteListItemModel::previewText(const Note &note)
 {
-    QString source;
-    if (hasUsableSummary(note))
-        source = note.summary().value_or(QString());
-    else if (hasUsableTranscript(note))
-        source = note.transcription().value_or(QString());
-    // Rows are painted often; the same opening gives the same preview.
-    static QCache<QString, QString> cache(500);
-    const QString key = source.left(previewSourceLength);
-    if (const QString *hit = cache.object(key))
-        return *hit;
-    const QString preview = withoutMarks(key);
-    cache.insert(key, new QString(preview));
-    return preview;
+    return PreviewSnippets::rowPreview(note.summary().value_or(QString()),
+                                       note.transcription().value_or(QString()));
 }
 
 bool NoteListItemModel::isProcessingNote(const Note &note)
 {
-    return summaryPlaceholders().contains(note.summary().value_or(QString()).trimmed()) ||
-           placeholderTexts().contains(note.transcription().value_or(QString()).trimmed());
+    return PreviewSnippets::isProcessingNote(note.summary().value_or(QString()),
+                                             note.transcription().value_or(QString()));
 }
 
 QVariant NoteListItemModel::data(const QModelIndex &index, int role) const

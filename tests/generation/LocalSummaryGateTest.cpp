@@ -61,24 +61,6 @@ TEST(LocalSummaryReadiness, LaunchStatusSortsReasonsIntoCurableAndNot)
         "another language in Settings.");
 }
 
-TEST(LocalSummaryMarkdownForDisplay, RemovesOnlyAnOuterFence)
-{
-    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("```md\n## Summary\n- one\n```")),
-              "## Summary\n- one");
-    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("  ```Markdown  \n## A\n")), "## A");
-    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("```\n## A\n  ```  \n\n")), "## A");
-    // A blank inside the marker is no fence; the text comes back as given, untrimmed.
-    const QString spaced = QStringLiteral("``` markdown\n## A\n```\n");
-    EXPECT_EQ(LocalSummary::markdownForDisplay(spaced), spaced);
-    const QString plain = QStringLiteral("\n## Summary\nText  ");
-    EXPECT_EQ(LocalSummary::markdownForDisplay(plain), plain);
-    // An opening fence alone, and one whose closing line has not come yet.
-    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("```markdown")), "");
-    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("```md\n## Sum")), "## Sum");
-    EXPECT_EQ(LocalSummary::markdownForDisplay(QStringLiteral("```\n\n## A\n\n```")), "\n## A\n");
-    EXPECT_EQ(LocalSummary::markdownForDisplay(QString()), "");
-}
-
 TEST(LocalSummaryTimeLimit, AValueBeforeTheLimitWins)
 {
     EXPECT_EQ(LocalSummary::withTimeLimit(std::chrono::milliseconds(500), QStringLiteral("late"),
