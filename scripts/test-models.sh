@@ -34,4 +34,12 @@ shopt -s nullglob
 for gen in "$root"/scripts/models/*.py; do
   PYTHONPATH="$native/share/kestil/gguf-py${PYTHONPATH:+:$PYTHONPATH}" "$py" "$gen" "$models" "$native"
 done
+# Two independent subtitle parsers from PyPI, in a virtual environment of
+# their own, read back the SRT and WebVTT files that the export writes.
+parsers="$cache/subtitle-parsers"
+if [ ! -x "$parsers/bin/python3" ] || ! "$parsers/bin/python3" -c "import srt, webvtt" 2>/dev/null; then
+  rm -rf "$parsers"
+  "$py" -m venv "$parsers"
+  "$parsers/bin/python3" -m pip install --quiet srt==3.5.3 webvtt-py==0.6.0
+fi
 echo "test models in $models"

@@ -15,6 +15,9 @@
 #include <atomic>
 #include <utility>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 namespace kestil {
 
 namespace {
@@ -85,6 +88,7 @@ ProcessTapRecorder::ProcessTapRecorder(Environment environment, QObject *parent)
 {
     // One wait of a start and one of a stop can overlap, never more.
     workers_.setMaxThreadCount(2);
+    finalAudioBuilds_.setMaxThreadCount(1);
 }
 
 ProcessTapRecorder::~ProcessTapRecorder()
@@ -94,6 +98,10 @@ ProcessTapRecorder::~ProcessTapRecorder()
         source_->invalidate();
     queue_.sync();
     workers_.waitForDone();
+    // Builds not yet begun are dropped (an export builds what it needs); the
+    // one under way ends first, so that no thread outlives the recorder.
+    finalAudioBuilds_.clear();
+    finalAudioBuilds_.waitForDone();
     if (liveSpeech_)
         liveSpeech_->cancel();
     liveSpeech_.reset();
@@ -112,6 +120,21 @@ template <typename Work, typename Done> void ProcessTapRecorder::runInBackground
         QMetaObject::invokeMethod(
             this, [done = std::move(done), result = std::move(result)]() mutable { done(std::move(result)); },
             Qt::QueuedConnection);
+    });
+}
+
+void ProcessTapRecorder::buildFinalAudioLater(const QString &segment)
+{
+    finalAudioBuilds_.start([segment] {
+        // Behind the capture and the interface on a busy computer.
+        ::setpriority(PRIO_PROCESS, id_t(::gettid()), 10);
+        try {
+            DurableAudioWriter::finalAudioURL(segment);
+        } catch (const std::exception &error) {
+            // The raw audio is the recording and stays whole; whoever needs
+            // the playable file builds it again.
+            qWarning("The playable audio of a finished segment could not be built: %s", error.what());
+        }
     });
 }
 
@@ -352,6 +375,7 @@ std::exception_ptr ProcessTapRecorder::stopCapture()
     if (writer_) {
         try {
             writer_->complete();
+            buildFinalAudioLater(writer_->directory());
         } catch (const std::exception &error) {
             setErrorMessage(QStringLiteral("Audio could not be finalized: ") + describe(error) +
                             QStringLiteral(". Raw capture was retained."));
@@ -412,18 +436,24 @@ void ProcessTapRecorder::runStop(const std::shared_ptr<QPromise<QString>> &promi
         emit processTapRecordingStateChanged(this);
 
     const std::shared_ptr<LiveSpeechSession> speech = std::exchange(liveSpeech_, nullptr);
-    if (!speech) {
+    if (!speech && finalAudioBuilds_.activeThreadCount() == 0) {
         finishStop(promise, std::nullopt, nullptr);
         return;
     }
     runInBackground(
-        [speech] {
+        [speech, builds = &finalAudioBuilds_] {
             std::pair<std::optional<LocalTranscript>, std::exception_ptr> result;
-            try {
-                result.first = speech->finish();
-            } catch (...) {
-                result.second = std::current_exception();
+            if (speech) {
+                try {
+                    result.first = speech->finish();
+                } catch (...) {
+                    result.second = std::current_exception();
+                }
             }
+            // The session's folders are final when the stop ends: what comes
+            // next (a delete that moves them away, an export) never meets a
+            // build under way.
+            builds->waitForDone();
             return result;
         },
         [this, promise](std::pair<std::optional<LocalTranscript>, std::exception_ptr> result) {

@@ -167,8 +167,9 @@ public:
     // restart; in the latter case the session stays paused.
     void togglePause();
 
-    // Stops capture, completes the segment, lets live speech finish and gives
-    // the final text. Never fails: failures land in errorMessage. A stop while
+    // Stops capture, completes the segment, lets live speech finish and the
+    // playable audio of the session's segments be built, and gives the final
+    // text. Never fails: failures land in errorMessage. A stop while
     // another runs gives the current text at once; a stop while starting
     // waits for the start to end, then stops what it started.
     QFuture<QString> stop();
@@ -209,6 +210,7 @@ private:
     void applyTranscript(const LocalTranscript &transcript);
     void tick();
     template <typename Work, typename Done> void runInBackground(Work work, Done done);
+    void buildFinalAudioLater(const QString &segment);
 
     void setRecording(bool value);
     void setPaused(bool value);
@@ -220,6 +222,9 @@ private:
 
     Environment environment_;
     QThreadPool workers_;
+    // Builds the playable audio of each completed segment, one at a time, off
+    // the audio path and apart from the waits of start and stop.
+    QThreadPool finalAudioBuilds_;
     CaptureQueue queue_;
 
     // Observable.

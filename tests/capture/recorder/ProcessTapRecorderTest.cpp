@@ -133,6 +133,11 @@ TEST_F(ProcessTapRecorderTest, ASessionWritesEveryBufferToASegmentAndEndsWithThe
     const auto written = readRawAudio(RecordingFolder::rawAudioPath(segments[0]));
     const auto expected = readSoundFile(tone)->samples;
     EXPECT_EQ(written, expected);
+
+    // Its playable audio was built in the background before the stop ended.
+    ASSERT_TRUE(
+        DurableAudioWriter::hasValidFinalAudio(segments[0], LocalRecordingManifest::read(segments[0])));
+    EXPECT_EQ(readSoundFile(RecordingFolder::finalAudioPath(segments[0]))->samples, expected);
 }
 
 TEST_F(ProcessTapRecorderTest, AStartIsRefusedWhileStartingRunningOrFinishing)

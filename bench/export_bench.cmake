@@ -1,0 +1,1 @@
+kestil_bench(export_bench LINK kestil_documents)

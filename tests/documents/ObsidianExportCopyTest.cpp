@@ -1,0 +1,240 @@
+// The Obsidian export over a real store folder: segments written by the
+// durable writer (one never built into playable audio, one whose raw file
+// was torn mid-sample) are copied in recording order as files that sox reads
+// with their length and rate, and the Markdown comes last. Failures and a
+// cancel leave no Markdown and no partial copy.
+#include "DocumentsTestSupport.h"
+
+#include "base/CancellationError.h"
+#include "base/Error.h"
+#include "capture/DurableAudioWriter.h"
+#include "capture/RecordingFolder.h"
+#include "documents/ObsidianExport.h"
+#include "support/SoundFiles.h"
+#include "support/TmpfsMount.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+
+namespace {
+
+const QUuid noteID = QUuid::fromString(QStringLiteral("7A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9"));
+
+QByteArray readAll(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
+}
+
+QStringList entries(const QString &folder)
+{
+    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+}
+
+// What sox makes of a file: "<rate> <samples> <channels>".
+QString soxReading(const QString &path)
+{
+    QStringList parts;
+    for (const char *option : {"-r", "-s", "-c"}) {
+        QProcess soxi;
+        soxi.start(QStringLiteral("soxi"), {QString::fromLatin1(option), path});
+        if (!soxi.waitForFinished(30000) || soxi.exitCode() != 0)
+            return QStringLiteral("soxi failed: ") + QString::fromLocal8Bit(soxi.readAllStandardError());
+        parts << QString::fromLatin1(soxi.readAllStandardOutput()).trimmed();
+    }
+    return parts.join(QLatin1Char(' '));
+}
+
+// One completed segment made by the durable writer, with the manifest's date
+// set so that the recording order is the reverse of the folder names'.
+QString recordSegment(const QString &folder, double createdAt, double rate, qint64 frames)
+{
+    {
+        DurableAudioWriter writer(folder, noteID, rate);
+        writer.append(test::sine(440, rate, frames, 0.3f));
+        writer.complete();
+    }
+    LocalRecordingManifest{noteID, createdAt, rate, true}.write(folder);
+    return folder;
+}
+
+class ObsidianExportCopy : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        ASSERT_FALSE(QStandardPaths::findExecutable(QStringLiteral("soxi")).isEmpty())
+            << "sox is a test tool";
+        root = dir.filePath(QStringLiteral("data"));
+        vault = dir.filePath(QStringLiteral("vault"));
+        ASSERT_TRUE(QDir().mkpath(vault));
+        const QString noteFolder = RecordingFolder::noteFolder(root, noteID);
+        first = recordSegment(noteFolder + QStringLiteral("/ZZ-first"), 100, 48000, 72000);
+        second = recordSegment(noteFolder + QStringLiteral("/AA-second"), 200, 16000, 12000);
+        // A crash cut the last sample of the second segment in half.
+        QFile raw(RecordingFolder::rawAudioPath(second));
+        ASSERT_TRUE(raw.open(QIODevice::Append));
+        raw.write("\x01\x02", 2);
+        raw.close();
+        rawBytes = {readAll(RecordingFolder::rawAudioPath(first)),
+                    readAll(RecordingFolder::rawAudioPath(second))};
+
+        note.title = QStringLiteral("Launch");
+        note.summary = QStringLiteral("Ship in April.");
+        note.transcription = QStringLiteral("We ship in April.");
+        note.sourceURL = QStringLiteral("Recordings/") + RecordingFolder::uuidText(noteID);
+    }
+
+    // The base name of an export's Markdown, checked for its form.
+    QString baseNameOf(const ObsidianExport::Result &result)
+    {
+        const QString name = QFileInfo(result.markdownPath).fileName();
+        EXPECT_TRUE(
+            QRegularExpression(QStringLiteral("^Kestil-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.md$"))
+                .match(name)
+                .hasMatch())
+            << name.toStdString();
+        EXPECT_EQ(QFileInfo(result.markdownPath).path(), vault);
+        return name.chopped(3);
+    }
+
+    QTemporaryDir dir;
+    QString root;
+    QString vault;
+    QString first;
+    QString second;
+    QList<QByteArray> rawBytes;
+    NoteExportContent note;
+};
+
+TEST_F(ObsidianExportCopy, CopiesPlayableAudioInRecordingOrderThenWritesTheMarkdown)
+{
+    QList<std::pair<qint64, qint64>> reports;
+    const ObsidianExport::Result result =
+        ObsidianExport::run(note, vault, root, [&](qint64 done, qint64 total) {
+            reports.append({done, total});
+        });
+    const QString base = baseNameOf(result);
+    const QString audio = vault + QLatin1Char('/') + base + QStringLiteral("-audio");
+
+    EXPECT_EQ(result.copiedSegments, 2);
+    EXPECT_EQ(result.message(), QStringLiteral("Markdown and audio exported to the selected folder."));
+    EXPECT_EQ(entries(vault), (QStringList{base + QStringLiteral("-audio"), base + QStringLiteral(".md")}));
+    EXPECT_EQ(entries(audio),
+              (QStringList{QStringLiteral("segment-1.caf"), QStringLiteral("segment-2.caf")}));
+    EXPECT_EQ(
+        QString::fromUtf8(readAll(result.markdownPath)),
+        QStringLiteral("# Launch\n\nShip in April.\n\n## Transcript\n\nWe ship in April.\n\n## Notes\n\n\n") +
+            QStringLiteral("\n![[") + base + QStringLiteral("-audio/segment-1.caf]]\n") +
+            QStringLiteral("\n![[") + base + QStringLiteral("-audio/segment-2.caf]]\n"));
+
+    // The oldest recording first, each whole: the torn sample is left out.
+    EXPECT_EQ(soxReading(audio + QStringLiteral("/segment-1.caf")), QStringLiteral("48000 72000 1"));
+    EXPECT_EQ(soxReading(audio + QStringLiteral("/segment-2.caf")), QStringLiteral("16000 12000 1"));
+    EXPECT_EQ(readAll(audio + QStringLiteral("/segment-2.caf")),
+              readAll(RecordingFolder::finalAudioPath(second)));
+
+    // The raw audio is the recording and stays as it was.
+    EXPECT_EQ(readAll(RecordingFolder::rawAudioPath(first)), rawBytes[0]);
+    EXPECT_EQ(readAll(RecordingFolder::rawAudioPath(second)), rawBytes[1]);
+
+    const qint64 total = QFileInfo(audio + QStringLiteral("/segment-1.caf")).size() +
+                         QFileInfo(audio + QStringLiteral("/segment-2.caf")).size();
+    ASSERT_FALSE(reports.isEmpty());
+    EXPECT_EQ(reports.first(), std::make_pair(qint64(0), total));
+    EXPECT_EQ(reports.last(), std::make_pair(total, total));
+    EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
+}
+
+TEST_F(ObsidianExportCopy, ANoteWithoutAudioInTheStoreExportsMarkdownOnly)
+{
+    // Audio outside the store that a bad path could reach.
+    recordSegment(dir.filePath(QStringLiteral("x/S")), 1, 16000, 1600);
+    const std::vector<std::tuple<const char *, std::optional<QString>, QString>> rows = {
+        {"outside the store", root, QStringLiteral("../x")},
+        {"absolute", root, RecordingFolder::noteFolder(root, noteID)},
+        {"no store", std::nullopt, note.sourceURL},
+        {"not on disk", root, QStringLiteral("Recordings/") + RecordingFolder::uuidText(QUuid::createUuid())},
+    };
+    for (const auto &[row, storeRoot, sourceURL] : rows) {
+        SCOPED_TRACE(row);
+        QTemporaryDir out;
+        NoteExportContent content = note;
+        content.sourceURL = sourceURL;
+        const ObsidianExport::Result result = ObsidianExport::run(content, out.path(), storeRoot);
+        EXPECT_EQ(result.copiedSegments, 0);
+        EXPECT_EQ(result.message(), QStringLiteral("Markdown exported to the selected folder."));
+        EXPECT_EQ(entries(out.path()), QStringList{QFileInfo(result.markdownPath).fileName()});
+        EXPECT_EQ(QString::fromUtf8(readAll(result.markdownPath)), ObsidianExport::markdown(content));
+    }
+}
+
+TEST_F(ObsidianExportCopy, AnAudioFolderWithoutSegmentsLeavesAnEmptyAudioFolder)
+{
+    note.sourceURL = QStringLiteral("Recordings/Empty");
+    ASSERT_TRUE(QDir().mkpath(root + QStringLiteral("/Recordings/Empty/not-a-segment")));
+    const ObsidianExport::Result result = ObsidianExport::run(note, vault, root);
+    const QString base = baseNameOf(result);
+    EXPECT_EQ(result.message(), QStringLiteral("Markdown exported to the selected folder."));
+    EXPECT_EQ(entries(vault), (QStringList{base + QStringLiteral("-audio"), base + QStringLiteral(".md")}));
+    EXPECT_EQ(entries(vault + QLatin1Char('/') + base + QStringLiteral("-audio")), QStringList());
+    EXPECT_EQ(QString::fromUtf8(readAll(result.markdownPath)), ObsidianExport::markdown(note));
+}
+
+TEST_F(ObsidianExportCopy, TwoExportsOfOneNoteWriteSeparateFiles)
+{
+    const QString a = baseNameOf(ObsidianExport::run(note, vault, root));
+    const QString b = baseNameOf(ObsidianExport::run(note, vault, root));
+    EXPECT_NE(a, b);
+    EXPECT_EQ(entries(vault).size(), 4);
+}
+
+TEST_F(ObsidianExportCopy, AFailedOrCancelledCopyKeepsWholeCopiesAndWritesNoMarkdown)
+{
+    const QString file = dir.filePath(QStringLiteral("not-a-folder"));
+    ASSERT_TRUE(QFile(file).open(QIODevice::WriteOnly));
+    try {
+        ObsidianExport::run(note, file, root);
+        ADD_FAILURE() << "an export into a file went through";
+    } catch (const LocalError &error) {
+        EXPECT_EQ(error.message(), QStringLiteral("Could not create the folder “not-a-folder”: File exists"));
+    }
+
+    std::atomic_bool cancel = false;
+    try {
+        ObsidianExport::run(
+            note, vault, root, [&](qint64 done, qint64) { cancel = done > 0; }, &cancel);
+        ADD_FAILURE() << "a cancelled export went through";
+    } catch (const CancellationError &) {
+    }
+    ASSERT_EQ(entries(vault).size(), 1);
+    EXPECT_TRUE(entries(vault).first().endsWith(QStringLiteral("-audio")));
+    EXPECT_EQ(entries(vault + QLatin1Char('/') + entries(vault).first()), QStringList());
+
+    // Room for the first copy and not the second.
+    test::TmpfsMount disk(320 * 1024);
+    if (!disk.mounted())
+        GTEST_SKIP() << disk.error().toStdString();
+    try {
+        ObsidianExport::run(note, disk.path(), root);
+        ADD_FAILURE() << "an export onto a full disk went through";
+    } catch (const LocalError &error) {
+        EXPECT_EQ(error.message(),
+                  QStringLiteral("Could not write “segment-2.caf”: No space left on device"));
+    }
+    const QStringList written = entries(disk.path());
+    ASSERT_EQ(written.size(), 1);
+    const QString audio = disk.path() + QLatin1Char('/') + written.first();
+    EXPECT_EQ(entries(audio), QStringList{QStringLiteral("segment-1.caf")});
+    EXPECT_EQ(soxReading(audio + QStringLiteral("/segment-1.caf")), QStringLiteral("48000 72000 1"));
+}
+
+} // namespace

@@ -1,0 +1,176 @@
+// Subtitles from a note's timed utterances: how cues are cut (lines, seven
+// seconds, pauses), that nothing said is lost or reordered, and the two file
+// formats.
+#include "DocumentsTestSupport.h"
+
+#include "documents/Subtitles.h"
+
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <random>
+
+using namespace kestil;
+
+namespace {
+
+TranscriptUtterance said(const QString &text, std::optional<double> start, std::optional<double> end,
+                         bool interim = false)
+{
+    TranscriptUtterance utterance;
+    utterance.id = newTranscriptUtteranceId();
+    utterance.text = text;
+    utterance.start = start;
+    utterance.end = end;
+    utterance.isInterim = interim;
+    return utterance;
+}
+
+// "wd00 wd01 …": words of four characters, so each takes five with its blank.
+QString words(int from, int to)
+{
+    QStringList list;
+    for (int i = from; i < to; ++i)
+        list << QStringLiteral("wd%1").arg(i, 2, 10, QLatin1Char('0'));
+    return list.join(QLatin1Char(' '));
+}
+
+struct CueRow {
+    const char *row;
+    QList<TranscriptUtterance> utterances;
+    QList<SubtitleCue> expected;
+};
+
+void PrintTo(const CueRow &row, std::ostream *out)
+{
+    printRowName(row.row, out);
+}
+
+class SubtitleCues : public ::testing::TestWithParam<CueRow> {};
+
+TEST_P(SubtitleCues, AreCutByLinesTimeAndPauses)
+{
+    const QList<SubtitleCue> cues = Subtitles::cues(GetParam().utterances);
+    ASSERT_EQ(cues.size(), GetParam().expected.size());
+    for (qsizetype i = 0; i < cues.size(); ++i) {
+        const SubtitleCue &expected = GetParam().expected[i];
+        EXPECT_NEAR(cues[i].start, expected.start, 0.0005) << i;
+        EXPECT_NEAR(cues[i].end, expected.end, 0.0005) << i;
+        EXPECT_EQ(cues[i].text, expected.text) << i;
+    }
+}
+
+const QString longWord =
+    QStringLiteral("Donaudampfschifffahrtselektrizitaetenhauptbetriebswerkbauunterbeamtengesellschaft");
+
+INSTANTIATE_TEST_SUITE_P(
+    Transcripts, SubtitleCues,
+    ::testing::Values(
+        CueRow{
+            "a pause ends a cue",
+            {said(QStringLiteral("We move the launch."), 0.5, 2.0),
+             said(QStringLiteral("Sam writes."), 3.5, 4.5)},
+            {{0.5, 2.0, QStringLiteral("We move the launch.")}, {3.5, 4.5, QStringLiteral("Sam writes.")}}},
+        CueRow{"a breath does not",
+               {said(QStringLiteral("Yes."), 1.0, 1.4), said(QStringLiteral("Of  course.\n"), 1.5, 2.3)},
+               {{1.0, 2.3, QStringLiteral("Yes. Of course.")}}},
+        CueRow{"interim and untimed are left out, the rest ordered",
+               {said(QStringLiteral("Second."), 5, 6), said(QStringLiteral("maybe"), 0, 1, true),
+                said(QStringLiteral("no times"), std::nullopt, std::nullopt),
+                said(QStringLiteral("half"), 2.0, std::nullopt), said(QStringLiteral("First."), 1, 2)},
+               {{1, 2, QStringLiteral("First.")}, {5, 6, QStringLiteral("Second.")}}},
+        // 0.05 s a character: two lines of eight words fill the first cue.
+        CueRow{"two lines of 42 at most",
+               {said(words(0, 20), 0, 4.95)},
+               {{0, 3.95, words(0, 8) + QLatin1Char('\n') + words(8, 16)}, {4.0, 4.95, words(16, 20)}}},
+        // 0.1 s a character: the fifteenth word would end the cue after 7 s.
+        CueRow{"seven seconds at most",
+               {said(words(0, 20), 0, 9.9)},
+               {{0, 6.9, words(0, 8) + QLatin1Char('\n') + words(8, 14)}, {7.0, 9.9, words(14, 20)}}},
+        CueRow{"a word longer than a line stays whole",
+               // 91 characters, 0.05 s each.
+               {said(QStringLiteral("See ") + longWord + QStringLiteral(" today"), 0, 4.55)},
+               {{0, 4.25, QStringLiteral("See\n") + longWord}, {4.3, 4.55, QStringLiteral("today")}}},
+        CueRow{"overlapping utterances never overlap as cues",
+               {said(QStringLiteral("Both"), 1.0, 2.0), said(QStringLiteral("talk"), 1.5, 1.5),
+                said(QStringLiteral("Later."), 2.5, 2.5)},
+               {{1.0, 2.0, QStringLiteral("Both talk")}, {2.5, 2.501, QStringLiteral("Later.")}}}));
+
+TEST(SubtitleCueRules, HoldForALongVariedTranscript)
+{
+    std::mt19937 random(20240305);
+    const QStringList vocabulary = {
+        QStringLiteral("a"),        QStringLiteral("launch"), QStringLiteral("April,"),
+        QStringLiteral("we'll"),    QStringLiteral("東京"),   QStringLiteral("Café"),
+        QStringLiteral("schedule"), QStringLiteral("ok."),    longWord};
+    QList<TranscriptUtterance> utterances;
+    QStringList spoken;
+    QList<double> pausedStarts;
+    double time = 1;
+    double spokenUntil = -1;
+    for (int u = 0; u < 400; ++u) {
+        QStringList text;
+        const int count = std::uniform_int_distribution(1, 40)(random);
+        for (int w = 0; w < count; ++w)
+            text << vocabulary[std::uniform_int_distribution<int>(0, int(vocabulary.size()) - 1)(random)];
+        const double start = time + std::uniform_real_distribution(-0.3, 1.5)(random);
+        const double end =
+            start + text.join(QLatin1Char(' ')).size() * std::uniform_real_distribution(0.03, 0.12)(random);
+        utterances << said(text.join(QLatin1Char(' ')), start, end);
+        spoken << text;
+        if (start - spokenUntil >= 0.25)
+            pausedStarts << start;
+        spokenUntil = std::max(spokenUntil, end);
+        time = end;
+    }
+
+    const QList<SubtitleCue> cues = Subtitles::cues(utterances);
+    QStringList shown;
+    double previousEnd = 0;
+    for (const SubtitleCue &cue : cues) {
+        SCOPED_TRACE(cue.text.toStdString());
+        EXPECT_GT(cue.end, cue.start);
+        EXPECT_LE(cue.end - cue.start, 7.0 + 1e-9);
+        EXPECT_GE(cue.start, previousEnd);
+        previousEnd = cue.end;
+        const QStringList lines = cue.text.split(QLatin1Char('\n'));
+        EXPECT_LE(lines.size(), 2);
+        for (const QString &line : lines)
+            EXPECT_TRUE(line.size() <= 42 || !line.contains(QLatin1Char(' '))) << line.toStdString();
+        shown << cue.text;
+    }
+    // Every character said, in order; only blanks and line breaks differ.
+    const auto letters = [](QString text) { return text.remove(QRegularExpression(QStringLiteral("\\s"))); };
+    EXPECT_EQ(letters(shown.join(QString())), letters(spoken.join(QString())));
+    // Every utterance after a pause opens a cue of its own.
+    for (const double start : pausedStarts)
+        EXPECT_TRUE(std::any_of(cues.begin(), cues.end(), [&](const SubtitleCue &cue) {
+            return std::abs(cue.start - start) < 0.0006;
+        })) << start;
+}
+
+TEST(SubtitleFormats, SrtAndWebVttWriteTheSameCues)
+{
+    const QList<SubtitleCue> cues = {{0.5, 2, QStringLiteral("We move\nthe launch.")},
+                                     {3723.004, 3725.5, QStringLiteral("Fish & <chips> --> now")}};
+    EXPECT_EQ(Subtitles::srt(cues),
+              QStringLiteral("1\n00:00:00,500 --> 00:00:02,000\nWe move\nthe launch.\n\n"
+                             "2\n01:02:03,004 --> 01:02:05,500\nFish & <chips> --> now\n\n"));
+    EXPECT_EQ(Subtitles::webVtt(cues),
+              QStringLiteral("WEBVTT\n\n00:00:00.500 --> 00:00:02.000\nWe move\nthe launch.\n\n"
+                             "01:02:03.004 --> 01:02:05.500\nFish &amp; &lt;chips&gt; --&gt; now\n"));
+}
+
+TEST(SubtitleFormats, OnlyTimedFinalWordsMakeSubtitles)
+{
+    EXPECT_FALSE(Subtitles::hasTimedUtterances({}));
+    EXPECT_FALSE(Subtitles::hasTimedUtterances({said(QStringLiteral("maybe"), 0, 1, true),
+                                                said(QStringLiteral("no times"), std::nullopt, std::nullopt),
+                                                said(QStringLiteral(" "), 0, 1),
+                                                said(QStringLiteral("broken"), 0, std::nan(""))}));
+    EXPECT_TRUE(Subtitles::hasTimedUtterances({said(QStringLiteral("Yes."), 0, 1)}));
+}
+
+} // namespace
