@@ -83,7 +83,7 @@ protected:
             return QStringLiteral("<no dialog>");
         const QString proposed = QFileInfo(dialog->selectedFiles().value(0)).fileName();
         dialog->selectFile(path);
-        dialog->accept();
+        static_cast<QDialog *>(dialog)->accept();
         return proposed;
     }
 
@@ -110,7 +110,8 @@ TEST_F(NoteExportTest, EachEntryProposesItsNameAndWritesItsDocument)
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.entry);
-        const QString path = out.filePath(QString::fromLatin1(c.entry));
+        const QString path = out.filePath(QString::fromLatin1(c.entry) + QLatin1Char('.') +
+                                          QFileInfo(QString::fromUtf8(c.proposed)).suffix());
         EXPECT_EQ(exportVia(QString::fromLatin1(c.entry), path), QString::fromUtf8(c.proposed));
         EXPECT_TRUE(readAll(path).contains(c.contains)) << readAll(path).left(200).toStdString();
     }
@@ -148,7 +149,7 @@ TEST_F(NoteExportTest, ObsidianExportFromSettingsCopiesPlayableAudioThenWritesTh
     QFileDialog *dialog = rig.window->obsidianExport()->folderDialog();
     ASSERT_NE(dialog, nullptr);
     dialog->selectFile(out.path());
-    dialog->accept();
+    static_cast<QDialog *>(dialog)->accept();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !rig.window->obsidianExport()->running(); }, 20000));
     EXPECT_EQ(rig.app->message(), QStringLiteral("Markdown and audio exported to the selected folder."));
 
