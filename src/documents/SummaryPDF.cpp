@@ -18,6 +18,21 @@
 
 namespace kestil::SummaryPDF {
 
+namespace {
+
+// The writer does not report a failed write (a full disk): a document is
+// complete only if its end-of-file mark reached the disk.
+bool endsAsPDF(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.size() < 64)
+        return false;
+    file.seek(file.size() - 64);
+    return file.read(64).contains("%%EOF");
+}
+
+} // namespace
+
 Pagination paginate(const QList<PieceMetrics> &pieces)
 {
     Pagination result;
@@ -108,12 +123,16 @@ void write(const QString &title, const std::optional<QDateTime> &date, const QSt
             writer.newPage();
             ++page;
         }
+        // A piece that begins below the foot, after a gap, shows nothing on
+        // that page.
+        if (slice.height <= 0)
+            continue;
         painter.save();
         painter.setClipRect(QRectF(margin, slice.top, contentWidth, slice.height));
         pieces[slice.piece].view->draw(painter, QPointF(margin, slice.top - slice.shownBefore));
         painter.restore();
     }
-    if (!painter.end())
+    if (!painter.end() || !endsAsPDF(partial))
         fail();
     if (std::rename(QFile::encodeName(partial).constData(), QFile::encodeName(destination).constData()) != 0)
         fail();

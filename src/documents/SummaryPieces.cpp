@@ -124,11 +124,6 @@ void fillCard(QPainter &painter, const QRectF &rect, const QColor &color)
     painter.restore();
 }
 
-QString plainLine(const RichText &text)
-{
-    return text.text;
-}
-
 // Text blocks stacked in a card: the overview, and a section's paragraphs.
 class CardPiece : public SummaryPiece {
 public:
@@ -146,12 +141,12 @@ public:
             blocks_.push_back(std::move(block));
         }
         height_ = y + cardMargin;
-        if (!identifier.isEmpty()) {
-            QStringList all;
-            for (const RichText &text : texts)
-                all.append(plainLine(text));
-            anchors_.append({identifier, all.join(QLatin1Char(' ')), QRectF(0, 0, layout.width, height_)});
-        }
+        QStringList lines;
+        for (const RichText &text : texts)
+            lines.append(text.text);
+        text_ = lines.join(QLatin1Char('\n'));
+        if (!identifier.isEmpty())
+            anchors_.append({identifier, lines.join(QLatin1Char(' ')), QRectF(0, 0, layout.width, height_)});
         width_ = layout.width;
     }
 
@@ -190,13 +185,14 @@ public:
         badgeFont_ = scaled(layout.font, 0.85, QFont::DemiBold);
         // A negative count shows no badge.
         if (count >= 0)
-            badge_ = QLocale().toString(count);
+            badge_ = QString::number(count);
         const QFontMetricsF badgeMetrics(badgeFont_, layout.device);
         badgeWidth_ = badge_.isEmpty() ? 0 : std::max<qreal>(24, badgeMetrics.horizontalAdvance(badge_) + 14);
         const qreal titleWidth = layout.width - headSymbolBox - 12 - (badgeWidth_ > 0 ? badgeWidth_ + 10 : 0);
         title_ = std::make_unique<TextBlock>(RichText::plain(title), headline, layout.palette.text,
                                              layout.palette, layout.device, titleWidth);
         height_ = std::max(headSymbolBox, title_->height());
+        text_ = badge_.isEmpty() ? title : title + QLatin1Char(' ') + badge_;
     }
 
     void draw(QPainter &painter, const QPointF &topLeft) const override
@@ -281,6 +277,12 @@ public:
         }
         font_ = layout.font;
         height_ = std::max(y, discSize);
+        QStringList lines{kind == SummarySectionKind::plain
+                              ? QStringLiteral("%1 %2").arg(number).arg(group.primary.fullText)
+                              : group.primary.fullText};
+        for (const StructuredSummary::Item &child : group.children)
+            lines.append(child.marker + QLatin1Char(' ') + child.fullText);
+        text_ = lines.join(QLatin1Char('\n'));
     }
 
     void draw(QPainter &painter, const QPointF &topLeft) const override
@@ -294,7 +296,7 @@ public:
             painter.drawEllipse(mark);
             painter.setPen(Qt::white);
             painter.setFont(numberFont_);
-            painter.drawText(mark, Qt::AlignCenter, QLocale().toString(number_));
+            painter.drawText(mark, Qt::AlignCenter, QString::number(number_));
         } else {
             const bool risk = kind_ == SummarySectionKind::risk;
             drawSummarySymbol(painter, rowSymbol(), mark.adjusted(3, 3, -3, -3),
@@ -383,6 +385,7 @@ public:
                                                 layout.palette, layout.device, layout.width);
             height_ += 6 + date_->height();
         }
+        text_ = date ? title + QLatin1Char('\n') + summaryDateText(*date) : title;
     }
 
     void draw(QPainter &painter, const QPointF &topLeft) const override

@@ -48,10 +48,13 @@ public:
     // coordinates), or empty.
     virtual QString linkAt(const QPointF &point) const;
     const QList<Anchor> &anchors() const { return anchors_; }
+    // What the piece says, as plain lines in reading order.
+    const QString &text() const { return text_; }
 
 protected:
     qreal height_ = 0;
     QList<Anchor> anchors_;
+    QString text_;
 };
 
 // A piece with its place in the flow: whether it must share a page with the

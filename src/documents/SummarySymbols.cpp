@@ -144,11 +144,26 @@ void drawSummarySymbol(QPainter &painter, const QString &name, const QRectF &box
         p.drawEllipse(QPointF(12, 12), 8.5, 8.5);
         p.setBrush(color);
         p.drawEllipse(QPointF(12, 12), 3.5, 3.5);
-    } else { // "list.number"
+    } else { // "list.number": the digits 1, 2, 3 ahead of three lines
+        p.setPen(QPen(color, 1.3, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        p.drawPolyline(QList<QPointF>{{3.2, 4.4}, {4.6, 3.5}, {4.6, 8.3}});
+        QPainterPath two;
+        two.moveTo(3, 10.8);
+        two.cubicTo(3.2, 9.2, 6.2, 9.2, 6.2, 10.9);
+        two.cubicTo(6.2, 12.2, 3.2, 13.4, 3, 14.5);
+        two.lineTo(6.4, 14.5);
+        p.drawPath(two);
+        QPainterPath three;
+        three.moveTo(3, 16.4);
+        three.cubicTo(3.6, 15, 6.3, 15.3, 6.1, 16.9);
+        three.cubicTo(6, 18, 4.6, 18.2, 4.3, 18.2);
+        three.cubicTo(6.5, 18.2, 6.7, 20.6, 5, 20.9);
+        three.cubicTo(4, 21.1, 3.2, 20.6, 2.9, 20);
+        p.drawPath(three);
+        p.setPen(pen);
         for (int row = 0; row < 3; ++row) {
-            const double y = 6 + row * 6;
-            p.drawPoint(QPointF(4.5, y));
-            p.drawLine(QPointF(9, y), QPointF(21, y));
+            const double y = 5.9 + row * 6.2;
+            p.drawLine(QPointF(10, y), QPointF(21, y));
         }
     }
     painter.restore();

@@ -10,8 +10,10 @@
 #include "shell/Icons.h"
 #include "shell/KestilAppDelegate.h"
 #include "shell/LocalAskNoteView.h"
+#include "shell/NoteExportActions.h"
 #include "shell/NoteListItemModel.h"
 #include "shell/NoteRowDelegate.h"
+#include "shell/ObsidianExportRunner.h"
 #include "shell/RecordingBar.h"
 #include "shell/SettingsWindow.h"
 #include "shell/SummaryTab.h"
@@ -33,6 +35,7 @@
 #include <QStackedWidget>
 #include <QTabWidget>
 #include <QTextBrowser>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 namespace kestil {
@@ -137,6 +140,13 @@ void MainWindow::buildMenus()
 
     if (!app_.storeReady())
         return;
+    exportActions_ = new NoteExportActions([this] { return shownNote_; }, this);
+    obsidianExport_ = new ObsidianExportRunner(app_, this);
+    QMenu *noteMenu = menuBar()->addMenu(QStringLiteral("N&ote"));
+    noteMenu->setObjectName(QStringLiteral("noteMenu"));
+    connect(noteMenu, &QMenu::aboutToShow, this, [this, noteMenu] { exportActions_->populate(noteMenu); });
+    // A menu that has never been filled still opens with its entries.
+    exportActions_->populate(noteMenu);
     QMenu *recording = menuBar()->addMenu(QStringLiteral("&Recording"));
     pauseAction_ = recording->addAction(QStringLiteral("Pause"));
     pauseAction_->setObjectName(QStringLiteral("pauseRecordingAction"));
@@ -165,6 +175,8 @@ void MainWindow::showSettings()
         settingsWindow_ =
             new SettingsWindow(app_, delegate_.preferences(), SettingsWindow::Environment::standard(), this);
         settingsWindow_->setWindowFlag(Qt::Window);
+        connect(settingsWindow_, &SettingsWindow::exportSelectedNoteRequested, this,
+                &MainWindow::exportSelectedNoteToObsidian);
     }
     settingsWindow_->refresh();
     settingsWindow_->show();
@@ -362,6 +374,18 @@ QWidget *MainWindow::buildDetail()
     askButton_->setToolTip(QStringLiteral("Ask questions about this note, answered on this device"));
     connect(askButton_, &QPushButton::clicked, this, &MainWindow::showAskAI);
     titleRow->addWidget(askButton_, 0, Qt::AlignTop);
+    auto *menuButton = new QToolButton;
+    name(menuButton, QStringLiteral("noteDetailMenuButton"));
+    menuButton->setText(QStringLiteral("Export"));
+    menuButton->setToolTip(QStringLiteral("Copy this note or save it to a file"));
+    menuButton->setPopupMode(QToolButton::InstantPopup);
+    menuButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    auto *detailMenu = new QMenu(menuButton);
+    detailMenu->setObjectName(QStringLiteral("noteDetailMenu"));
+    connect(detailMenu, &QMenu::aboutToShow, this,
+            [this, detailMenu] { exportActions_->populate(detailMenu); });
+    menuButton->setMenu(detailMenu);
+    titleRow->addWidget(menuButton, 0, Qt::AlignTop);
     pageLayout->addLayout(titleRow);
 
     detailDate_ = new QLabel;
@@ -553,6 +577,15 @@ void MainWindow::showAskAI()
     askView_->setAttribute(Qt::WA_DeleteOnClose);
     askView_->setWindowFlag(Qt::Window);
     askView_->show();
+}
+
+void MainWindow::exportSelectedNoteToObsidian()
+{
+    const ProcessTapRecorder &recorder = delegate_.recorder();
+    if (!shownNote_ || !obsidianExport_ || app_.busy() || recorder.recording() || recorder.starting() ||
+        recorder.finishing())
+        return;
+    obsidianExport_->chooseFolderAndExport(shownNote_);
 }
 
 void MainWindow::refreshJumpButton()

@@ -21,7 +21,9 @@ namespace kestil {
 class KestilAppDelegate;
 class LocalAppModel;
 class LocalAskNoteView;
+class NoteExportActions;
 class NoteListItemModel;
+class ObsidianExportRunner;
 class NotesListViewModel;
 class RecordingBar;
 class SummaryTab;
@@ -50,12 +52,17 @@ public:
     QMessageBox *alert() const { return alert_; }
     // The Settings window, while it exists.
     SettingsWindow *settingsWindow() const;
+    NoteExportActions *exportActions() const { return exportActions_; }
+    ObsidianExportRunner *obsidianExport() const { return obsidianExport_; }
 
 public slots:
     // Opens the Settings window, or brings it to the front.
     void showSettings();
     // Opens the Ask AI window of the shown note.
     void showAskAI();
+    // Asks for a folder of an Obsidian vault and exports the shown note into
+    // it, unless a recording is starting, running or finishing.
+    void exportSelectedNoteToObsidian();
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -97,6 +104,8 @@ private:
     QLabel *detailDate_ = nullptr;
     QPushButton *recordButton_ = nullptr;
     QPushButton *askButton_ = nullptr;
+    NoteExportActions *exportActions_ = nullptr;
+    ObsidianExportRunner *obsidianExport_ = nullptr;
     QPointer<LocalAskNoteView> askView_;
     QPushButton *jumpButton_ = nullptr;
     QTabWidget *tabs_ = nullptr;

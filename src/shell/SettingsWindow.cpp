@@ -13,6 +13,7 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDesktopServices>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFileDialog>
@@ -25,6 +26,7 @@
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalBlocker>
+#include <QUrl>
 #include <QVBoxLayout>
 
 namespace kestil {
@@ -91,6 +93,7 @@ SettingsWindow::SettingsWindow(LocalAppModel &app, PreferenceStore &preferences,
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(buildLanguageModelSection());
     layout->addWidget(buildSpeechSection());
+    layout->addWidget(buildObsidianSection());
     layout->addStretch(1);
     resize(560, sizeHint().height());
 
@@ -102,6 +105,8 @@ SettingsWindow::SettingsWindow(LocalAppModel &app, PreferenceStore &preferences,
                    key == settings::keys::transcriptionLanguage ||
                    key == settings::keys::localSpeechLastFailure) {
             refresh();
+        } else if (key == settings::keys::kestilObsidianSyncFolderBookmark) {
+            refreshObsidian();
         }
     });
     refresh();
@@ -244,10 +249,138 @@ QWidget *SettingsWindow::buildSpeechSection()
     return box;
 }
 
+QWidget *SettingsWindow::buildObsidianSection()
+{
+    auto *box = named(new QGroupBox(QStringLiteral("Obsidian")), QStringLiteral("settingsObsidianSection"));
+    auto *layout = new QVBoxLayout(box);
+    obsidianFolder_ = sentenceLabel(QStringLiteral("settingsObsidianFolder"));
+    layout->addWidget(obsidianFolder_);
+    auto *buttons = new QHBoxLayout;
+    obsidianChooseFolder_ = named(new QPushButton, QStringLiteral("settingsObsidianChooseFolderButton"));
+    buttons->addWidget(obsidianChooseFolder_);
+    obsidianOpenFolder_ = named(new QPushButton(QStringLiteral("Open sync folder in your file manager")),
+                                QStringLiteral("settingsObsidianOpenFolderButton"));
+    buttons->addWidget(obsidianOpenFolder_);
+    auto *exportButton = named(new QPushButton(QStringLiteral("Export Selected Note…")),
+                               QStringLiteral("settingsObsidianExportButton"));
+    exportButton->setToolTip(
+        QStringLiteral("Write the selected note and copies of its audio into a folder you "
+                       "choose"));
+    buttons->addWidget(exportButton);
+    buttons->addStretch(1);
+    layout->addLayout(buttons);
+    auto *heading = new QLabel(QStringLiteral("Setup"));
+    QFont headingFont = heading->font();
+    headingFont.setWeight(QFont::DemiBold);
+    heading->setFont(headingFont);
+    layout->addWidget(heading);
+    for (const QString &line :
+         {QStringLiteral("1. Create a folder anywhere inside your Obsidian vault."),
+          QStringLiteral("2. In Kestil, select that folder as your Obsidian sync folder."),
+          QStringLiteral("3. Kestil creates `YYYY-MM-DD` subfolders inside that sync folder "
+                         "and writes notes into the matching date folder.")}) {
+        auto *help = new QLabel(line);
+        help->setWordWrap(true);
+        layout->addWidget(help);
+    }
+    connect(obsidianChooseFolder_, &QPushButton::clicked, this, &SettingsWindow::chooseObsidianFolder);
+    connect(obsidianOpenFolder_, &QPushButton::clicked, this, [this] {
+        if (const auto bookmark = settings::obsidianSyncFolderBookmark(preferences_))
+            QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromUtf8(*bookmark)));
+    });
+    connect(exportButton, &QPushButton::clicked, this, &SettingsWindow::exportSelectedNoteRequested);
+    return box;
+}
+
+void SettingsWindow::refreshObsidian()
+{
+    // A folder that has gone since it was chosen counts as none.
+    const auto bookmark = settings::obsidianSyncFolderBookmark(preferences_);
+    const QString folder = bookmark ? QString::fromUtf8(*bookmark) : QString();
+    const bool present = !folder.isEmpty() && QFileInfo(folder).isDir();
+    obsidianFolder_->setText(present ? QStringLiteral("Current Sync Folder: ") + folder
+                                     : QStringLiteral("No Obsidian sync folder selected."));
+    obsidianOpenFolder_->setVisible(present);
+    obsidianChooseFolder_->setText(present ? QStringLiteral("Change Sync Folder")
+                                           : QStringLiteral("Select Obsidian Sync Folder"));
+}
+
+void SettingsWindow::chooseObsidianFolder()
+{
+    auto *dialog = new QFileDialog(this, QStringLiteral("Select Obsidian Sync Folder"));
+    dialog->setObjectName(QStringLiteral("settingsObsidianFolderDialog"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setFileMode(QFileDialog::Directory);
+    dialog->setOption(QFileDialog::ShowDirsOnly);
+    connect(dialog, &QFileDialog::fileSelected, this, [this](const QString &folder) {
+        if (QFileInfo(folder).isDir())
+            settings::setObsidianSyncFolderBookmark(preferences_, QDir(folder).absolutePath().toUtf8());
+    });
+    dialog->open();
+}
+
+QWidget *SettingsWindow::buildLanguagePicker()
+{
+    auto *row = new QWidget;
+    auto *layout = new QFormLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    languagePicker_ = named(new QComboBox, QStringLiteral("settingsLanguagePicker"));
+    languagePicker_->setPlaceholderText(QStringLiteral("Choose a language"));
+    for (const LocalSpeech::Language &language : LocalSpeech::languages())
+        languagePicker_->addItem(LocalSpeech::displayName(language), language.id);
+    layout->addRow(QStringLiteral("Transcription language"), languagePicker_);
+    languageMessage_ = sentenceLabel(QStringLiteral("settingsLanguageMessage"));
+    layout->addRow(languageMessage_);
+    connect(languagePicker_, &QComboBox::currentIndexChanged, this, [this](int index) {
+        if (index >= 0)
+            settings::setTranscriptionLanguage(preferences_, languagePicker_->itemData(index).toString());
+    });
+    return row;
+}
+
+void SettingsWindow::refreshLanguagePicker()
+{
+    // Speech, summaries and Ask AI follow the stored language. One that Kestil
+    // cannot transcribe (written by hand or by another version) is shown as no
+    // choice, with a sentence, and left as it is until the user picks one.
+    const QString language = settings::transcriptionLanguage(preferences_);
+    const std::optional<QString> key = LocalSpeech::languageKey(language);
+    int index = -1;
+    for (int i = 0; key && i < languagePicker_->count(); ++i) {
+        if (LocalSpeech::languageKey(languagePicker_->itemData(i).toString()) == key)
+            index = i;
+    }
+    const QSignalBlocker block(languagePicker_);
+    languagePicker_->setCurrentIndex(index);
+    languagePicker_->setEnabled(!speechBusy());
+    languageMessage_->setText(index < 0 ? QStringLiteral("The language in your settings (“%1”) cannot be "
+                                                         "transcribed on this computer. Choose one above.")
+                                              .arg(language)
+                                        : QString());
+    languageMessage_->setVisible(index < 0);
+}
+
+QWidget *SettingsWindow::buildWelcomeSection()
+{
+    auto *box = named(new QGroupBox(QStringLiteral("Welcome")), QStringLiteral("settingsWelcomeSection"));
+    auto *layout = new QHBoxLayout(box);
+    auto *text =
+        new QLabel(QStringLiteral("Walk through the first steps again: model, language, microphone and "
+                                  "system audio."));
+    text->setWordWrap(true);
+    layout->addWidget(text, 1);
+    auto *again = named(new QPushButton(QStringLiteral("Show Welcome Again")),
+                        QStringLiteral("settingsShowWelcomeButton"));
+    connect(again, &QPushButton::clicked, this, &SettingsWindow::welcomeRequested);
+    layout->addWidget(again);
+    return box;
+}
+
 void SettingsWindow::refresh()
 {
     refreshLanguageModel();
     refreshSpeech();
+    refreshObsidian();
     const QSignalBlocker systemAudio(systemAudioSwitch_);
     const QSignalBlocker widget(recordingWidgetSwitch_);
     systemAudioSwitch_->setChecked(settings::recordSystemAudio(preferences_));

@@ -60,10 +60,15 @@ public slots:
 signals:
     // A language model was installed or imported, or the switch changed.
     void languageModelChanged();
+    // "Export Selected Note…" of the Obsidian section.
+    void exportSelectedNoteRequested();
 
 private:
     QWidget *buildLanguageModelSection();
     QWidget *buildSpeechSection();
+    QWidget *buildObsidianSection();
+    void refreshObsidian();
+    void chooseObsidianFolder();
     const DownloadableLanguageModel *chosenModel() const;
     void downloadLanguageModel();
     void importLanguageModel();
@@ -100,6 +105,10 @@ private:
     QLabel *speechDiagnostics_ = nullptr;
     QCheckBox *systemAudioSwitch_ = nullptr;
     QCheckBox *recordingWidgetSwitch_ = nullptr;
+
+    QLabel *obsidianFolder_ = nullptr;
+    QPushButton *obsidianOpenFolder_ = nullptr;
+    QPushButton *obsidianChooseFolder_ = nullptr;
 
     QThread *languageModelWork_ = nullptr;
     QThread *speechWork_ = nullptr;

@@ -10,11 +10,15 @@
 #include <QScrollBar>
 #include <QUrl>
 
+#include <cmath>
+
 namespace kestil {
 
 namespace {
 
 constexpr int sideMargin = 4;
+// Room between the page's right edge (the count badges) and the scroll bar.
+constexpr int trailingMargin = 14;
 
 } // namespace
 
@@ -36,14 +40,23 @@ void StructuredSummaryView::setMarkdown(const QString &content, bool isStreaming
 {
     if (content == content_ && isStreaming == streaming_ && laidOutWidth_ == viewport()->width())
         return;
+    const bool continues = content.startsWith(content_);
     content_ = content;
     streaming_ = isStreaming;
     QScrollBar *bar = verticalScrollBar();
     const bool atBottom = bar->value() >= bar->maximum() - 4;
-    const int position = bar->value();
+    const int position = continues ? bar->value() : 0;
     relayout();
     // A growing summary stays in sight unless the user scrolled up to read.
-    bar->setValue(isStreaming && atBottom ? bar->maximum() : position);
+    bar->setValue(continues && isStreaming && atBottom ? bar->maximum() : position);
+}
+
+QString StructuredSummaryView::plainText() const
+{
+    QStringList lines;
+    for (const SummaryFlowPiece &piece : pieces_)
+        lines.append(piece.view->text());
+    return lines.join(QLatin1Char('\n'));
 }
 
 void StructuredSummaryView::relayout()
@@ -51,7 +64,7 @@ void StructuredSummaryView::relayout()
     const int width = viewport()->width();
     laidOutWidth_ = width;
     SummaryLayout layout;
-    layout.width = std::max(width - 2 * sideMargin, 120);
+    layout.width = std::max(width - sideMargin - trailingMargin, 120);
     layout.font = font();
     const QColor window = palette().color(QPalette::Window);
     const QColor accent = palette().color(QPalette::Highlight);

@@ -19,9 +19,13 @@ public:
     explicit StructuredSummaryView(const QString &identifier, QWidget *parent = nullptr);
 
     // Shows `content`; the same text at the same width reuses the laid-out
-    // page.
+    // page. A text that goes on from the one shown (a summary streaming in)
+    // keeps the reader's place, and stays at the bottom while streaming when
+    // it was there; any other text starts at the top.
     void setMarkdown(const QString &content, bool isStreaming);
     const QString &markdown() const { return content_; }
+    // What the page shows, as plain lines in reading order.
+    QString plainText() const;
     // The link under a point of the page, or empty.
     QString linkAt(const QPoint &pagePoint) const;
 

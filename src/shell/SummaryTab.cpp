@@ -1,4 +1,5 @@
 #include "shell/SummaryTab.h"
+#include "shell/StructuredSummaryView.h"
 
 #include "core/LocalAppModel.h"
 #include "core/NotesListViewModel.h"
@@ -9,9 +10,7 @@
 #include <QLabel>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QScrollBar>
 #include <QStackedWidget>
-#include <QTextBrowser>
 #include <QVBoxLayout>
 
 namespace kestil {
@@ -31,29 +30,6 @@ QPalette mutedPalette(const QWidget *widget, double alpha)
     text.setAlphaF(float(alpha));
     palette.setColor(QPalette::WindowText, text);
     return palette;
-}
-
-QTextBrowser *markdownView(const QString &identifier)
-{
-    auto *view = new QTextBrowser;
-    name(view, identifier);
-    view->setFrameShape(QFrame::NoFrame);
-    view->setOpenExternalLinks(false);
-    return view;
-}
-
-// Sets Markdown only when it changed, keeping the view at its bottom when it
-// was there: a growing summary stays in sight unless the user scrolled up.
-void showMarkdown(QTextBrowser *view, const QString &markdown)
-{
-    if (view->property("shownMarkdown").toString() == markdown)
-        return;
-    QScrollBar *bar = view->verticalScrollBar();
-    const bool atBottom = bar->value() >= bar->maximum() - 4;
-    const int position = bar->value();
-    view->setMarkdown(markdown);
-    view->setProperty("shownMarkdown", markdown);
-    bar->setValue(atBottom ? bar->maximum() : position);
 }
 
 } // namespace
@@ -152,11 +128,11 @@ SummaryTab::SummaryTab(NotesListViewModel &list, QWidget *parent) : QWidget(pare
     progressBar_->setTextVisible(false);
     progressBar_->setMaximumHeight(6);
     generatingLayout->addWidget(progressBar_);
-    streamingText_ = markdownView(QStringLiteral("noteDetailSummaryStreamingText"));
+    streamingText_ = new StructuredSummaryView(QStringLiteral("noteDetailSummaryStreamingText"));
     generatingLayout->addWidget(streamingText_, 1);
     pages_->addWidget(generatingPage_);
 
-    summaryText_ = markdownView(QStringLiteral("noteDetailSummaryText"));
+    summaryText_ = new StructuredSummaryView(QStringLiteral("noteDetailSummaryText"));
     pages_->addWidget(summaryText_);
 
     connect(&list_, &NotesListViewModel::summaryStateChanged, this, &SummaryTab::refresh);
@@ -209,7 +185,7 @@ void SummaryTab::refresh()
         pages_->setCurrentWidget(generatingPage_);
         refreshStreaming();
     } else if (hasSummary) {
-        showMarkdown(summaryText_, note_->summary().value_or(QString()));
+        summaryText_->setMarkdown(note_->summary().value_or(QString()), false);
         pages_->setCurrentWidget(summaryText_);
     } else {
         pages_->setCurrentWidget(emptyPage_);
@@ -253,7 +229,7 @@ void SummaryTab::refreshStreaming()
         progressBar_->setRange(0, 0);
     }
     cancelButton_->setEnabled(list_.isSummaryJobRunning());
-    showMarkdown(streamingText_, LocalSummary::markdownForDisplay(streaming.summary()));
+    streamingText_->setMarkdown(streaming.summary(), true);
 }
 
 void SummaryTab::summarize()

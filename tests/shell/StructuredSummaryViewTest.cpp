@@ -4,6 +4,7 @@
 #include "shell/StructuredSummaryView.h"
 
 #include <QDesktopServices>
+#include <QScrollBar>
 #include <QTest>
 #include <QUrl>
 
@@ -64,6 +65,29 @@ TEST(StructuredSummaryViewTest, NamesItsBlocksHoldsBackAHalfLineAndOpensLinksOnl
     EXPECT_EQ(catcher.opened, (QList<QUrl>{QUrl(QStringLiteral("https://example.org/plan"))}));
     EXPECT_EQ(view.markdown(), summary + QStringLiteral("## Risks\n- Budget\n"));
     EXPECT_TRUE(view.isVisible());
+}
+
+TEST(StructuredSummaryViewTest, AGrowingSummaryKeepsTheReadersPlaceAndAnotherTextStartsAtTheTop)
+{
+    StructuredSummaryView view(QStringLiteral("noteDetailSummaryStreamingText"));
+    view.resize(400, 200);
+    view.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    QString text = QStringLiteral("## Decisions\n");
+    for (int i = 1; i <= 30; ++i)
+        text += QStringLiteral("- Decision %1 of the meeting\n").arg(i);
+    view.setMarkdown(text, true);
+    QScrollBar *bar = view.verticalScrollBar();
+    ASSERT_GT(bar->maximum(), 100);
+    bar->setValue(bar->maximum());
+    text += QStringLiteral("- One more decision\n");
+    view.setMarkdown(text, true);
+    EXPECT_EQ(bar->value(), bar->maximum()) << "at the bottom, the view follows the text";
+    bar->setValue(40);
+    view.setMarkdown(text + QStringLiteral("- And another\n"), true);
+    EXPECT_EQ(bar->value(), 40) << "scrolled up to read, the view stays";
+    view.setMarkdown(QStringLiteral("## Another note\n") + text, false);
+    EXPECT_EQ(bar->value(), 0);
 }
 
 } // namespace

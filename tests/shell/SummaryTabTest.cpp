@@ -9,6 +9,7 @@
 #include "shell/SettingsWindow.h"
 #include "shell/SummaryTab.h"
 
+#include "shell/StructuredSummaryView.h"
 #include <QComboBox>
 #include <QJsonArray>
 #include <QLabel>
@@ -17,7 +18,6 @@
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTabWidget>
-#include <QTextBrowser>
 
 #include <gtest/gtest.h>
 
@@ -122,17 +122,17 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryGenerating")); }));
     EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryActions")));
     EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryCancelButton")));
-    auto *streaming = rig.find<QTextBrowser>(QStringLiteral("noteDetailSummaryStreamingText"));
-    ASSERT_TRUE(waitUntil([&] { return streaming->toPlainText().contains(QStringLiteral("Launch moves")); }));
+    auto *streaming = rig.find<StructuredSummaryView>(QStringLiteral("noteDetailSummaryStreamingText"));
+    ASSERT_TRUE(waitUntil([&] { return streaming->plainText().contains(QStringLiteral("Launch moves")); }));
     EXPECT_EQ(progressLine(), QStringLiteral("Writing summary…"));
-    EXPECT_FALSE(streaming->toPlainText().contains(QStringLiteral("##"))) << "the Markdown is rendered";
+    EXPECT_FALSE(streaming->plainText().contains(QStringLiteral("##"))) << "the Markdown is rendered";
     EXPECT_FALSE(note->summary().has_value()) << "nothing is saved before the end";
 
     // After: the saved summary, rendered, with the way to summarise again.
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryText")); }));
-    auto *text = rig.find<QTextBrowser>(QStringLiteral("noteDetailSummaryText"));
-    EXPECT_TRUE(text->toPlainText().contains(QStringLiteral("Launch moves to April.")));
-    EXPECT_FALSE(text->toPlainText().contains(QStringLiteral("**")));
+    auto *text = rig.find<StructuredSummaryView>(QStringLiteral("noteDetailSummaryText"));
+    EXPECT_TRUE(text->plainText().contains(QStringLiteral("Launch moves to April.")));
+    EXPECT_FALSE(text->plainText().contains(QStringLiteral("**")));
     EXPECT_EQ(note->summary(), finalSummary);
     EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/general"));
     EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Launch")});
@@ -161,8 +161,8 @@ TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndSummarizeAgainReplacesItOnlyWh
     rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
 
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryText")); }, 2s));
-    EXPECT_TRUE(rig.find<QTextBrowser>(QStringLiteral("noteDetailSummaryText"))
-                    ->toPlainText()
+    EXPECT_TRUE(rig.find<StructuredSummaryView>(QStringLiteral("noteDetailSummaryText"))
+                    ->plainText()
                     .contains(QStringLiteral("Old summary")));
     EXPECT_EQ(note->summary(), QStringLiteral("Old **summary**"));
     EXPECT_EQ(note->summaryType(), QStringLiteral("Concise"));
@@ -177,8 +177,8 @@ TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndSummarizeAgainReplacesItOnlyWh
     EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/brainstorming"));
     EXPECT_EQ(note->title(), QStringLiteral("Budget review"));
     ASSERT_TRUE(waitUntil([&] {
-        return rig.find<QTextBrowser>(QStringLiteral("noteDetailSummaryText"))
-            ->toPlainText()
+        return rig.find<StructuredSummaryView>(QStringLiteral("noteDetailSummaryText"))
+            ->plainText()
             .contains(QStringLiteral("Launch moves to April."));
     }));
 }
@@ -275,7 +275,7 @@ TEST_F(SummaryTabTest, AFailedSummaryIsToldInTheAlertAndTheOldSummaryShowsAgain)
         rig.window->alert()->text(),
         QStringLiteral("The on-device model returned no summary. Existing note content was preserved."));
     EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
-    EXPECT_EQ(rig.find<QTextBrowser>(QStringLiteral("noteDetailSummaryText"))->toPlainText().trimmed(),
+    EXPECT_EQ(rig.find<StructuredSummaryView>(QStringLiteral("noteDetailSummaryText"))->plainText().trimmed(),
               QStringLiteral("Old summary"));
     EXPECT_EQ(note->summary(), QStringLiteral("Old summary"));
     EXPECT_TRUE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
