@@ -319,63 +319,6 @@ void SettingsWindow::chooseObsidianFolder()
     dialog->open();
 }
 
-QWidget *SettingsWindow::buildLanguagePicker()
-{
-    auto *row = new QWidget;
-    auto *layout = new QFormLayout(row);
-    layout->setContentsMargins(0, 0, 0, 0);
-    languagePicker_ = named(new QComboBox, QStringLiteral("settingsLanguagePicker"));
-    languagePicker_->setPlaceholderText(QStringLiteral("Choose a language"));
-    for (const LocalSpeech::Language &language : LocalSpeech::languages())
-        languagePicker_->addItem(LocalSpeech::displayName(language), language.id);
-    layout->addRow(QStringLiteral("Transcription language"), languagePicker_);
-    languageMessage_ = sentenceLabel(QStringLiteral("settingsLanguageMessage"));
-    layout->addRow(languageMessage_);
-    connect(languagePicker_, &QComboBox::currentIndexChanged, this, [this](int index) {
-        if (index >= 0)
-            settings::setTranscriptionLanguage(preferences_, languagePicker_->itemData(index).toString());
-    });
-    return row;
-}
-
-void SettingsWindow::refreshLanguagePicker()
-{
-    // Speech, summaries and Ask AI follow the stored language. One that Kestil
-    // cannot transcribe (written by hand or by another version) is shown as no
-    // choice, with a sentence, and left as it is until the user picks one.
-    const QString language = settings::transcriptionLanguage(preferences_);
-    const std::optional<QString> key = LocalSpeech::languageKey(language);
-    int index = -1;
-    for (int i = 0; key && i < languagePicker_->count(); ++i) {
-        if (LocalSpeech::languageKey(languagePicker_->itemData(i).toString()) == key)
-            index = i;
-    }
-    const QSignalBlocker block(languagePicker_);
-    languagePicker_->setCurrentIndex(index);
-    languagePicker_->setEnabled(!speechBusy());
-    languageMessage_->setText(index < 0 ? QStringLiteral("The language in your settings (“%1”) cannot be "
-                                                         "transcribed on this computer. Choose one above.")
-                                              .arg(language)
-                                        : QString());
-    languageMessage_->setVisible(index < 0);
-}
-
-QWidget *SettingsWindow::buildWelcomeSection()
-{
-    auto *box = named(new QGroupBox(QStringLiteral("Welcome")), QStringLiteral("settingsWelcomeSection"));
-    auto *layout = new QHBoxLayout(box);
-    auto *text =
-        new QLabel(QStringLiteral("Walk through the first steps again: model, language, microphone and "
-                                  "system audio."));
-    text->setWordWrap(true);
-    layout->addWidget(text, 1);
-    auto *again = named(new QPushButton(QStringLiteral("Show Welcome Again")),
-                        QStringLiteral("settingsShowWelcomeButton"));
-    connect(again, &QPushButton::clicked, this, &SettingsWindow::welcomeRequested);
-    layout->addWidget(again);
-    return box;
-}
-
 void SettingsWindow::refresh()
 {
     refreshLanguageModel();
