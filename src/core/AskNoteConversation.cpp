@@ -4,6 +4,7 @@
 #include "base/Error.h"
 #include "core/SharedPersistenceController.h"
 #include "generation/LocalNoteChat.h"
+#include "prefs/KestilEngagement.h"
 
 #include <QDateTime>
 
@@ -23,6 +24,9 @@ AskNoteConversation::~AskNoteConversation()
     if (cancel_)
         cancel_->cancel();
     worker_.waitForDone();
+    // The ends of requests still on their way are dropped with this object.
+    for (; requestsInFlight_ > 0; --requestsInFlight_)
+        KestilEngagement::shared().endProcessing();
 }
 
 void AskNoteConversation::load()
@@ -131,7 +135,22 @@ void AskNoteConversation::send()
     error_.reset();
     const QUuid generation = QUuid::createUuid();
     generation_ = generation;
-    cancel_ = CancellationToken();
+    waitingForModel_ = false;
+    // While the request waits behind other work of the model (a summary's
+    // section), the window says so.
+    cancel_ = CancellationToken().watchingWaits([this, generation](bool waiting) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, generation, waiting] {
+                if (generation_ != generation || waitingForModel_ == waiting)
+                    return;
+                waitingForModel_ = waiting;
+                emit changed();
+            },
+            Qt::QueuedConnection);
+    });
+    ++requestsInFlight_;
+    KestilEngagement::shared().beginProcessing();
     emit questionTaken();
     emit changed();
 
@@ -197,6 +216,11 @@ void AskNoteConversation::finishRequest(const QUuid &generation, const std::opti
         generation_.reset();
         cancel_.reset();
         preview_.clear();
+        waitingForModel_ = false;
+    }
+    if (requestsInFlight_ > 0) {
+        --requestsInFlight_;
+        KestilEngagement::shared().endProcessing();
     }
     emit changed();
     emit requestEnded();
@@ -211,6 +235,7 @@ void AskNoteConversation::stop()
     cancel_.reset();
     generation_.reset();
     preview_.clear();
+    waitingForModel_ = false;
     emit changed();
 }
 

@@ -23,7 +23,8 @@ class SharedPersistenceController;
 // may run. State lives on the main thread; the model request runs on a
 // thread of its own and every result hops back here. A request is known by
 // its generation identity, so a late result of a stopped request changes
-// nothing.
+// nothing. A request counts as model work in KestilEngagement's
+// processingCount from its start until its end comes back.
 class AskNoteConversation : public QObject {
     Q_OBJECT
 
@@ -46,6 +47,8 @@ public:
     const std::optional<QString> &error() const { return error_; }
     void dismissError();
     bool isRunning() const { return generation_.has_value(); }
+    // The running request waits while the model answers another one.
+    bool waitingForModel() const { return waitingForModel_; }
 
     // Why questions cannot be asked in this language now, in a sentence.
     std::optional<QString> status() const;
@@ -88,6 +91,10 @@ private:
     std::optional<QString> error_;
     std::optional<QUuid> generation_;
     std::optional<CancellationToken> cancel_;
+    bool waitingForModel_ = false;
+    // Requests whose end has not come back yet; each counts in the
+    // engagement's processingCount until it does.
+    int requestsInFlight_ = 0;
     QThreadPool worker_;
 };
 

@@ -12,6 +12,10 @@ enum class AttributeType { String, Uuid, Date, Integer16, Integer32, Double };
 struct AttributeDescription {
     QString name;
     AttributeType type;
+    // A long text that a fetch leaves in the store: it is read when first
+    // asked for and kept in a bounded cache, so that a library of long
+    // transcripts does not live in memory.
+    bool deferred = false;
 };
 
 // A to-one or to-many link between entities. Only Note holds links in the

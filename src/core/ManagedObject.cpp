@@ -26,11 +26,30 @@ bool ManagedObject::hasChanges() const
     return inserted_ || deleted_ || changed_;
 }
 
+QVariant ManagedObject::value(const QString &key) const
+{
+    if (faulted_.contains(key))
+        return context_ ? context_->deferredValue(*this, key) : QVariant();
+    return values_.value(key);
+}
+
+bool ManagedObject::hasUnsavedValue(const QString &key) const
+{
+    if (inserted_ || objectId_.isTemporary())
+        return true;
+    if (faulted_.contains(key))
+        return false;
+    if (committedFaulted_.contains(key))
+        return true;
+    return values_.value(key) != committedValues_.value(key);
+}
+
 void ManagedObject::setValue(const QString &key, const QVariant &value)
 {
     if (!entity_->hasAttribute(key))
         throw std::invalid_argument("not an attribute of " + entity_->name.toStdString() + ": " +
                                     key.toStdString());
+    faulted_.remove(key);
     if (value.isValid())
         values_.insert(key, value);
     else
@@ -40,7 +59,7 @@ void ManagedObject::setValue(const QString &key, const QVariant &value)
 
 std::optional<QString> ManagedObject::stringValue(const QString &key) const
 {
-    const QVariant v = values_.value(key);
+    const QVariant v = value(key);
     if (v.typeId() != QMetaType::QString)
         return std::nullopt;
     return v.toString();
@@ -48,7 +67,7 @@ std::optional<QString> ManagedObject::stringValue(const QString &key) const
 
 std::optional<QUuid> ManagedObject::uuidValue(const QString &key) const
 {
-    const QVariant v = values_.value(key);
+    const QVariant v = value(key);
     if (v.typeId() != QMetaType::QUuid)
         return std::nullopt;
     return v.toUuid();
@@ -56,7 +75,7 @@ std::optional<QUuid> ManagedObject::uuidValue(const QString &key) const
 
 std::optional<QDateTime> ManagedObject::dateValue(const QString &key) const
 {
-    const QVariant v = values_.value(key);
+    const QVariant v = value(key);
     if (v.typeId() != QMetaType::QDateTime)
         return std::nullopt;
     return v.toDateTime();
@@ -83,6 +102,20 @@ void ManagedObject::setToMany(const QString &name, QList<ManagedObjectPtr> targe
     markChanged();
 }
 
+void ManagedObject::releaseDeferredValues()
+{
+    if (!context_)
+        return;
+    for (const auto &a : entity_->attributes) {
+        if (!a.deferred || faulted_.contains(a.name))
+            continue;
+        context_->keepDeferredValue(*this, a.name, values_.take(a.name));
+        faulted_.insert(a.name);
+        committedValues_.remove(a.name);
+        committedFaulted_.insert(a.name);
+    }
+}
+
 void ManagedObject::markChanged()
 {
     changed_ = true;
@@ -91,6 +124,7 @@ void ManagedObject::markChanged()
 void ManagedObject::commit()
 {
     committedValues_ = values_;
+    committedFaulted_ = faulted_;
     committedToOne_ = toOne_;
     committedToMany_ = toMany_;
     inserted_ = false;
@@ -100,6 +134,7 @@ void ManagedObject::commit()
 void ManagedObject::revert()
 {
     values_ = committedValues_;
+    faulted_ = committedFaulted_;
     toOne_ = committedToOne_;
     toMany_ = committedToMany_;
     changed_ = false;

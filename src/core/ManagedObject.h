@@ -5,6 +5,7 @@
 #include <QDateTime>
 #include <QHash>
 #include <QList>
+#include <QSet>
 #include <QString>
 #include <QUuid>
 #include <QVariant>
@@ -55,8 +56,15 @@ public:
 
     // Attribute access by name. Setting a key that is no attribute of the
     // entity throws std::invalid_argument: callers check the whitelist first.
-    QVariant value(const QString &key) const { return values_.value(key); }
+    // A deferred attribute that was never asked for is read from the store
+    // now (see AttributeDescription::deferred).
+    QVariant value(const QString &key) const;
     void setValue(const QString &key, const QVariant &value);
+    // Whether the value of `key` in memory differs from the stored one (or the
+    // row was never saved).
+    bool hasUnsavedValue(const QString &key) const;
+    // A deferred attribute whose stored value has not been read into memory.
+    bool isUnread(const QString &key) const { return faulted_.contains(key); }
 
     std::optional<QString> stringValue(const QString &key) const;
     std::optional<QUuid> uuidValue(const QString &key) const;
@@ -77,6 +85,8 @@ private:
 
     void commit();
     void revert();
+    // Values in memory of deferred attributes go back to the store's cache.
+    void releaseDeferredValues();
 
     const EntityDescription *entity_;
     ObjectId objectId_;
@@ -85,6 +95,9 @@ private:
     bool deleted_ = false;
     bool changed_ = false;
     QHash<QString, QVariant> values_;
+    // Deferred attributes whose stored value is not in values_.
+    QSet<QString> faulted_;
+    QSet<QString> committedFaulted_;
     QHash<QString, ManagedObjectPtr> toOne_;
     QHash<QString, QList<ManagedObjectPtr>> toMany_;
     QHash<QString, QVariant> committedValues_;

@@ -7,6 +7,7 @@
 #include "core/Tag.h"
 
 #include <algorithm>
+#include <vector>
 
 namespace kestil {
 
@@ -70,8 +71,13 @@ QString ManagedObjectContext::indexKey(const EntityDescription &entity, qint64 p
 void ManagedObjectContext::forget(const ManagedObjectPtr &object)
 {
     objects_.removeAll(object);
-    if (!object->objectId_.isTemporary())
+    if (!object->objectId_.isTemporary()) {
         byPrimaryKey_.remove(indexKey(object->entity(), object->objectId_.primaryKey));
+        for (const auto &a : object->entity().attributes) {
+            if (a.deferred)
+                deferredValues_.removeObject(deferredKey(*object, a.name));
+        }
+    }
     object->context_ = nullptr;
 }
 
@@ -87,21 +93,29 @@ ManagedObjectPtr ManagedObjectContext::materialise(const EntityDescription &enti
     auto row = store_.selectByPrimaryKey(entity, primaryKey);
     if (!row)
         return nullptr;
+    return adopt(entity, *row);
+}
+
+ManagedObjectPtr ManagedObjectContext::adopt(const EntityDescription &entity, const StoredRow &row)
+{
+    if (auto existing = registered(entity, row.primaryKey))
+        return existing;
     auto object = makeManagedObject(entity);
     object->context_ = this;
-    object->objectId_.primaryKey = primaryKey;
+    object->objectId_.primaryKey = row.primaryKey;
     object->objectId_.storeId = store_.storeId();
-    object->values_ = row->values;
+    object->values_ = row.values;
+    object->faulted_ = row.unloaded;
     objects_.append(object);
-    byPrimaryKey_.insert(indexKey(entity, primaryKey), object);
+    byPrimaryKey_.insert(indexKey(entity, row.primaryKey), object);
     for (const auto &r : entity.relationships) {
         const EntityDescription *destination = NotesModel::entity(r.destination);
-        if (!r.toMany && row->toOne.contains(r.name)) {
-            if (auto target = materialise(*destination, row->toOne.value(r.name)))
+        if (!r.toMany && row.toOne.contains(r.name)) {
+            if (auto target = materialise(*destination, row.toOne.value(r.name)))
                 object->toOne_.insert(r.name, target);
-        } else if (r.toMany && row->toMany.contains(r.name)) {
+        } else if (r.toMany && row.toMany.contains(r.name)) {
             QList<ManagedObjectPtr> targets;
-            for (qint64 key : row->toMany.value(r.name)) {
+            for (qint64 key : row.toMany.value(r.name)) {
                 if (auto target = materialise(*destination, key))
                     targets.append(target);
             }
@@ -110,6 +124,45 @@ ManagedObjectPtr ManagedObjectContext::materialise(const EntityDescription &enti
     }
     object->commit();
     return object;
+}
+
+QString ManagedObjectContext::deferredKey(const ManagedObject &object, const QString &key) const
+{
+    return indexKey(object.entity(), object.objectId().primaryKey) + QLatin1Char('/') + key;
+}
+
+namespace {
+qint64 costOf(const QVariant &value)
+{
+    return value.typeId() == QMetaType::QString ? qint64(value.toString().size()) * 2 + 64 : 64;
+}
+} // namespace
+
+QVariant ManagedObjectContext::deferredValue(const ManagedObject &object, const QString &key) const
+{
+    if (object.objectId().isTemporary())
+        return {};
+    const QString cacheKey = deferredKey(object, key);
+    if (auto cached = deferredValues_.object(cacheKey))
+        return *cached;
+    QVariant value;
+    try {
+        value = store_.selectAttribute(object.entity(), object.objectId().primaryKey, key);
+    } catch (const std::exception &error) {
+        // A getter cannot refuse; the value reads as missing this once and is
+        // asked of the store again next time.
+        qWarning("A stored note field could not be read: %s", error.what());
+        return {};
+    }
+    deferredValues_.setObject(cacheKey, std::make_shared<const QVariant>(value), costOf(value));
+    return value;
+}
+
+void ManagedObjectContext::keepDeferredValue(const ManagedObject &object, const QString &key,
+                                             const QVariant &value) const
+{
+    deferredValues_.setObject(deferredKey(object, key), std::make_shared<const QVariant>(value),
+                              costOf(value));
 }
 
 bool ManagedObjectContext::matches(const ManagedObject &object, const std::pair<QString, QVariant> &equals)
@@ -142,9 +195,19 @@ QList<ManagedObjectPtr> ManagedObjectContext::fetch(const FetchRequest &request)
     if (request.equals)
         where = AttributeEquals{request.equals->first, request.equals->second};
     // Bring every matching stored row into memory; rows already here keep
-    // their in-memory values, which are what the answer is judged on.
-    for (qint64 key : store_.selectPrimaryKeys(entity, where))
-        materialise(entity, key);
+    // their in-memory values, which are what the answer is judged on. Many
+    // new rows are read in one pass rather than one query each.
+    const QList<qint64> keys = store_.selectPrimaryKeys(entity, where);
+    qsizetype unknown = 0;
+    for (qint64 key : keys)
+        unknown += registered(entity, key) ? 0 : 1;
+    if (unknown > 32) {
+        for (const StoredRow &row : store_.selectRows(entity, where))
+            adopt(entity, row);
+    } else if (unknown > 0) {
+        for (qint64 key : keys)
+            materialise(entity, key);
+    }
 
     QList<ManagedObjectPtr> result;
     for (const auto &o : objects_) {
@@ -156,11 +219,17 @@ QList<ManagedObjectPtr> ManagedObjectContext::fetch(const FetchRequest &request)
     }
     if (request.sortKey) {
         const QString key = *request.sortKey;
-        std::stable_sort(result.begin(), result.end(),
-                         [&](const ManagedObjectPtr &a, const ManagedObjectPtr &b) {
-                             const int c = compareValues(a->value(key), b->value(key));
-                             return request.ascending ? c < 0 : c > 0;
-                         });
+        // Each value is read once, not at every comparison.
+        std::vector<std::pair<QVariant, ManagedObjectPtr>> keyed;
+        keyed.reserve(size_t(result.size()));
+        for (const auto &o : result)
+            keyed.emplace_back(o->value(key), o);
+        std::stable_sort(keyed.begin(), keyed.end(), [&](const auto &a, const auto &b) {
+            const int c = compareValues(a.first, b.first);
+            return request.ascending ? c < 0 : c > 0;
+        });
+        for (size_t i = 0; i < keyed.size(); ++i)
+            result[qsizetype(i)] = keyed[i].second;
     }
     if (request.limit > 0 && result.size() > request.limit)
         result.resize(request.limit);
@@ -201,6 +270,11 @@ StoredRow rowOf(const ManagedObject &object)
     StoredRow row;
     row.primaryKey = object.objectId().primaryKey;
     for (const auto &a : object.entity().attributes) {
+        // A deferred value never read is left as the store has it.
+        if (object.isUnread(a.name)) {
+            row.unloaded.insert(a.name);
+            continue;
+        }
         const QVariant v = object.value(a.name);
         if (v.isValid())
             row.values.insert(a.name, v);
@@ -258,6 +332,12 @@ void ManagedObjectContext::save()
         o->commit();
     for (const auto &o : deleted)
         forget(o);
+    // What was just written of the long texts is in the store now: memory
+    // keeps it only while the cache has room.
+    for (const auto &o : inserted)
+        o->releaseDeferredValues();
+    for (const auto &o : updated)
+        o->releaseDeferredValues();
 }
 
 void ManagedObjectContext::rollback()

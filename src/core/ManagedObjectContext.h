@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/BoundedCache.h"
 #include "core/ManagedObject.h"
 
 #include <QList>
@@ -13,6 +14,7 @@ namespace kestil {
 
 class SqliteStore;
 struct AttributeEquals;
+struct StoredRow;
 
 // What a fetch asks for: one entity, an optional equality test on one
 // attribute, an optional sort key, and an optional limit.
@@ -65,12 +67,20 @@ public:
     void obtainPermanentId(const ManagedObjectPtr &object);
 
     SqliteStore &store() const { return store_; }
+    // The stored value of a deferred attribute: from the cache, or read from
+    // the store (and then cached). Missing when the row or the value is.
+    QVariant deferredValue(const ManagedObject &object, const QString &key) const;
+    // A stored deferred value that is known without reading: kept in the
+    // cache.
+    void keepDeferredValue(const ManagedObject &object, const QString &key, const QVariant &value) const;
     // Every registered object whose notes link points at target (derived inverse).
     QList<ManagedObjectPtr> objectsLinkingTo(const ManagedObjectPtr &target,
                                              const QString &relationship) const;
 
 private:
     ManagedObjectPtr materialise(const EntityDescription &entity, qint64 primaryKey);
+    ManagedObjectPtr adopt(const EntityDescription &entity, const StoredRow &row);
+    QString deferredKey(const ManagedObject &object, const QString &key) const;
     ManagedObjectPtr registered(const EntityDescription &entity, qint64 primaryKey) const;
     void forget(const ManagedObjectPtr &object);
     static bool matches(const ManagedObject &object, const std::pair<QString, QVariant> &equals);
@@ -80,6 +90,9 @@ private:
     SqliteStore &store_;
     QList<ManagedObjectPtr> objects_;
     QHash<QString, ManagedObjectPtr> byPrimaryKey_;
+    // Deferred values read or saved lately, by object and attribute; the cost
+    // is the bytes they take.
+    mutable BoundedCache<QString, QVariant> deferredValues_{4096, 64 * 1024 * 1024};
 };
 
 // Makes the typed object (Note, Folder, ...) for an entity.

@@ -12,11 +12,13 @@
 #include "generation/LlamaLanguageModel.h"
 #include "generation/LocalNoteTags.h"
 #include "generation/LocalSummary.h"
+#include "prefs/KestilEngagement.h"
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
 
 #include <QPointer>
 
+#include <atomic>
 #include <exception>
 
 namespace kestil {
@@ -35,6 +37,28 @@ const QString transcriptionNoteType = QStringLiteral("transcription");
 const QString summaryFailedText =
     QStringLiteral("The summary could not be generated. Your existing note is preserved.");
 const QString titleFailedPrefix = QStringLiteral("Summary saved. ") + QStringLiteral("Title: ");
+
+// The sentence after a failed title. The model's errors say that the notes are
+// unchanged, which is no longer true once the summary is saved: that sentence
+// gives way to what holds, that the title stayed as it was.
+QString titleFailureText(QString description)
+{
+    static const QStringList unchangedClaims{
+        QStringLiteral("Your notes are unchanged."), QStringLiteral("Your existing note is preserved."),
+        QStringLiteral("Existing note content was preserved."), QStringLiteral("Your note was preserved.")};
+    for (const QString &claim : unchangedClaims) {
+        if (description.endsWith(claim)) {
+            description.chop(claim.size());
+            return titleFailedPrefix + description.trimmed() + QStringLiteral(" The note keeps its title.");
+        }
+    }
+    return titleFailedPrefix + description;
+}
+
+QString quotedTitle(const Note &note)
+{
+    return QStringLiteral("“") + note.displayTitle() + QStringLiteral("”");
+}
 
 QString descriptionOf(const std::exception_ptr &error)
 {
@@ -90,6 +114,13 @@ struct NotesListViewModel::SummaryJob {
     LocalSummaryTemplate summaryTemplate = LocalSummaryTemplate::autoSummary;
     LanguageModel *model = nullptr;
     CancellationToken cancel;
+    // Where the run's checkpoints are kept, for the note and the model.
+    std::optional<SummaryCheckpointStore> checkpoints;
+    std::optional<QUuid> noteID;
+    QString modelIdentity;
+    std::optional<LocalSummaryCheckpoint> resuming;
+    // Set when a checkpoint could not be written: the run goes on without.
+    std::atomic<bool> checkpointsFailed{false};
     std::shared_ptr<QPromise<void>> promise;
     QString summary;
     QString title;
@@ -115,6 +146,8 @@ NotesListViewModel::NotesListViewModel(LocalAppModel &appModel, ProcessTapRecord
     connect(&streamingSummaryViewModel_, &StreamingSummaryViewModel::summaryChanged, this,
             &NotesListViewModel::streamingSummaryChanged);
     connect(&streamingSummaryViewModel_, &StreamingSummaryViewModel::progressChanged, this,
+            &NotesListViewModel::streamingSummaryChanged);
+    connect(&streamingSummaryViewModel_, &StreamingSummaryViewModel::waitingForModelChanged, this,
             &NotesListViewModel::streamingSummaryChanged);
     summaryWorker_.setMaxThreadCount(1);
 }
@@ -360,8 +393,11 @@ void NotesListViewModel::togglePause()
     setIsTranscriptionPaused(recorder_.paused());
 }
 
-void NotesListViewModel::selectNote(const NotePtr &note, bool additive)
+void NotesListViewModel::selectNote(const NotePtr &chosen, bool additive)
 {
+    // A copy: the note may come from the application model's list, which the
+    // refresh below replaces.
+    const NotePtr note = chosen;
     appModel_.setSelected(note ? note->id() : std::nullopt);
     try {
         appModel_.refreshNotes();
@@ -394,6 +430,10 @@ void NotesListViewModel::selectRecordingNote()
 
 void NotesListViewModel::listAppeared(const QList<NotePtr> &fetched, const FolderSelection &sidebarFolder)
 {
+    if (!summaryCheckpointsReviewed_) {
+        summaryCheckpointsReviewed_ = true;
+        reviewSummaryCheckpoints();
+    }
     roles_.setActiveNotesViewModel(this);
     pendingFolderSelection_ = sidebarFolder;
     if (selectedNoteIDs_.isEmpty() && !fetched.isEmpty())
@@ -438,7 +478,11 @@ void NotesListViewModel::deleteNow(const NotePtr &note, const std::shared_ptr<QP
         // leave the note alone.
         if (note && inference_ && generatingSummaryNoteID_ == id)
             inference_->cancel.cancel();
+        const std::optional<QUuid> noteID = note ? note->id() : std::nullopt;
         store->deleteNote(note);
+        // A deleted note's unfinished summary goes with it.
+        if (noteID)
+            summaryCheckpoints()->remove(*noteID);
         QList<ObjectId> ids = selectedNoteIDs_;
         ids.removeAll(id);
         setSelectedNoteIDs(ids);
@@ -541,7 +585,8 @@ void NotesListViewModel::offMainThread(Work work, Done done)
     });
 }
 
-QFuture<void> NotesListViewModel::generateSummary(const NotePtr &note, const QString &templateKey)
+QFuture<void> NotesListViewModel::generateSummary(const NotePtr &note, const QString &templateKey,
+                                                  SummaryStart start)
 {
     // A request while a recording starts or stops, while a summary runs or
     // while the application is busy is dropped, with no message; so is one
@@ -558,7 +603,35 @@ QFuture<void> NotesListViewModel::generateSummary(const NotePtr &note, const QSt
     job->text = note->transcription().value_or(QString());
     job->model = &languageModel();
     job->promise = startedPromise();
+    job->noteID = note->id();
+    job->checkpoints = summaryCheckpoints();
+    if (job->noteID && job->checkpoints) {
+        job->modelIdentity = job->model->identity();
+        // A kept run of this template goes on where it stopped; one of
+        // another template is replaced by this one.
+        if (start == SummaryStart::startOver) {
+            job->checkpoints->remove(*job->noteID);
+        } else if (std::optional<StoredSummaryCheckpoint> kept = usableCheckpoint(note)) {
+            if (kept->checkpoint.templateKey == LocalSummaryTemplates::id(job->summaryTemplate))
+                job->resuming = std::move(kept->checkpoint);
+            else
+                job->checkpoints->remove(*job->noteID);
+        }
+    }
+    // While a request of the job waits behind other work of the model (an
+    // Ask AI answer), the view says so.
+    const std::weak_ptr<SummaryJob> weakJob = job;
+    job->cancel = CancellationToken().watchingWaits([this, weakJob](bool waiting) {
+        QMetaObject::invokeMethod(
+            this,
+            [this, weakJob, waiting] {
+                if (const SummaryJobPtr running = weakJob.lock(); summaryJobIsLive(running))
+                    streamingSummaryViewModel_.setWaitingForModel(waiting);
+            },
+            Qt::QueuedConnection);
+    });
     inference_ = job;
+    KestilEngagement::shared().beginProcessing();
     const QFuture<void> future = job->promise->future();
 
     // Progress and partial text reach the streaming model on the main thread,
@@ -588,17 +661,39 @@ QFuture<void> NotesListViewModel::generateSummary(const NotePtr &note, const QSt
             },
             Qt::QueuedConnection);
     };
+    // Each checkpoint replaces the kept one, on the worker, before the run
+    // goes on. A write that fails does not stop the summary: it goes on
+    // without a way back, and the user hears so once.
+    const auto keep = [this, job](const LocalSummaryCheckpoint &checkpoint) {
+        if (!job->checkpoints || !job->noteID || job->checkpointsFailed.load() || job->cancel.isCancelled())
+            return;
+        try {
+            job->checkpoints->save({*job->noteID, job->modelIdentity, checkpoint});
+        } catch (const std::exception &error) {
+            job->checkpointsFailed.store(true);
+            job->checkpoints->remove(*job->noteID);
+            const QString message = QStringLiteral("Summary progress could not be saved: ") +
+                                    describe(error) +
+                                    QStringLiteral(" The summary goes on, but it cannot be continued after a "
+                                                   "quit or a crash.");
+            QMetaObject::invokeMethod(
+                this,
+                [this, job, message] {
+                    if (summaryJobIsLive(job))
+                        reportFailure(message);
+                },
+                Qt::QueuedConnection);
+        }
+    };
     const QLocale locale = summaryLocale();
     // The pipeline refuses first when the model or the language is not ready,
     // then measures the instructions against the model's context (at most
-    // 4096 tokens, 512 of them kept for the answer). No checkpoint is kept:
-    // a job that does not finish leaves no trace.
+    // 4096 tokens, 512 of them kept for the answer).
     offMainThread<QString>(
-        [job, locale, progress, snapshot] {
+        [job, locale, progress, snapshot, keep] {
             job->cancel.checkCancellation();
-            return LocalSummary::generate(
-                *job->model, job->text, job->summaryTemplate, locale, std::nullopt,
-                [](const LocalSummaryCheckpoint &) {}, progress, snapshot, job->cancel);
+            return LocalSummary::generate(*job->model, job->text, job->summaryTemplate, locale, job->resuming,
+                                          keep, progress, snapshot, job->cancel);
         },
         [this, job](const std::optional<QString> &summary, const std::exception_ptr &error) {
             if (error)
@@ -632,7 +727,7 @@ void NotesListViewModel::summaryWritten(const SummaryJobPtr &job, QString summar
             }
             // Any other failure leaves the title as it is; the summary goes on.
             if (error)
-                job->titleFailure = descriptionOf(error);
+                job->titleFailure = titleFailureText(descriptionOf(error));
             else
                 job->title = *title;
             organizeTags(job);
@@ -696,8 +791,11 @@ void NotesListViewModel::saveSummary(const SummaryJobPtr &job, const QStringList
         failSummary(job, std::current_exception());
         return;
     }
+    // The summary is in the note: nothing is left to continue.
+    if (job->checkpoints && job->noteID)
+        job->checkpoints->remove(*job->noteID);
     if (job->titleFailure)
-        reportFailure(titleFailedPrefix + *job->titleFailure);
+        reportFailure(*job->titleFailure);
     emit summaryGenerationComplete(job->note->objectId(), job->summary);
     endSummaryJob(job);
 }
@@ -715,14 +813,133 @@ void NotesListViewModel::endSummaryJob(const SummaryJobPtr &job)
 {
     if (inference_ != job)
         return;
+    // A run of a note deleted meanwhile leaves nothing behind; the worker is
+    // done, so no later write can bring its checkpoint back.
+    if (job->checkpoints && job->noteID && (!job->note || job->note->isDeleted()))
+        job->checkpoints->remove(*job->noteID);
     clearSummaryState();
     inference_.reset();
+    KestilEngagement::shared().endProcessing();
     job->promise->finish();
 }
 
 bool NotesListViewModel::summaryJobIsLive(const SummaryJobPtr &job) const
 {
     return job && inference_ == job && !job->cancel.isCancelled();
+}
+
+std::optional<SummaryCheckpointStore> NotesListViewModel::summaryCheckpoints() const
+{
+    const SharedPersistenceController *store = persistenceController();
+    if (!store || store->root().isEmpty())
+        return std::nullopt;
+    return SummaryCheckpointStore(store->root());
+}
+
+std::optional<QString> NotesListViewModel::checkpointProblem(const SummaryCheckpointStore::Read &read,
+                                                             const NotePtr &note) const
+{
+    using State = SummaryCheckpointStore::State;
+    if (read.state == State::unreadable)
+        return QStringLiteral("The saved progress of an unfinished summary could not be read, so it was "
+                              "discarded; your notes are unchanged.");
+    if (read.state == State::newerVersion)
+        return QStringLiteral("The saved progress of an unfinished summary was written by a newer version of "
+                              "Kestil, so it was discarded; your notes are unchanged.");
+    if (read.state != State::readable)
+        return std::nullopt;
+    if (!note || note->isDeleted())
+        return QStringLiteral("The saved progress of an unfinished summary belonged to a note that no longer "
+                              "exists, so it was discarded.");
+    const LocalSummaryCheckpoint &checkpoint = read.stored->checkpoint;
+    if (LocalSummaryTemplates::id(LocalSummaryTemplates::fromStored(checkpoint.templateKey)) !=
+        checkpoint.templateKey)
+        return QStringLiteral("The unfinished summary of %1 uses a template this version of Kestil does not "
+                              "know, so it was discarded; the note is unchanged.")
+            .arg(quotedTitle(*note));
+    if (checkpoint.input != note->transcription().value_or(QString()))
+        return QStringLiteral("The unfinished summary of %1 was discarded because its transcript was edited "
+                              "after the summary began; the note is unchanged.")
+            .arg(quotedTitle(*note));
+    // Without a model there is nothing to compare with yet; the run waits.
+    const QString model = languageModel().identity();
+    if (!model.isEmpty() && read.stored->model != model)
+        return QStringLiteral("The unfinished summary of %1 was discarded because it was begun with another "
+                              "on-device model; the note is unchanged.")
+            .arg(quotedTitle(*note));
+    return std::nullopt;
+}
+
+std::optional<StoredSummaryCheckpoint> NotesListViewModel::usableCheckpoint(const NotePtr &note)
+{
+    const std::optional<SummaryCheckpointStore> checkpoints = summaryCheckpoints();
+    const std::optional<QUuid> noteID = note ? note->id() : std::nullopt;
+    if (!checkpoints || !noteID)
+        return std::nullopt;
+    SummaryCheckpointStore::Read read = checkpoints->read(*noteID);
+    if (const std::optional<QString> problem = checkpointProblem(read, note)) {
+        checkpoints->remove(*noteID);
+        reportFailure(*problem);
+        return std::nullopt;
+    }
+    if (read.state != SummaryCheckpointStore::State::readable || languageModel().identity().isEmpty())
+        return std::nullopt;
+    return std::move(read.stored);
+}
+
+void NotesListViewModel::reviewSummaryCheckpoints()
+{
+    const std::optional<SummaryCheckpointStore> checkpoints = summaryCheckpoints();
+    if (!checkpoints)
+        return;
+    checkpoints->removeLeftovers();
+    QStringList problems;
+    for (const QUuid &noteID : checkpoints->noteIDs()) {
+        const std::optional<QString> problem =
+            checkpointProblem(checkpoints->read(noteID), persistenceController()->noteWithId(noteID));
+        if (!problem)
+            continue;
+        checkpoints->remove(noteID);
+        if (!problems.contains(*problem))
+            problems.append(*problem);
+    }
+    if (!problems.isEmpty())
+        reportFailure(problems.join(QLatin1Char(' ')));
+}
+
+std::optional<NotesListViewModel::SummaryResumeOffer>
+NotesListViewModel::summaryResumeOffer(const NotePtr &note)
+{
+    // A running job of the note is its own progress, not an offer.
+    if (!noteIsUsable(note) || (inference_ && generatingSummaryNoteID_ == note->objectId()))
+        return std::nullopt;
+    const std::optional<StoredSummaryCheckpoint> kept = usableCheckpoint(note);
+    if (!kept)
+        return std::nullopt;
+    const LocalSummaryCheckpoint &checkpoint = kept->checkpoint;
+    SummaryResumeOffer offer;
+    offer.templateKey = checkpoint.templateKey;
+    offer.pass = checkpoint.pass;
+    offer.completed = int(checkpoint.facts.size());
+    offer.total = checkpoint.sections ? int(checkpoint.sections->size()) : 0;
+    offer.written = checkpoint.result.has_value();
+    return offer;
+}
+
+QFuture<void> NotesListViewModel::continueSummary(const NotePtr &note)
+{
+    const std::optional<SummaryResumeOffer> offer = summaryResumeOffer(note);
+    if (!offer)
+        return finishedFuture();
+    return generateSummary(note, offer->templateKey, SummaryStart::continueSaved);
+}
+
+QFuture<void> NotesListViewModel::summarizeAgain(const NotePtr &note)
+{
+    const std::optional<SummaryResumeOffer> offer = summaryResumeOffer(note);
+    if (!offer)
+        return finishedFuture();
+    return generateSummary(note, offer->templateKey, SummaryStart::startOver);
 }
 
 void NotesListViewModel::cancelSummary()

@@ -3,6 +3,7 @@
 #include "core/ManagedObject.h"
 #include "core/Note.h"
 #include "core/StreamingSummaryViewModel.h"
+#include "core/SummaryCheckpointStore.h"
 #include "generation/CancellationToken.h"
 #include "generation/LocalSummaryTemplate.h"
 #include "library/FolderSelection.h"
@@ -161,12 +162,43 @@ public:
     // A job is running (not merely the generating flag of a detail view).
     bool isSummaryJobRunning() const { return inference_ != nullptr; }
 
+    // Whether a job goes on from the note's unfinished summary.
+    enum class SummaryStart {
+        continueSaved, // from its first unfinished section, when it is of the same template
+        startOver,     // from nothing: the unfinished summary is discarded
+    };
     // Summarises the note's transcript with the template of `templateKey`
     // (any stored key or title; unknown ones mean the automatic template).
     // The future finishes when the job has ended in any way. A request while
     // a recording starts or stops, while a summary runs, or while the
     // application is busy is dropped without a word.
-    QFuture<void> generateSummary(const NotePtr &note, const QString &templateKey);
+    //
+    // The job keeps its latest checkpoint beside the store after each step
+    // (SummaryCheckpoints/<note UUID>.json), so that a quit, a crash, a
+    // failure or a cancel loses at most the step that was running. A job of
+    // the template of the note's unfinished summary goes on from there
+    // (unless told to start over); a job of another template replaces it. A
+    // saved summary and a deleted note remove it.
+    QFuture<void> generateSummary(const NotePtr &note, const QString &templateKey,
+                                  SummaryStart start = SummaryStart::continueSaved);
+    // An unfinished summary of a note that can be continued: its template and
+    // how far it got.
+    struct SummaryResumeOffer {
+        QString templateKey;
+        int pass = 0;         // condensing passes finished
+        int completed = 0;    // sections read in this pass
+        int total = 0;        // sections of this pass; 0 before they were made
+        bool written = false; // the summary itself is written; title and tags are left
+    };
+    // The note's unfinished summary, when one is kept and still belongs to the
+    // note's transcript and the installed model. One that no longer does is
+    // discarded, and the user is told why in one sentence.
+    std::optional<SummaryResumeOffer> summaryResumeOffer(const NotePtr &note);
+    // Continues the note's unfinished summary with its template.
+    QFuture<void> continueSummary(const NotePtr &note);
+    // Summarises anew with the template of the note's unfinished summary,
+    // discarding it.
+    QFuture<void> summarizeAgain(const NotePtr &note);
     // The detail view's Cancel: the running job stops, writes nothing and
     // says nothing.
     void cancelSummary();
@@ -204,6 +236,19 @@ signals:
     void summaryGenerationComplete(const kestil::ObjectId &noteID, const QString &summary);
 
 private:
+    // The unfinished summaries beside the store; nothing without a store.
+    std::optional<SummaryCheckpointStore> summaryCheckpoints() const;
+    // Why a kept checkpoint cannot be continued for the note now, in one
+    // sentence; nothing when it can. A null note is one that no longer exists.
+    std::optional<QString> checkpointProblem(const SummaryCheckpointStore::Read &read,
+                                             const NotePtr &note) const;
+    // The note's kept checkpoint when it can be continued; one that cannot is
+    // removed and the user told why.
+    std::optional<StoredSummaryCheckpoint> usableCheckpoint(const NotePtr &note);
+    // At the first appearance of the list: kept checkpoints that can no
+    // longer be continued are removed, and the user told why.
+    void reviewSummaryCheckpoints();
+
     struct SummaryJob;
     using SummaryJobPtr = std::shared_ptr<SummaryJob>;
     // The steps of a job after the pipeline, each on the main thread.
@@ -266,6 +311,7 @@ private:
     StreamingSummaryViewModel streamingSummaryViewModel_;
     // The running summary job.
     SummaryJobPtr inference_;
+    bool summaryCheckpointsReviewed_ = false;
     // One thread for the model work of summary jobs. Declared last, so that
     // it is gone (and the job with it) before anything it reports to.
     QThreadPool summaryWorker_;

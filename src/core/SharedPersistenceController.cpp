@@ -4,6 +4,7 @@
 #include "capture/RecordingFolder.h"
 #include "core/LocalPaths.h"
 #include "core/SqliteStore.h"
+#include "core/TranscriptSearchIndex.h"
 #include "generation/LocalNoteTags.h"
 
 #include <QDir>
@@ -164,6 +165,32 @@ NotePtr SharedPersistenceController::noteWithId(const QUuid &id)
     request.limit = 1;
     const auto notes = context_->fetch<Note>(request);
     return notes.isEmpty() ? nullptr : notes.first();
+}
+
+std::function<bool(const Note &)> SharedPersistenceController::transcriptSearch(const QString &trimmedQuery)
+{
+    if (trimmedQuery.isEmpty())
+        return [](const Note &) { return true; };
+    const TranscriptSearchIndex &index = store_->transcriptSearch();
+    const SearchFold fold = index.isOpen() ? index.fold() : SearchFold();
+    const QString folded = fold.fold(trimmedQuery);
+    const QSet<qint64> stored = ready_ ? index.notesContaining(folded) : QSet<qint64>();
+    const bool indexed = ready_ && index.isOpen();
+    return [stored, folded, fold, indexed](const Note &note) {
+        static const QString key = QStringLiteral("transcription");
+        if (!indexed || note.hasUnsavedValue(key)) {
+            const auto text = note.transcription();
+            return text && SearchFold::foldedContains(fold.fold(*text), folded);
+        }
+        return stored.contains(note.objectId().primaryKey);
+    };
+}
+
+qsizetype SharedPersistenceController::indexTranscripts(int milliseconds)
+{
+    if (!ready_)
+        return 0;
+    return store_->transcriptSearch().indexSome(milliseconds);
 }
 
 NotePtr SharedPersistenceController::createNote(const QString &title, const QString &transcription,

@@ -74,6 +74,17 @@ public:
 
     NotePtr noteWithId(const QUuid &id);
 
+    // Whether a note's transcript contains the trimmed search text by the
+    // locale-aware, case-insensitive test of SearchFold. Saved transcripts
+    // are answered from the store's index in one query; a transcript changed
+    // in memory and not saved yet is tested in memory. The answer is for the
+    // notes as they are now. Throws SystemError when the store cannot be read.
+    std::function<bool(const Note &)> transcriptSearch(const QString &trimmedQuery);
+    // Indexes transcripts that wait for it for up to the given time; returns
+    // how many still wait. Nothing is lost when it fails: those notes are
+    // read by searches until a later call indexes them.
+    qsizetype indexTranscripts(int milliseconds);
+
     // Folder moves are renames on one volume. Tests replace these to make a
     // move or a removal fail at a chosen moment; the program never does.
     using Mover = std::function<void(const QString &from, const QString &to)>;

@@ -1,5 +1,7 @@
 #include "core/SqliteStore.h"
 
+#include "core/TranscriptSearchIndex.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QTimeZone>
@@ -52,6 +54,8 @@ const QList<QStringList> &migrations()
             QStringLiteral("CREATE INDEX note_chat_message_note ON note_chat_message(noteId, timestamp)"),
             QStringLiteral("CREATE INDEX tag_canonical_name ON tag(canonicalName)"),
         },
+        // 3: the index of saved transcripts, for searching large libraries.
+        TranscriptSearchIndex::schema(),
     };
     return steps;
 }
@@ -224,10 +228,14 @@ int SqliteStore::latestSchemaVersion()
     return int(migrations().size());
 }
 
-SqliteStore::SqliteStore(sqlite3 *db) : db_(db) {}
+SqliteStore::SqliteStore(sqlite3 *db)
+    : db_(db), transcriptSearch_(std::make_unique<TranscriptSearchIndex>(db))
+{
+}
 
 SqliteStore::~SqliteStore()
 {
+    transcriptSearch_.reset();
     sqlite3_close(db_);
 }
 
@@ -246,6 +254,7 @@ std::unique_ptr<SqliteStore> SqliteStore::open(const QString &path)
         store->exec(QStringLiteral("PRAGMA foreign_keys=ON"));
         store->migrate(latestSchemaVersion());
         store->loadStoreId();
+        store->transcriptSearch_->open(SearchFold());
     } catch (const StoreLoadError &) {
         throw;
     } catch (const Error &e) {
@@ -261,6 +270,7 @@ std::unique_ptr<SqliteStore> SqliteStore::openInMemory()
     store->exec(QStringLiteral("PRAGMA foreign_keys=ON"));
     store->migrate(latestSchemaVersion());
     store->loadStoreId();
+    store->transcriptSearch_->open(SearchFold());
     return store;
 }
 
@@ -324,13 +334,17 @@ void SqliteStore::loadStoreId()
     exec(QStringLiteral("INSERT INTO kestil_metadata (key, value) VALUES ('storeId', '%1')").arg(storeId_));
 }
 
-StoredRow SqliteStore::readRow(const EntityDescription &entity, void *statement) const
+StoredRow SqliteStore::readRow(const EntityDescription &entity, void *statement, bool skipLinks) const
 {
     auto *stmt = static_cast<sqlite3_stmt *>(statement);
     StoredRow row;
     row.primaryKey = sqlite3_column_int64(stmt, 0);
     int column = 1;
     for (const auto &a : entity.attributes) {
+        if (a.deferred) {
+            row.unloaded.insert(a.name);
+            continue;
+        }
         QVariant v = columnValue(stmt, column++, a.type);
         if (v.isValid())
             row.values.insert(a.name, v);
@@ -344,7 +358,7 @@ StoredRow SqliteStore::readRow(const EntityDescription &entity, void *statement)
             ++column;
         }
     }
-    if (entity.name == QLatin1String("Note")) {
+    if (entity.name == QLatin1String("Note") && !skipLinks) {
         Statement links(db_, QStringLiteral("SELECT tag FROM note_tags WHERE note = ?1 ORDER BY tag"));
         if (!links.ok())
             throwReadError(db_);
@@ -364,8 +378,10 @@ namespace {
 QString selectColumns(const EntityDescription &entity)
 {
     QStringList columns{QStringLiteral("pk")};
-    for (const auto &a : entity.attributes)
-        columns << QLatin1Char('"') + a.name + QLatin1Char('"');
+    for (const auto &a : entity.attributes) {
+        if (!a.deferred)
+            columns << QLatin1Char('"') + a.name + QLatin1Char('"');
+    }
     if (entity.name == QLatin1String("Note"))
         columns << QStringLiteral("folder");
     return columns.join(QStringLiteral(", "));
@@ -416,6 +432,64 @@ std::optional<StoredRow> SqliteStore::selectByPrimaryKey(const EntityDescription
     return std::nullopt;
 }
 
+QList<StoredRow> SqliteStore::selectRows(const EntityDescription &entity,
+                                         const std::optional<AttributeEquals> &where) const
+{
+    QString sql = QStringLiteral("SELECT %1 FROM %2").arg(selectColumns(entity), entity.table);
+    std::optional<AttributeDescription> attribute;
+    if (where) {
+        attribute = entity.attribute(where->key);
+        if (!attribute)
+            throw SystemError(QStringLiteral("The notes database has no field named %1.").arg(where->key));
+        sql += QStringLiteral(" WHERE \"%1\" = ?1").arg(where->key);
+    }
+    sql += QStringLiteral(" ORDER BY pk");
+    Statement st(db_, sql);
+    if (!st.ok())
+        throwReadError(db_);
+    if (where)
+        st.bind(1, where->value, attribute->type);
+    QList<StoredRow> rows;
+    int rc;
+    while ((rc = sqlite3_step(st.get())) == SQLITE_ROW)
+        rows.append(readRow(entity, st.get(), true));
+    if (rc != SQLITE_DONE)
+        throwReadError(db_);
+    if (entity.name != QLatin1String("Note"))
+        return rows;
+
+    // The tags of all notes in one pass.
+    QHash<qint64, QList<qint64>> tags;
+    Statement links(db_, QStringLiteral("SELECT note, tag FROM note_tags ORDER BY note, tag"));
+    if (!links.ok())
+        throwReadError(db_);
+    while ((rc = sqlite3_step(links.get())) == SQLITE_ROW)
+        tags[sqlite3_column_int64(links.get(), 0)].append(sqlite3_column_int64(links.get(), 1));
+    if (rc != SQLITE_DONE)
+        throwReadError(db_);
+    for (StoredRow &row : rows)
+        row.toMany.insert(QStringLiteral("tags"), tags.value(row.primaryKey));
+    return rows;
+}
+
+QVariant SqliteStore::selectAttribute(const EntityDescription &entity, qint64 primaryKey,
+                                      const QString &key) const
+{
+    const std::optional<AttributeDescription> attribute = entity.attribute(key);
+    if (!attribute)
+        throw SystemError(QStringLiteral("The notes database has no field named %1.").arg(key));
+    Statement st(db_, QStringLiteral("SELECT \"%1\" FROM %2 WHERE pk = ?1").arg(key, entity.table));
+    if (!st.ok())
+        throwReadError(db_);
+    st.bindKey(1, primaryKey);
+    const int rc = sqlite3_step(st.get());
+    if (rc == SQLITE_ROW)
+        return columnValue(st.get(), 0, attribute->type);
+    if (rc != SQLITE_DONE)
+        throwReadError(db_);
+    return {};
+}
+
 qint64 SqliteStore::allocatePrimaryKey(const EntityDescription &entity)
 {
     auto it = nextPrimaryKey_.find(entity.name);
@@ -452,14 +526,24 @@ void SqliteStore::updateRow(const EntityDescription &entity, const StoredRow &ro
 void SqliteStore::writeRow(const EntityDescription &entity, const StoredRow &row, bool insert)
 {
     const bool isNote = entity.name == QLatin1String("Note");
+    // A deferred value that was never read is left as it is; a new row has
+    // every value in memory.
+    QList<AttributeDescription> written;
+    for (const auto &a : entity.attributes) {
+        if (insert || !row.unloaded.contains(a.name))
+            written << a;
+    }
     QStringList columns;
-    for (const auto &a : entity.attributes)
+    for (const auto &a : written)
         columns << QLatin1Char('"') + a.name + QLatin1Char('"');
     if (isNote)
         columns << QStringLiteral("folder");
     QStringList params;
     for (int index = 2; index < columns.size() + 2; ++index)
         params << QStringLiteral("?%1").arg(index);
+
+    if (isNote)
+        updateTranscriptSearch(row, insert);
 
     QString sql;
     if (insert) {
@@ -477,7 +561,7 @@ void SqliteStore::writeRow(const EntityDescription &entity, const StoredRow &row
         throwWriteError(db_);
     st.bindKey(1, row.primaryKey);
     int index = 2;
-    for (const auto &a : entity.attributes)
+    for (const auto &a : written)
         st.bind(index++, row.values.value(a.name), a.type);
     if (isNote) {
         if (row.toOne.contains(QStringLiteral("folder")))
@@ -488,6 +572,21 @@ void SqliteStore::writeRow(const EntityDescription &entity, const StoredRow &row
     if (sqlite3_step(st.get()) != SQLITE_DONE)
         throwWriteError(db_);
     writeLinks(entity, row);
+
+    // A short transcript is indexed in the same save; a long one when idle.
+    constexpr qsizetype indexedAtOnce = 4096;
+    const QString transcription = QStringLiteral("transcription");
+    if (isNote && (insert || !row.unloaded.contains(transcription)) &&
+        row.values.value(transcription).toString().size() <= indexedAtOnce)
+        transcriptSearch_->index(row.primaryKey, row.values.value(transcription).toString());
+}
+
+void SqliteStore::updateTranscriptSearch(const StoredRow &row, bool insert)
+{
+    // The old transcript leaves the index before the row forgets it. A new
+    // row may reuse the key of a row deleted in an earlier run.
+    if (insert || !row.unloaded.contains(QStringLiteral("transcription")))
+        transcriptSearch_->forget(row.primaryKey);
 }
 
 void SqliteStore::writeLinks(const EntityDescription &entity, const StoredRow &row)
@@ -513,6 +612,8 @@ void SqliteStore::writeLinks(const EntityDescription &entity, const StoredRow &r
 
 void SqliteStore::deleteRow(const EntityDescription &entity, qint64 primaryKey)
 {
+    if (entity.name == QLatin1String("Note"))
+        transcriptSearch_->forget(primaryKey);
     Statement st(db_, QStringLiteral("DELETE FROM %1 WHERE pk = ?1").arg(entity.table));
     if (!st.ok())
         throwWriteError(db_);

@@ -5,6 +5,7 @@
 
 #include <QHash>
 #include <QList>
+#include <QSet>
 #include <QString>
 #include <QVariant>
 
@@ -14,6 +15,8 @@
 struct sqlite3;
 
 namespace kestil {
+
+class TranscriptSearchIndex;
 
 // The store file could not be opened or read. The file is left as it was.
 class StoreLoadError : public SystemError {
@@ -29,10 +32,13 @@ struct AttributeEquals {
 };
 
 // One row as read from the file: attribute values (missing ones absent) and
-// the primary keys of its links.
+// the primary keys of its links. Deferred attributes are not read with the row:
+// `unloaded` names them, and a write leaves the stored values of those it
+// names untouched.
 struct StoredRow {
     qint64 primaryKey = 0;
     QHash<QString, QVariant> values;
+    QSet<QString> unloaded;
     QHash<QString, qint64> toOne;
     QHash<QString, QList<qint64>> toMany;
 };
@@ -68,6 +74,11 @@ public:
     QList<qint64> selectPrimaryKeys(const EntityDescription &entity,
                                     const std::optional<AttributeEquals> &where, int limit = 0) const;
     std::optional<StoredRow> selectByPrimaryKey(const EntityDescription &entity, qint64 primaryKey) const;
+    // The matching rows in key order, read in one pass.
+    QList<StoredRow> selectRows(const EntityDescription &entity,
+                                const std::optional<AttributeEquals> &where) const;
+    // One attribute of one row; missing when the value or the row is.
+    QVariant selectAttribute(const EntityDescription &entity, qint64 primaryKey, const QString &key) const;
     qint64 allocatePrimaryKey(const EntityDescription &entity);
 
     // Writes are grouped: begin, any number of row operations, then commit.
@@ -80,16 +91,23 @@ public:
     void commit();
     void abort() noexcept;
 
+    // The index of saved transcripts; always present, inert on a file of an
+    // older schema.
+    TranscriptSearchIndex &transcriptSearch() const { return *transcriptSearch_; }
+
 private:
     explicit SqliteStore(sqlite3 *db);
     void migrate(int targetVersion);
     void exec(const QString &sql) const;
     void loadStoreId();
-    StoredRow readRow(const EntityDescription &entity, void *statement) const;
+    StoredRow readRow(const EntityDescription &entity, void *statement, bool skipLinks = false) const;
     void writeRow(const EntityDescription &entity, const StoredRow &row, bool insert);
     void writeLinks(const EntityDescription &entity, const StoredRow &row);
 
+    void updateTranscriptSearch(const StoredRow &row, bool insert);
+
     sqlite3 *db_ = nullptr;
+    std::unique_ptr<TranscriptSearchIndex> transcriptSearch_;
     QString storeId_;
     QHash<QString, qint64> nextPrimaryKey_;
 };

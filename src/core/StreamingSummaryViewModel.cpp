@@ -20,10 +20,19 @@ void StreamingSummaryViewModel::setProgress(const LocalSummaryProgress &progress
     emit progressChanged();
 }
 
+void StreamingSummaryViewModel::setWaitingForModel(bool waiting)
+{
+    if (waitingForModel_ == waiting)
+        return;
+    waitingForModel_ = waiting;
+    emit waitingForModelChanged(waiting);
+}
+
 void StreamingSummaryViewModel::reset()
 {
     setSummary(QString());
     setProgress(LocalSummaryProgress::preparing());
+    setWaitingForModel(false);
 }
 
 } // namespace kestil

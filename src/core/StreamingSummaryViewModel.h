@@ -23,17 +23,23 @@ public:
     void setSummary(const QString &summary);
     const LocalSummaryProgress &progress() const { return progress_; }
     void setProgress(const LocalSummaryProgress &progress);
+    // A request of the job waits while the model answers another one.
+    bool waitingForModel() const { return waitingForModel_; }
+    void setWaitingForModel(bool waiting);
 
-    // Empty text and the `preparing` stage: the state before and after a job.
+    // Empty text, the `preparing` stage and no wait: the state before and
+    // after a job.
     void reset();
 
 signals:
     void summaryChanged(const QString &summary);
     void progressChanged();
+    void waitingForModelChanged(bool waiting);
 
 private:
     QString summary_;
     LocalSummaryProgress progress_ = LocalSummaryProgress::preparing();
+    bool waitingForModel_ = false;
 };
 
 } // namespace kestil

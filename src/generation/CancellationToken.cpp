@@ -1,6 +1,8 @@
 #include "generation/CancellationToken.h"
 
+#include <algorithm>
 #include <atomic>
+#include <cstdint>
 #include <ctime>
 
 namespace kestil {
@@ -14,15 +16,23 @@ ContinuousClock::time_point ContinuousClock::now() noexcept
 
 struct CancellationToken::State {
     std::atomic<bool> cancelled{false};
-    std::optional<ContinuousClock::time_point> deadline;
+    // The length of this token's time limit, and when it ends once started
+    // (nanoseconds on the continuous clock; 0 while it has not started).
+    std::optional<std::chrono::milliseconds> limit;
+    mutable std::atomic<std::int64_t> deadline{0};
+    std::function<void(bool)> watcher;
     std::shared_ptr<const State> parent;
 
-    bool ownDeadlinePassed() const { return deadline && ContinuousClock::now() >= *deadline; }
+    bool ownLimitPassed() const
+    {
+        const std::int64_t end = deadline.load(std::memory_order_relaxed);
+        return end != 0 && ContinuousClock::now().time_since_epoch().count() >= end;
+    }
 
     bool isCancelled() const
     {
         for (const State *state = this; state; state = state->parent.get()) {
-            if (state->cancelled.load(std::memory_order_relaxed) || state->ownDeadlinePassed())
+            if (state->cancelled.load(std::memory_order_relaxed) || state->ownLimitPassed())
                 return true;
         }
         return false;
@@ -49,22 +59,45 @@ void CancellationToken::checkCancellation() const
         throw CancellationError();
 }
 
-CancellationToken CancellationToken::child(std::optional<ContinuousClock::time_point> deadline) const
+CancellationToken CancellationToken::withTimeLimit(std::chrono::milliseconds limit) const
 {
     auto state = std::make_shared<State>();
-    state->deadline = deadline;
+    state->limit = limit;
     state->parent = state_;
     return CancellationToken(std::move(state));
 }
 
-bool CancellationToken::deadlinePassed() const
+CancellationToken CancellationToken::watchingWaits(std::function<void(bool)> watcher) const
 {
-    return state_->ownDeadlinePassed();
+    auto state = std::make_shared<State>();
+    state->watcher = std::move(watcher);
+    state->parent = state_;
+    return CancellationToken(std::move(state));
 }
 
-std::optional<ContinuousClock::time_point> CancellationToken::deadline() const
+void CancellationToken::beginWork(int requests) const
 {
-    return state_->deadline;
+    const std::int64_t now = ContinuousClock::now().time_since_epoch().count();
+    for (const State *state = state_.get(); state; state = state->parent.get()) {
+        if (!state->limit)
+            continue;
+        const auto length =
+            std::chrono::duration_cast<ContinuousClock::duration>(*state->limit) * std::max(requests, 1);
+        state->deadline.store(now + length.count());
+    }
+}
+
+void CancellationToken::setWaiting(bool waiting) const
+{
+    for (const State *state = state_.get(); state; state = state->parent.get()) {
+        if (state->watcher)
+            state->watcher(waiting);
+    }
+}
+
+bool CancellationToken::timeLimitPassed() const
+{
+    return state_->ownLimitPassed();
 }
 
 } // namespace kestil

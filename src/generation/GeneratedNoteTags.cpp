@@ -12,9 +12,11 @@ GenerationSchema GeneratedNoteTags::schema()
     tags.kind = GenerationSchema::Kind::stringArray;
     tags.minimumCount = 1;
     tags.maximumCount = 5;
-    // Longer proposals are dropped when names are resolved; the grammar keeps
-    // the model from spending its response on them.
-    tags.maximumLength = 48;
+    // Proposals of more than 48 characters are dropped when names are
+    // resolved. The grammar allows one character more, so that a longer
+    // proposal arrives too long and is dropped rather than cut to a tag that
+    // would be kept, and still keeps the model from spending its response on it.
+    tags.maximumLength = 49;
     return {{tags}};
 }
 

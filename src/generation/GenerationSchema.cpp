@@ -27,9 +27,11 @@ QString repeat(const QString &item, int least, int most)
 
 QString GenerationSchema::grammar() const
 {
-    // Strings leave out quotes, backslashes and control characters, so that
-    // every admitted answer parses without escapes. Whitespace between tokens
-    // is bounded: a small model must not be able to loop on blanks.
+    // Strings leave out control characters, and a quotation mark or a
+    // backslash comes escaped, so that every admitted answer is valid JSON
+    // and a title keeps the quotation marks the model wrote. Whitespace
+    // between tokens is bounded: a small model must not be able to loop on
+    // blanks.
     QStringList rules;
     QStringList members;
     for (qsizetype i = 0; i < properties.size(); ++i) {
@@ -54,7 +56,7 @@ QString GenerationSchema::grammar() const
     const QString root =
         QStringLiteral("root ::= \"{\" ws %1 ws \"}\"").arg(members.join(QStringLiteral(" ws \",\" ws ")));
     rules.prepend(root);
-    rules.append(QStringLiteral("char ::= [^\"\\\\\\x00-\\x1F\\x7F]"));
+    rules.append(QStringLiteral("char ::= [^\"\\\\\\x00-\\x1F\\x7F] | \"\\\\\" [\"\\\\]"));
     rules.append(QStringLiteral("ws ::= [ \\t\\n]{0,8}"));
     return rules.join(QLatin1Char('\n')) + QLatin1Char('\n');
 }

@@ -15,4 +15,12 @@ QString LanguageModel::reasonName(UnavailableReason reason)
     return QStringLiteral("unknown");
 }
 
+void LanguageModel::respondAll(const QString &instructions, const QStringList &prompts,
+                               const GenerationOptions &options, const CancellationToken &cancel,
+                               const AnswerHandler &onAnswer)
+{
+    for (qsizetype index = 0; index < prompts.size(); ++index)
+        onAnswer(index, respond(instructions, prompts.at(index), options, cancel));
+}
+
 } // namespace kestil

@@ -13,8 +13,12 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <condition_variable>
+#include <deque>
+#include <future>
 #include <mutex>
 #include <optional>
 #include <random>
@@ -70,6 +74,192 @@ qsizetype completeUtf8Length(const QByteArray &bytes)
 
 constexpr int defaultResponseTokens = 4096;
 constexpr uint32_t contextCeiling = 4096;
+constexpr uint32_t batchTokens = 512;
+// Free text is sampled from the 40 most likely tokens.
+constexpr int32_t samplingTopK = 40;
+
+// A batch of tokens of several sequences, freed with its scope.
+class TokenBatch {
+public:
+    explicit TokenBatch(int32_t capacity) : batch_(llama_batch_init(capacity, 0, 1)), capacity_(capacity) {}
+    ~TokenBatch() { llama_batch_free(batch_); }
+    TokenBatch(const TokenBatch &) = delete;
+    TokenBatch &operator=(const TokenBatch &) = delete;
+
+    bool full() const { return batch_.n_tokens >= capacity_; }
+    int32_t size() const { return batch_.n_tokens; }
+    // Adds a token; returns its place, where its logits are read when asked for.
+    int32_t add(llama_token token, llama_pos position, llama_seq_id sequence, bool logits)
+    {
+        const int32_t i = batch_.n_tokens++;
+        batch_.token[i] = token;
+        batch_.pos[i] = position;
+        batch_.n_seq_id[i] = 1;
+        batch_.seq_id[i][0] = sequence;
+        batch_.logits[i] = logits;
+        return i;
+    }
+    void clear() { batch_.n_tokens = 0; }
+    const llama_batch &get() const { return batch_; }
+
+private:
+    llama_batch batch_;
+    int32_t capacity_;
+};
+
+// Whole answers handed from the model's thread to the thread that asked, in
+// the order they end. The producer never waits; it learns from deliver that
+// the consumer gave up, and stops.
+class AnswerChannel {
+public:
+    struct Answer {
+        qsizetype index;
+        QString text;
+    };
+
+    bool deliver(qsizetype index, const QString &text)
+    {
+        std::lock_guard lock(mutex_);
+        if (stopped_)
+            return false;
+        answers_.push_back({index, text});
+        changed_.notify_all();
+        return true;
+    }
+    void finish(qsizetype answered, std::exception_ptr error = nullptr)
+    {
+        std::lock_guard lock(mutex_);
+        finished_ = true;
+        answered_ = answered;
+        error_ = error;
+        changed_.notify_all();
+    }
+    // The next answer, or nothing when the producer is done (rethrowing its error).
+    std::optional<Answer> next()
+    {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return !answers_.empty() || finished_; });
+        if (!answers_.empty()) {
+            Answer answer = std::move(answers_.front());
+            answers_.pop_front();
+            return answer;
+        }
+        if (error_)
+            std::rethrow_exception(error_);
+        return std::nullopt;
+    }
+    bool wanted()
+    {
+        std::lock_guard lock(mutex_);
+        return !stopped_;
+    }
+    // How many prompts the producer took on; valid once next() gave nothing.
+    qsizetype answered()
+    {
+        std::lock_guard lock(mutex_);
+        return answered_;
+    }
+    // Drops the rest and waits until the producer is done.
+    void stop()
+    {
+        std::unique_lock lock(mutex_);
+        stopped_ = true;
+        changed_.wait(lock, [this] { return finished_; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::deque<Answer> answers_;
+    bool stopped_ = false;
+    bool finished_ = false;
+    qsizetype answered_ = 0;
+    std::exception_ptr error_;
+};
+
+// The moment the model's thread takes a request up, as its caller waits for
+// it. A caller whose request is cancelled while it still waits in the queue
+// leaves at once, and the model's thread then skips the request: closing a
+// window never waits for someone else's long answer.
+class RequestTicket {
+public:
+    // The model's thread: whether to go on (false when the caller has left).
+    bool take()
+    {
+        std::lock_guard lock(mutex_);
+        if (abandoned_)
+            return false;
+        taken_ = true;
+        changed_.notify_all();
+        return true;
+    }
+    // The caller: true once the request is taken up; false when it was
+    // cancelled before (the request is then left behind).
+    bool awaitTaking(const CancellationToken &cancel)
+    {
+        std::unique_lock lock(mutex_);
+        while (!taken_) {
+            if (cancel.isCancelled()) {
+                abandoned_ = true;
+                return false;
+            }
+            changed_.wait_for(lock, std::chrono::milliseconds(20));
+        }
+        return true;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool taken_ = false;
+    bool abandoned_ = false;
+};
+
+// Queues a request's work for the model's thread. A request that finds the
+// model busy says that it waits; its time limit starts only when the model
+// takes it up. `work` runs only if the caller still waits for it; the caller
+// awaits the ticket before anything else.
+template <typename Work>
+std::shared_ptr<RequestTicket> queueRequest(SerialWorker &worker, const CancellationToken &cancel, Work work,
+                                            int requests = 1)
+{
+    auto ticket = std::make_shared<RequestTicket>();
+    const bool waits = worker.isBusy();
+    if (waits)
+        cancel.setWaiting(true);
+    worker.post([ticket, cancel, waits, requests, work = std::move(work)]() mutable {
+        if (waits)
+            cancel.setWaiting(false);
+        if (!ticket->take())
+            return;
+        cancel.beginWork(requests);
+        work();
+    });
+    return ticket;
+}
+
+// Runs a request's work on the model's thread and returns its result.
+template <typename Fn>
+std::invoke_result_t<Fn> callForRequest(SerialWorker &worker, const CancellationToken &cancel, Fn fn)
+{
+    using Result = std::invoke_result_t<Fn>;
+    if (worker.isWorkerThread()) {
+        cancel.beginWork();
+        return fn();
+    }
+    auto promise = std::make_shared<std::promise<Result>>();
+    std::future<Result> future = promise->get_future();
+    const std::shared_ptr<RequestTicket> ticket = queueRequest(worker, cancel, [promise, &fn] {
+        try {
+            promise->set_value(fn());
+        } catch (...) {
+            promise->set_exception(std::current_exception());
+        }
+    });
+    if (!ticket->awaitTaking(cancel))
+        throw CancellationError();
+    return future.get();
+}
 
 } // namespace
 
@@ -113,12 +303,16 @@ public:
                     .arg(file.fileName()));
         vocab_ = llama_model_get_vocab(model_);
         contextLength_ = llama_model_n_ctx_train(model_);
-        const uint32_t contextTokens = uint32_t(qBound<qint64>(256, contextLength_, contextCeiling));
+        sequenceTokens_ = uint32_t(qBound<qint64>(256, contextLength_, contextCeiling));
         llama_context_params contextParams = llama_context_default_params();
-        contextParams.n_ctx = contextTokens;
-        contextParams.n_batch = 512;
-        contextParams.n_ubatch = 512;
-        contextParams.n_seq_max = 1;
+        // Room for the parallel sequences of a batch, each in a part of the
+        // cache of its own at full length, so that attention runs over a
+        // sequence's own cells only. A request of its own uses the first part.
+        contextParams.n_ctx = sequenceTokens_ * uint32_t(maximumParallelSequences);
+        contextParams.n_batch = batchTokens;
+        contextParams.n_ubatch = batchTokens;
+        contextParams.n_seq_max = uint32_t(maximumParallelSequences);
+        contextParams.kv_unified = false;
         contextParams.n_threads = threads_;
         contextParams.n_threads_batch = threads_;
         contextParams.abort_callback = &Engine::shouldAbort;
@@ -313,7 +507,7 @@ private:
             llama_sampler_chain_add(chain, llama_sampler_init_greedy());
             return chain;
         }
-        llama_sampler_chain_add(chain, llama_sampler_init_top_k(40));
+        llama_sampler_chain_add(chain, llama_sampler_init_top_k(samplingTopK));
         // Small models fall into loops; a light penalty on recent tokens keeps
         // free text moving. Structured answers repeat their syntax by design.
         if (!constrained)
@@ -326,19 +520,45 @@ private:
         return chain;
     }
 
-    // Samples the next token. With a grammar, the token the chain picks is
-    // tried first, and only when the grammar refuses it is the whole
-    // vocabulary filtered: far cheaper than filtering every time.
-    llama_token sample(llama_sampler *chain, llama_sampler *grammar)
+    // How many of the most likely tokens the chain of these options can pick
+    // from: the one most likely, or the top k.
+    static size_t candidatesKept(const GenerationOptions &options)
     {
-        const float *logits = llama_get_logits_ith(context_, -1);
+        return options.temperature.value_or(0.7) <= 0 ? 1 : size_t(samplingTopK);
+    }
+
+    // Samples the next token. The chain sees only the tokens it can pick
+    // from, found in one pass over the logits: sorting a vocabulary of a
+    // hundred thousand tokens for every token would cost as much as a good
+    // part of decoding it. With a grammar, the token the chain picks is tried
+    // first, and only when the grammar refuses it is the whole vocabulary
+    // filtered: far cheaper than filtering every time.
+    llama_token sample(llama_sampler *chain, llama_sampler *grammar, size_t kept, int32_t logitIndex = -1)
+    {
+        const float *logits = llama_get_logits_ith(context_, logitIndex);
         const int32_t vocabSize = llama_vocab_n_tokens(vocab_);
-        candidates_.resize(size_t(vocabSize));
+        const auto lower = [](const llama_token_data &a, const llama_token_data &b) {
+            return a.logit > b.logit;
+        };
+        candidates_.clear();
+        for (int32_t id = 0; id < vocabSize; ++id) {
+            if (candidates_.size() < kept) {
+                candidates_.push_back({id, logits[id], 0.0f});
+                std::push_heap(candidates_.begin(), candidates_.end(), lower);
+            } else if (logits[id] > candidates_.front().logit) {
+                std::pop_heap(candidates_.begin(), candidates_.end(), lower);
+                candidates_.back() = {id, logits[id], 0.0f};
+                std::push_heap(candidates_.begin(), candidates_.end(), lower);
+            }
+        }
+        // In vocabulary order, as the whole vocabulary would be: ties break alike.
+        std::sort(candidates_.begin(), candidates_.end(),
+                  [](const llama_token_data &a, const llama_token_data &b) { return a.id < b.id; });
         auto fill = [&] {
+            candidates_.resize(size_t(vocabSize));
             for (int32_t id = 0; id < vocabSize; ++id)
                 candidates_[size_t(id)] = llama_token_data{id, logits[id], 0.0f};
         };
-        fill();
         llama_token_data_array array{candidates_.data(), candidates_.size(), -1, false};
         llama_sampler_apply(chain, &array);
         llama_token token = array.data[array.selected].id;
@@ -365,12 +585,8 @@ private:
                               const std::function<bool(const QString &)> &deliver)
     {
         const std::vector<llama_token> promptTokens = render(&instructions, &prompt, true);
-        const uint32_t contextTokens = llama_n_ctx(context_);
-        if (promptTokens.size() + 1 > contextTokens)
-            throw SystemError(
-                QStringLiteral("This request is longer than the on-device model's context of %1 "
-                               "tokens. Your notes are unchanged.")
-                    .arg(contextTokens));
+        checkFits(promptTokens);
+        const uint32_t contextTokens = sequenceTokens_;
 
         // Keep what the cache already holds of this prompt (the instructions
         // and the head of the prompt, typically), at least one token short so
@@ -418,7 +634,7 @@ private:
         bool finished = false;
         for (int produced = 0; produced < cap; ++produced) {
             cancel.checkCancellation();
-            const llama_token token = sample(chain.get(), grammar.get());
+            const llama_token token = sample(chain.get(), grammar.get(), candidatesKept(options));
             if (llama_vocab_is_eog(vocab_, token)) {
                 finished = true;
                 break;
@@ -446,10 +662,202 @@ private:
         return text;
     }
 
+    void checkFits(const std::vector<llama_token> &promptTokens) const
+    {
+        if (promptTokens.size() + 1 > sequenceTokens_)
+            throw SystemError(
+                QStringLiteral("This request is longer than the on-device model's context of %1 "
+                               "tokens. Your notes are unchanged.")
+                    .arg(sequenceTokens_));
+    }
+
+    void decodeBatch(const TokenBatch &batch, const CancellationToken &cancel)
+    {
+        const int32_t status = llama_decode(context_, batch.get());
+        if (status != 0) {
+            if (cancel.isCancelled())
+                throw CancellationError();
+            throw SystemError(QStringLiteral("The on-device language model failed while reading this request "
+                                             "(llama.cpp status %1). Your notes are unchanged.")
+                                  .arg(status));
+        }
+    }
+
+    // One sequence of a batch while it is answered.
+    struct Sequence {
+        qsizetype index = 0;
+        std::unique_ptr<llama_sampler, decltype(&llama_sampler_free)> chain{nullptr, &llama_sampler_free};
+        QByteArray bytes;
+        llama_pos position = 0; // where its next token goes
+        int32_t logit = 0;      // the place of its logits in the last batch
+        int produced = 0;
+        bool active = true;
+    };
+
+    qsizetype generateTogetherUnguarded(const QString &instructions, const QStringList &prompts,
+                                        qsizetype first, int parallel, const GenerationOptions &options,
+                                        const CancellationToken &cancel,
+                                        const std::function<bool(qsizetype, const QString &)> &deliver,
+                                        const std::function<bool()> &wanted)
+    {
+        // The group: the next prompts, at most `parallel`, each in a part of
+        // the cache of its own that holds a whole sequence.
+        const int cap = options.maximumResponseTokens.value_or(defaultResponseTokens);
+        std::vector<std::vector<llama_token>> tokens;
+        for (qsizetype i = first; i < prompts.size() && int(tokens.size()) < parallel; ++i) {
+            tokens.push_back(render(&instructions, &prompts.at(i), true));
+            checkFits(tokens.back());
+        }
+        const size_t count = tokens.size();
+        cancel.beginWork(int(count));
+        if (count == 1) {
+            const QString text =
+                generateUnguarded(instructions, prompts.at(first), options, QString(), cancel, nullptr);
+            deliver(first, text);
+            return 1;
+        }
+
+        // The head all prompts share is decoded once, in sequence 0 (from the
+        // cache where the last request left it), and then copied to the
+        // others' parts of the cache; each keeps at least its last token of
+        // its own.
+        size_t shared = tokens.front().size() - 1;
+        for (const std::vector<llama_token> &prompt : tokens) {
+            size_t same = 0;
+            while (same < shared && same + 1 < prompt.size() && prompt[same] == tokens.front()[same])
+                ++same;
+            shared = same;
+        }
+        size_t reused = 0;
+        if (prefixReuse_->load()) {
+            while (reused < cachedTokens_.size() && reused < shared &&
+                   cachedTokens_[reused] == tokens.front()[reused])
+                ++reused;
+        }
+        llama_memory_t memory = llama_get_memory(context_);
+        if (reused == 0) {
+            llama_memory_clear(memory, true);
+            cachedTokens_.clear();
+        } else {
+            llama_memory_seq_rm(memory, 0, llama_pos(reused), -1);
+            cachedTokens_.resize(reused);
+        }
+        statistics.requests += qint64(count);
+        statistics.parallelGroups += 1;
+        statistics.parallelRequests += qint64(count);
+        for (const std::vector<llama_token> &prompt : tokens)
+            statistics.promptTokens += qint64(prompt.size());
+        statistics.reusedPromptTokens += qint64(reused + shared * (count - 1));
+
+        const auto promptStart = Clock::now();
+        decode(tokens.front().data() + reused, shared - reused, cancel);
+        for (size_t s = 1; s < count; ++s)
+            llama_memory_seq_cp(memory, 0, llama_seq_id(s), -1, -1);
+        // Every prompt's own tokens, a sequence at a time in batches as large
+        // as a request of its own has; the last token of each comes in one
+        // batch with the others', so that their logits are there together.
+        TokenBatch batch{int32_t(batchTokens)};
+        for (size_t s = 0; s < count; ++s) {
+            for (size_t p = shared; p + 1 < tokens[s].size(); ++p) {
+                batch.add(tokens[s][p], llama_pos(p), llama_seq_id(s), false);
+                if (batch.full() || p + 2 == tokens[s].size()) {
+                    decodeBatch(batch, cancel);
+                    batch.clear();
+                }
+            }
+        }
+        std::vector<Sequence> sequences(count);
+        for (size_t s = 0; s < count; ++s) {
+            sequences[s].index = first + qsizetype(s);
+            sequences[s].chain.reset(makeChain(options, false));
+            sequences[s].position = llama_pos(tokens[s].size());
+            sequences[s].logit =
+                batch.add(tokens[s].back(), llama_pos(tokens[s].size() - 1), llama_seq_id(s), true);
+        }
+        decodeBatch(batch, cancel);
+        statistics.promptSeconds += secondsSince(promptStart);
+
+        // One token of every sequence still answering per batch. A sequence
+        // that ends hands its answer over at once and leaves the cache.
+        const auto generationStart = Clock::now();
+        size_t active = count;
+        bool stopped = false;
+        while (active > 0 && !stopped) {
+            cancel.checkCancellation();
+            stopped = !wanted();
+            TokenBatch step{int32_t(count)};
+            for (size_t s = 0; s < count && !stopped; ++s) {
+                Sequence &sequence = sequences[s];
+                if (!sequence.active)
+                    continue;
+                const llama_token token =
+                    sample(sequence.chain.get(), nullptr, candidatesKept(options), sequence.logit);
+                bool ended = llama_vocab_is_eog(vocab_, token);
+                if (!ended) {
+                    char piece[256];
+                    const int32_t length = llama_token_to_piece(vocab_, token, piece, sizeof piece, 0, false);
+                    if (length > 0)
+                        sequence.bytes.append(piece, length);
+                    statistics.generatedTokens += 1;
+                    sequence.produced += 1;
+                    ended = sequence.produced >= cap || uint32_t(sequence.position) + 1 >= sequenceTokens_;
+                }
+                if (!ended) {
+                    sequence.logit = step.add(token, sequence.position, llama_seq_id(s), true);
+                    sequence.position += 1;
+                    continue;
+                }
+                sequence.active = false;
+                active -= 1;
+                // Sequence 0 keeps the shared head for the next request.
+                llama_memory_seq_rm(memory, llama_seq_id(s), s == 0 ? llama_pos(shared) : -1, -1);
+                const QByteArray &bytes = sequence.bytes;
+                stopped =
+                    !deliver(sequence.index, QString::fromUtf8(bytes.constData(), completeUtf8Length(bytes)));
+            }
+            if (step.size() > 0 && !stopped)
+                decodeBatch(step, cancel);
+        }
+        statistics.generationSeconds += secondsSince(generationStart);
+        if (stopped) {
+            forgetCache();
+            return qsizetype(count);
+        }
+        // Between requests the cache holds sequence 0's head alone.
+        cachedTokens_.resize(shared);
+        return qsizetype(count);
+    }
+
 public:
     // Whether the last request ended by itself (end of answer or a stop by the
     // consumer) rather than at the response cap or the end of the context.
     bool lastFinished() const { return lastFinished_; }
+
+    // Whole answers to the prompts from `first` on, as parallel sequences of
+    // one batch, at most `parallel`.
+    // deliver(index, text) hands each answer over as it ends; when it, or
+    // wanted(), says false, the rest is dropped. Returns how many prompts the
+    // group took on.
+    qsizetype generateTogether(const QString &instructions, const QStringList &prompts, qsizetype first,
+                               int parallel, const GenerationOptions &options,
+                               const CancellationToken &cancel,
+                               const std::function<bool(qsizetype, const QString &)> &deliver,
+                               const std::function<bool()> &wanted)
+    {
+        cancel.checkCancellation();
+        cancel_ = &cancel;
+        struct Reset {
+            Engine *engine;
+            ~Reset() { engine->cancel_ = nullptr; }
+        } reset{this};
+        try {
+            return generateTogetherUnguarded(instructions, prompts, first, parallel, options, cancel, deliver,
+                                             wanted);
+        } catch (...) {
+            forgetCache();
+            throw;
+        }
+    }
 
 private:
     int threads_;
@@ -459,6 +867,7 @@ private:
     llama_context *context_ = nullptr;
     const llama_vocab *vocab_ = nullptr;
     qint64 contextLength_ = 0;
+    uint32_t sequenceTokens_ = contextCeiling; // the longest sequence: the context, at most 4096
     QByteArray chatTemplate_;
     QString loadedPath_;
     QDateTime loadedModified_;
@@ -500,6 +909,11 @@ void LlamaLanguageModel::setEnabled(bool enabled)
 void LlamaLanguageModel::setPrefixReuse(bool reuse)
 {
     prefixReuse_.store(reuse);
+}
+
+void LlamaLanguageModel::setParallelSequences(int count)
+{
+    parallelSequences_.store(std::clamp(count, 1, maximumParallelSequences));
 }
 
 LlamaLanguageModel::Statistics LlamaLanguageModel::statistics() const
@@ -565,6 +979,15 @@ qint64 LlamaLanguageModel::contextSize() const
     return installed ? installed->contextLength : 0;
 }
 
+QString LlamaLanguageModel::identity() const
+{
+    const std::optional<GgufModelInfo> installed = LanguageModelFiles::installedModel(modelsDirectory_);
+    if (!installed)
+        return {};
+    const QFileInfo file(installed->path);
+    return file.fileName() + QLatin1Char(':') + QString::number(file.size());
+}
+
 qint64 LlamaLanguageModel::tokenCount(const Instructions &instructions)
 {
     return worker_.call([&] {
@@ -584,7 +1007,7 @@ qint64 LlamaLanguageModel::tokenCount(const Prompt &prompt)
 QString LlamaLanguageModel::respond(const QString &instructions, const QString &prompt,
                                     const GenerationOptions &options, const CancellationToken &cancel)
 {
-    return worker_.call([&] {
+    return callForRequest(worker_, cancel, [&] {
         engine_->ensureLoaded(modelsDirectory_);
         return engine_->generate(instructions, prompt, options, QString(), cancel, nullptr);
     });
@@ -597,7 +1020,7 @@ QJsonObject LlamaLanguageModel::respond(const QString &instructions, const QStri
     const QString fullPrompt =
         includeSchemaInPrompt ? prompt + QStringLiteral("\n\n") + schema.promptText() : prompt;
     bool finished = false;
-    const QString text = worker_.call([&] {
+    const QString text = callForRequest(worker_, cancel, [&] {
         engine_->ensureLoaded(modelsDirectory_);
         QString answer =
             engine_->generate(instructions, fullPrompt, options, schema.grammar(), cancel, nullptr);
@@ -626,16 +1049,19 @@ void LlamaLanguageModel::streamResponse(const QString &instructions, const QStri
     if (worker_.isWorkerThread())
         throw LocalError(QStringLiteral("A response cannot be streamed from the model's own thread."));
     auto channel = std::make_shared<SnapshotChannel>();
-    worker_.post([this, channel, instructions, prompt, options, cancel] {
-        try {
-            engine_->ensureLoaded(modelsDirectory_);
-            engine_->generate(instructions, prompt, options, QString(), cancel,
-                              [&](const QString &text) { return channel->deliver(text); });
-            channel->finish();
-        } catch (...) {
-            channel->finish(std::current_exception());
-        }
-    });
+    const std::shared_ptr<RequestTicket> ticket =
+        queueRequest(worker_, cancel, [this, channel, instructions, prompt, options, cancel] {
+            try {
+                engine_->ensureLoaded(modelsDirectory_);
+                engine_->generate(instructions, prompt, options, QString(), cancel,
+                                  [&](const QString &text) { return channel->deliver(text); });
+                channel->finish();
+            } catch (...) {
+                channel->finish(std::current_exception());
+            }
+        });
+    if (!ticket->awaitTaking(cancel))
+        throw CancellationError();
     for (;;) {
         const std::optional<QString> text = channel->next();
         if (!text)
@@ -651,6 +1077,48 @@ void LlamaLanguageModel::streamResponse(const QString &instructions, const QStri
             channel->stop();
             return;
         }
+    }
+}
+
+void LlamaLanguageModel::respondAll(const QString &instructions, const QStringList &prompts,
+                                    const GenerationOptions &options, const CancellationToken &cancel,
+                                    const AnswerHandler &onAnswer)
+{
+    const int parallel = parallelSequences_.load();
+    if (parallel <= 1 || prompts.size() <= 1) {
+        LanguageModel::respondAll(instructions, prompts, options, cancel, onAnswer);
+        return;
+    }
+    if (worker_.isWorkerThread())
+        throw LocalError(QStringLiteral("Answers cannot be awaited on the model's own thread."));
+    // One group at a time on the model's thread, so that a request of someone
+    // else (a title, a question) waits for one group, not for all of them.
+    for (qsizetype first = 0; first < prompts.size();) {
+        auto channel = std::make_shared<AnswerChannel>();
+        const std::shared_ptr<RequestTicket> ticket = queueRequest(
+            worker_, cancel, [this, channel, instructions, prompts, first, parallel, options, cancel] {
+                try {
+                    engine_->ensureLoaded(modelsDirectory_);
+                    const qsizetype answered = engine_->generateTogether(
+                        instructions, prompts, first, parallel, options, cancel,
+                        [&](qsizetype index, const QString &text) { return channel->deliver(index, text); },
+                        [&] { return channel->wanted(); });
+                    channel->finish(answered);
+                } catch (...) {
+                    channel->finish(0, std::current_exception());
+                }
+            });
+        if (!ticket->awaitTaking(cancel))
+            throw CancellationError();
+        while (const std::optional<AnswerChannel::Answer> answer = channel->next()) {
+            try {
+                onAnswer(answer->index, answer->text);
+            } catch (...) {
+                channel->stop();
+                throw;
+            }
+        }
+        first += qMax<qsizetype>(channel->answered(), 1);
     }
 }
 

@@ -24,6 +24,8 @@ public:
         qint64 generatedTokens = 0;
         double promptSeconds = 0;     // decoding prompts
         double generationSeconds = 0; // sampling and decoding answers
+        qint64 parallelGroups = 0;    // groups of respondAll's prompts decoded together
+        qint64 parallelRequests = 0;  // requests answered in those groups
         qint64 tokenCounts = 0;       // tokenCount calls
         double tokenCountSeconds = 0;
         double loadSeconds = 0;
@@ -43,6 +45,11 @@ public:
     // Whether a request may start from the cached keys and values of the
     // previous request's common prefix (on by default; off for measurements).
     void setPrefixReuse(bool reuse);
+    // How many of respondAll's prompts are decoded together as parallel
+    // sequences of one batch: 1 asks for them one after the other (for
+    // measurements and comparisons); at most maximumParallelSequences.
+    void setParallelSequences(int count);
+    static constexpr int maximumParallelSequences = 4;
     Statistics statistics() const;
     void resetStatistics();
 
@@ -52,6 +59,8 @@ public:
     Availability availability() const override;
     bool supportsLocale(const QLocale &locale) const override;
     qint64 contextSize() const override;
+    // The installed file's name and size.
+    QString identity() const override;
     qint64 tokenCount(const Instructions &instructions) override;
     qint64 tokenCount(const Prompt &prompt) override;
     QString respond(const QString &instructions, const QString &prompt, const GenerationOptions &options,
@@ -61,6 +70,12 @@ public:
                         const CancellationToken &cancel) override;
     void streamResponse(const QString &instructions, const QString &prompt, const GenerationOptions &options,
                         const CancellationToken &cancel, const SnapshotHandler &onSnapshot) override;
+    // The prompts in groups of parallel sequences: each group as one batch,
+    // its common head (the instructions and the start of the prompt) decoded
+    // once and copied to every sequence. Other requests may run
+    // between two groups.
+    void respondAll(const QString &instructions, const QStringList &prompts, const GenerationOptions &options,
+                    const CancellationToken &cancel, const AnswerHandler &onAnswer) override;
 
 private:
     class Engine;
@@ -68,6 +83,7 @@ private:
     QString modelsDirectory_;
     std::atomic<bool> enabled_{true};
     std::atomic<bool> prefixReuse_{true};
+    std::atomic<int> parallelSequences_{maximumParallelSequences};
     std::unique_ptr<Engine> engine_; // touched only on worker_
     SerialWorker worker_;
 };

@@ -50,8 +50,10 @@ ModelStatus modelStatus(const LanguageModel &model, const QLocale &locale);
 // The welcome flow's gentler words for the same states; nothing when ready.
 std::optional<QString> onboardingText(const LanguageModel &model, const QLocale &locale);
 
-// Runs operation with a child token that expires after `limit`; when the
-// operation stops because the limit passed, fails with LocalError(message).
+// Runs operation with a token that expires `limit` after the model takes the
+// request up (a request queued behind another one waits without losing time);
+// when the operation stops because the limit passed, fails with
+// LocalError(message).
 QString withTimeLimit(std::chrono::milliseconds limit, const QString &message,
                       const CancellationToken &cancel,
                       const std::function<QString(const CancellationToken &)> &operation);

@@ -79,13 +79,15 @@ QString withTimeLimit(std::chrono::milliseconds limit, const QString &message,
                       const CancellationToken &cancel,
                       const std::function<QString(const CancellationToken &)> &operation)
 {
-    const CancellationToken limited = cancel.child(ContinuousClock::now() + limit);
+    // The limit starts when the model takes the request up, so that time
+    // spent queued behind another request on the one model does not count.
+    const CancellationToken limited = cancel.withTimeLimit(limit);
     try {
         return operation(limited);
     } catch (const CancellationError &) {
         // The request stopped because its time ran out, not because the job
         // was cancelled: that is a failure the user hears about.
-        if (!cancel.isCancelled() && limited.deadlinePassed())
+        if (!cancel.isCancelled() && limited.timeLimitPassed())
             throw LocalError(message);
         throw;
     }

@@ -8,6 +8,7 @@
 #include <QSet>
 
 #include <chrono>
+#include <map>
 
 namespace kestil::LocalSummary {
 
@@ -28,10 +29,9 @@ GenerationOptions requestOptions()
     return GenerationOptions{0.2, int(answerReserve)};
 }
 
-QString keyPointRequest(LanguageModel &model, const QString &prompt, const CancellationToken &cancel)
+// The key points of a whole response.
+QString keyPoints(const QString &response)
 {
-    const QString response = model.respond(instructions(), prompt, requestOptions(), cancel);
-    cancel.checkCancellation();
     const QString text = stripOuterCodeFence(response);
     if (text.trimmed().isEmpty())
         throw LocalError(
@@ -72,15 +72,9 @@ QString finalRequest(LanguageModel &model, const QString &prompt, const Snapshot
     return latest;
 }
 
-// One model request of the pipeline. The key-point head asks for a whole
-// response; any other head is a final summary, streamed.
-QString request(LanguageModel &model, const QString &head, const QString &source,
-                const SnapshotHandler &snapshot, const CancellationToken &cancel)
+QString withSource(const QString &head, const QString &source)
 {
-    const QString prompt = head + QStringLiteral("\nSource:\n") + source;
-    if (head == keyPointHead())
-        return keyPointRequest(model, prompt, cancel);
-    return finalRequest(model, prompt, snapshot, cancel);
+    return head + QStringLiteral("\nSource:\n") + source;
 }
 
 bool rebuilds(const QStringList &sections, const QString &source)
@@ -178,18 +172,31 @@ QString generate(LanguageModel &model, const QString &text, LocalSummaryTemplate
             throw LocalError(QStringLiteral("Summary recovery data does not match this transcript."));
         const int total = int(sections.size());
         progress(LocalSummaryProgress::reading(int(state.facts.size()), total, state.pass));
-        for (qsizetype index = state.facts.size(); index < sections.size(); ++index) {
-            cancel.checkCancellation();
-            const QString &section = sections.at(index);
-            const QString fact =
-                withTimeLimit(requestLimit, stalledMessage, cancel, [&](const CancellationToken &limited) {
-                    return request(model, keyPointHead(), section, snapshot, limited);
+        // The sections still to read are independent requests: the model may
+        // answer several at once. Their key points join the checkpoint in
+        // section order, each as soon as those before it are in.
+        const qsizetype start = state.facts.size();
+        QStringList prompts;
+        for (qsizetype index = start; index < sections.size(); ++index)
+            prompts.append(withSource(keyPointHead(), sections.at(index)));
+        std::map<qsizetype, QString> waiting;
+        cancel.checkCancellation();
+        withTimeLimit(requestLimit, stalledMessage, cancel, [&](const CancellationToken &limited) {
+            model.respondAll(
+                instructions(), prompts, requestOptions(), limited,
+                [&](qsizetype index, const QString &response) {
+                    cancel.checkCancellation();
+                    waiting[start + index] = keyPoints(response);
+                    while (!waiting.empty() && waiting.begin()->first == state.facts.size()) {
+                        state.facts.append(waiting.begin()->second);
+                        waiting.erase(waiting.begin());
+                        checkpoint(state);
+                        progress(LocalSummaryProgress::reading(int(state.facts.size()), total, state.pass));
+                    }
                 });
-            cancel.checkCancellation();
-            state.facts.append(fact);
-            checkpoint(state);
-            progress(LocalSummaryProgress::reading(int(index) + 1, total, state.pass));
-        }
+            return QString();
+        });
+        cancel.checkCancellation();
 
         const QString joined = state.facts.join(QStringLiteral("\n\n"));
         if (joined.trimmed().isEmpty() || joined.toUtf8().size() >= state.source.toUtf8().size())
@@ -209,7 +216,7 @@ QString generate(LanguageModel &model, const QString &text, LocalSummaryTemplate
     const QString head = LocalSummaryTemplates::finalPromptHead(summaryTemplate);
     const QString result =
         withTimeLimit(requestLimit, stalledMessage, cancel, [&](const CancellationToken &limited) {
-            return request(model, head, state.source, snapshot, limited);
+            return finalRequest(model, withSource(head, state.source), snapshot, limited);
         });
     cancel.checkCancellation();
     state.result = result;

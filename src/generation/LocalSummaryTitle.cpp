@@ -10,36 +10,6 @@
 
 namespace kestil::LocalSummary {
 
-namespace {
-
-QStringList lowerWords(const QString &text)
-{
-    static const QRegularExpression nonWord(QStringLiteral("[^\\p{L}\\p{N}]+"),
-                                            QRegularExpression::UseUnicodePropertiesOption);
-    return text.toLower().split(nonWord, Qt::SkipEmptyParts);
-}
-
-// Small models sometimes answer with the field's own description instead of
-// a title ("A concise descriptive note title, at most eight words…"). Such a
-// title describes nothing in the note, so it counts as no title at all.
-bool echoesDescription(const QString &title, const QString &description)
-{
-    const QStringList words = lowerWords(title);
-    const QStringList described = lowerWords(description);
-    constexpr qsizetype run = 5;
-    if (words.size() < run)
-        return !words.isEmpty() && described.join(QLatin1Char(' ')) == words.join(QLatin1Char(' '));
-    for (qsizetype start = 0; start + run <= words.size(); ++start) {
-        const QString piece = words.mid(start, run).join(QLatin1Char(' '));
-        if ((QLatin1Char(' ') + described.join(QLatin1Char(' ')) + QLatin1Char(' '))
-                .contains(QLatin1Char(' ') + piece + QLatin1Char(' ')))
-            return true;
-    }
-    return false;
-}
-
-} // namespace
-
 QString generateTitle(LanguageModel &model, const QString &summary, const QLocale &locale,
                       const CancellationToken &cancel, std::chrono::milliseconds limit)
 {
@@ -65,9 +35,10 @@ QString generateTitle(LanguageModel &model, const QString &summary, const QLocal
             const QString title = GeneratedNoteTitle::fromJson(record)
                                       .title.split(whitespace, Qt::SkipEmptyParts)
                                       .join(QLatin1Char(' '));
+            // Nothing else is judged: quotation marks, Markdown and length
+            // are the model's, and only the first 100 characters are kept.
             if (title.isEmpty() || title == QStringLiteral("Untitled") ||
-                title == QStringLiteral("Untitled Note") ||
-                echoesDescription(title, GeneratedNoteTitle::schema().properties.first().description))
+                title == QStringLiteral("Untitled Note"))
                 throw LocalError(QStringLiteral("The on-device model returned no descriptive title."));
             return TextWords::leftCharacters(title, 100);
         });

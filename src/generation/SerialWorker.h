@@ -50,6 +50,13 @@ public:
 
     bool isWorkerThread() const { return std::this_thread::get_id() == thread_.get_id(); }
 
+    // Whether a job runs or waits: a job posted now would wait behind it.
+    bool isBusy()
+    {
+        std::lock_guard lock(mutex_);
+        return running_ || !jobs_.empty();
+    }
+
 private:
     void run()
     {
@@ -62,8 +69,11 @@ private:
                     return;
                 job = std::move(jobs_.front());
                 jobs_.pop_front();
+                running_ = true;
             }
             job();
+            std::lock_guard lock(mutex_);
+            running_ = false;
         }
     }
 
@@ -71,6 +81,7 @@ private:
     std::condition_variable wake_;
     std::deque<std::function<void()>> jobs_;
     bool stopping_ = false;
+    bool running_ = false;
     std::thread thread_;
 };
 

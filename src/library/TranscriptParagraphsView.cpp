@@ -52,13 +52,20 @@ QList<TranscriptParagraph> transcriptParagraphs(const TranscriptParagraphsView &
 {
     QList<TranscriptUtterance> list = view.utterances.isEmpty() ? utterancesFromPlainText(view.transcript)
                                                                 : cleanedUtterances(view.utterances);
-    if (view.isRecordingActive)
+    TranscriptParagraphsView labelling = view;
+    if (view.isRecordingActive) {
         list = normalizedUtterances(list, transcriptMinimumWords, transcriptMaximumWords,
                                     transcriptMaximumSentences, transcriptMaximumDuration);
+        // A gathered paragraph is already up to twelve seconds of speech:
+        // thinned out by ten seconds more, most paragraphs of a recording
+        // would show no time until it stops. Each shows its start, as it will
+        // once saved; only the first second stays unlabelled.
+        labelling.liveRecordingTimestampInterval = 0;
+    }
 
     QList<TranscriptParagraph> paragraphs;
     paragraphs.reserve(list.size() + 2);
-    for (const auto &t : timestampedUtterances(list, view))
+    for (const auto &t : timestampedUtterances(list, labelling))
         paragraphs.append({TranscriptParagraph::Kind::utterance, t.utterance.id, t.utterance.text,
                            t.timestampLabel.value_or(QString())});
     const QString interim = view.interimText.trimmed();

@@ -109,6 +109,74 @@ QIcon edit(const QColor &color)
     });
 }
 
+QIcon filter(const QColor &color, bool filled)
+{
+    return iconOf(color, [filled](QPainter &p, const QColor &c) {
+        const QRectF circle(2.5, 2.5, 19, 19);
+        QColor lines = c;
+        if (filled) {
+            p.setPen(Qt::NoPen);
+            p.setBrush(c);
+            p.drawEllipse(circle);
+            lines = Qt::white;
+        } else {
+            p.setPen(QPen(c, 1.6));
+            p.setBrush(Qt::NoBrush);
+            p.drawEllipse(circle);
+        }
+        p.setPen(QPen(lines, 1.8, Qt::SolidLine, Qt::RoundCap));
+        p.drawLine(QPointF(7, 8.5), QPointF(17, 8.5));
+        p.drawLine(QPointF(8.8, 12), QPointF(15.2, 12));
+        p.drawLine(QPointF(10.6, 15.5), QPointF(13.4, 15.5));
+    });
+}
+
+QIcon folder(const QColor &color)
+{
+    return iconOf(color, [](QPainter &p, const QColor &c) {
+        p.setPen(QPen(c, 1.7, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        p.setBrush(Qt::NoBrush);
+        QPainterPath path;
+        path.moveTo(3, 7);
+        path.lineTo(3, 18.5);
+        path.quadTo(3, 19.5, 4, 19.5);
+        path.lineTo(20, 19.5);
+        path.quadTo(21, 19.5, 21, 18.5);
+        path.lineTo(21, 8.5);
+        path.quadTo(21, 7.5, 20, 7.5);
+        path.lineTo(11.5, 7.5);
+        path.lineTo(9.5, 5);
+        path.lineTo(4, 5);
+        path.quadTo(3, 5, 3, 6);
+        path.closeSubpath();
+        p.drawPath(path);
+    });
+}
+
+QIcon clear(const QColor &color)
+{
+    return iconOf(color, [](QPainter &p, const QColor &c) {
+        p.setPen(Qt::NoPen);
+        QColor disc = c;
+        disc.setAlphaF(0.45f);
+        p.setBrush(disc);
+        p.drawEllipse(QRectF(3, 3, 18, 18));
+        p.setPen(QPen(Qt::white, 2, Qt::SolidLine, Qt::RoundCap));
+        p.drawLine(QPointF(9, 9), QPointF(15, 15));
+        p.drawLine(QPointF(15, 9), QPointF(9, 15));
+    });
+}
+
+QIcon magnifier(const QColor &color)
+{
+    return iconOf(color, [](QPainter &p, const QColor &c) {
+        p.setPen(QPen(c, 2, Qt::SolidLine, Qt::RoundCap));
+        p.setBrush(Qt::NoBrush);
+        p.drawEllipse(QRectF(4, 4, 11, 11));
+        p.drawLine(QPointF(13.5, 13.5), QPointF(19.5, 19.5));
+    });
+}
+
 QIcon tray(bool recording)
 {
     return iconOf(QColor(0x6e, 0x56, 0xcf), [recording](QPainter &p, const QColor &c) {

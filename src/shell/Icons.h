@@ -14,6 +14,13 @@ QIcon pause(const QColor &color);
 QIcon resume(const QColor &color);
 QIcon stop(const QColor &color);
 QIcon edit(const QColor &color);
+// Three lines of falling length in a circle: the list's filter; filled while
+// a filter is on.
+QIcon filter(const QColor &color, bool filled);
+QIcon folder(const QColor &color);
+// A small cross in a circle: clears a field or removes a tag.
+QIcon clear(const QColor &color);
+QIcon magnifier(const QColor &color);
 // The tray: a microphone, with a red dot while a recording runs.
 QIcon tray(bool recording);
 // A large crossed-out microphone for the empty transcript.

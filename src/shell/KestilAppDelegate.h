@@ -12,6 +12,7 @@ class QWidget;
 
 namespace kestil {
 
+class DesktopIntegration;
 class LocalAppModel;
 class PreferenceStore;
 class ProcessTapRecorder;
@@ -39,6 +40,10 @@ public:
     // made.
     void applicationDidFinishLaunching(QWidget *mainWindow);
     StatusItem *statusItem() const { return statusItem_; }
+    // Appearance, notifications, the sleep inhibitor and the support prompts,
+    // once the program has made them; null in a window without them.
+    DesktopIntegration *desktopIntegration() const { return desktopIntegration_; }
+    void setDesktopIntegration(DesktopIntegration *integration) { desktopIntegration_ = integration; }
     RecordingWidgetController *recordingWidget() const { return recordingWidget_; }
 
     // New Transcription (Ctrl+N): the active list starts one. Nothing happens
@@ -72,6 +77,7 @@ private:
     QPointer<QWidget> mainWindow_;
     StatusItem *statusItem_ = nullptr;
     RecordingWidgetController *recordingWidget_ = nullptr;
+    DesktopIntegration *desktopIntegration_ = nullptr;
     std::function<void()> terminate_;
     bool quitting_ = false;
     bool quitApproved_ = false;

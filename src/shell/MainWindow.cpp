@@ -3,22 +3,34 @@
 #include "capture/ProcessTapRecorder.h"
 #include "core/AskNoteConversation.h"
 #include "core/LocalAppModel.h"
+#include "core/NoteOrganizing.h"
 #include "core/NoteTranscript.h"
 #include "core/NotesListViewModel.h"
+#include "library/FilterAndSortState.h"
 #include "library/TranscriptTabContent.h"
+#include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
+#include "shell/AudioImportController.h"
+#include "shell/DesktopIntegration.h"
+#include "shell/FolderManagementSheet.h"
+#include "shell/FolderSidebar.h"
 #include "shell/Icons.h"
 #include "shell/KestilAppDelegate.h"
 #include "shell/LocalAskNoteView.h"
 #include "shell/NoteExportActions.h"
+#include "shell/NoteFolderChip.h"
 #include "shell/NoteListItemModel.h"
 #include "shell/NoteRowDelegate.h"
+#include "shell/NoteTagsBar.h"
+#include "shell/NotesListEmptyStates.h"
+#include "shell/NotesListFilterBar.h"
 #include "shell/ObsidianExportRunner.h"
 #include "shell/RecordingBar.h"
 #include "shell/SettingsWindow.h"
 #include "shell/SummaryTab.h"
 #include "shell/TranscriptEditor.h"
 #include "shell/TranscriptTab.h"
+#include "shell/WelcomeWindow.h"
 
 #include <QAction>
 #include <QCloseEvent>
@@ -29,6 +41,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QShortcut>
 #include <QSplitter>
@@ -43,7 +56,7 @@ namespace kestil {
 namespace {
 
 enum TabIndex { summaryIndex = 0, transcriptIndex = 1 };
-enum SidebarPage { listPage = 0, noNotesPage = 1 };
+enum SidebarPage { listPage = 0, noNotesPage = 1, hiddenNotesPage = 2 };
 enum DetailPage { noSelectionPage = 0, notePage = 1 };
 
 void name(QWidget *widget, const QString &identifier)
@@ -99,7 +112,7 @@ MainWindow::MainWindow(LocalAppModel &app, KestilAppDelegate &delegate, QWidget 
     buildMenus();
     setCentralWidget(app_.storeReady() ? buildLibrary() : buildLaunchMessage());
     if (listModel_)
-        listModel_->listAppeared(app_.notes(), FolderSelection::all());
+        listModel_->listAppeared(app_.notes(), folderSidebar_->selection());
 }
 
 MainWindow::~MainWindow() = default;
@@ -126,6 +139,13 @@ void MainWindow::buildMenus()
     newTranscriptionAction_->setShortcutContext(Qt::ApplicationShortcut);
     newTranscriptionAction_->setEnabled(app_.storeReady());
     connect(newTranscriptionAction_, &QAction::triggered, &delegate_, &KestilAppDelegate::newTranscription);
+    QAction *importAudio = file->addAction(QStringLiteral("Import Audio File…"));
+    importAudio->setObjectName(QStringLiteral("importAudioFileAction"));
+    importAudio->setEnabled(app_.storeReady());
+    connect(importAudio, &QAction::triggered, this, [this] {
+        if (audioImport_)
+            audioImport_->chooseFiles();
+    });
     QAction *settingsAction = file->addAction(QStringLiteral("Settings…"));
     settingsAction->setObjectName(QStringLiteral("settingsAction"));
     settingsAction->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
@@ -147,6 +167,10 @@ void MainWindow::buildMenus()
     connect(noteMenu, &QMenu::aboutToShow, this, [this, noteMenu] { exportActions_->populate(noteMenu); });
     // A menu that has never been filled still opens with its entries.
     exportActions_->populate(noteMenu);
+    QMenu *folders = menuBar()->addMenu(QStringLiteral("Fol&ders"));
+    folders->setObjectName(QStringLiteral("foldersMenu"));
+    connect(folders, &QMenu::aboutToShow, this, [this, folders] { populateFoldersMenu(folders); });
+    populateFoldersMenu(folders);
     QMenu *recording = menuBar()->addMenu(QStringLiteral("&Recording"));
     pauseAction_ = recording->addAction(QStringLiteral("Pause"));
     pauseAction_->setObjectName(QStringLiteral("pauseRecordingAction"));
@@ -169,14 +193,47 @@ SettingsWindow *MainWindow::settingsWindow() const
     return settingsWindow_;
 }
 
+WelcomeWindow *MainWindow::welcomeWindow() const
+{
+    return welcomeWindow_;
+}
+
+void MainWindow::showWelcome(bool returnToSettings)
+{
+    if (!app_.storeReady())
+        return;
+    if (!welcomeWindow_) {
+        if (settingsWindow_)
+            settingsWindow_->close();
+        welcomeWindow_ = new WelcomeWindow(delegate_.preferences(), WelcomeEnvironment::standard(), this);
+        welcomeWindow_->setAttribute(Qt::WA_DeleteOnClose);
+        connect(welcomeWindow_, &WelcomeWindow::firstRecordingRequested, &delegate_,
+                &KestilAppDelegate::newTranscription);
+        connect(welcomeWindow_, &QDialog::finished, this, [this, returnToSettings] {
+            updateBanner();
+            if (returnToSettings)
+                showSettings();
+        });
+    }
+    welcomeWindow_->open();
+    welcomeWindow_->raise();
+}
+
 void MainWindow::showSettings()
 {
     if (!settingsWindow_) {
-        settingsWindow_ =
-            new SettingsWindow(app_, delegate_.preferences(), SettingsWindow::Environment::standard(), this);
+        SettingsWindow::Environment environment = SettingsWindow::Environment::standard();
+        if (const DesktopIntegration *desktop = delegate_.desktopIntegration()) {
+            environment.summaryNotifications = &desktop->notifications();
+            environment.themes = &desktop->themes();
+            environment.engagement = &desktop->engagement();
+            environment.support = desktop->supportTargets();
+        }
+        settingsWindow_ = new SettingsWindow(app_, delegate_.preferences(), std::move(environment), this);
         settingsWindow_->setWindowFlag(Qt::Window);
         connect(settingsWindow_, &SettingsWindow::exportSelectedNoteRequested, this,
                 &MainWindow::exportSelectedNoteToObsidian);
+        connect(settingsWindow_, &SettingsWindow::welcomeRequested, this, [this] { showWelcome(true); });
     }
     settingsWindow_->refresh();
     settingsWindow_->show();
@@ -197,10 +254,11 @@ QWidget *MainWindow::buildLibrary()
     auto *splitter = new QSplitter(Qt::Horizontal);
     splitter->setObjectName(QStringLiteral("librarySplitter"));
     splitter->setChildrenCollapsible(false);
+    splitter->addWidget(buildFolderSidebar());
     splitter->addWidget(buildSidebar());
     splitter->addWidget(buildDetail());
-    splitter->setStretchFactor(1, 1);
-    splitter->setSizes({320, 800});
+    splitter->setStretchFactor(2, 1);
+    splitter->setSizes({190, 320, 800});
     rootLayout->addWidget(splitter, 1);
 
     recordingBar_ = new RecordingBar(delegate_.recorder());
@@ -209,13 +267,32 @@ QWidget *MainWindow::buildLibrary()
     connect(recordingBar_, &RecordingBar::stopClicked, this, [this] { listModel_->stopTranscription(); });
     connect(recordingBar_, &RecordingBar::titleClicked, this, &MainWindow::jumpToRecording);
 
+    // The launch banner: the application model's message in caption size,
+    // a spinner while the model is busy, and Cancel for its operation.
+    bannerRow_ = new QWidget;
+    bannerRow_->setObjectName(QStringLiteral("messageBannerRow"));
+    auto *bannerLayout = new QHBoxLayout(bannerRow_);
+    bannerLayout->setContentsMargins(14, 4, 10, 4);
     banner_ = new QLabel;
     banner_->setObjectName(QStringLiteral("messageBanner"));
     banner_->setAccessibleName(QStringLiteral("messageBanner"));
     banner_->setWordWrap(true);
-    banner_->setContentsMargins(14, 6, 14, 6);
     banner_->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    rootLayout->addWidget(banner_);
+    QFont caption = banner_->font();
+    caption.setPointSizeF(caption.pointSizeF() * 0.9);
+    banner_->setFont(caption);
+    bannerLayout->addWidget(banner_, 1);
+    bannerSpinner_ = new QProgressBar;
+    bannerSpinner_->setObjectName(QStringLiteral("messageBannerSpinner"));
+    bannerSpinner_->setRange(0, 0);
+    bannerSpinner_->setTextVisible(false);
+    bannerSpinner_->setFixedSize(48, 8);
+    bannerLayout->addWidget(bannerSpinner_);
+    auto *bannerCancel = new QPushButton(QStringLiteral("Cancel"));
+    name(bannerCancel, QStringLiteral("messageBannerCancelButton"));
+    connect(bannerCancel, &QPushButton::clicked, &app_, &LocalAppModel::cancelOperation);
+    bannerLayout->addWidget(bannerCancel);
+    rootLayout->addWidget(bannerRow_);
     connect(&app_, &LocalAppModel::messageChanged, this, &MainWindow::updateBanner);
     updateBanner();
 
@@ -229,6 +306,8 @@ QWidget *MainWindow::buildLibrary()
     connect(&delegate_.roles(), &NotesListRoles::forceAllEditorsSave, this, &MainWindow::commitTitle);
     connect(app_.store(), &SharedPersistenceController::didSave, this, [this] {
         notesModel_->refreshRows();
+        folderChip_->refresh();
+        tagsBar_->refresh();
         if (shownNote_) {
             if (!detailTitle_->isModified())
                 showTitle(shownNote_->displayTitle());
@@ -288,16 +367,27 @@ QWidget *MainWindow::buildSidebar()
     header->addWidget(newNoteButton_);
     layout->addLayout(header);
 
+    filterState_ = new FilterAndSortState(this);
+    notesModel_ = new NoteListItemModel(app_, *filterState_, this);
+    filterBar_ = new NotesListFilterBar(*filterState_, *notesModel_);
+    layout->addWidget(filterBar_);
+    auto *find = new QShortcut(QKeySequence::Find, this);
+    find->setObjectName(QStringLiteral("notesListFindShortcut"));
+    connect(find, &QShortcut::activated, filterBar_, &NotesListFilterBar::focusSearch);
+
     sidebarPages_ = new QStackedWidget;
     layout->addWidget(sidebarPages_, 1);
+    // Audio files dropped on the list, or on its empty states, become notes.
+    audioImport_ = new AudioImportController(app_, delegate_.preferences(), *listModel_, sidebarPages_, this);
 
-    notesModel_ = new NoteListItemModel(app_, this);
     notesList_ = new QListView;
     name(notesList_, QStringLiteral("notesList"));
     notesList_->setModel(notesModel_);
     notesList_->setItemDelegate(new NoteRowDelegate(notesList_));
-    notesList_->setSelectionMode(QAbstractItemView::SingleSelection);
-    notesList_->setUniformItemSizes(true);
+    // Ctrl and Shift add to the selection; Delete removes every selected note.
+    notesList_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    // The first note of a day is taller: it carries the day's heading.
+    notesList_->setUniformItemSizes(false);
     notesList_->setFrameShape(QFrame::NoFrame);
     notesList_->setContextMenuPolicy(Qt::CustomContextMenu);
     sidebarPages_->insertWidget(listPage, notesList_);
@@ -309,18 +399,120 @@ QWidget *MainWindow::buildSidebar()
     connect(create, &QPushButton::clicked, newNoteButton_, &QPushButton::click);
     static_cast<QVBoxLayout *>(noNotes->layout())->insertWidget(3, create, 0, Qt::AlignHCenter);
     sidebarPages_->insertWidget(noNotesPage, noNotes);
+    emptyStates_ = new NotesListEmptyStates;
+    connect(emptyStates_, &NotesListEmptyStates::clearFiltersRequested, filterState_,
+            &FilterAndSortState::clearFilters);
+    sidebarPages_->insertWidget(hiddenNotesPage, emptyStates_);
 
-    connect(notesList_->selectionModel(), &QItemSelectionModel::currentChanged, this,
-            [this](const QModelIndex &current) {
-                if (syncingSelection_ || !current.isValid())
-                    return;
-                listModel_->selectNote(notesModel_->noteAt(current.row()), false);
-            });
+    connect(notesList_->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
+        if (!syncingSelection_)
+            adoptListSelection();
+    });
+    connect(notesModel_, &NoteListItemModel::shownNotesChanged, this, &MainWindow::showListState);
+    connect(notesModel_, &NoteListItemModel::searchFailed, listModel_, &NotesListViewModel::reportFailure);
     connect(notesList_, &QListView::customContextMenuRequested, this, &MainWindow::showRowMenu);
+    // Only while the list has the keyboard: Delete in a text field edits it.
     auto *deleteKey = new QShortcut(QKeySequence::Delete, notesList_, nullptr, nullptr, Qt::WidgetShortcut);
-    connect(deleteKey, &QShortcut::activated, this,
-            [this] { listModel_->deleteSelectedNotes(app_.notes()); });
+    connect(deleteKey, &QShortcut::activated, this, [this] {
+        if (!listModel_->selectedNoteIDs().isEmpty())
+            listModel_->deleteSelectedNotes(notesModel_->shownNotes());
+    });
     return sidebar;
+}
+
+QWidget *MainWindow::buildFolderSidebar()
+{
+    folderSidebar_ = new FolderSidebar(app_, delegate_.preferences());
+    // A new note lands in the folder being shown.
+    connect(folderSidebar_, &FolderSidebar::selectionChanged, this, [this](const FolderSelection &selection) {
+        filterState_->setSelectedFolder(selection);
+        listModel_->setPendingFolderSelection(selection);
+    });
+    connect(folderSidebar_, &FolderSidebar::manageFoldersRequested, this, &MainWindow::showFolderManagement);
+    return folderSidebar_;
+}
+
+void MainWindow::populateFoldersMenu(QMenu *menu)
+{
+    menu->clear();
+    const auto addPlace = [this, menu](const QString &text, const QString &identifier,
+                                       const FolderSelection &selection) {
+        QAction *action = menu->addAction(text);
+        action->setObjectName(identifier);
+        action->setCheckable(true);
+        action->setChecked(folderSidebar_ && folderSidebar_->selection() == selection);
+        connect(action, &QAction::triggered, this, [this, selection] {
+            if (folderSidebar_)
+                folderSidebar_->select(selection);
+        });
+    };
+    addPlace(QStringLiteral("All Notes"), QStringLiteral("foldersMenuAllNotes"), FolderSelection::all());
+    addPlace(QStringLiteral("Unfiled"), QStringLiteral("foldersMenuUnfiled"), FolderSelection::unfiled());
+    QList<FolderPtr> folders;
+    try {
+        folders = sortedFolders(app_.store()->context());
+    } catch (const std::exception &) {
+        // The places above and the sheet are still offered.
+    }
+    if (!folders.isEmpty())
+        menu->addSeparator();
+    for (const FolderPtr &folder : folders) {
+        if (const auto id = folder->id()) {
+            QString text = folder->name().value_or(QString());
+            text.replace(QLatin1Char('&'), QStringLiteral("&&"));
+            addPlace(QFontMetrics(menu->font()).elidedText(text, Qt::ElideRight, 320),
+                     QStringLiteral("foldersMenuFolder-") + id->toString(QUuid::WithoutBraces).toUpper(),
+                     FolderSelection::folder(*id));
+        }
+    }
+    menu->addSeparator();
+    QAction *manage = menu->addAction(QStringLiteral("Manage Folders…"));
+    manage->setObjectName(QStringLiteral("manageFoldersAction"));
+    connect(manage, &QAction::triggered, this, &MainWindow::showFolderManagement);
+}
+
+void MainWindow::showFolderManagement()
+{
+    if (!app_.storeReady())
+        return;
+    auto *sheet = new FolderManagementSheet(*app_.store(), this);
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    sheet->setWindowModality(Qt::WindowModal);
+    // A change that could not be saved still shows: it is in the context.
+    connect(sheet, &FolderManagementSheet::foldersChanged, this, [this] {
+        folderSidebar_->reload();
+        notesModel_->refreshRows();
+        folderChip_->refresh();
+    });
+    sheet->open();
+}
+
+QWidget *MainWindow::buildOrganizeRow()
+{
+    auto *row = new QWidget;
+    row->setObjectName(QStringLiteral("noteDetailOrganizeRow"));
+    auto *layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 2, 0, 2);
+    layout->setSpacing(10);
+    folderChip_ = new NoteFolderChip(*app_.store(), [this] {
+        return saveOrganizing(QStringLiteral("The note could not be moved to another folder: "));
+    });
+    layout->addWidget(folderChip_, 0, Qt::AlignTop);
+    tagsBar_ = new NoteTagsBar([this] { saveOrganizing(QStringLiteral("The note's tags could not be saved: ")); });
+    layout->addWidget(tagsBar_, 1);
+    return row;
+}
+
+bool MainWindow::saveOrganizing(const QString &failure)
+{
+    try {
+        app_.store()->save();
+        return true;
+    } catch (const std::exception &error) {
+        listModel_->reportFailure(failure + describe(error) +
+                                  QStringLiteral(" The note is unchanged in the library."));
+        return false;
+    }
 }
 
 QWidget *MainWindow::buildDetail()
@@ -371,7 +563,9 @@ QWidget *MainWindow::buildDetail()
     titleRow->addWidget(recordButton_, 0, Qt::AlignTop);
     askButton_ = new QPushButton(QStringLiteral("Ask AI"));
     name(askButton_, QStringLiteral("noteDetailAskAIButton"));
-    askButton_->setToolTip(QStringLiteral("Ask questions about this note, answered on this device"));
+    askButton_->setToolTip(QStringLiteral("Ask questions about this note, answered on this device "
+                                          "(Ctrl+Shift+A)"));
+    askButton_->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_A));
     connect(askButton_, &QPushButton::clicked, this, &MainWindow::showAskAI);
     titleRow->addWidget(askButton_, 0, Qt::AlignTop);
     auto *menuButton = new QToolButton;
@@ -382,8 +576,7 @@ QWidget *MainWindow::buildDetail()
     menuButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
     auto *detailMenu = new QMenu(menuButton);
     detailMenu->setObjectName(QStringLiteral("noteDetailMenu"));
-    connect(detailMenu, &QMenu::aboutToShow, this,
-            [this, detailMenu] { exportActions_->populate(detailMenu); });
+    connect(detailMenu, &QMenu::aboutToShow, this, [this, detailMenu] { exportActions_->populate(detailMenu); });
     menuButton->setMenu(detailMenu);
     titleRow->addWidget(menuButton, 0, Qt::AlignTop);
     pageLayout->addLayout(titleRow);
@@ -392,6 +585,7 @@ QWidget *MainWindow::buildDetail()
     name(detailDate_, QStringLiteral("noteDetailDate"));
     detailDate_->setPalette(mutedPalette(detailDate_, 0.6));
     pageLayout->addWidget(detailDate_);
+    pageLayout->addWidget(buildOrganizeRow());
     pageLayout->addSpacing(8);
 
     tabs_ = new QTabWidget;
@@ -422,19 +616,99 @@ QWidget *MainWindow::buildSummaryTab()
 
 void MainWindow::updateBanner()
 {
+    // Not over the welcome flow of a first launch.
     banner_->setText(app_.message());
-    banner_->setVisible(!app_.message().isEmpty());
+    bannerRow_->setVisible(!app_.message().isEmpty() && settings::welcomeCompleted(delegate_.preferences()));
+    bannerSpinner_->setVisible(app_.busy());
 }
 
 void MainWindow::selectRow(int row)
 {
+    if (adoptingSelection_)
+        return;
     syncingSelection_ = true;
-    const QModelIndex index = notesModel_->index(row);
-    if (row < 0)
-        notesList_->selectionModel()->clear();
-    else if (notesList_->currentIndex() != index)
-        notesList_->setCurrentIndex(index);
+    // Every selected note that the list shows is selected in the view; the
+    // shown note's row is the current one.
+    QItemSelectionModel *selection = notesList_->selectionModel();
+    QItemSelection rows;
+    const QList<ObjectId> &ids = listModel_->selectedNoteIDs();
+    if (ids.size() > 1) {
+        const QList<NotePtr> &shown = notesModel_->shownNotes();
+        for (qsizetype r = 0; r < shown.size(); ++r) {
+            if (ids.contains(shown[r]->objectId()))
+                rows.select(notesModel_->index(int(r)), notesModel_->index(int(r)));
+        }
+    } else if (row >= 0) {
+        rows.select(notesModel_->index(row), notesModel_->index(row));
+    }
+    if (rows.isEmpty())
+        selection->clear();
+    else if (selection->selection() != rows)
+        selection->select(rows, QItemSelectionModel::ClearAndSelect);
+    if (row >= 0 && notesList_->currentIndex() != notesModel_->index(row)) {
+        selection->setCurrentIndex(notesModel_->index(row), QItemSelectionModel::NoUpdate);
+        notesList_->scrollTo(notesModel_->index(row));
+    }
     syncingSelection_ = false;
+}
+
+void MainWindow::adoptListSelection()
+{
+    QList<NotePtr> chosen;
+    for (const QModelIndex &index : notesList_->selectionModel()->selectedIndexes()) {
+        if (const NotePtr note = notesModel_->noteAt(index.row()))
+            chosen.append(note);
+    }
+    if (chosen.isEmpty())
+        return; // the last selected row was unselected: the note stays shown
+    const NotePtr current = notesModel_->noteAt(notesList_->currentIndex().row());
+    if (chosen.size() == 1) {
+        const QList<ObjectId> &ids = listModel_->selectedNoteIDs();
+        if (ids.size() != 1 || ids.first() != chosen.first()->objectId())
+            listModel_->selectNote(chosen.first(), false);
+        return;
+    }
+    // Several rows: each note that joined or left is toggled, the row under
+    // the cursor last, so that it is the one shown.
+    adoptingSelection_ = true;
+    QList<NotePtr> toggles;
+    QList<ObjectId> wanted;
+    for (const NotePtr &note : chosen)
+        wanted.append(note->objectId());
+    for (const ObjectId &id : listModel_->selectedNoteIDs()) {
+        if (!wanted.contains(id)) {
+            for (const NotePtr &note : app_.notes()) {
+                if (note->objectId() == id) {
+                    toggles.append(note);
+                    break;
+                }
+            }
+        }
+    }
+    for (const NotePtr &note : chosen) {
+        if (!listModel_->isSelected(note->objectId()) && note != current)
+            toggles.append(note);
+    }
+    if (current && chosen.contains(current) && !listModel_->isSelected(current->objectId()))
+        toggles.append(current);
+    for (const NotePtr &note : toggles)
+        listModel_->selectNote(note, true);
+    adoptingSelection_ = false;
+    showSelectedNote();
+}
+
+void MainWindow::showListState()
+{
+    const NotesListEmptyState state = notesModel_->emptyState();
+    if (app_.notes().isEmpty()) {
+        sidebarPages_->setCurrentIndex(noNotesPage);
+    } else if (state == NotesListEmptyState::none) {
+        sidebarPages_->setCurrentIndex(listPage);
+    } else {
+        emptyStates_->show(state, FilterAndSortState::trimmedSearch(notesModel_->searchText()));
+        sidebarPages_->setCurrentIndex(hiddenNotesPage);
+    }
+    selectRow(notesModel_->rowOf(selectedNote()));
 }
 
 NotePtr MainWindow::selectedNote() const
@@ -453,9 +727,10 @@ NotePtr MainWindow::selectedNote() const
 
 void MainWindow::showSelectedNote()
 {
-    sidebarPages_->setCurrentIndex(app_.notes().isEmpty() ? noNotesPage : listPage);
+    showListState();
     const NotePtr note = selectedNote();
-    selectRow(notesModel_->rowOf(note));
+    folderChip_->setNote(note);
+    tagsBar_->setNote(note);
     if (note != shownNote_) {
         // A title being typed belongs to the note it was typed for.
         commitTitle();
@@ -638,6 +913,7 @@ void MainWindow::openTranscriptEditor()
             gate.starting = recorder.starting();
             gate.finishing = recorder.finishing();
             gate.operationInProgress = listModel_->operationInProgress();
+            gate.generatingSummary = listModel_->isGeneratingSummary();
             gate.busy = app_.busy();
             return gate;
         },

@@ -11,6 +11,7 @@ class QAction;
 class QLabel;
 class QLineEdit;
 class QListView;
+class QProgressBar;
 class QPushButton;
 class QStackedWidget;
 class QTabWidget;
@@ -18,17 +19,25 @@ class QTextBrowser;
 
 namespace kestil {
 
+class AudioImportController;
+class FilterAndSortState;
+class FolderSidebar;
 class KestilAppDelegate;
 class LocalAppModel;
 class LocalAskNoteView;
 class NoteExportActions;
+class NoteFolderChip;
 class NoteListItemModel;
+class NoteTagsBar;
+class NotesListEmptyStates;
+class NotesListFilterBar;
 class ObsidianExportRunner;
 class NotesListViewModel;
 class RecordingBar;
 class SummaryTab;
 class SettingsWindow;
 class TranscriptTab;
+class WelcomeWindow;
 
 // The main window. With the store open it shows the library: the notes list
 // in a sidebar, the selected note with its Summary and Transcript tabs, and a
@@ -52,14 +61,31 @@ public:
     QMessageBox *alert() const { return alert_; }
     // The Settings window, while it exists.
     SettingsWindow *settingsWindow() const;
+    // The welcome flow, while it is open.
+    WelcomeWindow *welcomeWindow() const;
     NoteExportActions *exportActions() const { return exportActions_; }
+    // The list's search, folder, tags and order, and the widgets over them;
+    // null without an open store.
+    FilterAndSortState *filterState() const { return filterState_; }
+    FolderSidebar *folderSidebar() const { return folderSidebar_; }
+    NotesListFilterBar *filterBar() const { return filterBar_; }
+    NoteListItemModel *notesModel() const { return notesModel_; }
+    NoteFolderChip *folderChip() const { return folderChip_; }
+    NoteTagsBar *tagsBar() const { return tagsBar_; }
     ObsidianExportRunner *obsidianExport() const { return obsidianExport_; }
+    // "Import Audio File…" and files dropped on the list; null without an open store.
+    AudioImportController *audioImport() const { return audioImport_; }
 
 public slots:
     // Opens the Settings window, or brings it to the front.
     void showSettings();
+    // Opens the welcome flow over the window; from Settings, Settings opens
+    // again when it ends.
+    void showWelcome(bool returnToSettings = false);
     // Opens the Ask AI window of the shown note.
     void showAskAI();
+    // Opens the sheet where folders are made, renamed and deleted.
+    void showFolderManagement();
     // Asks for a folder of an Obsidian vault and exports the shown note into
     // it, unless a recording is starting, running or finishing.
     void exportSelectedNoteToObsidian();
@@ -70,6 +96,17 @@ protected:
 private:
     QWidget *buildLibrary();
     QWidget *buildSidebar();
+    QWidget *buildFolderSidebar();
+    QWidget *buildOrganizeRow();
+    void populateFoldersMenu(QMenu *menu);
+    // The list's page (rows, an empty library, or why the rows are hidden)
+    // and its selection, after the shown rows changed.
+    void showListState();
+    // The list's selected rows become the model's selection.
+    void adoptListSelection();
+    // Saves a folder or tag change of the shown note; a failure is shown
+    // with what was kept.
+    bool saveOrganizing(const QString &failure);
     QWidget *buildDetail();
     QWidget *buildSummaryTab();
     QWidget *buildLaunchMessage();
@@ -96,7 +133,14 @@ private:
     KestilAppDelegate &delegate_;
     NotesListViewModel *listModel_ = nullptr;
     NoteListItemModel *notesModel_ = nullptr;
+    FilterAndSortState *filterState_ = nullptr;
+    FolderSidebar *folderSidebar_ = nullptr;
+    NotesListFilterBar *filterBar_ = nullptr;
+    NotesListEmptyStates *emptyStates_ = nullptr;
+    NoteFolderChip *folderChip_ = nullptr;
+    NoteTagsBar *tagsBar_ = nullptr;
     QListView *notesList_ = nullptr;
+    AudioImportController *audioImport_ = nullptr;
     QStackedWidget *sidebarPages_ = nullptr;
     QPushButton *newNoteButton_ = nullptr;
     QStackedWidget *detail_ = nullptr;
@@ -113,14 +157,18 @@ private:
     TranscriptTab *transcriptTab_ = nullptr;
     RecordingBar *recordingBar_ = nullptr;
     QLabel *banner_ = nullptr;
+    QWidget *bannerRow_ = nullptr;
+    QProgressBar *bannerSpinner_ = nullptr;
     QAction *newTranscriptionAction_ = nullptr;
     QAction *pauseAction_ = nullptr;
     QAction *stopAction_ = nullptr;
     QPointer<QMessageBox> alert_;
     QPointer<SettingsWindow> settingsWindow_;
+    QPointer<WelcomeWindow> welcomeWindow_;
     QTimer transcriptRefresh_;
     NotePtr shownNote_;
     bool syncingSelection_ = false;
+    bool adoptingSelection_ = false;
 };
 
 } // namespace kestil

@@ -20,6 +20,19 @@ QFont smallFont(const QFont &base)
     return f;
 }
 
+QFont headingFont(const QFont &base)
+{
+    QFont f = smallFont(base);
+    f.setWeight(QFont::DemiBold);
+    return f;
+}
+
+// The band above the first note of a day that holds the day's heading.
+int headingHeight(const QFont &base)
+{
+    return QFontMetrics(headingFont(base)).height() + 14;
+}
+
 } // namespace
 
 void NoteRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
@@ -30,6 +43,25 @@ void NoteRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
     opt.text.clear();
     const QWidget *widget = option.widget;
     QStyle *style = widget ? widget->style() : QApplication::style();
+
+    // A day's heading sits above its first note, outside the note's
+    // selection.
+    const QString heading = index.data(NoteListItemModel::DayHeadingRole).toString();
+    QRect noteRect = option.rect;
+    if (!heading.isEmpty()) {
+        const int band = headingHeight(option.font);
+        const QRect headingRect(option.rect.left(), option.rect.top(), option.rect.width(), band);
+        noteRect.setTop(option.rect.top() + band);
+        painter->save();
+        painter->setFont(headingFont(option.font));
+        QColor headingColor = option.palette.color(QPalette::Active, QPalette::Text);
+        headingColor.setAlphaF(0.55f);
+        painter->setPen(headingColor);
+        painter->drawText(headingRect.adjusted(padding, 8, -padding, -2), Qt::AlignLeft | Qt::AlignBottom,
+                          heading);
+        painter->restore();
+        opt.rect = noteRect;
+    }
     style->drawControl(QStyle::CE_ItemViewItem, &opt, painter, widget);
 
     const bool selected = option.state & QStyle::State_Selected;
@@ -40,7 +72,7 @@ void NoteRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
     muted.setAlphaF(0.65f);
     const QColor accent = selected ? text : option.palette.color(group, QPalette::Highlight);
 
-    QRect area = option.rect.adjusted(padding, padding / 2, -padding, -padding / 2);
+    QRect area = noteRect.adjusted(padding, padding / 2, -padding, -padding / 2);
     QFont titleFont = option.font;
     titleFont.setWeight(QFont::DemiBold);
     const QFontMetrics titleMetrics(titleFont);
@@ -88,10 +120,18 @@ void NoteRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
     painter->restore();
 }
 
-QSize NoteRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &) const
+QSize NoteRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const
 {
-    const QFontMetrics small(smallFont(option.font));
-    return QSize(240, QFontMetrics(option.font).height() + 2 * small.height() + padding + 7);
+    // Every row of a list asks, so the heights are worked out once per font.
+    if (!measured_ || option.font != measuredFont_) {
+        measured_ = true;
+        measuredFont_ = option.font;
+        const QFontMetrics small(smallFont(option.font));
+        rowHeight_ = QFontMetrics(option.font).height() + 2 * small.height() + padding + 7;
+        headingBand_ = headingHeight(option.font);
+    }
+    const bool heading = !index.data(NoteListItemModel::DayHeadingRole).toString().isEmpty();
+    return QSize(240, rowHeight_ + (heading ? headingBand_ : 0));
 }
 
 } // namespace kestil

@@ -9,7 +9,13 @@
 #include "generation/LocalSummary.h"
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
+#include "shell/AppearanceSettings.h"
+#include "shell/KestilSummaryNotificationSettings.h"
+#include "shell/ModelStatusText.h"
+#include "shell/SupportSettings.h"
 #include "speech/LocalSpeech.h"
+#include "speech/SpeechPaths.h"
+#include "speech/WhisperModelImport.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -25,7 +31,9 @@
 #include <QLocale>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QSignalBlocker>
+#include <QToolButton>
 #include <QUrl>
 #include <QVBoxLayout>
 
@@ -90,12 +98,31 @@ SettingsWindow::SettingsWindow(LocalAppModel &app, PreferenceStore &preferences,
     setObjectName(QStringLiteral("settingsWindow"));
     setWindowTitle(QStringLiteral("Settings"));
     setModal(false);
-    auto *layout = new QVBoxLayout(this);
+    auto *layout = new QVBoxLayout;
     layout->addWidget(buildLanguageModelSection());
     layout->addWidget(buildSpeechSection());
     layout->addWidget(buildObsidianSection());
+    if (environment_.summaryNotifications)
+        layout->addWidget(
+            new KestilSummaryNotificationSettings(*environment_.summaryNotifications, preferences_));
+    if (environment_.themes)
+        layout->addWidget(new AppearanceSettings(*environment_.themes));
+    if (environment_.engagement)
+        layout->addWidget(new SupportSettings(*environment_.engagement, environment_.support));
+    layout->addWidget(buildWelcomeSection());
     layout->addStretch(1);
-    resize(560, sizeHint().height());
+    // More sections than a laptop screen is tall: the window scrolls.
+    auto *content = new QWidget;
+    content->setLayout(layout);
+    auto *scroll = new QScrollArea;
+    scroll->setObjectName(QStringLiteral("settingsScrollArea"));
+    scroll->setWidgetResizable(true);
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidget(content);
+    auto *outer = new QVBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    outer->addWidget(scroll);
+    resize(600, std::min(content->sizeHint().height() + 4, 720));
 
     connect(&preferences_, &PreferenceStore::changed, this, [this](const QString &key) {
         if (key == settings::keys::kestilOnDeviceLanguageModelEnabled) {
@@ -204,6 +231,7 @@ QWidget *SettingsWindow::buildSpeechSection()
 {
     auto *box = named(new QGroupBox(QStringLiteral("Speech")), QStringLiteral("settingsSpeechSection"));
     auto *layout = new QVBoxLayout(box);
+    layout->addWidget(buildLanguagePicker());
     speechStatus_ = sentenceLabel(QStringLiteral("settingsSpeechStatus"));
     layout->addWidget(speechStatus_);
 
@@ -211,6 +239,10 @@ QWidget *SettingsWindow::buildSpeechSection()
     speechSetUpButton_ = named(new QPushButton(QStringLiteral("Set Up On-Device Speech")),
                                QStringLiteral("settingsSpeechSetUpButton"));
     setUpRow->addWidget(speechSetUpButton_);
+    // A whisper.cpp file or a faster-whisper folder the user already has.
+    speechImportButton_ = named(new QPushButton(QStringLiteral("Import a speech model…")),
+                                QStringLiteral("settingsSpeechImportButton"));
+    setUpRow->addWidget(speechImportButton_);
     speechProgress_ = named(new QProgressBar, QStringLiteral("settingsSpeechProgress"));
     speechProgress_->setVisible(false);
     setUpRow->addWidget(speechProgress_, 1);
@@ -224,8 +256,21 @@ QWidget *SettingsWindow::buildSpeechSection()
     layout->addWidget(speechMessage_);
     // What readiness found, and the last set-up failure: plain text to read
     // out or copy when asking for help.
+    // They stay behind "Details": the sentences above are what a user reads.
     speechDiagnostics_ = sentenceLabel(QStringLiteral("settingsSpeechDiagnostics"));
     speechDiagnostics_->setStyleSheet(QStringLiteral("color: palette(mid);"));
+    speechDiagnostics_->setVisible(false);
+    auto *details = named(new QToolButton, QStringLiteral("settingsSpeechDetailsButton"));
+    details->setText(QStringLiteral("Details"));
+    details->setCheckable(true);
+    details->setAutoRaise(true);
+    details->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    details->setArrowType(Qt::RightArrow);
+    connect(details, &QToolButton::toggled, this, [this, details](bool open) {
+        details->setArrowType(open ? Qt::DownArrow : Qt::RightArrow);
+        speechDiagnostics_->setVisible(open);
+    });
+    layout->addWidget(details, 0, Qt::AlignLeft);
     layout->addWidget(speechDiagnostics_);
 
     systemAudioSwitch_ = named(new QCheckBox(QStringLiteral("Record system audio")),
@@ -237,6 +282,7 @@ QWidget *SettingsWindow::buildSpeechSection()
     layout->addWidget(recordingWidgetSwitch_);
 
     connect(speechSetUpButton_, &QPushButton::clicked, this, &SettingsWindow::setUpSpeech);
+    connect(speechImportButton_, &QPushButton::clicked, this, &SettingsWindow::importSpeechModel);
     connect(speechCancel_, &QPushButton::clicked, this, [this] {
         if (speechCancelled_)
             speechCancelled_->store(true);
@@ -263,9 +309,8 @@ QWidget *SettingsWindow::buildObsidianSection()
     buttons->addWidget(obsidianOpenFolder_);
     auto *exportButton = named(new QPushButton(QStringLiteral("Export Selected Note…")),
                                QStringLiteral("settingsObsidianExportButton"));
-    exportButton->setToolTip(
-        QStringLiteral("Write the selected note and copies of its audio into a folder you "
-                       "choose"));
+    exportButton->setToolTip(QStringLiteral("Write the selected note and copies of its audio into a folder you "
+                                            "choose"));
     buttons->addWidget(exportButton);
     buttons->addStretch(1);
     layout->addLayout(buttons);
@@ -274,11 +319,10 @@ QWidget *SettingsWindow::buildObsidianSection()
     headingFont.setWeight(QFont::DemiBold);
     heading->setFont(headingFont);
     layout->addWidget(heading);
-    for (const QString &line :
-         {QStringLiteral("1. Create a folder anywhere inside your Obsidian vault."),
-          QStringLiteral("2. In Kestil, select that folder as your Obsidian sync folder."),
-          QStringLiteral("3. Kestil creates `YYYY-MM-DD` subfolders inside that sync folder "
-                         "and writes notes into the matching date folder.")}) {
+    for (const QString &line : {QStringLiteral("1. Create a folder anywhere inside your Obsidian vault."),
+                                QStringLiteral("2. In Kestil, select that folder as your Obsidian sync folder."),
+                                QStringLiteral("3. Kestil creates `YYYY-MM-DD` subfolders inside that sync folder "
+                                               "and writes notes into the matching date folder.")}) {
         auto *help = new QLabel(line);
         help->setWordWrap(true);
         layout->addWidget(help);
@@ -319,8 +363,66 @@ void SettingsWindow::chooseObsidianFolder()
     dialog->open();
 }
 
+QWidget *SettingsWindow::buildLanguagePicker()
+{
+    auto *row = new QWidget;
+    auto *layout = new QFormLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    languagePicker_ = named(new QComboBox, QStringLiteral("settingsLanguagePicker"));
+    languagePicker_->setPlaceholderText(QStringLiteral("Choose a language"));
+    for (const LocalSpeech::Language &language : LocalSpeech::languages())
+        languagePicker_->addItem(LocalSpeech::displayName(language), language.id);
+    layout->addRow(QStringLiteral("Transcription language"), languagePicker_);
+    languageMessage_ = sentenceLabel(QStringLiteral("settingsLanguageMessage"));
+    layout->addRow(languageMessage_);
+    connect(languagePicker_, &QComboBox::currentIndexChanged, this, [this](int index) {
+        if (index >= 0)
+            settings::setTranscriptionLanguage(preferences_, languagePicker_->itemData(index).toString());
+    });
+    return row;
+}
+
+void SettingsWindow::refreshLanguagePicker()
+{
+    // Speech, summaries and Ask AI follow the stored language. One that Kestil
+    // cannot transcribe (written by hand or by another version) is shown as no
+    // choice, with a sentence, and left as it is until the user picks one.
+    const QString language = settings::transcriptionLanguage(preferences_);
+    const std::optional<QString> key = LocalSpeech::languageKey(language);
+    int index = -1;
+    for (int i = 0; key && i < languagePicker_->count(); ++i) {
+        if (LocalSpeech::languageKey(languagePicker_->itemData(i).toString()) == key)
+            index = i;
+    }
+    const QSignalBlocker block(languagePicker_);
+    languagePicker_->setCurrentIndex(index);
+    languagePicker_->setEnabled(!speechBusy());
+    languageMessage_->setText(index < 0 ? QStringLiteral("The language in your settings (“%1”) cannot be "
+                                                         "transcribed on this computer. Choose one above.")
+                                              .arg(language)
+                                        : QString());
+    languageMessage_->setVisible(index < 0);
+}
+
+QWidget *SettingsWindow::buildWelcomeSection()
+{
+    auto *box = named(new QGroupBox(QStringLiteral("Welcome")), QStringLiteral("settingsWelcomeSection"));
+    auto *layout = new QHBoxLayout(box);
+    auto *text =
+        new QLabel(QStringLiteral("Walk through the first steps again: model, language, microphone and "
+                                  "system audio."));
+    text->setWordWrap(true);
+    layout->addWidget(text, 1);
+    auto *again = named(new QPushButton(QStringLiteral("Show Welcome Again")),
+                        QStringLiteral("settingsShowWelcomeButton"));
+    connect(again, &QPushButton::clicked, this, &SettingsWindow::welcomeRequested);
+    layout->addWidget(again);
+    return box;
+}
+
 void SettingsWindow::refresh()
 {
+    refreshLanguagePicker();
     refreshLanguageModel();
     refreshSpeech();
     refreshObsidian();
@@ -380,7 +482,7 @@ void SettingsWindow::refreshLanguageModel()
 
 void SettingsWindow::refreshSpeech()
 {
-    const QString locale = app_.language();
+    const QString locale = settings::transcriptionLanguage(preferences_);
     const LocalSpeech::Readiness readiness = LocalSpeech::readiness(locale, preferences_);
     QString text = LocalSpeech::message(readiness);
     if (readiness.configuration && readiness.status == LocalSpeech::Readiness::Status::installed)
@@ -388,6 +490,7 @@ void SettingsWindow::refreshSpeech()
                 QStringLiteral(" · ") + readiness.configuration->locale + QLatin1Char(')');
     speechStatus_->setText(text);
     speechSetUpButton_->setEnabled(!speechBusy() && readiness.configuration.has_value());
+    speechImportButton_->setEnabled(!speechBusy());
     QString diagnostics = readiness.details;
     if (const auto failure = settings::localSpeechLastFailure(preferences_))
         diagnostics += QStringLiteral("\n\nLast set-up failure:\n") + *failure;
@@ -397,8 +500,7 @@ void SettingsWindow::refreshSpeech()
 void SettingsWindow::refreshSummaryStatus()
 {
     if (environment_.languageModel)
-        app_.setSummaryStatus(
-            LocalSummary::modelStatus(*environment_.languageModel, QLocale(app_.language())).statusLine);
+        app_.setSummaryStatus(summaryStatusSentence(*environment_.languageModel, QLocale(app_.language())));
 }
 
 QThread *SettingsWindow::runInBackground(std::function<QString()> work,
@@ -532,7 +634,7 @@ void SettingsWindow::setUpSpeech()
 {
     if (speechBusy())
         return;
-    const QString locale = app_.language();
+    const QString locale = settings::transcriptionLanguage(preferences_);
     auto cancelled = std::make_shared<std::atomic<bool>>(false);
     speechCancelled_ = cancelled;
     speechMessage_->setText(QStringLiteral("Setting up on-device speech…"));
@@ -562,6 +664,54 @@ void SettingsWindow::setUpSpeech()
         },
         [this](const QString &message) { finishSpeechWork(message); });
     refreshSpeech();
+    refreshLanguagePicker();
+}
+
+void SettingsWindow::importSpeechModel()
+{
+    if (speechBusy())
+        return;
+    // One dialog for both kinds: a faster-whisper folder is chosen by its
+    // model.bin, which stands for the folder.
+    QFileDialog dialog(this, QStringLiteral("Import a Speech Model"), QDir::homePath(),
+                       QStringLiteral("Whisper models (ggml-*.bin model.bin);;All files (*)"));
+    dialog.setObjectName(QStringLiteral("settingsSpeechImportDialog"));
+    dialog.setFileMode(QFileDialog::ExistingFile);
+    dialog.setAcceptMode(QFileDialog::AcceptOpen);
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
+        return;
+    const QString source = dialog.selectedFiles().constFirst();
+    auto cancelled = std::make_shared<std::atomic<bool>>(false);
+    speechCancelled_ = cancelled;
+    speechMessage_->setText(QStringLiteral("Importing “%1”…").arg(QFileInfo(source).fileName()));
+    speechProgress_->setVisible(true);
+    speechProgress_->setRange(0, 0);
+    speechCancel_->setVisible(true);
+    speechCancel_->setEnabled(true);
+    const QString directory = speechModelsDirectory();
+    speechWork_ = runInBackground(
+        [this, source, directory, cancelled] {
+            DownloadObserver observer;
+            observer.progress = throttled([this](qint64 done, qint64 total) {
+                QMetaObject::invokeMethod(
+                    this, [this, done, total] { showProgress(speechProgress_, done, total); },
+                    Qt::QueuedConnection);
+            });
+            observer.isCancelled = [cancelled] { return cancelled->load(); };
+            try {
+                const ImportedWhisperModel model = importWhisperModel(source, directory, observer);
+                return QStringLiteral("The speech model “%1” is installed. Transcription uses it from now on.")
+                    .arg(model.model.name);
+            } catch (const CancellationError &) {
+                return QStringLiteral("The import was cancelled. Nothing was installed, and speech works as it "
+                                      "did before.");
+            } catch (const std::exception &e) {
+                return describe(e);
+            }
+        },
+        [this](const QString &message) { finishSpeechWork(message); });
+    refreshSpeech();
+    refreshLanguagePicker();
 }
 
 void SettingsWindow::finishSpeechWork(const QString &message)
@@ -576,15 +726,12 @@ void SettingsWindow::finishSpeechWork(const QString &message)
     speechCancel_->setVisible(false);
     speechMessage_->setText(message);
     refreshSpeech();
+    refreshLanguagePicker();
     // The launch's status line, in the same words; read without recording a
     // failure, so that the one set-up just recorded stays.
-    const LocalSpeech::Readiness readiness = LocalSpeech::readiness(app_.language(), preferences_);
-    if (readiness.configuration && readiness.status == LocalSpeech::Readiness::Status::installed)
-        app_.setSpeechStatus(QStringLiteral("Installed: ") +
-                             LocalSpeech::engineName(readiness.configuration->engine) +
-                             QStringLiteral(" · ") + readiness.configuration->locale);
-    else
-        app_.setSpeechStatus(LocalSpeech::message(readiness));
+    const LocalSpeech::Readiness readiness =
+        LocalSpeech::readiness(settings::transcriptionLanguage(preferences_), preferences_);
+    app_.setSpeechStatus(LocalSpeech::statusLine(readiness));
 }
 
 } // namespace kestil

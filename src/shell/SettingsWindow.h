@@ -1,6 +1,7 @@
 #pragma once
 
 #include "generation/LanguageModelCatalogue.h"
+#include "shell/SupportTargets.h"
 
 #include <QDialog>
 #include <QList>
@@ -20,9 +21,12 @@ class QPushButton;
 
 namespace kestil {
 
+class KestilEngagement;
+class KestilSummaryNotifications;
 class LanguageModel;
 class LocalAppModel;
 class PreferenceStore;
+class ThemeManager;
 
 // The Settings window. Its "On-device language model" section says in a
 // sentence which model is installed, downloads one of the catalogue with
@@ -40,6 +44,12 @@ public:
         LanguageModel *languageModel = nullptr;
         QString languageModelsDirectory;
         QList<DownloadableLanguageModel> catalogue;
+        // The rows for notifications, appearance and support; each is left
+        // out when its object is missing.
+        KestilSummaryNotifications *summaryNotifications = nullptr;
+        ThemeManager *themes = nullptr;
+        KestilEngagement *engagement = nullptr;
+        SupportTargets support;
 
         // The program's own: the shared model, Models/language/ under the
         // data folder, and the compiled-in catalogue.
@@ -62,17 +72,23 @@ signals:
     void languageModelChanged();
     // "Export Selected Note…" of the Obsidian section.
     void exportSelectedNoteRequested();
+    // "Show Welcome Again".
+    void welcomeRequested();
 
 private:
     QWidget *buildLanguageModelSection();
     QWidget *buildSpeechSection();
     QWidget *buildObsidianSection();
+    QWidget *buildLanguagePicker();
+    QWidget *buildWelcomeSection();
+    void refreshLanguagePicker();
     void refreshObsidian();
     void chooseObsidianFolder();
     const DownloadableLanguageModel *chosenModel() const;
     void downloadLanguageModel();
     void importLanguageModel();
     void setUpSpeech();
+    void importSpeechModel();
     void refreshLanguageModel();
     void refreshSpeech();
     void refreshSummaryStatus();
@@ -99,10 +115,13 @@ private:
 
     QLabel *speechStatus_ = nullptr;
     QPushButton *speechSetUpButton_ = nullptr;
+    QPushButton *speechImportButton_ = nullptr;
     QPushButton *speechCancel_ = nullptr;
     QProgressBar *speechProgress_ = nullptr;
     QLabel *speechMessage_ = nullptr;
     QLabel *speechDiagnostics_ = nullptr;
+    QComboBox *languagePicker_ = nullptr;
+    QLabel *languageMessage_ = nullptr;
     QCheckBox *systemAudioSwitch_ = nullptr;
     QCheckBox *recordingWidgetSwitch_ = nullptr;
 

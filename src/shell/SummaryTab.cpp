@@ -3,14 +3,23 @@
 
 #include "core/LocalAppModel.h"
 #include "core/NotesListViewModel.h"
+#include "documents/ParsedNoteMarkdown.h"
 #include "generation/LocalSummaryTemplate.h"
+#include "shell/ModelStatusText.h"
 
-#include <QComboBox>
+#include <QActionGroup>
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMenu>
+#include <QPainter>
+#include <QPainterPath>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QShortcut>
 #include <QStackedWidget>
+#include <QTabWidget>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 namespace kestil {
@@ -32,6 +41,31 @@ QPalette mutedPalette(const QWidget *widget, double alpha)
     return palette;
 }
 
+// Four-pointed sparkles, a large one and a small one: the templates that
+// the on-device model writes with.
+QIcon sparklesIcon(const QColor &color)
+{
+    QPixmap pixmap(32, 32);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(color);
+    const auto sparkle = [&](QPointF centre, double radius) {
+        const double waist = radius * 0.08;
+        QPainterPath path;
+        path.moveTo(centre.x(), centre.y() - radius);
+        path.quadTo(centre.x() + waist, centre.y() - waist, centre.x() + radius, centre.y());
+        path.quadTo(centre.x() + waist, centre.y() + waist, centre.x(), centre.y() + radius);
+        path.quadTo(centre.x() - waist, centre.y() + waist, centre.x() - radius, centre.y());
+        path.quadTo(centre.x() - waist, centre.y() - waist, centre.x(), centre.y() - radius);
+        painter.drawPath(path);
+    };
+    sparkle({13, 18}, 12);
+    sparkle({25, 7}, 6);
+    return QIcon(pixmap);
+}
+
 } // namespace
 
 SummaryTab::SummaryTab(NotesListViewModel &list, QWidget *parent) : QWidget(parent), list_(list)
@@ -41,28 +75,65 @@ SummaryTab::SummaryTab(NotesListViewModel &list, QWidget *parent) : QWidget(pare
     layout->setContentsMargins(0, 8, 0, 0);
     layout->setSpacing(6);
 
-    // The templates and the button that starts a summary.
+    // The templates: choosing one starts a summary with it.
     actions_ = new QWidget;
     name(actions_, QStringLiteral("noteDetailSummaryActions"));
     auto *actionRow = new QHBoxLayout(actions_);
     actionRow->setContentsMargins(0, 0, 0, 0);
-    auto *pickerLabel = new QLabel(QStringLiteral("Template:"));
-    actionRow->addWidget(pickerLabel);
-    templatePicker_ = new QComboBox;
-    name(templatePicker_, QStringLiteral("noteDetailSummaryTemplatePicker"));
-    templatePicker_->setToolTip(QStringLiteral("The kind of summary to write"));
-    for (const LocalSummaryTemplate value : LocalSummaryTemplates::allCases)
-        templatePicker_->addItem(LocalSummaryTemplates::displayTitle(value),
-                                 LocalSummaryTemplates::id(value));
-    pickerLabel->setBuddy(templatePicker_);
-    actionRow->addWidget(templatePicker_);
-    summarizeButton_ = new QPushButton(QStringLiteral("Summarize"));
-    name(summarizeButton_, QStringLiteral("noteDetailSummarizeButton"));
-    summarizeButton_->setDefault(true);
-    connect(summarizeButton_, &QPushButton::clicked, this, &SummaryTab::summarize);
-    actionRow->addWidget(summarizeButton_);
+    templatesButton_ = new QToolButton;
+    name(templatesButton_, QStringLiteral("noteDetailTemplatesButton"));
+    templatesButton_->setToolTip(
+        QStringLiteral("Choose a template to summarize this note's transcript (Ctrl+T)"));
+    templatesButton_->setIcon(sparklesIcon(palette().color(QPalette::ButtonText)));
+    templatesButton_->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    templatesButton_->setPopupMode(QToolButton::InstantPopup);
+    templatesMenu_ = new QMenu(templatesButton_);
+    templatesMenu_->setObjectName(QStringLiteral("noteDetailTemplatesMenu"));
+    auto *rows = new QActionGroup(templatesMenu_);
+    rows->setExclusive(true);
+    for (const LocalSummaryTemplate value : LocalSummaryTemplates::allCases) {
+        const QString key = LocalSummaryTemplates::id(value);
+        QAction *row = templatesMenu_->addAction(LocalSummaryTemplates::displayTitle(value));
+        row->setObjectName(QStringLiteral("noteTemplate-") + key);
+        row->setCheckable(true);
+        row->setData(key);
+        rows->addAction(row);
+        connect(row, &QAction::triggered, this, [this, key] { summarize(key); });
+    }
+    templatesButton_->setMenu(templatesMenu_);
+    actionRow->addWidget(templatesButton_);
     actionRow->addStretch(1);
     layout->addWidget(actions_);
+
+    // A summary that stopped before it was saved, and the two ways on.
+    resumeOffer_ = new QWidget;
+    name(resumeOffer_, QStringLiteral("noteDetailSummaryResumeOffer"));
+    auto *offerRow = new QHBoxLayout(resumeOffer_);
+    offerRow->setContentsMargins(0, 0, 0, 0);
+    resumeText_ = new QLabel;
+    name(resumeText_, QStringLiteral("noteDetailSummaryResumeText"));
+    resumeText_->setWordWrap(true);
+    offerRow->addWidget(resumeText_, 1);
+    continueButton_ = new QPushButton(QStringLiteral("Continue Summary"));
+    name(continueButton_, QStringLiteral("noteDetailContinueSummaryButton"));
+    continueButton_->setShortcut(QKeySequence(Qt::ALT | Qt::Key_C));
+    continueButton_->setToolTip(QStringLiteral("Go on from the first unfinished section (Alt+C)"));
+    connect(continueButton_, &QPushButton::clicked, this, [this] {
+        if (note_)
+            list_.continueSummary(note_);
+    });
+    offerRow->addWidget(continueButton_, 0, Qt::AlignTop);
+    summarizeAgainButton_ = new QPushButton(QStringLiteral("Summarize Again"));
+    name(summarizeAgainButton_, QStringLiteral("noteDetailSummarizeAgainButton"));
+    summarizeAgainButton_->setShortcut(QKeySequence(Qt::ALT | Qt::Key_A));
+    summarizeAgainButton_->setToolTip(
+        QStringLiteral("Start this summary anew; what was done so far is discarded (Alt+A)"));
+    connect(summarizeAgainButton_, &QPushButton::clicked, this, [this] {
+        if (note_)
+            list_.summarizeAgain(note_);
+    });
+    offerRow->addWidget(summarizeAgainButton_, 0, Qt::AlignTop);
+    layout->addWidget(resumeOffer_);
 
     // Why a summary cannot be made now, and where to fix it.
     auto *gateRow = new QHBoxLayout;
@@ -99,7 +170,7 @@ SummaryTab::SummaryTab(NotesListViewModel &list, QWidget *parent) : QWidget(pare
     emptyTitle->setFont(titleFont);
     emptyLayout->addWidget(emptyTitle);
     auto *emptyText = new QLabel(
-        QStringLiteral("Choose a template and select Summarize to summarize this note's transcript "
+        QStringLiteral("Choose a template from the Templates menu to summarize this note's transcript "
                        "on this computer. The transcript is in the Transcript tab."));
     emptyText->setObjectName(QStringLiteral("noteDetailSummaryEmptyMessage"));
     emptyText->setAlignment(Qt::AlignCenter);
@@ -142,6 +213,32 @@ SummaryTab::SummaryTab(NotesListViewModel &list, QWidget *parent) : QWidget(pare
     refresh();
 }
 
+QString SummaryTab::waitingText()
+{
+    return QStringLiteral("Waiting for the on-device model to finish another request…");
+}
+
+QString SummaryTab::resumeText(const NotesListViewModel::SummaryResumeOffer &offer)
+{
+    const QString title =
+        QStringLiteral("“") +
+        LocalSummaryTemplates::displayTitle(LocalSummaryTemplates::fromStored(offer.templateKey)) +
+        QStringLiteral("” ");
+    if (offer.written)
+        return QStringLiteral("An unfinished ") + title +
+               QStringLiteral(
+                   "summary can be continued: the summary is written, its title and tags are left.");
+    if (offer.total > 0)
+        return QStringLiteral("An unfinished ") + title +
+               QStringLiteral("summary can be continued where it stopped: %1 of %2 sections %3.")
+                   .arg(offer.completed)
+                   .arg(offer.total)
+                   .arg(offer.pass == 0 ? QStringLiteral("reviewed")
+                                        : QStringLiteral("of key points combined"));
+    return QStringLiteral("An unfinished ") + title +
+           QStringLiteral("summary can be continued where it stopped.");
+}
+
 QString SummaryTab::progressText(const LocalSummaryProgress &progress)
 {
     QString line = progress.title() + QStringLiteral("…");
@@ -152,15 +249,55 @@ QString SummaryTab::progressText(const LocalSummaryProgress &progress)
 
 void SummaryTab::setNote(const NotePtr &note)
 {
-    if (note != note_) {
-        note_ = note;
-        // The template the note's summary was made with; the automatic one
-        // for a note without.
-        const LocalSummaryTemplate chosen =
-            LocalSummaryTemplates::fromStored(note_ ? note_->summaryType() : std::nullopt);
-        templatePicker_->setCurrentIndex(templatePicker_->findData(LocalSummaryTemplates::id(chosen)));
-    }
+    note_ = note;
     refresh();
+}
+
+void SummaryTab::refreshTemplates()
+{
+    // The template the note's summary was made with; the automatic one for a
+    // note without.
+    const LocalSummaryTemplate current =
+        LocalSummaryTemplates::fromStored(note_ ? note_->summaryType() : std::nullopt);
+    templatesButton_->setText(LocalSummaryTemplates::displayTitle(current));
+    const QString key = LocalSummaryTemplates::id(current);
+    for (QAction *row : templatesMenu_->actions())
+        row->setChecked(row->data().toString() == key);
+}
+
+bool SummaryTab::event(QEvent *event)
+{
+    // Ctrl+T works wherever the note's detail is in view, also on another
+    // tab: the shortcut belongs to the widget that holds this tab.
+    if (event->type() == QEvent::ParentChange) {
+        delete templatesShortcut_;
+        templatesShortcut_ = nullptr;
+        if (QWidget *holder = parentWidget()) {
+            templatesShortcut_ = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_T), holder);
+            connect(templatesShortcut_, &QShortcut::activated, this, &SummaryTab::openTemplatesMenu);
+        }
+    }
+    return QWidget::event(event);
+}
+
+void SummaryTab::openTemplatesMenu()
+{
+    if (!note_ || !templatesButton_->isEnabled())
+        return;
+    for (QWidget *widget = parentWidget(); widget && !isVisible(); widget = widget->parentWidget()) {
+        if (auto *tabs = qobject_cast<QTabWidget *>(widget))
+            tabs->setCurrentWidget(this);
+    }
+    if (!templatesButton_->isVisible())
+        return;
+    // From the keyboard the menu opens at the note's template, so that Return
+    // summarises with it again.
+    QAction *current = nullptr;
+    for (QAction *row : templatesMenu_->actions())
+        current = row->isChecked() ? row : current;
+    templatesMenu_->popup(templatesButton_->mapToGlobal(QPoint(0, templatesButton_->height())));
+    if (current)
+        templatesMenu_->setActiveAction(current);
 }
 
 bool SummaryTab::isGeneratingThisNote() const
@@ -192,14 +329,14 @@ void SummaryTab::refresh()
     }
 
     actions_->setVisible(note_ && !generatingHere);
-    summarizeButton_->setText(hasSummary ? QStringLiteral("Summarize Again") : QStringLiteral("Summarize"));
-    summarizeButton_->setToolTip(
-        hasSummary ? QStringLiteral("Write a new summary with the chosen template. The current summary stays "
-                                    "until the new one is saved.")
-                   : QStringLiteral("Summarize this note's transcript with the chosen template"));
+    refreshTemplates();
 
     const bool refused = gate_.refusal.has_value();
-    gateMessage_->setText(gate_.refusal.value_or(QString()));
+    // A sentence that says what to do, not the model's internal reason.
+    gateMessage_->setText(
+        refused
+            ? summaryRefusalSentence(list_.languageModel(), list_.summaryLocale()).value_or(*gate_.refusal)
+            : QString());
     gateMessage_->setVisible(note_ && refused && !generatingHere);
     openSettingsButton_->setVisible(note_ && refused && !generatingHere &&
                                     gate_.state == LocalSummary::ModelStatus::State::unavailableButCurable);
@@ -210,8 +347,19 @@ void SummaryTab::refresh()
     busyMessage_->setText(QStringLiteral("Another note is being summarized. This note can be summarized "
                                          "when that summary has finished."));
     busyMessage_->setVisible(note_ && elsewhere);
-    summarizeButton_->setEnabled(note_ && !refused && !list_.isGeneratingSummary() &&
-                                 !list_.operationInProgress() && !list_.appModel().busy());
+    const bool canStart = note_ && !refused && !list_.isGeneratingSummary() && !list_.operationInProgress() &&
+                          !list_.appModel().busy();
+    templatesButton_->setEnabled(canStart);
+
+    // The offer is read after everything else: telling the user that a kept
+    // summary had to be discarded may open an alert.
+    const std::optional<NotesListViewModel::SummaryResumeOffer> offer =
+        note_ && !generatingHere ? list_.summaryResumeOffer(note_) : std::nullopt;
+    resumeOffer_->setVisible(offer.has_value());
+    if (offer)
+        resumeText_->setText(resumeText(*offer));
+    continueButton_->setEnabled(offer && canStart);
+    summarizeAgainButton_->setEnabled(offer && canStart);
 }
 
 void SummaryTab::refreshStreaming()
@@ -220,8 +368,9 @@ void SummaryTab::refreshStreaming()
         return;
     const StreamingSummaryViewModel &streaming = list_.streamingSummaryViewModel();
     const LocalSummaryProgress &progress = streaming.progress();
-    progressLine_->setText(progressText(progress));
-    if (const std::optional<double> fraction = progress.fraction()) {
+    progressLine_->setText(streaming.waitingForModel() ? waitingText() : progressText(progress));
+    if (const std::optional<double> fraction = progress.fraction();
+        fraction && !streaming.waitingForModel()) {
         progressBar_->setRange(0, 1000);
         progressBar_->setValue(int(*fraction * 1000));
     } else {
@@ -232,11 +381,11 @@ void SummaryTab::refreshStreaming()
     streamingText_->setMarkdown(streaming.summary(), true);
 }
 
-void SummaryTab::summarize()
+void SummaryTab::summarize(const QString &templateKey)
 {
     if (!note_)
         return;
-    list_.generateSummary(note_, templatePicker_->currentData().toString());
+    list_.generateSummary(note_, templateKey);
 }
 
 void SummaryTab::showEvent(QShowEvent *event)

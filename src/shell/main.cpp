@@ -7,8 +7,12 @@
 #include "generation/LocalSummary.h"
 #include "prefs/ApplicationInfo.h"
 #include "prefs/PreferenceStore.h"
+#include "prefs/SettingsKeys.h"
+#include "shell/ApplicationIdentity.h"
+#include "shell/DesktopIntegration.h"
 #include "shell/KestilAppDelegate.h"
 #include "shell/MainWindow.h"
+#include "shell/ModelStatusText.h"
 #include "speech/LocalSpeech.h"
 
 #include <QApplication>
@@ -21,7 +25,7 @@ int main(int argc, char *argv[])
     QApplication application(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Kestil"));
     QApplication::setApplicationDisplayName(QStringLiteral("Kestil"));
-    QApplication::setDesktopFileName(QStringLiteral("kestil"));
+    QApplication::setDesktopFileName(kestil::applicationId());
     // The window's close goes through quitting (a recording is stopped and
     // saved first); the floating indicator must not keep the program alive.
     QApplication::setQuitOnLastWindowClosed(false);
@@ -66,24 +70,31 @@ int main(int argc, char *argv[])
     kestil::ProcessTapRecorder recorder(kestil::ProcessTapRecorder::Environment::system());
     kestil::KestilAppDelegate delegate(app, recorder, preferences);
     kestil::MainWindow window(app, delegate);
+    // Appearance, notifications, the sleep inhibitor and the support prompts.
+    kestil::DesktopIntegration desktop(delegate, window, kestil::DesktopIntegration::Environment::standard());
+    delegate.setDesktopIntegration(&desktop);
     delegate.applicationDidFinishLaunching(&window);
     window.show();
+    // A first launch, or a welcome flow left half-way, starts with the
+    // welcome over the window.
+    if (app.storeReady() && !kestil::settings::welcomeCompleted(preferences))
+        QTimer::singleShot(0, &window, [&window] { window.showWelcome(); });
 
     // The launch status lines, once the window is up.
     if (app.storeReady()) {
         QTimer::singleShot(0, &app, [&app] {
             try {
-                const auto configuration = kestil::LocalSpeech::configuration(app.language());
-                app.setSpeechStatus(QStringLiteral("Installed: ") +
-                                    kestil::LocalSpeech::engineName(configuration.engine) +
-                                    QStringLiteral(" · ") + configuration.locale);
+                // Records why speech cannot run, when it cannot.
+                kestil::LocalSpeech::configuration(app.language());
+                app.setSpeechStatus(kestil::LocalSpeech::statusLine(kestil::LocalSpeech::readiness(app.language())));
             } catch (const std::exception &e) {
                 app.setSpeechStatus(kestil::describe(e));
             }
-            app.setSummaryStatus(kestil::LocalSummary::modelStatus(kestil::LlamaLanguageModel::shared(),
-                                                                   QLocale(app.language()))
-                                     .statusLine);
-            qInfo().noquote() << app.speechStatus() << "|" << app.summaryStatus();
+            const QLocale locale(app.language());
+            app.setSummaryStatus(kestil::summaryStatusSentence(kestil::LlamaLanguageModel::shared(), locale));
+            qInfo().noquote() << app.speechStatus() << "|"
+                              << kestil::summaryStatusDiagnostics(kestil::LlamaLanguageModel::shared(),
+                                                                  locale);
         });
     }
     return QApplication::exec();

@@ -5,7 +5,9 @@
 #include "SpeechPaths.h"
 #include "StreamResampler.h"
 #include "WhisperEngine.h"
+#include "WhisperFileEngine.h"
 #include "WhisperModelFile.h"
+#include "WhisperModelImport.h"
 #include "WhisperModelInstall.h"
 #include "base/CancellationError.h"
 
@@ -22,6 +24,9 @@
 #include <unicode/uloc.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <thread>
 
 namespace kestil::LocalSpeech {
 
@@ -34,6 +39,11 @@ const QString needsSetupText = QStringLiteral(
     "The on-device speech model for this language needs setup. Open Settings and choose Set Up "
     "On-Device Speech. The on-device language model uses a separate model.");
 const QString readyText = QStringLiteral("On-device speech is ready. Transcription works offline.");
+const QString fallbackText = QStringLiteral(
+    "On-device speech works with PocketSphinx, a basic fallback engine that gets many words wrong.");
+const QString fallbackOfferText =
+    QStringLiteral("Choose Set Up On-Device Speech to install Whisper for accurate transcripts.");
+const QString fallbackOnlyText = QStringLiteral("Whisper, the accurate engine, does not run on this processor.");
 const QString notFinishedText = QStringLiteral(
     "Kestil has not finished installing this language's speech model. Connect to the internet and "
     "try Set Up On-Device Speech again.");
@@ -261,16 +271,17 @@ Inventory Inventory::current(const PreferenceStore &preferences, const QList<Whi
         const auto key = languageKey(locale);
         if (!key)
             return Asset{};
+        // Any installed model that serves the language, downloaded or
+        // imported, in any size, serves until set-up brings the preferred one.
+        const QList<WhisperModel> installed =
+            whisperModelsServing(installedWhisperModels(modelsDirectory), *key, size);
+        if (!installed.isEmpty()) {
+            const QString path = whisperModelPath(modelsDirectory, installed.first());
+            return Asset{Readiness::Status::installed, whisperFormats(path), path};
+        }
         const QList<WhisperModel> models = whisperModelsFor(catalogue, *key, size);
         if (models.isEmpty())
             return Asset{};
-        // Any installed size serves until set-up brings the preferred one.
-        for (const WhisperModel &model : models) {
-            if (isWhisperModelInstalled(modelsDirectory, model)) {
-                const QString path = whisperModelPath(modelsDirectory, model);
-                return Asset{Readiness::Status::installed, whisperFormats(path), path};
-            }
-        }
         const QString preferred = whisperModelPath(modelsDirectory, models.first());
         if (isWhisperModelDownloading(modelsDirectory, models.first()))
             return Asset{Readiness::Status::downloading, 0, preferred};
@@ -384,7 +395,11 @@ Readiness readiness(const QString &locale, const Inventory &inventory)
     }
     if (chosen == candidates.end())
         chosen = candidates.begin();
-    return Readiness{chosen->configuration, chosen->status, details};
+    const bool whisperOffered =
+        std::any_of(candidates.begin(), candidates.end(), [](const Candidate &c) {
+            return c.configuration.engine == Engine::speech && c.status != Readiness::Status::unsupported;
+        });
+    return Readiness{chosen->configuration, chosen->status, details, whisperOffered};
 }
 
 Readiness readiness(const QString &locale, PreferenceStore &preferences)
@@ -401,11 +416,28 @@ Readiness readiness(const QString &locale)
 
 QString message(const Readiness &readiness)
 {
+    if (readiness.status == Readiness::Status::installed && readiness.configuration &&
+        readiness.configuration->engine == Engine::dictation)
+        return readiness.whisperOffered ? fallbackText + QLatin1Char(' ') + fallbackOfferText
+                                        : fallbackText + QLatin1Char(' ') + fallbackOnlyText;
     if (readiness.status == Readiness::Status::installed)
         return readyText;
     if (!readiness.configuration)
         return unavailableText;
     return needsSetupText;
+}
+
+QString statusLine(const Readiness &readiness)
+{
+    if (readiness.status != Readiness::Status::installed || !readiness.configuration)
+        return message(readiness);
+    const QString engine = engineName(readiness.configuration->engine) + QStringLiteral(" · ") +
+                           readiness.configuration->locale;
+    if (readiness.configuration->engine == Engine::speech)
+        return QStringLiteral("Installed: ") + engine;
+    return QStringLiteral("Fallback engine only: ") + engine +
+           (readiness.whisperOffered ? QStringLiteral(". Set up Whisper in Settings for accurate transcripts.")
+                                     : QStringLiteral("."));
 }
 
 void recordFailure(PreferenceStore &preferences, const std::exception &error, const QString &locale,
@@ -509,20 +541,30 @@ void setUp(const QString &locale, const SetUpOptions &options)
     setUp(locale, PreferenceStore::standard(), options);
 }
 
-std::unique_ptr<SpeechEngine> makeEngine(const Configuration &configuration, EngineUse use)
+std::unique_ptr<SpeechEngine> makeEngine(const Configuration &configuration, EngineUse use,
+                                         std::function<void(double seconds)> progress)
 {
     switch (configuration.engine) {
     case Engine::speech: {
-        WhisperEngine::Options options;
-        options.volatileResults = use == EngineUse::live;
         const QString key = languageKey(configuration.locale).value_or(QStringLiteral("en"));
-        options.language = whisperLanguageCode(key);
+        const QString language = whisperLanguageCode(key);
         // Whisper writes Chinese in either script; a line in the wanted one
         // steers it.
+        QString prompt;
         if (key == QLatin1String("zh-Hans"))
-            options.initialPrompt = QStringLiteral("以下是普通话的句子。");
+            prompt = QStringLiteral("以下是普通话的句子。");
         else if (key == QLatin1String("zh-Hant"))
-            options.initialPrompt = QStringLiteral("以下是普通話的句子。");
+            prompt = QStringLiteral("以下是普通話的句子。");
+        if (use == EngineUse::file) {
+            WhisperFileEngine::Options options;
+            options.language = language;
+            options.initialPrompt = prompt;
+            options.progress = std::move(progress);
+            return std::make_unique<WhisperFileEngine>(configuration.module, options);
+        }
+        WhisperEngine::Options options;
+        options.language = language;
+        options.initialPrompt = prompt;
         return std::make_unique<WhisperEngine>(configuration.module, options);
     }
     case Engine::dictation:
@@ -531,25 +573,69 @@ std::unique_ptr<SpeechEngine> makeEngine(const Configuration &configuration, Eng
     throw LocalError(QStringLiteral("Unsupported on-device speech module."));
 }
 
-LocalTranscript transcribe(const QString &audioFile, const QString &locale, PreferenceStore &preferences)
+LocalTranscript transcribe(const QString &audioFile, const QString &locale, PreferenceStore &preferences,
+                           const TranscriptionObserver &observer)
 {
     const Configuration ready = configuration(locale, preferences);
     AudioFileReader reader(audioFile);
-    std::unique_ptr<SpeechEngine> engine = makeEngine(ready, EngineUse::file);
+    const double total = reader.sampleRate() > 0 ? double(reader.frames()) / reader.sampleRate() : 0;
+    std::unique_ptr<SpeechEngine> engine =
+        makeEngine(ready, EngineUse::file, [&observer, total](double seconds) {
+            if (observer.progress)
+                observer.progress(std::min(seconds, total), total);
+        });
     std::unique_ptr<StreamResampler> resampler;
     if (reader.sampleRate() != engine->sampleRate())
         resampler = std::make_unique<StreamResampler>(reader.sampleRate(), engine->sampleRate());
+
+    // The observer is asked from the engine's own loop as well, so that a
+    // long decode stops soon.
+    std::atomic<bool> stop{false};
+    std::thread watcher;
+    if (observer.isCancelled) {
+        watcher = std::thread([&] {
+            while (!stop.load()) {
+                if (observer.isCancelled()) {
+                    engine->abort();
+                    return;
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            }
+        });
+    }
+    const auto cancelled = [&] { return observer.isCancelled && observer.isCancelled(); };
+    struct Join {
+        std::atomic<bool> &stop;
+        std::thread &watcher;
+        ~Join()
+        {
+            stop.store(true);
+            if (watcher.joinable())
+                watcher.join();
+        }
+    } join{stop, watcher};
 
     LocalTranscript transcript;
     const auto apply = [&](const std::vector<SpeechResult> &results) {
         for (const SpeechResult &result : results)
             applySpeechResult(transcript, result);
+        if (!results.empty() && observer.transcript)
+            observer.transcript(transcript);
     };
+    // Whisper says how far its decoding is; for an engine that keeps pace
+    // with its input, what was read is what was transcribed.
+    const bool readingIsProgress = ready.engine != Engine::speech;
+    double read = 0;
     const auto block = std::size_t(reader.sampleRate());
     for (;;) {
+        if (cancelled())
+            throw CancellationError();
+        if (readingIsProgress && observer.progress && read > 0)
+            observer.progress(read, total);
         std::vector<float> samples = reader.read(block);
         if (samples.empty())
             break;
+        read += double(samples.size()) / reader.sampleRate();
         if (resampler) {
             std::vector<float> converted;
             resampler->process(samples, converted);
@@ -565,6 +651,10 @@ LocalTranscript transcribe(const QString &audioFile, const QString &locale, Pref
             apply(engine->feed(tail));
     }
     apply(engine->finish());
+    if (cancelled())
+        throw CancellationError();
+    if (observer.progress)
+        observer.progress(total, total);
     return transcript;
 }
 

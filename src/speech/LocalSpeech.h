@@ -60,6 +60,9 @@ struct Readiness {
     std::optional<Configuration> configuration;
     Status status = Status::unsupported;
     QString details;
+    // Whisper can serve the language after set-up. True while the answer is
+    // PocketSphinx, the fallback, means set-up has something better to offer.
+    bool whisperOffered = false;
 };
 
 // "unsupported", "downloading", "supported" or "installed".
@@ -132,18 +135,39 @@ struct SetUpOptions {
 void setUp(const QString &locale, PreferenceStore &preferences, const SetUpOptions &options = {});
 void setUp(const QString &locale, const SetUpOptions &options = {});
 
+// What a whole-file transcription reports while it runs, and how it is
+// cancelled. Both are called on the transcribing thread.
+struct TranscriptionObserver {
+    // Seconds of the file transcribed so far, and the file's length.
+    std::function<void(double done, double total)> progress;
+    // Asked often; true ends the transcription with a CancellationError.
+    std::function<bool()> isCancelled;
+    // The transcript so far, each time it has grown.
+    std::function<void(const LocalTranscript &)> transcript;
+};
+
 // Transcribes a whole audio file (any format libsndfile reads; CAF included).
-// Times are seconds from the start of the file.
-LocalTranscript transcribe(const QString &audioFile, const QString &locale, PreferenceStore &preferences);
+// Whisper reads it with full context, 30 seconds at a time, not through the
+// live window. Times are seconds from the start of the file.
+LocalTranscript transcribe(const QString &audioFile, const QString &locale, PreferenceStore &preferences,
+                           const TranscriptionObserver &observer = {});
 LocalTranscript transcribe(const QString &audioFile, const QString &locale);
 
-// The sentence for the user.
+// The sentence for the user. PocketSphinx, which gets many more words wrong,
+// is never called ready as Whisper is: it is named as the fallback, with the
+// offer to set up Whisper where that can run.
 QString message(const Readiness &readiness);
 
+// The launch's status line: "Installed: Whisper · en-US", or for the fallback
+// engine a line that says so and points to set-up; message() otherwise.
+QString statusLine(const Readiness &readiness);
+
 // Loads the engine of a configuration. Throws when it cannot. An engine for a
-// whole file reports final results only.
+// whole file reports final results only; `progress` hears the seconds of
+// audio it has transcribed, where the engine can tell while it works.
 enum class EngineUse { live, file };
-std::unique_ptr<SpeechEngine> makeEngine(const Configuration &configuration, EngineUse use = EngineUse::live);
+std::unique_ptr<SpeechEngine> makeEngine(const Configuration &configuration, EngineUse use = EngineUse::live,
+                                         std::function<void(double seconds)> progress = {});
 
 // Overwrites "localSpeechLastFailure" with the three lines: the time (ISO
 // 8601) and the locale; the error's description with its domain and code;

@@ -23,7 +23,6 @@ constexpr std::size_t chunkSamples = 1600;
 // The decoder's voice-activity detection starts an utterance this long before
 // the frame where it first hears speech.
 constexpr double prespeechSeconds = 0.2;
-constexpr double framesPerSecond = 100.0;
 
 QString acousticModel(const QString &dir)
 {
@@ -68,6 +67,7 @@ PocketSphinxEngine::PocketSphinxEngine(const QString &modelDirectory)
                               .arg(QDir::toNativeSeparators(modelDirectory)));
     }
     sampleRate_ = cmd_ln_float32_r(config_, "-samprate");
+    framesPerSecond_ = cmd_ln_int32_r(config_, "-frate");
     if (ps_start_utt(decoder_) < 0) {
         ps_free(decoder_);
         cmd_ln_free_r(config_);
@@ -144,12 +144,14 @@ void PocketSphinxEngine::endUtterance(std::vector<SpeechResult> &results)
             firstFrame = start;
         lastFrame = std::max(lastFrame, end + 1);
     }
+    // The decoder numbers frames from the start of the whole stream, not of
+    // the utterance: a word's frame is its time in the audio fed.
     const double now = seconds(fed_);
     double start = origin_;
     double end = now;
     if (firstFrame >= 0) {
-        start = std::min(now, origin_ + firstFrame / framesPerSecond);
-        end = std::clamp(origin_ + lastFrame / framesPerSecond, start, now);
+        start = std::clamp(firstFrame / framesPerSecond_, std::min(lastEnd_, now), now);
+        end = std::clamp(lastFrame / framesPerSecond_, start, now);
     }
     if (!text.isEmpty()) {
         results.push_back(SpeechResult{text, start, end, true});

@@ -15,7 +15,8 @@ namespace kestil {
 // Streaming English recognition with PocketSphinx and Debian's en-us model.
 // The decoder's own voice-activity detection splits the audio into
 // utterances: while one runs, its partial hypothesis is the volatile result;
-// when it ends, its hypothesis is final, timed by the words' frames.
+// when it ends, its hypothesis is final, timed by the words' frames, which
+// the decoder counts from the start of the audio.
 class PocketSphinxEngine : public SpeechEngine {
 public:
     // The folder that holds en-us/ (the acoustic model), en-us.lm.bin and
@@ -45,12 +46,13 @@ private:
     cmd_ln_s *config_ = nullptr;
     ps_decoder_s *decoder_ = nullptr;
     double sampleRate_ = 16000.0;
+    double framesPerSecond_ = 100.0;
     // Samples short of a whole chunk, waiting for the next feed: the decoder
     // sees the same chunks however the audio was cut into buffers.
     std::vector<float> pending_;
     std::int64_t fed_ = 0;
     bool inUtterance_ = false;
-    double origin_ = 0;  // where the running utterance's frame 0 lies, in seconds
+    double origin_ = 0;  // where the running utterance began to be heard, in seconds
     double lastEnd_ = 0; // end of the last final
     QString partial_;
     bool finished_ = false;

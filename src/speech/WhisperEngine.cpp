@@ -1,6 +1,7 @@
 #include "WhisperEngine.h"
 
-#include "WhisperModelFile.h"
+#include "TextRepetition.h"
+#include "WhisperContext.h"
 
 #include "base/Error.h"
 
@@ -21,19 +22,6 @@
 namespace kestil {
 
 namespace {
-
-// whisper.cpp talks a lot while it loads; only its errors are worth a line.
-void whisperLog(ggml_log_level level, const char *text, void *)
-{
-    if (level == GGML_LOG_LEVEL_ERROR && text)
-        qWarning("whisper: %s", text);
-}
-
-void quietWhisperLogs()
-{
-    static std::once_flag once;
-    std::call_once(once, [] { whisper_log_set(whisperLog, nullptr); });
-}
 
 struct TokenBudget {
     int limit;
@@ -66,53 +54,19 @@ bool isAborted(void *data)
     return static_cast<std::atomic<bool> *>(data)->load();
 }
 
-// Whisper marks what it hears but cannot transcribe in brackets: "[BLANK_AUDIO]",
-// "(music)", "*applause*", "♪". Those are not words of the note.
-bool isSoundMarker(const QString &text)
-{
-    if (text.size() < 2)
-        return text == QStringLiteral("♪");
-    const QChar first = text.front();
-    const QChar last = text.back();
-    return (first == QLatin1Char('[') && last == QLatin1Char(']')) ||
-           (first == QLatin1Char('(') && last == QLatin1Char(')')) ||
-           (first == QLatin1Char('*') && last == QLatin1Char('*')) ||
-           (first == QChar(0x266A) && last == QChar(0x266A));
-}
-
 } // namespace
 
 WhisperEngine::WhisperEngine(const QString &modelPath, Options options)
-    : options_(std::move(options)), voiceActivity_(rate, options_.voiceActivity),
-      frameLength_(std::size_t(voiceActivity_.frameLength()))
+    : options_(std::move(options)), model_(modelPath, options_.language), context_(model_.get()),
+      voiceActivity_(rate, options_.voiceActivity), frameLength_(std::size_t(voiceActivity_.frameLength()))
 {
-    const WhisperModelFile file = inspectWhisperModelFile(modelPath);
-    const QString name = QFileInfo(modelPath).fileName();
-    language_ = options_.language.toUtf8();
-    if (whisper_lang_id(language_.constData()) < 0)
-        throw LocalError(QStringLiteral("Whisper does not know the language “%1”.").arg(options_.language));
-    if (!file.isMultilingual() && options_.language != QLatin1String("en"))
-        throw LocalError(QStringLiteral("The speech model “%1” understands English only.").arg(name));
     prompt_ = options_.initialPrompt.toUtf8();
-
-    quietWhisperLogs();
-    whisper_context_params params = whisper_context_default_params();
-    params.use_gpu = false;
-    context_ = whisper_init_from_file_with_params(QFile::encodeName(modelPath).constData(), params);
-    if (!context_)
-        throw SystemError(QStringLiteral("Whisper could not load the speech model “%1”.").arg(name));
-
-    threads_ = options_.threads > 0 ? options_.threads
-                                    : int(std::clamp(std::thread::hardware_concurrency() / 2, 1u, 4u));
+    threads_ = WhisperContext::threads(options_.threads);
 }
 
-WhisperEngine::~WhisperEngine()
-{
-    if (context_)
-        whisper_free(context_);
-}
+WhisperEngine::~WhisperEngine() = default;
 
-QString WhisperEngine::decode(std::span<const float> samples)
+QString WhisperEngine::decode(std::span<const float> samples, Context context)
 {
     if (aborted_.load())
         return {};
@@ -136,7 +90,7 @@ QString WhisperEngine::decode(std::span<const float> samples)
     params.print_progress = false;
     params.print_realtime = false;
     params.print_timestamps = false;
-    params.language = language_.constData();
+    params.language = model_.language().constData();
     params.detect_language = false;
     params.translate = false;
     params.temperature = 0.0f;
@@ -145,11 +99,17 @@ QString WhisperEngine::decode(std::span<const float> samples)
     params.suppress_blank = true;
     params.suppress_nst = true;
     params.initial_prompt = prompt_.isEmpty() ? nullptr : prompt_.constData();
-    // The encoder reads only as much context as the audio fills (50 positions
-    // per second), which makes a short window much cheaper than 30 seconds.
-    int audioContext = int(std::ceil(double(samples.size()) / 320.0)) + 32;
-    audioContext = (audioContext + 63) / 64 * 64;
-    params.audio_ctx = std::clamp(audioContext, 256, whisper_model_n_audio_ctx(context_));
+    // A quick reading encodes only as much context as the audio fills (50
+    // positions per second), which makes a short window much cheaper than 30
+    // seconds. Whisper was trained on whole 30-second windows, though, and
+    // without the silence that follows the words it loses track of where they
+    // end: it reads a sentence twice or loops. So what is kept is read in
+    // full.
+    if (context == Context::quick) {
+        int audioContext = int(std::ceil(double(samples.size()) / 320.0)) + 32;
+        audioContext = (audioContext + 63) / 64 * 64;
+        params.audio_ctx = std::clamp(audioContext, 256, whisper_model_n_audio_ctx(context_));
+    }
     TokenBudget budget{int(std::ceil(duration * options_.tokensPerSecond)) + 8, whisper_token_eot(context_),
                        whisper_n_vocab(context_)};
     params.logits_filter_callback = limitTokens;
@@ -173,11 +133,11 @@ QString WhisperEngine::decode(std::span<const float> samples)
         if (whisper_full_get_segment_no_speech_prob(context_, i) > options_.noSpeechThreshold)
             continue;
         const QString text = QString::fromUtf8(whisper_full_get_segment_text(context_, i)).trimmed();
-        if (text.isEmpty() || isSoundMarker(text))
+        if (text.isEmpty() || WhisperContext::isSoundMarker(text))
             continue;
         parts << text;
     }
-    return parts.join(QLatin1Char(' '));
+    return withoutRepeatedPhrases(parts.join(QLatin1Char(' ')));
 }
 
 std::vector<SpeechResult> WhisperEngine::feed(std::span<const float> samples)
@@ -226,13 +186,12 @@ std::vector<SpeechResult> WhisperEngine::feed(std::span<const float> samples)
     }
     const std::size_t begin = *first > paddingFrames ? (*first - paddingFrames) * frameLength_ : 0;
     const auto started = std::chrono::steady_clock::now();
-    const QString text = decode(std::span<const float>(window_).subspan(begin));
+    const QString text = decode(std::span<const float>(window_).subspan(begin), Context::quick);
     if (aborted_.load())
         return results;
     const double took = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     nextVolatileAt_ =
         fed_ + std::int64_t(std::max(options_.stepSeconds, took / options_.volatileShare) * rate);
-    lastVolatile_ = VolatileReading{windowStart_ + std::int64_t(begin), fed_, text};
     const double start = seconds(windowStart_ + std::int64_t(*first * frameLength_));
     const double end = seconds(std::min(fed_, windowStart_ + std::int64_t((*last + 1) * frameLength_)));
     if (!text.isEmpty()) {
@@ -296,7 +255,6 @@ void WhisperEngine::settle(std::size_t cutFrame, bool atPause, std::vector<Speec
         }
         keepForRevision(std::span<const float>(window_).first(cutSample));
         eraseFrames(cutFrame);
-        lastVolatile_.reset();
         nextVolatileAt_ = fed_ + std::int64_t(options_.stepSeconds * rate);
         return;
     }
@@ -318,14 +276,7 @@ void WhisperEngine::settle(std::size_t cutFrame, bool atPause, std::vector<Speec
     } else {
         audio.assign(window_.begin() + std::ptrdiff_t(begin), window_.begin() + std::ptrdiff_t(cutSample));
     }
-    QString text;
-    if (!revising && lastVolatile_ && lastVolatile_->begin == windowStart_ + std::int64_t(begin) &&
-        lastVolatile_->end >= windowStart_ + std::int64_t(cutSample)) {
-        // The last volatile reading already took in all of this stretch.
-        text = lastVolatile_->text;
-    } else {
-        text = decode(audio);
-    }
+    const QString text = decode(audio, Context::full);
     if (aborted_.load())
         return;
 
@@ -342,7 +293,6 @@ void WhisperEngine::settle(std::size_t cutFrame, bool atPause, std::vector<Speec
     }
     tentativeShown_ = false;
     eraseFrames(cutFrame);
-    lastVolatile_.reset();
     nextVolatileAt_ = fed_ + std::int64_t(options_.stepSeconds * rate);
 }
 

@@ -2,6 +2,7 @@
 
 #include "SpeechEngine.h"
 #include "VoiceActivity.h"
+#include "WhisperContext.h"
 
 #include <QByteArray>
 #include <QString>
@@ -20,10 +21,12 @@ namespace kestil {
 //
 // Audio collects in a window until a stretch of it settles: when a pause
 // follows speech, or when the window reaches its limit (then it is cut at its
-// quietest moment). A settled stretch is decoded once more and reported final,
-// timed by where speech began and ended in it. Between settlements the
-// unsettled tail is decoded each time about a second of new audio has come in,
-// and reported volatile. When speech resumes after only a short pause, the new
+// quietest moment). A settled stretch is decoded once more, with whisper's
+// full context, and reported final, timed by where speech began and ended in
+// it. Between settlements the unsettled tail is decoded quickly each time
+// about a second of new audio has come in, and reported volatile. No decode
+// ever yields a phrase twice: a decoder that loops is cut off where the
+// repetition begins. When speech resumes after only a short pause, the new
 // stretch is read together with the previous one and the result replaces that
 // previous final: the same start time, longer text — whisper reads a sentence
 // better whole than in halves.
@@ -39,10 +42,7 @@ public:
         QString language = QStringLiteral("en");
         // Text that steers the decoder, such as the script of Chinese.
         QString initialPrompt;
-        // Decoder threads; 0 takes half the cores there are, at least 1 and
-        // at most 4. ggml's threads wait for each other by spinning, which
-        // turns slow when they outnumber the cores left free by the rest of
-        // the desktop (capture, the interface, a summary running).
+        // Decoder threads; 0 chooses as WhisperContext::threads does.
         int threads = 0;
         // Whether to report volatile text at all; a whole file needs finals only.
         bool volatileResults = true;
@@ -95,9 +95,15 @@ public:
     double decodeSeconds() const { return decodeSeconds_; }
     double decodeProcessorSeconds() const { return decodeProcessorSeconds_; }
 
-    // Decodes a piece of audio once, with the no-speech gate; empty when it
-    // holds no words. Exposed for set-up, which proves a model this way.
-    QString decode(std::span<const float> samples);
+    // How much of whisper's 30-second context a decode reads: `full`, as the
+    // model was trained, for every final; `quick`, only as far as the audio
+    // goes and several times cheaper, for volatile text.
+    enum class Context { quick, full };
+
+    // Decodes a piece of audio once, with the no-speech gate, a phrase the
+    // decoder repeats cut off; empty when it holds no words. Exposed for
+    // set-up, which proves a model this way.
+    QString decode(std::span<const float> samples, Context context = Context::full);
 
 private:
     struct PreviousFinal {
@@ -119,8 +125,8 @@ private:
     double seconds(std::int64_t sample) const { return double(sample) / rate; }
 
     Options options_;
+    WhisperContext model_;
     whisper_context *context_ = nullptr;
-    QByteArray language_;
     QByteArray prompt_;
     int threads_ = 1;
     std::atomic<bool> aborted_{false};
@@ -135,14 +141,6 @@ private:
     std::vector<float> levels_;        // the level of each frame, in dB
     std::int64_t fed_ = 0;
     std::int64_t nextVolatileAt_ = 0;
-    // The last volatile reading: audio [begin, end) and its text. A stretch
-    // that settles within what it covered needs no second decode.
-    struct VolatileReading {
-        std::int64_t begin = 0;
-        std::int64_t end = 0;
-        QString text;
-    };
-    std::optional<VolatileReading> lastVolatile_;
     bool tentativeShown_ = false;
     std::optional<PreviousFinal> previous_;
     bool finished_ = false;

@@ -16,6 +16,10 @@ WhisperModel model(const char *name, const char *size, bool englishOnly, const c
 
 int sizeRank(const QString &size)
 {
+    if (size.startsWith(QLatin1String("large")))
+        return 5;
+    if (size == QLatin1String("medium"))
+        return 4;
     if (size == QLatin1String("small"))
         return 3;
     if (size == QLatin1String("base"))
@@ -71,10 +75,31 @@ QList<WhisperModel> whisperModelsFor(const QList<WhisperModel> &catalogue, const
     return models;
 }
 
+QList<WhisperModel> whisperModelsServing(const QList<WhisperModel> &models, const QString &languageKey,
+                                         const QString &preferredSize)
+{
+    const bool english = languageKey == QLatin1String("en");
+    QList<WhisperModel> serving;
+    for (const WhisperModel &m : models) {
+        if (english || !m.englishOnly)
+            serving.append(m);
+    }
+    std::stable_sort(serving.begin(), serving.end(), [&](const WhisperModel &a, const WhisperModel &b) {
+        if (a.englishOnly != b.englishOnly)
+            return a.englishOnly;
+        const bool aPreferred = a.size == preferredSize;
+        const bool bPreferred = b.size == preferredSize;
+        if (aPreferred != bPreferred)
+            return aPreferred;
+        return sizeRank(a.size) > sizeRank(b.size);
+    });
+    return serving;
+}
+
 QString whisperModelSize(const PreferenceStore &preferences)
 {
     const QString size = preferences.string(whisperModelSizeKey);
-    if (sizeRank(size) > 0)
+    if (sizeRank(size) > 0 && sizeRank(size) <= 3)
         return size;
     return defaultWhisperModelSize;
 }

@@ -50,6 +50,14 @@ std::optional<WhisperModel> whisperModelFor(const QList<WhisperModel> &catalogue
 QList<WhisperModel> whisperModelsFor(const QList<WhisperModel> &catalogue, const QString &languageKey,
                                      const QString &preferredSize);
 
+// The models of a list that can transcribe the language key. For English the
+// English-only ones come first, then the multilingual ones, which serve when
+// no English-only model is there; for every other key only the multilingual
+// ones. Within each kind the given size first, then the others from the
+// largest down.
+QList<WhisperModel> whisperModelsServing(const QList<WhisperModel> &models, const QString &languageKey,
+                                         const QString &preferredSize);
+
 QString whisperModelSize(const PreferenceStore &preferences);
 // The base address, always ending in "/". Throws LocalError when it is not an
 // http or https address.

@@ -68,18 +68,24 @@ QString whisperModelPath(const QString &directory, const WhisperModel &model)
 
 bool isWhisperModelInstalled(const QString &directory, const WhisperModel &model)
 {
-    const QString path = whisperModelPath(directory, model);
+    return installedWhisperModelChecksum(whisperModelPath(directory, model)).has_value();
+}
+
+std::optional<QByteArray> installedWhisperModelChecksum(const QString &path)
+{
     const QFileInfo file(path);
     if (!file.isFile())
-        return false;
+        return std::nullopt;
     QFile record(recordPath(path));
     if (!record.open(QIODevice::ReadOnly))
-        return false;
-    // The record is written only after the file matched the checksum of the
-    // catalogue it was installed from.
+        return std::nullopt;
+    // The record is written only after the file matched the checksum it was
+    // installed with: the catalogue's, or for an import its own.
     const QJsonObject stored = QJsonDocument::fromJson(record.read(4096)).object();
     const QByteArray sha = stored.value(QStringLiteral("sha256")).toString().toLatin1();
-    return sha.size() == 64 && stored == recordFor(file, sha);
+    if (sha.size() != 64 || stored != recordFor(file, sha))
+        return std::nullopt;
+    return sha;
 }
 
 bool isWhisperModelDownloading(const QString &directory, const WhisperModel &model)

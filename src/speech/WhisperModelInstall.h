@@ -6,6 +6,8 @@
 #include <QString>
 #include <QUrl>
 
+#include <optional>
+
 namespace kestil {
 
 // Where a model lives in the models folder.
@@ -17,6 +19,9 @@ QString whisperModelPath(const QString &directory, const WhisperModel &model);
 // A file that changed since, or one whose download never finished (it is kept
 // as "<file>.part"), is not installed.
 bool isWhisperModelInstalled(const QString &directory, const WhisperModel &model);
+// The same for a model file by its path; the recorded SHA-256 when it is
+// installed, otherwise nothing.
+std::optional<QByteArray> installedWhisperModelChecksum(const QString &path);
 
 // True while this process downloads the model.
 bool isWhisperModelDownloading(const QString &directory, const WhisperModel &model);

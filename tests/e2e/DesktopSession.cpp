@@ -28,6 +28,23 @@ DesktopSession::DesktopSession()
     ::close(fds[0]);
     if (!number.isEmpty())
         display_ = QLatin1Char(':') + QString::fromLatin1(number);
+    setWelcomeCompleted(true);
+}
+
+void DesktopSession::setWelcomeCompleted(bool completed)
+{
+    QFile file(config_.filePath(QStringLiteral("preferences.json")));
+    if (!completed) {
+        file.remove();
+        return;
+    }
+    if (file.open(QIODevice::WriteOnly))
+        file.write(R"({"format":1,"values":{"kestilWelcomeCompleted.v1":{"type":"bool","value":true}}})");
+}
+
+qint64 DesktopSession::windowPid(const QString &windowId) const
+{
+    return run(QStringLiteral("xdotool"), {QStringLiteral("getwindowpid"), windowId}).toLongLong();
 }
 
 DesktopSession::~DesktopSession()
@@ -44,6 +61,13 @@ QProcessEnvironment DesktopSession::environment() const
     env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
     env.insert(QStringLiteral("KESTIL_CONFIG_DIR"), config_.path());
     env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+    // No bus of the desktop the tests run on: sockets that do not exist.
+    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
+               QStringLiteral("unix:path=") + config_.filePath(QStringLiteral("no-session-bus")));
+    env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
+               QStringLiteral("unix:path=") + config_.filePath(QStringLiteral("no-system-bus")));
+    for (const QString &name : extra_.keys())
+        env.insert(name, extra_.value(name));
     return env;
 }
 
@@ -72,7 +96,10 @@ QString DesktopSession::launchKestil(const QString &dataDir, int timeoutMs)
     logFile_ = logs_.filePath(QStringLiteral("kestil-%1.log").arg(++launches_));
     kestil_->setProcessChannelMode(QProcess::MergedChannels);
     kestil_->setStandardOutputFile(logFile_);
-    kestil_->start(QStringLiteral(KESTIL_BINARY), {});
+    if (prefix_.isEmpty())
+        kestil_->start(QStringLiteral(KESTIL_BINARY), {});
+    else
+        kestil_->start(prefix_.constFirst(), prefix_.mid(1) << QStringLiteral(KESTIL_BINARY));
     if (!kestil_->waitForStarted(10000))
         return {};
     const int step = 250;

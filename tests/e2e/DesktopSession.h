@@ -3,6 +3,7 @@
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
+#include <QStringList>
 #include <QTemporaryDir>
 
 #include <memory>
@@ -10,7 +11,10 @@
 namespace kestil::testing {
 
 // A private X server (Xvfb) for one test, and the real kestil program started
-// in it with its own data and settings folders.
+// in it with its own data and settings folders. The settings start with the
+// welcome flow finished, as a returning user's do, and the program finds no
+// D-Bus unless the test gives it one (setEnvironment): no notification
+// service, no logind, no portal.
 class DesktopSession {
 public:
     DesktopSession();
@@ -18,6 +22,18 @@ public:
 
     bool started() const { return !display_.isEmpty(); }
     const QString &display() const { return display_; }
+    QString configDir() const { return config_.path(); }
+
+    // Writes the settings file with kestilWelcomeCompleted.v1 as given;
+    // false removes the file, as on a first launch.
+    void setWelcomeCompleted(bool completed);
+    // Set for every later launch (DBUS_SESSION_BUS_ADDRESS, say).
+    void setEnvironment(const QString &name, const QString &value) { extra_.insert(name, value); }
+    // Runs kestil through these programs (strace, unshare): the binary's
+    // path is appended to them.
+    void setLaunchPrefix(const QStringList &prefix) { prefix_ = prefix; }
+    // The process id of the program that owns the window.
+    qint64 windowPid(const QString &windowId) const;
 
     // Starts kestil with KESTIL_DATA_DIR = dataDir; waits until its window is
     // mapped and returns the X window id, or an empty string.
@@ -58,6 +74,8 @@ private:
     QTemporaryDir logs_;
     QString logFile_;
     int launches_ = 0;
+    QProcessEnvironment extra_;
+    QStringList prefix_;
 };
 
 } // namespace kestil::testing

@@ -1,8 +1,9 @@
 // A person's recording, end to end: the real kestil program in a private X
 // server, a private PulseAudio server whose virtual microphone hears speech
-// that espeak-ng synthesised, live transcription by PocketSphinx (no whisper
-// model is installed in the fresh data folder), and the keyboard as the only
-// way in. Everything is checked afterwards in the store and on disk.
+// that espeak-ng synthesised, live transcription by each engine (PocketSphinx
+// in a fresh data folder, Whisper with the real "base" model installed), and
+// the keyboard as the only way in. Everything is checked afterwards in the
+// store and on disk.
 #include "DesktopSession.h"
 #include "RecordingE2ESupport.h"
 
@@ -10,6 +11,7 @@
 #include "core/NoteTranscript.h"
 #include "core/SharedPersistenceController.h"
 #include "support/PulseAudioServer.h"
+#include "speech/engines/SpeechTestSupport.h"
 #include "support/SoundFiles.h"
 
 #include <QStandardPaths>
@@ -25,7 +27,14 @@ using namespace kestil::testing;
 
 namespace {
 
-class RecordingE2ETest : public ::testing::Test {
+struct Engine {
+    const char *name;
+    bool whisper;
+    // The share of each phrase's words that must reach the note.
+    double heard;
+};
+
+class RecordingE2ETest : public ::testing::TestWithParam<Engine> {
 protected:
     void SetUp() override
     {
@@ -37,6 +46,14 @@ protected:
         ASSERT_TRUE(speak(secondPhrase, work.filePath(QStringLiteral("second.wav"))));
         ASSERT_TRUE(speak(thirdPhrase, work.filePath(QStringLiteral("third.wav"))));
         data = work.filePath(QStringLiteral("data"));
+        if (GetParam().whisper)
+            test::installRealWhisperModel(data);
+    }
+
+    // Screenshots of the Whisper run get the engine's name.
+    QString shot(const char *name) const
+    {
+        return QLatin1String(name) + (GetParam().whisper ? QStringLiteral("-whisper") : QString());
     }
     void TearDown() override
     {
@@ -90,7 +107,7 @@ protected:
             eventually([&] { return !desktop.findWindow(QStringLiteral("^Transcribing$")).isEmpty(); }, 3000))
             << "the floating indicator did not appear";
         QThread::msleep(300);
-        desktop.screenshot(QStringLiteral("recording-1b-indicator"));
+        desktop.screenshot(shot("recording-1b-indicator"));
         ASSERT_TRUE(desktop.focus(window));
         EXPECT_TRUE(
             eventually([&] { return desktop.findWindow(QStringLiteral("^Transcribing$")).isEmpty(); }, 3000))
@@ -115,14 +132,14 @@ protected:
     QString window;
 };
 
-TEST_F(RecordingE2ETest, RecordPauseResumeAndStopKeepTheWordsTheirTimesAndPlayableAudio)
+TEST_P(RecordingE2ETest, RecordPauseResumeAndStopKeepTheWordsTheirTimesAndPlayableAudio)
 {
     window = desktop.launchKestil(data);
     ASSERT_FALSE(window.isEmpty()) << "no Kestil window appeared";
-    desktop.screenshot(QStringLiteral("recording-0-empty-library"));
+    desktop.screenshot(shot("recording-0-empty-library"));
 
     startRecording();
-    say("first.wav", QStringLiteral("recording-1a-speaking"));
+    say("first.wav", shot("recording-1a-speaking"));
     ASSERT_TRUE(eventually(
         [&] {
             const auto notes = readStoredNotes(data);
@@ -130,13 +147,13 @@ TEST_F(RecordingE2ETest, RecordPauseResumeAndStopKeepTheWordsTheirTimesAndPlayab
         },
         30000))
         << "no committed transcript reached the store while recording";
-    const QString recordingShot = desktop.screenshot(QStringLiteral("recording-1-live"));
+    const QString recordingShot = desktop.screenshot(shot("recording-1-live"));
     EXPECT_GT(desktop.contrast(recordingShot), 0.05);
     showTheIndicatorBehindAnotherApplication();
 
     ASSERT_TRUE(press(QStringLiteral("ctrl+shift+p"))); // pause: the segment is completed
     ASSERT_TRUE(eventually([&] { return manifestComplete(segmentFolders(data).value(0)); }, 15000));
-    desktop.screenshot(QStringLiteral("recording-2-paused"));
+    desktop.screenshot(shot("recording-2-paused"));
     ASSERT_TRUE(press(QStringLiteral("ctrl+shift+p"))); // resume: a new segment
     ASSERT_TRUE(eventually([&] { return segmentFolders(data).size() == 2; }, 15000));
     say("second.wav");
@@ -150,7 +167,7 @@ TEST_F(RecordingE2ETest, RecordPauseResumeAndStopKeepTheWordsTheirTimesAndPlayab
         },
         30000);
     QThread::msleep(1500); // the final transcript is saved after the audio is closed
-    const QString finishedShot = desktop.screenshot(QStringLiteral("recording-3-finished"));
+    const QString finishedShot = desktop.screenshot(shot("recording-3-finished"));
     ASSERT_TRUE(finished) << "the segments were not finished after stop";
     EXPECT_GT(desktop.contrast(finishedShot), 0.05);
 
@@ -164,8 +181,12 @@ TEST_F(RecordingE2ETest, RecordPauseResumeAndStopKeepTheWordsTheirTimesAndPlayab
     ASSERT_EQ(notes.size(), 1);
     const NotePtr note = notes.first();
     const QString text = note->transcription().value_or(QString());
-    EXPECT_GE(wordsHeard(firstPhrase, text), 0.5) << text.toStdString();
-    EXPECT_GE(wordsHeard(secondPhrase, text), 0.5) << text.toStdString();
+    EXPECT_GE(wordsHeard(firstPhrase, text), GetParam().heard) << text.toStdString();
+    EXPECT_GE(wordsHeard(secondPhrase, text), GetParam().heard) << text.toStdString();
+    EXPECT_EQ(test::repeatedPhrases(firstPhrase + QLatin1Char(' ') + secondPhrase + QLatin1Char(' ') + thirdPhrase,
+                                    text),
+              QString())
+        << "no phrase twice: " << text.toStdString();
     EXPECT_EQ(note->sourceURL().value_or(QString()).toStdString(),
               "Recordings/" + note->id()->toString(QUuid::WithoutBraces).toUpper().toStdString());
     EXPECT_EQ(note->noteType().value_or(QString()).toStdString(), "transcription");
@@ -200,5 +221,9 @@ TEST_F(RecordingE2ETest, RecordPauseResumeAndStopKeepTheWordsTheirTimesAndPlayab
         EXPECT_GT(std::abs(*loudest), 0.05f) << "the speech is in " << segment.toStdString();
     }
 }
+
+INSTANTIATE_TEST_SUITE_P(Engines, RecordingE2ETest,
+                         ::testing::Values(Engine{"PocketSphinx", false, 0.5}, Engine{"Whisper", true, 0.8}),
+                         [](const ::testing::TestParamInfo<Engine> &engine) { return std::string(engine.param.name); });
 
 } // namespace

@@ -12,6 +12,12 @@
 
 #include <gtest/gtest.h>
 
+#include <llama.h>
+
+#include <atomic>
+#include <cmath>
+#include <map>
+#include <mutex>
 #include <thread>
 
 using namespace kestil;
@@ -138,7 +144,7 @@ TEST(LlamaLanguageModel, GrammarConstrainedAnswersParse)
     EXPECT_GE(parsedTags.tags.size(), 1);
     EXPECT_LE(parsedTags.tags.size(), 5);
     for (const QString &tag : parsedTags.tags)
-        EXPECT_LE(tag.size(), 48);
+        EXPECT_LE(tag.size(), GeneratedNoteTags::schema().properties.first().maximumLength);
 
     const QJsonObject title = model.respond(QStringLiteral("Title the note."), QStringLiteral("Budget."),
                                             GeneratedNoteTitle::schema(), true, options(0.2, 400), {});
@@ -152,6 +158,96 @@ TEST(LlamaLanguageModel, GrammarConstrainedAnswersParse)
     } catch (const SystemError &error) {
         EXPECT_TRUE(error.localizedDescription().contains(QStringLiteral("cut off")));
     }
+}
+
+namespace {
+
+// Whether a grammar admits a text as a whole answer, fed to it character by
+// character through the single-character pieces of a real vocabulary.
+bool admits(const QString &grammar, const QByteArray &text)
+{
+    llama_backend_init();
+    llama_model_params params = llama_model_default_params();
+    params.vocab_only = true;
+    std::unique_ptr<llama_model, decltype(&llama_model_free)> model(
+        llama_model_load_from_file(QFile::encodeName(ModelFolder::cached(tiny)).constData(), params),
+        &llama_model_free);
+    const llama_vocab *vocab = llama_model_get_vocab(model.get());
+    std::map<char, llama_token> pieces;
+    for (llama_token token = 0; token < llama_vocab_n_tokens(vocab); ++token) {
+        char piece[8];
+        if (llama_token_to_piece(vocab, token, piece, sizeof piece, 0, true) == 1)
+            pieces.emplace(piece[0], token);
+    }
+    const QByteArray rules = grammar.toUtf8();
+    std::unique_ptr<llama_sampler, decltype(&llama_sampler_free)> sampler(
+        llama_sampler_init_grammar(vocab, rules.constData(), "root"), &llama_sampler_free);
+    const auto allowed = [&](llama_token token) {
+        llama_token_data candidate{token, 1.0f, 0.0f};
+        llama_token_data_array one{&candidate, 1, -1, false};
+        llama_sampler_apply(sampler.get(), &one);
+        return !std::isinf(candidate.logit);
+    };
+    for (const char c : text) {
+        if (!pieces.count(c) || !allowed(pieces.at(c)))
+            return false;
+        llama_sampler_accept(sampler.get(), pieces.at(c));
+    }
+    return allowed(llama_vocab_eos(vocab));
+}
+
+} // namespace
+
+TEST(LlamaLanguageModel, TitlesMayHoldQuotationMarks)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    const QString grammar = GeneratedNoteTitle::schema().grammar();
+    EXPECT_TRUE(admits(grammar, R"({"title": "Budget for the \"Atlas\" launch"})"));
+    EXPECT_TRUE(admits(grammar, R"({"title": "Plain title"})"));
+    // A bare quotation mark would end the string: what follows is no JSON.
+    EXPECT_FALSE(admits(grammar, R"({"title": "Budget for the "Atlas" launch"})"));
+    EXPECT_FALSE(admits(grammar, "{\"title\": \"Two\nlines\"}"));
+}
+
+TEST(LlamaLanguageModel, ARequestQueuedBehindAnotherSaysSoAndKeepsItsTime)
+{
+    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
+    ModelFolder folder;
+    folder.install(tiny);
+    LlamaLanguageModel model(folder.directory());
+    model.respond(QStringLiteral("Warm up."), QStringLiteral("x"), options(0, 2), {});
+
+    // An answer read slowly keeps the model busy for well over a second.
+    std::atomic<bool> streaming{false};
+    std::thread other([&] {
+        model.streamResponse(QStringLiteral("Write."), QStringLiteral("Go on."), options(0.5, 200), {},
+                             [&](const QString &) {
+                                 streaming = true;
+                                 std::this_thread::sleep_for(std::chrono::milliseconds(8));
+                                 return true;
+                             });
+    });
+    while (!streaming)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+
+    std::mutex mutex;
+    QList<bool> waits;
+    const CancellationToken job = CancellationToken().watchingWaits([&](bool waiting) {
+        std::lock_guard lock(mutex);
+        waits.append(waiting);
+    });
+    QElapsedTimer timer;
+    timer.start();
+    const QString answer = LocalSummary::withTimeLimit(
+        std::chrono::milliseconds(300), QStringLiteral("Stopped at the limit."), job,
+        [&](const CancellationToken &limited) {
+            return model.respond(QStringLiteral("Title."), QStringLiteral("x"), options(0, 3), limited);
+        });
+    const qint64 waited = timer.elapsed();
+    other.join();
+    EXPECT_GT(waited, 300) << "the request waited longer than its limit, and still had its time";
+    EXPECT_FALSE(answer.isNull());
+    EXPECT_EQ(waits, (QList<bool>{true, false}));
 }
 
 TEST(LlamaLanguageModel, CancellationStopsARequestWithinATokenOrTwo)

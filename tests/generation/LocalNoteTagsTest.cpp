@@ -1,4 +1,5 @@
 #include "generation/LocalNoteTags.h"
+#include "generation/GeneratedNoteTags.h"
 
 #include "ScriptedLanguageModel.h"
 #include "TestPrinters.h"
@@ -198,7 +199,12 @@ TEST(LocalNoteTagsCompleted, NotesIsTheLastResort)
 TEST(LocalNoteTagsGenerate, AsksTheModelWithTheLibraryAndCompletesItsAnswer)
 {
     ScriptedLanguageModel model;
-    model.replies = {QJsonObject{{"tags", QJsonArray{"Gen AI", "budget", "Budget"}}}};
+    // A proposal longer than a tag may be arrives cut off at the grammar's
+    // limit, and is dropped, not kept shortened.
+    const QString rambling =
+        QStringLiteral("quarterly budget planning for the new artificial intelligence tools")
+            .left(GeneratedNoteTags::schema().properties.first().maximumLength);
+    model.replies = {QJsonObject{{"tags", QJsonArray{"Gen AI", "budget", rambling, "Budget"}}}};
     const QString summary = QStringLiteral("```md\n## Summary\nThe budget for AI tools.\n```");
     const QStringList tags = LocalNoteTags::generate(model, summary, words(200), {{"AI", 3}, {"Cooking", 1}},
                                                      QLocale(QStringLiteral("en_US")), {});

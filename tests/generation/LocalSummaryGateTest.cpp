@@ -76,6 +76,7 @@ TEST(LocalSummaryTimeLimit, AStalledOperationFailsWithTheMessageAtTheLimit)
     try {
         LocalSummary::withTimeLimit(std::chrono::milliseconds(100), QStringLiteral("Took too long."),
                                     CancellationToken(), [](const CancellationToken &limited) {
+                                        limited.beginWork();
                                         while (!limited.isCancelled())
                                             std::this_thread::sleep_for(std::chrono::milliseconds(1));
                                         throw CancellationError();
@@ -87,6 +88,30 @@ TEST(LocalSummaryTimeLimit, AStalledOperationFailsWithTheMessageAtTheLimit)
     }
     EXPECT_GE(timer.elapsed(), 95);
     EXPECT_LT(timer.elapsed(), 1000);
+}
+
+TEST(LocalSummaryTimeLimit, CountsFromWhenTheModelTakesTheRequestUp)
+{
+    // A request queued for 150 ms behind other work, then answered in 50 ms,
+    // keeps within a limit of 100 ms; its wait is told to the watcher.
+    QList<bool> waits;
+    const CancellationToken job =
+        CancellationToken().watchingWaits([&](bool waiting) { waits.append(waiting); });
+    QElapsedTimer timer;
+    timer.start();
+    const QString answer = LocalSummary::withTimeLimit(
+        std::chrono::milliseconds(100), QStringLiteral("late"), job, [](const CancellationToken &limited) {
+            limited.setWaiting(true);
+            std::this_thread::sleep_for(std::chrono::milliseconds(150));
+            limited.setWaiting(false);
+            limited.beginWork();
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            limited.checkCancellation();
+            return QStringLiteral("done");
+        });
+    EXPECT_EQ(answer, "done");
+    EXPECT_GE(timer.elapsed(), 200);
+    EXPECT_EQ(waits, (QList<bool>{true, false}));
 }
 
 TEST(LocalSummaryTimeLimit, CancellingTheJobIsNotATimeOut)

@@ -128,6 +128,28 @@ TEST(LocalSummaryPipeline, TwoSectionsAreReadForKeyPointsThenWritten)
     EXPECT_EQ(run.checkpoints.at(5).result, "## Summary\nShip it.");
 }
 
+TEST(LocalSummaryPipeline, SectionsAnsweredTogetherJoinInSectionOrder)
+{
+    // Three sections answered at once; the third ends first, then the first.
+    ScriptedLanguageModel model = smallModel();
+    model.answerOrder = {2, 0, 1};
+    const QString text = words(12000);
+    model.replies = {QStringLiteral("Fact one."), QStringLiteral("Fact two."), QStringLiteral("Fact three."),
+                     Stream{{"## Summary\nShip it."}}};
+    PipelineRun run;
+    EXPECT_EQ(run.generate(model, text), "## Summary\nShip it.");
+    EXPECT_EQ(run.progress,
+              (QList<Progress>{Progress::preparing(), Progress::reading(0, 3, 0), Progress::reading(1, 3, 0),
+                               Progress::reading(2, 3, 0), Progress::reading(3, 3, 0), Progress::writing()}));
+    // A key point joins the checkpoint only once those before it are in.
+    ASSERT_GE(run.checkpoints.size(), 4);
+    EXPECT_EQ(run.checkpoints.at(1).facts, QStringList{"Fact one."});
+    EXPECT_EQ(run.checkpoints.at(2).facts, (QStringList{"Fact one.", "Fact two."}));
+    EXPECT_EQ(run.checkpoints.at(3).facts, (QStringList{"Fact one.", "Fact two.", "Fact three."}));
+    EXPECT_EQ(model.requests.last().prompt,
+              LocalSummary::finalPrompt(QStringLiteral("Fact one.\n\nFact two.\n\nFact three."), tmpl));
+}
+
 TEST(LocalSummaryPipeline, KeyPointsThatStillDoNotFitAreCombinedInASecondPass)
 {
     ScriptedLanguageModel model = smallModel();

@@ -74,15 +74,6 @@ TEST(LocalSummaryTitle, RefusesPlaceholdersMissingSummariesAndSlowModels)
     EXPECT_EQ(failure(model), none);
     EXPECT_EQ(failure(model), none);
     EXPECT_EQ(failure(model), none);
-    // A model that copies the field's description has written no title.
-    model.replies = {record(QStringLiteral("A concise descriptive note title, at most eight words, in the "
-                                           "source language. No Markdown, quotes,")),
-                     record(QStringLiteral("at most eight words, in the source language")),
-                     record(QStringLiteral("Parser errors in the source language files"))};
-    EXPECT_EQ(failure(model), none);
-    EXPECT_EQ(failure(model), none);
-    EXPECT_EQ(title(model), QStringLiteral("Parser errors in the source language files"))
-        << "a few words in common are no copy";
     EXPECT_EQ(failure(model, QStringLiteral("```markdown")), "A summary is required to generate a title.");
     EXPECT_EQ(failure(model, QStringLiteral("  \n")), "A summary is required to generate a title.");
     model.replies = {ScriptedLanguageModel::Stall{}};

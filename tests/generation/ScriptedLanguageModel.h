@@ -42,6 +42,12 @@ public:
     int tokenCounts = 0;
     // Called before each reply, for tests that act between requests.
     std::function<void(const Request &)> onRequest;
+    // How long each request waits, as behind other work of the model, before
+    // it is taken up.
+    std::chrono::milliseconds queueWait{0};
+    // respondAll: the order in which the answers are handed over (positions
+    // of the prompts); one after the other when empty.
+    QList<qsizetype> answerOrder;
     // Answers when the list of replies is empty.
     std::function<Reply(const Request &)> responder;
 
@@ -57,6 +63,8 @@ public:
         return false;
     }
     qint64 contextSize() const override { return contextTokens; }
+    QString identityValue = QStringLiteral("scripted-model");
+    QString identity() const override { return identityValue; }
     qint64 tokenCount(const Instructions &instructions) override
     {
         ++tokenCounts;
@@ -115,10 +123,31 @@ public:
         }
     }
 
+    void respondAll(const QString &instructions, const QStringList &prompts,
+                    const kestil::GenerationOptions &options, const kestil::CancellationToken &cancel,
+                    const AnswerHandler &onAnswer) override
+    {
+        if (answerOrder.isEmpty())
+            return LanguageModel::respondAll(instructions, prompts, options, cancel, onAnswer);
+        QStringList answers;
+        for (const QString &prompt : prompts)
+            answers.append(respond(instructions, prompt, options, cancel));
+        for (const qsizetype index : answerOrder) {
+            if (index < answers.size())
+                onAnswer(index, answers.at(index));
+        }
+    }
+
 private:
     Reply next(const Request &request, const kestil::CancellationToken &cancel)
     {
         cancel.checkCancellation();
+        if (queueWait.count() > 0) {
+            cancel.setWaiting(true);
+            std::this_thread::sleep_for(queueWait);
+            cancel.setWaiting(false);
+        }
+        cancel.beginWork();
         requests.append(request);
         if (onRequest)
             onRequest(request);

@@ -6,18 +6,25 @@
 #include "ShellTestSupport.h"
 #include "generation/ScriptedLanguageModel.h"
 
+#include "generation/LocalSummary.h"
+
 #include "shell/SettingsWindow.h"
+#include "shell/StructuredSummaryView.h"
 #include "shell/SummaryTab.h"
 
-#include "shell/StructuredSummaryView.h"
-#include <QComboBox>
+#include <QAction>
+#include <QDialog>
 #include <QJsonArray>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
+#include <QPlainTextEdit>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTabWidget>
+#include <QTest>
+#include <QToolButton>
 
 #include <gtest/gtest.h>
 
@@ -81,11 +88,21 @@ protected:
         return rig.find<QLabel>(QStringLiteral("noteDetailSummaryProgress"))->text();
     }
 
-    QComboBox *picker() const
+    QToolButton *templates() const
     {
-        return rig.find<QComboBox>(QStringLiteral("noteDetailSummaryTemplatePicker"));
+        return rig.find<QToolButton>(QStringLiteral("noteDetailTemplatesButton"));
     }
+    QAction *row(const QString &key) const
+    {
+        return rig.window->findChild<QAction *>(QStringLiteral("noteTemplate-") + key);
+    }
+    // Chooses a row of the Templates menu, which starts the summary.
+    void choose(const QString &key) const { row(key)->trigger(); }
     QPushButton *button(const QString &name) const { return rig.find<QPushButton>(name); }
+    StructuredSummaryView *summaryView(const QString &name) const
+    {
+        return rig.find<StructuredSummaryView>(name);
+    }
 
     // Declared first: the window's list waits for its worker, which may be
     // inside this model, when the rig goes.
@@ -99,30 +116,35 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
 {
     const NotePtr note = showNote(untitledNoteTitle());
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryEmpty")));
-    ASSERT_TRUE(picker());
-    EXPECT_EQ(picker()->count(), 15);
-    EXPECT_EQ(picker()->currentText(), QStringLiteral("Auto"));
-    EXPECT_EQ(picker()->itemText(4), QStringLiteral("General Meeting"));
-    QPushButton *summarize = button(QStringLiteral("noteDetailSummarizeButton"));
-    ASSERT_TRUE(summarize);
-    EXPECT_EQ(summarize->text(), QStringLiteral("Summarize"));
-    EXPECT_TRUE(summarize->isEnabled());
+    // One row per template, in their order, the note's own checked.
+    ASSERT_TRUE(templates());
+    const QList<QAction *> rows = templates()->menu()->actions();
+    ASSERT_EQ(rows.size(), 15);
+    EXPECT_EQ(rows.at(4)->objectName(), QStringLiteral("noteTemplate-meetings/general"));
+    EXPECT_EQ(rows.at(4)->text(), QStringLiteral("General Meeting"));
+    EXPECT_EQ(rows.at(13)->objectName(), QStringLiteral("noteTemplate-Concise"));
+    EXPECT_EQ(templates()->text(), QStringLiteral("Auto"));
+    EXPECT_FALSE(templates()->icon().isNull());
+    for (QAction *action : rows)
+        EXPECT_EQ(action->isChecked(), action == row(QStringLiteral("default-summary")))
+            << action->objectName().toStdString();
+    EXPECT_TRUE(templates()->isEnabled());
+    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryResumeOffer")));
     EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
     EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
 
-    picker()->setCurrentIndex(picker()->findText(QStringLiteral("General Meeting")));
     model.replies = {
         Stream{{QStringLiteral("## Decisions"), QStringLiteral("## Decisions\n- Launch moves"), finalSummary},
                300ms},
         record(QStringLiteral("title"), QStringLiteral("Spring launch sync")),
         record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Launch")})};
-    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+    choose(QStringLiteral("meetings/general"));
 
     // While it runs: the stage in words, the text as it grows, and Cancel.
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryGenerating")); }));
     EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryActions")));
     EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryCancelButton")));
-    auto *streaming = rig.find<StructuredSummaryView>(QStringLiteral("noteDetailSummaryStreamingText"));
+    StructuredSummaryView *streaming = summaryView(QStringLiteral("noteDetailSummaryStreamingText"));
     ASSERT_TRUE(waitUntil([&] { return streaming->plainText().contains(QStringLiteral("Launch moves")); }));
     EXPECT_EQ(progressLine(), QStringLiteral("Writing summary…"));
     EXPECT_FALSE(streaming->plainText().contains(QStringLiteral("##"))) << "the Markdown is rendered";
@@ -130,18 +152,21 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
 
     // After: the saved summary, rendered, with the way to summarise again.
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryText")); }));
-    auto *text = rig.find<StructuredSummaryView>(QStringLiteral("noteDetailSummaryText"));
+    StructuredSummaryView *text = summaryView(QStringLiteral("noteDetailSummaryText"));
     EXPECT_TRUE(text->plainText().contains(QStringLiteral("Launch moves to April.")));
     EXPECT_FALSE(text->plainText().contains(QStringLiteral("**")));
+    // Each item of the saved summary is one element, named by its line.
+    for (const char *item : {"markdownListItem-1", "markdownListItem-2"})
+        EXPECT_TRUE(text->widget()->findChild<QWidget *>(QString::fromUtf8(item))) << item;
     EXPECT_EQ(note->summary(), finalSummary);
     EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/general"));
     EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Launch")});
     EXPECT_EQ(rig.find<QLineEdit>(QStringLiteral("noteDetailTitle"))->text(),
               QStringLiteral("Spring launch sync"));
     EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryActions")));
-    EXPECT_EQ(summarize->text(), QStringLiteral("Summarize Again"));
-    EXPECT_TRUE(summarize->isEnabled());
-    EXPECT_EQ(picker()->currentText(), QStringLiteral("General Meeting"));
+    EXPECT_TRUE(templates()->isEnabled());
+    EXPECT_EQ(templates()->text(), QStringLiteral("General Meeting"));
+    EXPECT_TRUE(row(QStringLiteral("meetings/general"))->isChecked());
     EXPECT_FALSE(rig.window->alert());
 }
 
@@ -149,19 +174,18 @@ TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndSummarizeAgainReplacesItOnlyWh
 {
     const NotePtr note = showNote(QStringLiteral("Budget review"), QStringLiteral("Old **summary**"));
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
-    // The picker starts at the template the summary was made with.
-    EXPECT_EQ(picker()->currentText(), QStringLiteral("Concise"));
-    EXPECT_EQ(button(QStringLiteral("noteDetailSummarizeButton"))->text(), QStringLiteral("Summarize Again"));
+    // The menu shows the template the summary was made with.
+    EXPECT_EQ(templates()->text(), QStringLiteral("Concise"));
+    EXPECT_TRUE(row(QStringLiteral("Concise"))->isChecked());
 
     model.replies = {Stall{}};
-    picker()->setCurrentIndex(picker()->findText(QStringLiteral("Brainstorming Session")));
-    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+    choose(QStringLiteral("meetings/brainstorming"));
     ASSERT_TRUE(waitUntil([&] { return progressLine() == QStringLiteral("Writing summary…"); }));
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryGenerating")));
     rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
 
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryText")); }, 2s));
-    EXPECT_TRUE(rig.find<StructuredSummaryView>(QStringLiteral("noteDetailSummaryText"))
+    EXPECT_TRUE(summaryView(QStringLiteral("noteDetailSummaryText"))
                     ->plainText()
                     .contains(QStringLiteral("Old summary")));
     EXPECT_EQ(note->summary(), QStringLiteral("Old **summary**"));
@@ -172,12 +196,12 @@ TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndSummarizeAgainReplacesItOnlyWh
 
     // Again, to the end: the new summary replaces the old one.
     model.replies = {finalSummary, record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Budget")})};
-    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+    choose(QStringLiteral("meetings/brainstorming"));
     ASSERT_TRUE(waitUntil([&] { return note->summary() == finalSummary; }));
     EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/brainstorming"));
     EXPECT_EQ(note->title(), QStringLiteral("Budget review"));
     ASSERT_TRUE(waitUntil([&] {
-        return rig.find<StructuredSummaryView>(QStringLiteral("noteDetailSummaryText"))
+        return summaryView(QStringLiteral("noteDetailSummaryText"))
             ->plainText()
             .contains(QStringLiteral("Launch moves to April."));
     }));
@@ -206,7 +230,7 @@ TEST_F(SummaryTabTest, LongTranscriptsShowTheSectionsAsTheyAreRead)
     QStringList lines;
     QObject::connect(&rig.list(), &NotesListViewModel::streamingSummaryChanged,
                      [&] { lines.append(progressLine()); });
-    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+    choose(QStringLiteral("default-summary"));
     auto *bar = rig.find<QProgressBar>(QStringLiteral("noteDetailSummaryProgressBar"));
     ASSERT_TRUE(
         waitUntil([&] { return progressLine().startsWith(QStringLiteral("Reading transcript… 1 of ")); }));
@@ -228,11 +252,12 @@ TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenThe
         LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
     const NotePtr note = showNote(untitledNoteTitle());
     EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
+    // A sentence that says what to do; the internal reason is not shown.
     EXPECT_EQ(
         rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"))->text(),
-        QStringLiteral("On-device summaries unavailable: modelNotReady. Your notes and transcripts remain "
-                       "available."));
-    EXPECT_FALSE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+        QStringLiteral("No on-device language model is installed yet. Download or import one in Settings "
+                       "to write summaries; your notes and transcripts remain available."));
+    EXPECT_FALSE(templates()->isEnabled());
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
     rig.click(QStringLiteral("noteDetailSummaryOpenSettingsButton"));
     EXPECT_EQ(settings.count(), 1);
@@ -250,16 +275,16 @@ TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenThe
     model.availabilityValue =
         LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::deviceNotEligible);
     rig.window->summaryTab()->refresh();
-    EXPECT_TRUE(rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"))
-                    ->text()
-                    .contains(QStringLiteral("deviceNotEligible")));
+    EXPECT_EQ(rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"))->text(),
+              QStringLiteral("This computer cannot run the on-device language model, so summaries are "
+                             "unavailable; your notes and transcripts remain available."));
     EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
-    EXPECT_FALSE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+    EXPECT_FALSE(templates()->isEnabled());
 
     // Ready again: the button comes back and the sentence goes.
     model.availabilityValue = LanguageModel::Availability::available();
     rig.window->summaryTab()->refresh();
-    EXPECT_TRUE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+    EXPECT_TRUE(templates()->isEnabled());
     EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
     EXPECT_TRUE(model.requests.isEmpty());
     EXPECT_FALSE(note->summary().has_value());
@@ -269,29 +294,30 @@ TEST_F(SummaryTabTest, AFailedSummaryIsToldInTheAlertAndTheOldSummaryShowsAgain)
 {
     const NotePtr note = showNote(QStringLiteral("Budget review"), QStringLiteral("Old summary"));
     model.replies = {Stream{{QStringLiteral("Partial words"), QStringLiteral("  ")}, 100ms}};
-    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+    choose(QStringLiteral("default-summary"));
     ASSERT_TRUE(waitUntil([&] { return rig.window->alert() != nullptr; }));
     EXPECT_EQ(
         rig.window->alert()->text(),
         QStringLiteral("The on-device model returned no summary. Existing note content was preserved."));
     EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
-    EXPECT_EQ(rig.find<StructuredSummaryView>(QStringLiteral("noteDetailSummaryText"))->plainText().trimmed(),
-              QStringLiteral("Old summary"));
+    StructuredSummaryView *text = summaryView(QStringLiteral("noteDetailSummaryText"));
+    EXPECT_EQ(text->plainText(), QStringLiteral("Old summary"));
+    EXPECT_TRUE(text->widget()->findChild<QWidget *>(QStringLiteral("structuredSummaryOverview")));
     EXPECT_EQ(note->summary(), QStringLiteral("Old summary"));
-    EXPECT_TRUE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+    EXPECT_TRUE(templates()->isEnabled());
 }
 
 TEST_F(SummaryTabTest, AnotherNoteBeingSummarizedHoldsThisOneOff)
 {
     const NotePtr first = showNote(QStringLiteral("First"));
     model.replies = {Stall{}};
-    rig.click(QStringLiteral("noteDetailSummarizeButton"));
+    choose(QStringLiteral("default-summary"));
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryGenerating")); }));
 
     showNote(QStringLiteral("Second"));
     EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryEmpty")));
     EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryBusyMessage")));
-    EXPECT_FALSE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+    EXPECT_FALSE(templates()->isEnabled());
 
     // Back on the first note the job is still in view, and Cancel ends it.
     rig.list().selectNote(first, false);
@@ -299,8 +325,80 @@ TEST_F(SummaryTabTest, AnotherNoteBeingSummarizedHoldsThisOneOff)
     EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryGenerating")));
     rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryEmpty")); }, 2s));
-    EXPECT_TRUE(button(QStringLiteral("noteDetailSummarizeButton"))->isEnabled());
+    EXPECT_TRUE(templates()->isEnabled());
     EXPECT_FALSE(first->summary().has_value());
+}
+
+TEST_F(SummaryTabTest, AStoppedSummaryOffersToContinueOrToStartAgain)
+{
+    // Three sections; the job is stopped while it reads the second.
+    model.contextTokens = 2400;
+    const QString longText = transcript.repeated(40).left(12000);
+    const NotePtr note = showNote(QStringLiteral("Weekly sync"), std::nullopt, longText);
+    model.replies = {QStringLiteral("Fact one."), Stall{}};
+    choose(QStringLiteral("meetings/general"));
+    ASSERT_TRUE(
+        waitUntil([&] { return progressLine().startsWith(QStringLiteral("Reading transcript… 1 of 3")); }));
+    rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
+    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryResumeOffer")); }, 2s));
+    EXPECT_EQ(
+        rig.find<QLabel>(QStringLiteral("noteDetailSummaryResumeText"))->text(),
+        QStringLiteral("An unfinished “General Meeting” summary can be continued where it stopped: 1 of 3 "
+                       "sections reviewed."));
+    EXPECT_TRUE(button(QStringLiteral("noteDetailContinueSummaryButton"))->isEnabled());
+    EXPECT_EQ(button(QStringLiteral("noteDetailContinueSummaryButton"))->text(),
+              QStringLiteral("Continue Summary"));
+
+    // Summarize Again drops what was read and begins at the first section.
+    model.requests.clear();
+    model.responder = [](const ScriptedLanguageModel::Request &request) -> ScriptedLanguageModel::Reply {
+        if (request.streamed)
+            return finalSummary;
+        if (request.structured)
+            return record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Launch")});
+        return QStringLiteral("- The launch moves to April.");
+    };
+    rig.click(QStringLiteral("noteDetailSummarizeAgainButton"));
+    ASSERT_TRUE(waitUntil([&] { return note->summary() == finalSummary; }));
+    ASSERT_FALSE(model.requests.isEmpty());
+    EXPECT_TRUE(model.requests.first().prompt.startsWith(LocalSummary::keyPointPrompt(longText.left(200))));
+    EXPECT_EQ(model.requests.size(), 5) << "three sections, the summary and the tags";
+    ASSERT_TRUE(waitUntil([&] { return !showing(QStringLiteral("noteDetailSummaryResumeOffer")); }));
+}
+
+TEST_F(SummaryTabTest, AJobWaitingForTheModelSaysSo)
+{
+    showNote(QStringLiteral("Weekly sync"));
+    // The request waits, as behind an Ask AI answer, before the model takes it up.
+    model.queueWait = 800ms;
+    model.replies = {finalSummary, record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Launch")})};
+    choose(QStringLiteral("Concise"));
+    ASSERT_TRUE(waitUntil([&] { return progressLine() == SummaryTab::waitingText(); }));
+    EXPECT_EQ(progressLine(), QStringLiteral("Waiting for the on-device model to finish another request…"));
+    ASSERT_TRUE(waitUntil([&] { return progressLine() != SummaryTab::waitingText(); }));
+    EXPECT_FALSE(rig.window->alert());
+}
+
+TEST_F(SummaryTabTest, TheTranscriptCannotBeSavedWhileItIsSummarized)
+{
+    const NotePtr note = showNote(QStringLiteral("Weekly sync"));
+    model.replies = {Stall{}};
+    choose(QStringLiteral("Concise"));
+    ASSERT_TRUE(waitUntil([&] { return rig.list().isSummaryJobRunning(); }));
+    rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"))->setCurrentIndex(1);
+    rig.click(QStringLiteral("noteDetailEditTranscriptButton"));
+    auto *editor = rig.window->findChild<QDialog *>(QStringLiteral("transcriptEditor"));
+    ASSERT_TRUE(editor);
+    editor->findChild<QPlainTextEdit *>(QStringLiteral("transcriptEditorText"))
+        ->setPlainText(QStringLiteral("Edited."));
+    QTest::mouseClick(editor->findChild<QPushButton *>(QStringLiteral("transcriptEditorSaveButton")),
+                      Qt::LeftButton);
+    EXPECT_EQ(editor->findChild<QLabel *>(QStringLiteral("transcriptEditorError"))->text(),
+              QStringLiteral("Finish transcription or processing before saving edits."));
+    EXPECT_EQ(note->transcription(), transcript);
+    editor->reject();
+    rig.list().cancelSummary();
+    ASSERT_TRUE(waitUntil([&] { return !rig.list().isGeneratingSummary(); }, 2s));
 }
 
 TEST(SummaryTabProgressTest, EachStageReadsAsAFullLine)

@@ -3,6 +3,7 @@
 
 #include "core/AskNoteConversation.h"
 #include "core/SharedPersistenceController.h"
+#include "prefs/KestilEngagement.h"
 
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -152,9 +153,11 @@ TEST(AskNoteConversationTest, StoppingKeepsTheQuestionWithoutAnAnswerAndALateRes
     rig.model.replies = {ScriptedLanguageModel::Stall{}, QStringLiteral("Friday.")};
     auto conversation = rig.open();
     QSignalSpy ended(conversation.get(), &AskNoteConversation::requestEnded);
+    const int idle = KestilEngagement::shared().processingCount();
     conversation->setInput(QStringLiteral("When do we ship?"));
     conversation->send();
     ASSERT_TRUE(conversation->isRunning());
+    EXPECT_EQ(KestilEngagement::shared().processingCount(), idle + 1) << "an answer is model work";
     EXPECT_FALSE(conversation->canSend()) << "one request at a time";
     EXPECT_FALSE(conversation->conversationActionsEnabled());
     ASSERT_TRUE(waitUntil([&] { return rig.model.requests.size() == 1; }));
@@ -163,6 +166,7 @@ TEST(AskNoteConversationTest, StoppingKeepsTheQuestionWithoutAnAnswerAndALateRes
     EXPECT_FALSE(conversation->isRunning());
     ASSERT_TRUE(waitUntil([&] { return ended.count() == 1; }));
     settle();
+    EXPECT_EQ(KestilEngagement::shared().processingCount(), idle);
     EXPECT_FALSE(conversation->error().has_value()) << "a stop is no failure";
     ASSERT_EQ(conversation->messages().size(), 1);
     EXPECT_EQ(rig.saved().size(), 1) << "the question stays saved";
@@ -181,6 +185,7 @@ TEST(AskNoteConversationTest, ClosingWhileStreamingStopsAndSavesNoAnswer)
     for (int i = 1; i <= 400; ++i)
         many.append(QStringLiteral("word ").repeated(i));
     rig.model.replies = {ScriptedLanguageModel::Stream{many, std::chrono::milliseconds(5)}};
+    const int idle = KestilEngagement::shared().processingCount();
     {
         auto conversation = rig.open();
         conversation->setInput(QStringLiteral("Tell me everything."));
@@ -188,6 +193,8 @@ TEST(AskNoteConversationTest, ClosingWhileStreamingStopsAndSavesNoAnswer)
         ASSERT_TRUE(waitUntil([&] { return !conversation->preview().isEmpty(); }));
     }
     settle();
+    EXPECT_EQ(KestilEngagement::shared().processingCount(), idle)
+        << "a closed window's answer ends its count";
     const QList<LocalChatMessage> stored = rig.saved();
     ASSERT_EQ(stored.size(), 1);
     EXPECT_EQ(stored.at(0).role, QStringLiteral("user"));

@@ -8,7 +8,9 @@
 #include "core/LocalAppModel.h"
 #include "core/NotesListRoles.h"
 #include "core/NotesListViewModel.h"
+#include "core/SummaryCheckpointStore.h"
 #include "generation/LocalSummary.h"
+#include "prefs/KestilEngagement.h"
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
 
@@ -161,7 +163,9 @@ TEST_F(SummaryJobTest, SummarisesTitlesAndTagsANoteAndSavesThemTogether)
     QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
 
     const QDateTime before = QDateTime::currentDateTimeUtc();
+    const int idle = KestilEngagement::shared().processingCount();
     const QFuture<void> job = jobs.generateSummary(note, QStringLiteral("meetings/general"));
+    EXPECT_EQ(KestilEngagement::shared().processingCount(), idle + 1) << "a summary is model work";
     EXPECT_TRUE(jobs.isGeneratingSummary());
     EXPECT_TRUE(jobs.isSummaryJobRunning());
     EXPECT_EQ(jobs.generatingSummaryNoteID(), note->objectId());
@@ -175,6 +179,7 @@ TEST_F(SummaryJobTest, SummarisesTitlesAndTagsANoteAndSavesThemTogether)
     EXPECT_EQ(saves.count(), 0);
 
     ASSERT_TRUE(waitFor(job));
+    EXPECT_EQ(KestilEngagement::shared().processingCount(), idle);
     EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
     EXPECT_FALSE(offMainThread) << "the streaming model is written on the main thread only";
     EXPECT_EQ(stages, (QList<LocalSummaryProgress::Stage>{LocalSummaryProgress::Stage::writing,
@@ -385,24 +390,37 @@ TEST_F(SummaryJobTest, OnlyATitleTheUserDidNotChooseIsReplaced)
     EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
 }
 
-TEST_F(SummaryJobTest, ATitleFailureKeepsTheSummaryAndSaysSo)
+TEST_F(SummaryJobTest, ATitleFailureKeepsTheSummaryAndSaysSoTruly)
 {
     NotesListViewModel &jobs = list();
-    const NotePtr note = makeNote(untitledNoteTitle());
-    QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
-    // "Untitled Note" is no descriptive title.
-    model.replies = {finalSummary, titleRecord(QStringLiteral("Untitled  Note")),
-                     tagsRecord({QStringLiteral("Budget")})};
-    ASSERT_TRUE(summarise(note));
+    const struct {
+        ScriptedLanguageModel::Reply title;
+        QString message;
+    } cases[] = {
+        // "Untitled Note" is no descriptive title.
+        {titleRecord(QStringLiteral("Untitled  Note")),
+         QStringLiteral("Summary saved. Title: The on-device model returned no descriptive title.")},
+        // A model error says the notes are unchanged; after the save only the title is.
+        {LocalError(QStringLiteral("The on-device model's answer did not have the expected form. Your notes "
+                                   "are unchanged.")),
+         QStringLiteral("Summary saved. Title: The on-device model's answer did not have the expected form. "
+                        "The note keeps its title.")},
+    };
+    for (const auto &c : cases) {
+        const NotePtr note = makeNote(untitledNoteTitle());
+        QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
+        jobs.setShowSyncError(false);
+        model.replies = {finalSummary, c.title, tagsRecord({QStringLiteral("Budget")})};
+        ASSERT_TRUE(summarise(note));
 
-    EXPECT_TRUE(jobs.showSyncError());
-    EXPECT_EQ(jobs.syncErrorMessage(),
-              QStringLiteral("Summary saved. Title: The on-device model returned no descriptive title."));
-    EXPECT_EQ(note->title(), untitledNoteTitle());
-    EXPECT_EQ(note->summary(), finalSummary);
-    EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Budget")});
-    EXPECT_EQ(storedNote(*note->id())->summary(), finalSummary);
-    EXPECT_EQ(completions.count(), 1);
+        EXPECT_TRUE(jobs.showSyncError());
+        EXPECT_EQ(jobs.syncErrorMessage(), c.message);
+        EXPECT_EQ(note->title(), untitledNoteTitle());
+        EXPECT_EQ(note->summary(), finalSummary);
+        EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Budget")});
+        EXPECT_EQ(storedNote(*note->id())->summary(), finalSummary);
+        EXPECT_EQ(completions.count(), 1);
+    }
 }
 
 TEST_F(SummaryJobTest, AFailedTagRequestFallsBackToTagsFromTheTextWithoutAWord)
@@ -517,4 +535,150 @@ TEST_F(SummaryJobTest, AListClosedDuringAJobStopsItsModelWork)
     EXPECT_LT(clock.elapsed(), 1000);
     EXPECT_TRUE(job.isFinished());
     EXPECT_FALSE(note->summary().has_value());
+}
+
+namespace {
+
+// Three sections for the scripted model of a small context.
+QString longTranscript()
+{
+    return transcript.repeated(40).left(12000);
+}
+
+} // namespace
+
+TEST_F(SummaryJobTest, AStoppedJobContinuesFromItsFirstUnfinishedSection)
+{
+    NotesListViewModel &jobs = list();
+    model.contextTokens = 2400;
+    const NotePtr note = makeNote(QStringLiteral("Planning"), longTranscript());
+    const SummaryCheckpointStore kept(root.path());
+    model.replies = {QStringLiteral("Fact one."), Stall{}};
+    const QFuture<void> job = jobs.generateSummary(note, QStringLiteral("meetings/general"));
+    // The first section's key points are kept as soon as they are there.
+    ASSERT_TRUE(waitUntil([&] {
+        const SummaryCheckpointStore::Read read = kept.read(*note->id());
+        return read.stored && read.stored->checkpoint.facts.size() == 1;
+    }));
+    jobs.cancelSummary();
+    ASSERT_TRUE(waitFor(job, 2s));
+
+    const std::optional<NotesListViewModel::SummaryResumeOffer> offer = jobs.summaryResumeOffer(note);
+    ASSERT_TRUE(offer);
+    EXPECT_EQ(offer->templateKey, QStringLiteral("meetings/general"));
+    EXPECT_EQ(offer->completed, 1);
+    EXPECT_EQ(offer->total, 3);
+    const QStringList sections = *kept.read(*note->id()).stored->checkpoint.sections;
+
+    model.requests.clear();
+    model.replies = {QStringLiteral("Fact two."), QStringLiteral("Fact three."), finalSummary,
+                     tagsRecord({QStringLiteral("Budget")})};
+    ASSERT_TRUE(waitFor(jobs.continueSummary(note)));
+    EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
+    ASSERT_EQ(model.requests.size(), 4);
+    EXPECT_EQ(model.requests.at(0).prompt, LocalSummary::keyPointPrompt(sections.at(1)));
+    EXPECT_EQ(model.requests.at(1).prompt, LocalSummary::keyPointPrompt(sections.at(2)));
+    EXPECT_EQ(model.requests.at(2).prompt,
+              LocalSummary::finalPrompt(QStringLiteral("Fact one.\n\nFact two.\n\nFact three."),
+                                        LocalSummaryTemplate::meeting));
+    EXPECT_EQ(note->summary(), finalSummary);
+    // A saved summary leaves nothing to continue.
+    EXPECT_EQ(kept.read(*note->id()).state, SummaryCheckpointStore::State::absent);
+    EXPECT_FALSE(jobs.summaryResumeOffer(note));
+}
+
+TEST_F(SummaryJobTest, AKeptSummaryThatCanNoLongerGoOnIsDiscardedWithASentence)
+{
+    const SummaryCheckpointStore kept(root.path());
+    const QString edited =
+        QStringLiteral("The unfinished summary of “Planning” was discarded because its "
+                       "transcript was edited after the summary began; the note is unchanged.");
+    const struct {
+        const char *what;
+        std::function<void(const NotePtr &)> change;
+        QString message;
+    } cases[] = {
+        {"edited transcript",
+         [&](const NotePtr &note) {
+             note->setValue(QStringLiteral("transcription"), QStringLiteral("Another text."));
+             store().save();
+         },
+         edited},
+        {"another model",
+         [&](const NotePtr &) { model.identityValue = QStringLiteral("other-model.gguf:1"); },
+         QStringLiteral(
+             "The unfinished summary of “Planning” was discarded because it was begun with another "
+             "on-device model; the note is unchanged.")},
+        {"corrupt file",
+         [&](const NotePtr &note) {
+             QFile file(kept.path(*note->id()));
+             ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+             file.write("{\"version\":1,\"noteID\":\"");
+         },
+         QStringLiteral("The saved progress of an unfinished summary could not be read, so it was discarded; "
+                        "your notes are unchanged.")},
+        {"newer version",
+         [&](const NotePtr &note) {
+             QFile file(kept.path(*note->id()));
+             ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+             file.write("{\"version\":7}");
+         },
+         QStringLiteral(
+             "The saved progress of an unfinished summary was written by a newer version of Kestil, "
+             "so it was discarded; your notes are unchanged.")},
+        {"deleted note",
+         [&](const NotePtr &note) {
+             store().deleteNote(note);
+             app->refreshNotes();
+         },
+         QStringLiteral(
+             "The saved progress of an unfinished summary belonged to a note that no longer exists, "
+             "so it was discarded.")},
+    };
+    for (const auto &c : cases) {
+        model.identityValue = QStringLiteral("scripted-model");
+        const NotePtr note = makeNote(QStringLiteral("Planning"));
+        const QUuid id = *note->id();
+        kept.save(
+            {id, model.identityValue, LocalSummaryCheckpoint(transcript, LocalSummaryTemplate::meeting)});
+        c.change(note);
+        // The next launch looks at what was kept.
+        NotesListViewModel launched(*app, *recorder, roles, *preferences);
+        launched.setLanguageModel(&model);
+        launched.listAppeared(app->notes(), FolderSelection::all());
+        EXPECT_TRUE(launched.showSyncError()) << c.what;
+        EXPECT_EQ(launched.syncErrorMessage(), c.message) << c.what;
+        EXPECT_EQ(kept.read(id).state, SummaryCheckpointStore::State::absent) << c.what;
+    }
+    // An edit found later, while the program runs, is told when the note is shown.
+    model.identityValue = QStringLiteral("scripted-model");
+    NotesListViewModel &jobs = list();
+    jobs.listAppeared(app->notes(), FolderSelection::all());
+    const NotePtr note = makeNote(QStringLiteral("Planning"));
+    kept.save({*note->id(), model.identityValue,
+               LocalSummaryCheckpoint(transcript, LocalSummaryTemplate::meeting)});
+    ASSERT_TRUE(jobs.summaryResumeOffer(note));
+    note->setValue(QStringLiteral("transcription"), QStringLiteral("Edited."));
+    store().save();
+    EXPECT_FALSE(jobs.summaryResumeOffer(note));
+    EXPECT_EQ(jobs.syncErrorMessage(), edited);
+}
+
+TEST_F(SummaryJobTest, AKeptSummaryThatCannotBeWrittenLetsTheSummaryGoOnAndSaysSo)
+{
+    NotesListViewModel &jobs = list();
+    // Where the checkpoints go stands a file: every write fails, as on a full disk.
+    QFile blocker(SummaryCheckpointStore(root.path()).directory());
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    const NotePtr note = makeNote(QStringLiteral("Planning"));
+    model.replies = {finalSummary, tagsRecord({QStringLiteral("Budget")})};
+    ASSERT_TRUE(summarise(note));
+
+    EXPECT_EQ(note->summary(), finalSummary);
+    EXPECT_TRUE(jobs.showSyncError());
+    EXPECT_TRUE(jobs.syncErrorMessage().startsWith(QStringLiteral("Summary progress could not be saved: ")))
+        << jobs.syncErrorMessage().toStdString();
+    EXPECT_TRUE(jobs.syncErrorMessage().endsWith(
+        QStringLiteral("The summary goes on, but it cannot be continued after a quit or a crash.")));
 }

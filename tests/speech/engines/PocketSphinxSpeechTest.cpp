@@ -186,6 +186,21 @@ TEST_F(PocketSphinxSpeech, RealSpeechThroughALiveSessionHoldsTheSpokenWords)
     EXPECT_LT(overall, overallBound);
 }
 
+TEST_F(PocketSphinxSpeech, AReadingIsTimedWhereEachPassageStartsWithoutOverlaps)
+{
+    // The first passage starts at 0:13, as in a recording that began with a
+    // pause; the decoder counts its frames from there, not from each utterance.
+    const test::ReadingTrack reading = test::libriVoxReading(13.0, 2.0);
+    auto session = LiveSpeechSession::start(QStringLiteral("en-US"), {}, {}, *preferences_);
+    for (std::size_t at = 0; at < reading.samples.size(); at += 4096) {
+        const std::size_t n = std::min<std::size_t>(4096, reading.samples.size() - at);
+        session->append(reading.samples.data() + at, qsizetype(n * sizeof(float)), 16000);
+        std::this_thread::sleep_for(std::chrono::microseconds(4096 * 1000000LL / 16000 / 4));
+    }
+    const LocalTranscript transcript = session->finish();
+    test::expectTimesOfTheReading(transcript.utterances, reading);
+}
+
 TEST_F(PocketSphinxSpeech, AWholeFileIsTranscribedWithTimesFromItsStart)
 {
     // espeak-ng writes a WAV at 22050 Hz: transcribe() reads and converts it.

@@ -7,6 +7,8 @@
 
 #include <QDir>
 #include <QFile>
+#include <QHash>
+#include <QList>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QString>
@@ -56,6 +58,43 @@ inline QString tinyMultilingualModel()
 inline QString pocketSphinxTestData()
 {
     return QStringLiteral("/usr/share/pocketsphinx/test/data");
+}
+
+// OpenAI's Whisper "base" (multilingual), converted from its CTranslate2 form
+// by Kestil's own import in scripts/test-models.sh, with its record.
+inline QString realWhisperModel()
+{
+    return generatedModel(QStringLiteral("ggml-base.bin"));
+}
+
+// Installs the real model into a data folder's Models/speech/ as an import
+// leaves it: the file (a link to the cached one) and its record.
+inline void installRealWhisperModel(const QString &dataRoot)
+{
+    const QString models = dataRoot + QStringLiteral("/Models/speech");
+    ASSERT_TRUE(QDir().mkpath(models));
+    const QString model = realWhisperModel();
+    ASSERT_TRUE(QFile::link(model, models + QStringLiteral("/ggml-base.bin")));
+    ASSERT_TRUE(QFile::copy(model + QStringLiteral(".verified"), models + QStringLiteral("/ggml-base.bin.verified")));
+}
+
+// The LibriVox recordings of pocketsphinx-testdata with what is said in them.
+struct ReferenceClip {
+    QString path;
+    QString reference;
+};
+
+inline QList<ReferenceClip> libriVoxClips()
+{
+    QFile file(QStringLiteral(KESTIL_TEST_DATA_DIR "/speech/clips.tsv"));
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly | QIODevice::Text));
+    QList<ReferenceClip> clips;
+    for (const QString &line : QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'))) {
+        const QStringList fields = line.split(QLatin1Char('\t'));
+        if (fields.size() == 2 && fields[0].startsWith(QStringLiteral("testdata:librivox/")))
+            clips.append(ReferenceClip{pocketSphinxTestData() + QLatin1Char('/') + fields[0].mid(9), fields[1]});
+    }
+    return clips;
 }
 
 // 16-bit little-endian mono samples as floats.
@@ -199,6 +238,75 @@ inline double wordErrorRate(const QString &reference, const QString &hypothesis)
         }
     }
     return ref.isEmpty() ? (hyp.isEmpty() ? 0.0 : 1.0) : double(d.back().back()) / double(ref.size());
+}
+
+// The LibriVox clips one after the other, as someone reading with pauses:
+// `lead` seconds of quiet room noise first and `pause` seconds of it between
+// clips, at 16 kHz. `starts` holds where each clip begins, in seconds.
+struct ReadingTrack {
+    std::vector<float> samples;
+    std::vector<double> starts;
+    std::vector<double> ends;
+    QString reference;
+};
+
+inline ReadingTrack libriVoxReading(double lead, double pause)
+{
+    ReadingTrack track;
+    track.samples = steadyNoise(lead, 0.0005, 21);
+    unsigned seed = 22;
+    for (const ReferenceClip &clip : libriVoxClips()) {
+        const Clip audio = readAudioFile(clip.path);
+        track.starts.push_back(double(track.samples.size()) / 16000.0);
+        appendTo(track.samples, resample(audio.samples, audio.rate, 16000));
+        track.ends.push_back(double(track.samples.size()) / 16000.0);
+        appendTo(track.samples, steadyNoise(pause, 0.0005, seed++));
+        track.reference += (track.reference.isEmpty() ? QString() : QStringLiteral(" ")) + clip.reference;
+    }
+    return track;
+}
+
+// Runs of `n` words that the text holds more often than the reference does
+// (text that overlapping windows read twice), joined by " | ".
+inline QString repeatedPhrases(const QString &reference, const QString &text, int n = 4)
+{
+    const auto counts = [n](const QStringList &w) {
+        QHash<QString, int> count;
+        for (qsizetype i = 0; i + n <= w.size(); ++i)
+            ++count[w.mid(i, n).join(QLatin1Char(' '))];
+        return count;
+    };
+    const QHash<QString, int> allowed = counts(words(reference));
+    QStringList repeated;
+    const QHash<QString, int> seen = counts(words(text));
+    for (auto it = seen.begin(); it != seen.end(); ++it) {
+        if (it.value() > 1 && it.value() > allowed.value(it.key()))
+            repeated << it.key();
+    }
+    return repeated.join(QStringLiteral(" | "));
+}
+
+// Utterance times are those of the audio: in order without overlaps, each
+// starting within a clip (`slack` seconds before its first sound at most) and
+// each clip's start covered by one.
+template <typename Utterances>
+void expectTimesOfTheReading(const Utterances &utterances, const ReadingTrack &track, double slack = 0.35)
+{
+    ASSERT_FALSE(utterances.isEmpty());
+    for (qsizetype i = 1; i < utterances.size(); ++i)
+        EXPECT_LE(utterances[i - 1].end, utterances[i].start + 1e-9) << "utterance " << i << " overlaps";
+    for (const auto &u : utterances) {
+        bool within = false;
+        for (std::size_t c = 0; c < track.starts.size(); ++c)
+            within = within || (u.start >= track.starts[c] - slack && u.start <= track.ends[c]);
+        EXPECT_TRUE(within) << "an utterance starts at " << u.start << " s, outside every clip";
+    }
+    for (double start : track.starts) {
+        const bool covered = std::any_of(utterances.begin(), utterances.end(), [&](const auto &u) {
+            return u.start <= start + slack && u.end >= start;
+        });
+        EXPECT_TRUE(covered) << "no utterance covers the clip that starts at " << start << " s";
+    }
 }
 
 // An engine whose answers the test writes, for driving a live session.

@@ -1,0 +1,1 @@
+kestil_bench(library_bench LINK kestil_shell)

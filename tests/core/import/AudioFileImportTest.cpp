@@ -1,0 +1,304 @@
+// Audio files becoming notes, on a real store and real folders, transcribed
+// by PocketSphinx (the engine every machine has; Whisper's whole-file reading
+// is measured in the speech tests and the benchmark).
+#include "core/AudioFileImport.h"
+
+#include "capture/DurableAudioWriter.h"
+#include "capture/LocalRecordingManifest.h"
+#include "capture/RecordingFolder.h"
+#include "core/LocalAppModel.h"
+#include "core/NoteTranscript.h"
+#include "core/SharedPersistenceController.h"
+#include "prefs/PreferenceStore.h"
+#include "support/SoundFiles.h"
+#include "support/TmpfsMount.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QEventLoop>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+#include <sndfile.h>
+
+#include <cstdlib>
+
+#include <unistd.h>
+
+QT_BEGIN_NAMESPACE
+inline void PrintTo(const QString &text, std::ostream *out)
+{
+    *out << '"' << text.toStdString() << '"';
+}
+QT_END_NAMESPACE
+
+using namespace kestil;
+
+namespace {
+
+class ApplicationEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override { app_ = std::make_unique<QCoreApplication>(argc_, argv_); }
+    void TearDown() override { app_.reset(); }
+
+private:
+    int argc_ = 1;
+    char name_[32] = "audio_file_import_test";
+    char *argv_[2] = {name_, nullptr};
+    std::unique_ptr<QCoreApplication> app_;
+};
+const auto *const application = ::testing::AddGlobalTestEnvironment(new ApplicationEnvironment);
+
+const QString speechClip = QStringLiteral(
+    "/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-0880.wav");
+
+struct Outcome {
+    bool began = false;
+    bool transcribed = false;
+    QString message;
+};
+
+// A library on `root` (a temporary folder unless given) whose data folder
+// holds no whisper model, so that PocketSphinx transcribes.
+class AudioFileImportTest : public ::testing::Test {
+protected:
+    void SetUp() override { open(dir_.path() + QStringLiteral("/Kestil")); }
+    void TearDown() override { qunsetenv("KESTIL_DATA_DIR"); }
+
+    void open(const QString &root)
+    {
+        import_.reset();
+        app_.reset();
+        root_ = root;
+        QDir().mkpath(root_);
+        qputenv("KESTIL_DATA_DIR", root_.toUtf8());
+        preferences_ = std::make_unique<PreferenceStore>(dir_.path() + QStringLiteral("/config"));
+        LaunchEnvironment environment;
+        environment.root = root_;
+        environment.languageModelAvailability = [] { return LanguageModelAvailability::available; };
+        app_ = std::make_unique<LocalAppModel>(environment);
+        import_ = std::make_unique<AudioFileImport>(*app_, *preferences_);
+    }
+
+    // Runs an import to its end; `during` is called on each change of stage.
+    Outcome run(const QString &path, std::function<void(AudioFileImport &)> during = {})
+    {
+        Outcome outcome;
+        QEventLoop loop;
+        QObject::connect(import_.get(), &AudioFileImport::finished, &loop, [&](bool transcribed, const QString &m) {
+            outcome.transcribed = transcribed;
+            outcome.message = m;
+            loop.quit();
+        });
+        QObject::connect(import_.get(), &AudioFileImport::progressChanged, &loop, [&] {
+            if (during)
+                during(*import_);
+        });
+        QTimer::singleShot(120000, &loop, &QEventLoop::quit);
+        outcome.began = import_->start(path);
+        if (outcome.began)
+            loop.exec();
+        return outcome;
+    }
+
+    QList<NotePtr> notes() { return app_->store()->fetchNotes(); }
+
+    QString file(const QString &name) const { return dir_.filePath(name); }
+
+    QTemporaryDir dir_;
+    QString root_;
+    std::unique_ptr<PreferenceStore> preferences_;
+    std::unique_ptr<LocalAppModel> app_;
+    std::unique_ptr<AudioFileImport> import_;
+};
+
+test::SoundFile speech()
+{
+    return *test::readSoundFile(speechClip);
+}
+
+} // namespace
+
+TEST_F(AudioFileImportTest, AFileBecomesANoteWithItsAudioStoredAsARecordingAndItsTranscript)
+{
+    // FLAC at 44.1 kHz in stereo: decoded, mixed to mono, stored at its own rate.
+    const test::SoundFile clip = speech();
+    std::vector<float> stereo;
+    const std::vector<float> at441 = [&] {
+        std::vector<float> out;
+        for (std::size_t i = 0; i < std::size_t(clip.frames() * 44100 / 16000); ++i)
+            out.push_back(clip.samples[std::min<std::size_t>(clip.samples.size() - 1, i * 16000 / 44100)]);
+        return out;
+    }();
+    for (float s : at441)
+        stereo.insert(stereo.end(), {s, s});
+    const QString flac = file(QStringLiteral("Young man.flac"));
+    ASSERT_TRUE(test::writeSoundFile(flac, SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 44100, 2, stereo));
+
+    std::vector<QString> stages;
+    const Outcome outcome = run(flac, [&](AudioFileImport &i) {
+        stages.push_back(i.stage() == AudioFileImport::Stage::copying ? "copying" : "transcribing");
+    });
+    ASSERT_TRUE(outcome.began);
+    EXPECT_TRUE(outcome.transcribed) << outcome.message.toStdString();
+    EXPECT_EQ(outcome.message, QStringLiteral("“Young man.flac” is imported and transcribed."));
+    ASSERT_FALSE(stages.empty());
+    EXPECT_EQ(stages.front(), "copying");
+    EXPECT_EQ(stages.back(), "transcribing");
+
+    const QList<NotePtr> all = notes();
+    ASSERT_EQ(all.size(), 1);
+    const NotePtr note = all.first();
+    EXPECT_EQ(note->title().value_or(QString()), QStringLiteral("Young man"));
+    EXPECT_EQ(note->sourceURL().value_or(QString()), QStringLiteral("Recordings/") + RecordingFolder::uuidText(*note->id()));
+    EXPECT_TRUE(note->transcription().value_or(QString()).contains(QStringLiteral("young man")))
+        << note->transcription().value_or(QString()).toStdString();
+    const QList<TranscriptUtterance> utterances = transcriptUtterances(*note);
+    ASSERT_FALSE(utterances.isEmpty());
+    EXPECT_LE(utterances.last().end.value_or(99), double(at441.size()) / 44100 + 0.01);
+
+    const QString noteFolder = RecordingFolder::noteFolder(root_, *note->id());
+    const QStringList segments = QDir(noteFolder).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    ASSERT_EQ(segments.size(), 1);
+    const QString segment = noteFolder + QLatin1Char('/') + segments.first();
+    const auto manifest = LocalRecordingManifest::read(segment);
+    EXPECT_TRUE(manifest.complete);
+    EXPECT_EQ(manifest.sampleRate, 44100.0);
+    EXPECT_EQ(DurableAudioWriter::frameCount(segment), qint64(at441.size()));
+    EXPECT_TRUE(DurableAudioWriter::hasValidFinalAudio(segment, manifest));
+    const std::vector<float> raw = test::readRawAudio(RecordingFolder::rawAudioPath(segment));
+    EXPECT_NEAR(raw[1000], at441[1000], 1.0 / 32768 + 1e-6) << "the samples themselves, mixed to mono";
+}
+
+TEST_F(AudioFileImportTest, FilesThatAreNoUsableAudioAreRefusedBeforeAnythingIsWritten)
+{
+    QFile text(file(QStringLiteral("notes.wav")));
+    ASSERT_TRUE(text.open(QIODevice::WriteOnly));
+    text.write("This is a shopping list, not a recording.\n");
+    text.close();
+    QFile empty(file(QStringLiteral("empty.flac")));
+    ASSERT_TRUE(empty.open(QIODevice::WriteOnly));
+    empty.close();
+    // A name that is not UTF-8 arrives with a replacement character.
+    const QByteArray latin1 = QFile::encodeName(dir_.path()) + "/caf\xe9.wav";
+    {
+        SF_INFO info{};
+        info.samplerate = 16000;
+        info.channels = 1;
+        info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+        SNDFILE *f = sf_open(latin1.constData(), SFM_WRITE, &info);
+        ASSERT_NE(f, nullptr);
+        sf_close(f);
+    }
+    const struct {
+        QString path;
+        QString message;
+    } cases[] = {
+        {file(QStringLiteral("notes.wav")),
+         QStringLiteral("“notes.wav” is not an audio file Kestil can read. Choose a WAV, FLAC, Ogg, Opus or MP3 "
+                        "file. Nothing was imported.")},
+        {file(QStringLiteral("empty.flac")),
+         QStringLiteral("“empty.flac” is empty: it holds no audio. Nothing was imported.")},
+        {QFile::decodeName(latin1),
+         QStringLiteral("The name of “caf\uFFFD.wav” is not valid UTF-8, so Kestil cannot open it. Rename the file "
+                        "and import it again. Nothing was imported.")},
+        {file(QStringLiteral("missing.mp3")), QStringLiteral("“missing.mp3” could not be found. Nothing was imported.")},
+    };
+    for (const auto &c : cases) {
+        const Outcome outcome = run(c.path);
+        EXPECT_FALSE(outcome.began);
+        EXPECT_EQ(outcome.message, c.message);
+    }
+    EXPECT_TRUE(notes().isEmpty());
+    EXPECT_FALSE(QDir(root_ + QStringLiteral("/Recordings")).exists() &&
+                 !QDir(root_ + QStringLiteral("/Recordings")).isEmpty());
+    ::unlink(latin1.constData());
+}
+
+TEST_F(AudioFileImportTest, ATruncatedFlacKeepsWhatCouldBeDecodedAndSaysSo)
+{
+    const QString flac = file(QStringLiteral("cut.flac"));
+    ASSERT_TRUE(test::writeSoundFile(flac, SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 16000, 1, speech().samples));
+    QFile whole(flac);
+    ASSERT_TRUE(whole.open(QIODevice::ReadWrite));
+    ASSERT_TRUE(whole.resize(whole.size() / 2));
+    whole.close();
+    const Outcome outcome = run(flac);
+    ASSERT_TRUE(outcome.began);
+    EXPECT_TRUE(outcome.message.contains(QStringLiteral("The file ends early: the first 0:0")))
+        << outcome.message.toStdString();
+    ASSERT_EQ(notes().size(), 1);
+}
+
+TEST_F(AudioFileImportTest, EightChannelsAt192kHzAreMixedAndStoredAt48kHz)
+{
+    const test::SoundFile clip = speech();
+    std::vector<float> wide;
+    for (std::size_t i = 0; i < std::size_t(clip.frames()) * 12; ++i) {
+        const float s = clip.samples[i / 12];
+        for (int c = 0; c < 8; ++c)
+            wide.push_back(c < 2 ? s : 0.0f);
+    }
+    const QString wav = file(QStringLiteral("studio.wav"));
+    ASSERT_TRUE(test::writeSoundFile(wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 192000, 8, wide));
+    const Outcome outcome = run(wav);
+    EXPECT_TRUE(outcome.transcribed) << outcome.message.toStdString();
+    const NotePtr note = notes().value(0);
+    ASSERT_TRUE(note);
+    const QString noteFolder = RecordingFolder::noteFolder(root_, *note->id());
+    const QString segment =
+        noteFolder + QLatin1Char('/') + QDir(noteFolder).entryList(QDir::Dirs | QDir::NoDotAndDotDot).value(0);
+    EXPECT_EQ(LocalRecordingManifest::read(segment).sampleRate, 48000.0);
+    EXPECT_NEAR(double(DurableAudioWriter::frameCount(segment)) / 48000.0, double(clip.frames()) / 16000.0, 0.01);
+}
+
+TEST_F(AudioFileImportTest, AFileLargerThanTheFreeSpaceIsRefusedUpFront)
+{
+    test::TmpfsMount disk(8 << 20);
+    if (!disk.mounted())
+        GTEST_SKIP() << disk.error().toStdString();
+    open(disk.path() + QStringLiteral("/Kestil"));
+    // Two minutes at 48 kHz: 46 MB as a recording, far more than the disk.
+    const QString wav = file(QStringLiteral("long.wav"));
+    ASSERT_TRUE(test::writeSoundFile(wav, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1,
+                                     test::sine(220, 48000, 48000 * 120, 0.2f)));
+    const Outcome outcome = run(wav);
+    EXPECT_FALSE(outcome.began);
+    EXPECT_TRUE(outcome.message.startsWith(QStringLiteral("“long.wav” needs about ")));
+    EXPECT_TRUE(outcome.message.endsWith(QStringLiteral("Free some space and import it again. Nothing was imported.")));
+    EXPECT_TRUE(notes().isEmpty());
+}
+
+TEST_F(AudioFileImportTest, CancellingWhileCopyingLeavesNothingAndWhileTranscribingKeepsTheNote)
+{
+    // A minute and a half of speech: long enough to cancel midway.
+    std::vector<float> audio;
+    const test::SoundFile clip = speech();
+    while (audio.size() < std::size_t(16000 * 90))
+        audio.insert(audio.end(), clip.samples.begin(), clip.samples.end());
+    const QString wav = file(QStringLiteral("lecture.wav"));
+    ASSERT_TRUE(test::writeSoundFile(wav, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 16000, 1, audio));
+
+    // As soon as the note exists, before a sample is copied.
+    const auto cancelAtOnce =
+        QObject::connect(import_.get(), &AudioFileImport::noteCreated, import_.get(), &AudioFileImport::cancel);
+    const Outcome copying = run(wav);
+    QObject::disconnect(cancelAtOnce);
+    EXPECT_EQ(copying.message, QStringLiteral("The import of “lecture.wav” was cancelled. Nothing was imported."));
+    EXPECT_TRUE(notes().isEmpty());
+
+    const Outcome transcribing = run(wav, [](AudioFileImport &i) {
+        if (i.stage() == AudioFileImport::Stage::transcribing && i.progress() > 0.2)
+            i.cancel();
+    });
+    EXPECT_EQ(transcribing.message, QStringLiteral("The transcription of “lecture.wav” was cancelled. The note keeps "
+                                                   "all its audio and the text transcribed so far."));
+    ASSERT_EQ(notes().size(), 1);
+    const NotePtr note = notes().first();
+    EXPECT_FALSE(note->transcription().value_or(QString()).isEmpty()) << "text saved as it came";
+    EXPECT_NEAR(DurableAudioWriter::recordedDuration(RecordingFolder::noteFolder(root_, *note->id())),
+                double(audio.size()) / 16000, 0.01);
+}

@@ -1,0 +1,151 @@
+// The unfinished summaries kept beside the store: one file per note, replaced
+// in one step, read back with every way a file can be unusable told apart.
+#include "core/SummaryCheckpointStore.h"
+
+#include "base/Error.h"
+#include "support/TmpfsMount.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace kestil;
+
+namespace {
+
+using State = SummaryCheckpointStore::State;
+
+StoredSummaryCheckpoint stored(const QUuid &note, const QString &input, int facts = 1)
+{
+    LocalSummaryCheckpoint checkpoint(input, LocalSummaryTemplate::meeting);
+    checkpoint.sections = QStringList{input.left(input.size() / 2), input.mid(input.size() / 2)};
+    for (int i = 0; i < facts; ++i)
+        checkpoint.facts.append(QStringLiteral("Fact %1.").arg(i));
+    return {note, QStringLiteral("model.gguf:1234"), checkpoint};
+}
+
+void writeFile(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+} // namespace
+
+TEST(SummaryCheckpointStore, KeepsOneFilePerNoteAndReplacesIt)
+{
+    QTemporaryDir root;
+    const SummaryCheckpointStore store(root.path());
+    const QUuid note = QUuid::createUuid();
+    EXPECT_EQ(store.read(note).state, State::absent);
+
+    store.save(stored(note, QStringLiteral("First transcript, long enough to cut.")));
+    const StoredSummaryCheckpoint second = stored(note, QStringLiteral("Second transcript “quoted”."), 2);
+    store.save(second);
+    const SummaryCheckpointStore::Read read = store.read(note);
+    ASSERT_EQ(read.state, State::readable);
+    EXPECT_EQ(read.stored, second);
+    EXPECT_EQ(QDir(store.directory()).entryList(QDir::Files),
+              QStringList{note.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".json")});
+    EXPECT_EQ(store.noteIDs(), QList<QUuid>{note});
+
+    store.remove(note);
+    EXPECT_EQ(store.read(note).state, State::absent);
+    store.remove(note); // a missing file is no failure
+}
+
+TEST(SummaryCheckpointStore, TellsUnusableFilesApart)
+{
+    QTemporaryDir root;
+    const SummaryCheckpointStore store(root.path());
+    const QUuid note = QUuid::createUuid();
+    const QByteArray id = note.toString(QUuid::WithoutBraces).toUpper().toUtf8();
+    const QByteArray checkpoint = stored(note, QStringLiteral("Text")).checkpoint.toJson();
+    const struct {
+        const char *what;
+        QByteArray bytes;
+        State state;
+    } cases[] = {
+        {"whole",
+         "{\"version\":1,\"noteID\":\"" + id + "\",\"model\":\"m\",\"checkpoint\":" + checkpoint + "}",
+         State::readable},
+        {"cut off", "{\"version\":1,\"noteID\":\"" + id + "\",\"model\":\"m\",\"checkpoint\":{\"input\":\"Te",
+         State::unreadable},
+        {"not JSON", "\x01\x02garbage", State::unreadable},
+        {"empty", "", State::unreadable},
+        {"newer", "{\"version\":2,\"somethingNew\":true}", State::newerVersion},
+        {"no version", "{\"noteID\":\"" + id + "\",\"model\":\"m\",\"checkpoint\":" + checkpoint + "}",
+         State::unreadable},
+        {"another note",
+         "{\"version\":1,\"noteID\":\"" + QUuid::createUuid().toString(QUuid::WithoutBraces).toUtf8() +
+             "\",\"model\":\"m\",\"checkpoint\":" + checkpoint + "}",
+         State::unreadable},
+        {"checkpoint without facts",
+         "{\"version\":1,\"noteID\":\"" + id +
+             "\",\"model\":\"m\",\"checkpoint\":{\"input\":\"a\",\"templateKey\":\"b\",\"source\":\"a\","
+             "\"pass\":0}}",
+         State::unreadable},
+    };
+    for (const auto &c : cases) {
+        writeFile(store.path(note), c.bytes);
+        EXPECT_EQ(store.read(note).state, c.state) << c.what;
+    }
+}
+
+TEST(SummaryCheckpointStore, AWriteKilledHalfWayLeavesTheOneBefore)
+{
+    QTemporaryDir root;
+    const SummaryCheckpointStore store(root.path());
+    const QUuid note = QUuid::createUuid();
+    // Large enough that the kill lands inside a write now and then.
+    const StoredSummaryCheckpoint a = stored(note, QStringLiteral("Alpha words. ").repeated(200000));
+    const StoredSummaryCheckpoint b = stored(note, QStringLiteral("Beta words. ").repeated(200000), 3);
+    store.save(a);
+    for (int round = 0; round < 3; ++round) {
+        const pid_t child = fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            for (int i = 0;; ++i)
+                store.save(i % 2 ? a : b);
+        }
+        usleep(useconds_t(150000 + round * 70000));
+        kill(child, SIGKILL);
+        int status = 0;
+        waitpid(child, &status, 0);
+        const SummaryCheckpointStore::Read read = store.read(note);
+        ASSERT_EQ(read.state, State::readable) << "round " << round;
+        EXPECT_TRUE(read.stored == a || read.stored == b);
+    }
+    // The next launch clears what the cut-off writes left.
+    store.removeLeftovers();
+    EXPECT_EQ(QDir(store.directory()).entryList(QDir::Files | QDir::Hidden).size(), 1);
+    EXPECT_EQ(store.read(note).state, State::readable);
+}
+
+TEST(SummaryCheckpointStore, AFullDiskFailsTheWriteAndKeepsTheOneBefore)
+{
+    test::TmpfsMount disk(256 << 10);
+    if (!disk.mounted())
+        GTEST_SKIP() << disk.error().toStdString();
+    const SummaryCheckpointStore store(disk.path());
+    const QUuid note = QUuid::createUuid();
+    const StoredSummaryCheckpoint small = stored(note, QStringLiteral("A short transcript."));
+    store.save(small);
+    try {
+        store.save(stored(note, QStringLiteral("A long transcript. ").repeated(40000)));
+        FAIL() << "a write larger than the disk succeeded";
+    } catch (const SystemError &error) {
+        EXPECT_TRUE(error.localizedDescription().startsWith(QStringLiteral("Kestil could not write “")))
+            << error.localizedDescription().toStdString();
+    }
+    EXPECT_EQ(store.read(note).stored, small);
+    EXPECT_EQ(QDir(store.directory()).entryList(QDir::Files | QDir::Hidden).size(), 1);
+}

@@ -1,0 +1,216 @@
+#include "StoreTestSupport.h"
+
+#include "core/Note.h"
+#include "core/TranscriptSearchIndex.h"
+#include "library/SearchFold.h"
+
+#include <QRandomGenerator>
+
+using namespace kestil;
+using namespace kestil::testing;
+
+namespace {
+
+// Words that fold in every way the comparison knows: full folding (ß, ﬁ),
+// look-alike letters (the Kelvin and micro signs), final sigma, composed and
+// decomposed accents, the Turkish i's, scripts without case, symbols outside
+// the basic plane, and punctuation.
+const QStringList &vocabulary()
+{
+    static const QStringList words{
+        QStringLiteral("Straße"), QStringLiteral("STRASSE"), QStringLiteral("ﬁnal"), QStringLiteral("FINAL"),
+        QStringLiteral("200\u212A"), QStringLiteral("5µs"), QStringLiteral("ΌΣΟΣ"), QStringLiteral("όσος"),
+        QStringLiteral("café"), QStringLiteral("cafe\u0301"), QStringLiteral("İstanbul"), QStringLiteral("ılık"),
+        QStringLiteral("Zoë"), QStringLiteral("日本語"), QStringLiteral("שלום"), QStringLiteral("🚀"),
+        QStringLiteral("O'Brien"), QStringLiteral("e-mail"), QStringLiteral("AT&T"), QStringLiteral("\"quoted\""),
+        QStringLiteral("budget"), QStringLiteral("Budget,"), QStringLiteral("meeting."), QStringLiteral("?!"),
+        QStringLiteral("—"), QStringLiteral("…"), QStringLiteral("Q3"), QStringLiteral("the"), QStringLiteral("and"),
+        QStringLiteral("roadmap"), QStringLiteral("ǅungla"), QStringLiteral("x"), QStringLiteral("naïve")};
+    return words;
+}
+
+QString recased(const QString &word, QRandomGenerator &random)
+{
+    switch (random.bounded(4)) {
+    case 0:
+        return word.toUpper();
+    case 1:
+        return word.toLower();
+    default:
+        return word;
+    }
+}
+
+QString generatedTranscript(QRandomGenerator &random, int words)
+{
+    QStringList parts;
+    for (int i = 0; i < words; ++i)
+        parts << recased(vocabulary()[int(random.bounded(vocabulary().size()))], random);
+    return parts.join(random.bounded(5) == 0 ? QStringLiteral(", ") : QStringLiteral(" "));
+}
+
+// A piece of a text, cut at characters (not halves of surrogate pairs).
+QString pieceOf(const QString &text, QRandomGenerator &random, int longest)
+{
+    const QList<uint> points = text.toUcs4();
+    if (points.isEmpty())
+        return QStringLiteral("x");
+    const int start = int(random.bounded(points.size()));
+    const int length = 1 + int(random.bounded(std::min<int>(longest, int(points.size()) - start)));
+    return QString::fromUcs4(reinterpret_cast<const char32_t *>(points.constData() + start), length);
+}
+
+class TranscriptSearchTest : public ::testing::Test {
+protected:
+    TempRoot root;
+    std::unique_ptr<SharedPersistenceController> store = root.open();
+
+    NotePtr addNote(const QString &transcript)
+    {
+        auto note = store->createNote(QStringLiteral("n"), transcript, QUuid::createUuid(), QStringLiteral("local"));
+        return note;
+    }
+
+    // Every note whose transcript contains the query by the exact definition,
+    // against what the store answers.
+    void expectAgreement(const QString &query)
+    {
+        const QString trimmed = query.trimmed();
+        if (trimmed.isEmpty())
+            return;
+        const auto fast = store->transcriptSearch(trimmed);
+        const SearchFold fold;
+        int matches = 0;
+        for (const NotePtr &note : store->fetchNotes()) {
+            const bool exact = fold.contains(note->transcription().value_or(QString()), trimmed);
+            matches += exact ? 1 : 0;
+            ASSERT_EQ(fast(*note), exact) << "query: " << trimmed.toStdString()
+                                          << " transcript: " << note->transcription()->left(200).toStdString();
+        }
+        ++queries;
+        queriesWithMatches += matches > 0 ? 1 : 0;
+    }
+
+    int queries = 0;
+    int queriesWithMatches = 0;
+};
+
+TEST_F(TranscriptSearchTest, IndexAnswersExactlyAsTheDefinitionOnAGeneratedLibrary)
+{
+    QRandomGenerator random(20240314);
+    QList<NotePtr> notes;
+    // Short transcripts are indexed as they are saved, long ones later.
+    for (int i = 0; i < 90; ++i)
+        notes << addNote(generatedTranscript(random, 10 + int(random.bounded(i % 3 == 0 ? 1500 : 300))));
+    EXPECT_GT(store->indexTranscripts(0), 0) << "long transcripts wait for the idle indexer";
+    while (store->indexTranscripts(1000) > 0) {
+    }
+    // Some change afterwards: saved (out of the index again), unsaved (in
+    // memory only) and deleted.
+    for (int i = 0; i < 12; ++i) {
+        notes[i * 7]->setValue(QStringLiteral("transcription"), generatedTranscript(random, 400));
+    }
+    store->save();
+    notes[1]->setValue(QStringLiteral("transcription"), QStringLiteral("only in memory: Straße"));
+    for (int i = 0; i < 4; ++i)
+        store->deleteNote(notes[80 + i]);
+    notes << addNote(QString()) << addNote(QStringLiteral("   "));
+
+    QStringList fixed{QStringLiteral("ss"),       QStringLiteral("SS"),      QStringLiteral("ﬁ"),
+                      QStringLiteral("fi"),       QStringLiteral("k"),       QStringLiteral("μ"),
+                      QStringLiteral("Σ"),        QStringLiteral("ς"),       QStringLiteral(", "),
+                      QStringLiteral("?!"),       QStringLiteral("\""),      QStringLiteral("I"),
+                      QStringLiteral("i̇"),        QStringLiteral("e\u0301"), QStringLiteral("é"),
+                      QStringLiteral("🚀"),       QStringLiteral("日"),      QStringLiteral("only in memory"),
+                      QStringLiteral("zzzz"),     QStringLiteral("café naïve"), QString(10000, QLatin1Char('a'))};
+    for (const QString &query : fixed)
+        expectAgreement(query);
+    for (int i = 0; i < 250; ++i) {
+        const QString source = notes[int(random.bounded(notes.size()))]->transcription().value_or(QString());
+        QString query = pieceOf(source, random, i % 10 == 0 ? 120 : 12);
+        expectAgreement(random.bounded(2) ? query.toUpper() : query);
+    }
+    EXPECT_GT(queriesWithMatches, queries / 2) << "the queries must mostly find something to compare";
+}
+
+TEST_F(TranscriptSearchTest, TranscriptsStayInTheStoreUntilRead)
+{
+    const QString transcript = QString(60000, QLatin1Char('w'));
+    const QUuid id = addNote(transcript)->id().value();
+    store = root.open();
+    const NotePtr note = store->noteWithId(id);
+    ASSERT_TRUE(note);
+    EXPECT_TRUE(note->isUnread(QStringLiteral("transcription")));
+    EXPECT_TRUE(note->isUnread(QStringLiteral("transcriptUtterancesJSON")));
+
+    // Another field's save leaves the unread transcript as stored.
+    note->setValue(QStringLiteral("title"), QStringLiteral("Renamed"));
+    store->save();
+    store = root.open();
+    const NotePtr again = store->noteWithId(id);
+    EXPECT_EQ(again->title(), QStringLiteral("Renamed"));
+    EXPECT_EQ(again->transcription(), transcript);
+    EXPECT_FALSE(again->hasUnsavedValue(QStringLiteral("transcription")));
+
+    // A failed save puts back the value that was read, not an empty one.
+    again->setValue(QStringLiteral("transcription"), QStringLiteral("edited"));
+    failWrites(*store, QStringLiteral("note"), QStringLiteral("UPDATE"));
+    EXPECT_THROW(store->save(), SystemError);
+    store->context().rollback();
+    EXPECT_EQ(again->transcription(), transcript);
+}
+
+TEST(TranscriptSearchMigrationTest, AStoreOfThePreviousSchemaGainsTheIndex)
+{
+    TempRoot root;
+    {
+        auto old = SqliteStore::openAtVersionForTesting(root.file(QStringLiteral("KestilNotes.sqlite")), 2);
+        ASSERT_EQ(old->schemaVersion(), 2);
+        ASSERT_EQ(sqlite3_exec(old->handle(),
+                               "INSERT INTO note (pk, id, title, transcription, timestamp) VALUES "
+                               "(1, 'A5A5A5A5-0000-4000-8000-000000000001', 'Old', 'Die Straße am Fluss', 0),"
+                               "(2, 'A5A5A5A5-0000-4000-8000-000000000002', 'Older', 'nothing here', 0)",
+                               nullptr, nullptr, nullptr),
+                  SQLITE_OK);
+    }
+    auto store = root.open();
+    ASSERT_TRUE(store->ready());
+    EXPECT_EQ(store->store()->schemaVersion(), SqliteStore::latestSchemaVersion());
+    const QList<NotePtr> notes = store->fetchNotes();
+    ASSERT_EQ(notes.size(), 2);
+    const auto search = [&](const QString &query) {
+        QStringList found;
+        const auto matches = store->transcriptSearch(query);
+        for (const NotePtr &note : store->fetchNotes()) {
+            if (matches(*note))
+                found << note->title().value_or(QString());
+        }
+        return found;
+    };
+    EXPECT_EQ(store->indexTranscripts(0), 2) << "old transcripts wait for the index";
+    EXPECT_EQ(search(QStringLiteral("STRASSE")), QStringList{QStringLiteral("Old")}) << "read while unindexed";
+    EXPECT_EQ(store->indexTranscripts(1000), 0);
+    EXPECT_EQ(search(QStringLiteral("STRASSE")), QStringList{QStringLiteral("Old")});
+    EXPECT_EQ(search(QStringLiteral("ß")), QStringList{QStringLiteral("Old")}) << "ß folds to ss";
+    EXPECT_EQ(search(QStringLiteral("ss")), QStringList{QStringLiteral("Old")});
+}
+
+TEST(TranscriptSearchMigrationTest, AnIndexMadeUnderOtherFoldingRulesStartsAgain)
+{
+    TempRoot root;
+    {
+        auto store = root.open();
+        store->createNote(QStringLiteral("t"), QStringLiteral("ılık su"), QUuid::createUuid(), QStringLiteral("local"));
+        EXPECT_EQ(store->indexTranscripts(0), 0);
+    }
+    const QLocale before;
+    QLocale::setDefault(QLocale(QLocale::Turkish, QLocale::Turkey));
+    auto store = root.open();
+    EXPECT_EQ(store->store()->transcriptSearch().fold().rule(), SearchFold::Rule::turkic);
+    EXPECT_EQ(store->indexTranscripts(0), 1);
+    EXPECT_EQ(store->indexTranscripts(1000), 0);
+    EXPECT_TRUE(store->transcriptSearch(QStringLiteral("ILIK"))(*store->fetchNotes().first()));
+    QLocale::setDefault(before);
+}
+
+} // namespace

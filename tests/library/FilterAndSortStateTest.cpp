@@ -1,0 +1,315 @@
+#include "library/FilterAndSortState.h"
+
+#include <QHash>
+#include <QLocale>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+
+namespace {
+
+const QDateTime now = QDateTime(QDate(2024, 3, 14), QTime(15, 0)).toUTC();
+
+// A note as the list reads it, with its transcript beside it for the exact
+// test of the search.
+struct Sample {
+    QString title;
+    std::optional<int> hoursAgo = 0;
+    QStringList tags;
+    QString transcript;
+    std::optional<QUuid> folder;
+    bool titleMissing = false;
+};
+
+struct Library {
+    QList<ListedNote> notes;
+    QHash<qsizetype, QString> transcripts;
+
+    explicit Library(const QList<Sample> &samples)
+    {
+        for (const Sample &s : samples) {
+            ListedNote note;
+            note.key = notes.size();
+            note.title = s.titleMissing ? std::nullopt : std::optional<QString>(s.title);
+            note.timestamp = s.hoursAgo ? std::optional<QDateTime>(now.addSecs(-3600 * *s.hoursAgo)) : std::nullopt;
+            note.hasFolder = s.folder.has_value();
+            note.folderID = s.folder && !s.folder->isNull() ? s.folder : std::nullopt;
+            note.tagNames = s.tags;
+            note.tagNames.sort();
+            note.tagCount = int(s.tags.size());
+            note.prepare(SearchFold(), QLocale(QLocale::English, QLocale::UnitedStates));
+            transcripts.insert(note.key, s.transcript);
+            notes.append(note);
+        }
+    }
+
+    FilterAndSortState::TranscriptMatch exact() const
+    {
+        return [this](const ListedNote &note, const QString &query) {
+            return SearchFold().contains(transcripts.value(note.key), query);
+        };
+    }
+
+    QStringList titles(const QList<ListedNote> &list) const
+    {
+        QStringList result;
+        for (const ListedNote &n : list)
+            result << n.displayTitle;
+        return result;
+    }
+};
+
+class FilterAndSortStateTest : public ::testing::Test {
+protected:
+    void SetUp() override { QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates)); }
+};
+
+struct SearchCase {
+    const char *name;
+    QString search;
+    Sample note;
+    bool matches;
+};
+
+TEST_F(FilterAndSortStateTest, SearchLooksInTranscriptTitleAndJoinedTagsOnly)
+{
+    const QList<SearchCase> cases{
+        {"blanks match everything", QStringLiteral("  \n "), {QStringLiteral("x")}, true},
+        {"title ignores case", QStringLiteral("STANDUP"), {QStringLiteral("Daily standup")}, true},
+        {"transcript ignores case", QStringLiteral("budget"), {QStringLiteral("x"), 0, {}, QStringLiteral("The BUDGET.")}, true},
+        {"the search is trimmed", QStringLiteral("  budget "), {QStringLiteral("x"), 0, {}, QStringLiteral("budget")}, true},
+        {"full case folding", QStringLiteral("STRASSE"), {QStringLiteral("Straße")}, true},
+        {"a decomposed accent finds a composed one", QStringLiteral("cafe\u0301"), {QStringLiteral("Café")}, true},
+        {"accents still count", QStringLiteral("cafe"), {QStringLiteral("Café")}, false},
+        {"joined tag names", QStringLiteral("alpha, beta"), {QStringLiteral("x"), 0, {QStringLiteral("beta"), QStringLiteral("alpha")}}, true},
+        {"a comma finds two tags", QStringLiteral(", "), {QStringLiteral("x"), 0, {QStringLiteral("a"), QStringLiteral("b")}}, true},
+        {"a comma needs two tags", QStringLiteral(", "), {QStringLiteral("x"), 0, {QStringLiteral("a")}}, false},
+        {"punctuation only", QStringLiteral("?!"), {QStringLiteral("x"), 0, {}, QStringLiteral("Really?! Yes.")}, true},
+        {"an absent title matches nothing", QStringLiteral("untitled"), {QString(), 0, {}, QString(), {}, true}, false},
+        {"nowhere", QStringLiteral("roadmap"), {QStringLiteral("Budget"), 0, {QStringLiteral("q3")}, QStringLiteral("money")}, false},
+    };
+    for (const SearchCase &c : cases) {
+        const Library library({c.note});
+        EXPECT_EQ(FilterAndSortState::matchesSearch(library.notes.first(), c.search, library.exact()), c.matches)
+            << c.name;
+    }
+}
+
+TEST_F(FilterAndSortStateTest, FolderSelection)
+{
+    const QUuid work = QUuid::createUuid();
+    struct Case {
+        const char *name;
+        FolderSelection selection;
+        std::optional<QUuid> folder;
+        bool matches;
+    };
+    const QList<Case> cases{
+        {"all, unfiled note", FolderSelection::all(), std::nullopt, true},
+        {"all, filed note", FolderSelection::all(), work, true},
+        {"unfiled, unfiled note", FolderSelection::unfiled(), std::nullopt, true},
+        {"unfiled, filed note", FolderSelection::unfiled(), work, false},
+        {"folder, its note", FolderSelection::folder(work), work, true},
+        {"folder, another folder's note", FolderSelection::folder(work), QUuid::createUuid(), false},
+        {"folder, unfiled note", FolderSelection::folder(work), std::nullopt, false},
+        {"folder, a folder without id", FolderSelection::folder(work), QUuid(), false},
+    };
+    for (const Case &c : cases) {
+        FilterAndSortState state;
+        state.setSelectedFolder(c.selection);
+        const Library library({{QStringLiteral("n"), 0, {}, {}, c.folder}});
+        EXPECT_EQ(state.matchesFolder(library.notes.first()), c.matches) << c.name;
+    }
+}
+
+TEST_F(FilterAndSortStateTest, TagsMatchAnyOrAllByExactName)
+{
+    struct Case {
+        const char *name;
+        QSet<QString> chosen;
+        TagMatchMode mode;
+        QStringList tags;
+        bool matches;
+    };
+    const QString a = QStringLiteral("alpha"), b = QStringLiteral("beta");
+    const QList<Case> cases{
+        {"nothing chosen", {}, TagMatchMode::all, {}, true},
+        {"any, one shared", {a, b}, TagMatchMode::any, {a}, true},
+        {"any, none shared", {a}, TagMatchMode::any, {b}, false},
+        {"all, every one held", {a, b}, TagMatchMode::all, {a, b, QStringLiteral("c")}, true},
+        {"all, one missing", {a, b}, TagMatchMode::all, {a}, false},
+        {"names compare exactly", {QStringLiteral("Alpha")}, TagMatchMode::any, {a}, false},
+    };
+    for (const Case &c : cases) {
+        FilterAndSortState state;
+        state.setSelectedTags(c.chosen);
+        state.setTagMatchMode(c.mode);
+        const Library library({{QStringLiteral("n"), 0, c.tags}});
+        EXPECT_EQ(state.matchesTags(library.notes.first()), c.matches) << c.name;
+    }
+}
+
+TEST_F(FilterAndSortStateTest, OrdersAreStableOverTheFetchedOrder)
+{
+    // Fetched newest first; "Same" twice, and two notes with two tags.
+    const Library library({
+        {QStringLiteral("no time"), std::nullopt},
+        {QStringLiteral("Same"), 1, {QStringLiteral("a"), QStringLiteral("b")}},
+        {QStringLiteral("banana"), 2},
+        {QStringLiteral("Same"), 3, {QStringLiteral("c"), QStringLiteral("d")}},
+        {QStringLiteral("apple"), 4, {QStringLiteral("e")}},
+    });
+    struct Case {
+        NotesSortOption option;
+        QStringList order;
+    };
+    const QList<Case> cases{
+        {NotesSortOption::dateNewest, {"no time", "Same", "banana", "Same", "apple"}},
+        {NotesSortOption::dateOldest, {"apple", "Same", "banana", "Same", "no time"}},
+        {NotesSortOption::titleAZ, {"apple", "banana", "no time", "Same", "Same"}},
+        {NotesSortOption::titleZA, {"Same", "Same", "no time", "banana", "apple"}},
+        {NotesSortOption::mostTags, {"Same", "Same", "apple", "no time", "banana"}},
+    };
+    for (const Case &c : cases) {
+        FilterAndSortState state;
+        state.setSortOption(c.option);
+        const QList<ListedNote> sorted = state.filteredNotes(library.notes, QString(), library.exact(), now);
+        EXPECT_EQ(library.titles(sorted), c.order) << notesSortOptionRawValue(c.option).toStdString();
+        // Equal titles and equal tag counts keep the fetched order: newer first.
+        if (c.option == NotesSortOption::titleAZ || c.option == NotesSortOption::mostTags) {
+            EXPECT_EQ(sorted[c.option == NotesSortOption::titleAZ ? 3 : 0].key, 1);
+        }
+        // A changed order counts as a filter, yet hides nothing.
+        EXPECT_EQ(state.hasActiveFilters(), c.option != NotesSortOption::dateNewest);
+        EXPECT_EQ(sorted.size(), library.notes.size());
+    }
+}
+
+TEST_F(FilterAndSortStateTest, DayGroupsFollowTheDateOrderAndOtherOrdersHaveOneUntitledGroup)
+{
+    const QDate today = now.toLocalTime().date();
+    const Library library({
+        {QStringLiteral("a"), std::nullopt},
+        {QStringLiteral("b"), 1},
+        {QStringLiteral("c"), 24},
+        {QStringLiteral("d"), 24 * 9},
+    });
+    FilterAndSortState state;
+    auto groups = state.groupedNotes(state.filteredNotes(library.notes, {}, library.exact(), now), now);
+    ASSERT_EQ(groups.size(), 3);
+    EXPECT_EQ(groups[0].day, today);
+    EXPECT_EQ(library.titles(groups[0].notes), (QStringList{"a", "b"})) << "no time counts as today";
+    EXPECT_EQ(groups[1].day, now.addDays(-1).toLocalTime().date());
+    EXPECT_EQ(groups[2].day, now.addDays(-9).toLocalTime().date());
+
+    state.setSortOption(NotesSortOption::dateOldest);
+    groups = state.groupedNotes(state.filteredNotes(library.notes, {}, library.exact(), now), now);
+    EXPECT_EQ(groups.first().day, now.addDays(-9).toLocalTime().date());
+    EXPECT_EQ(library.titles(groups.last().notes), (QStringList{"b", "a"}));
+
+    state.setSortOption(NotesSortOption::titleAZ);
+    groups = state.groupedNotes(state.filteredNotes(library.notes, {}, library.exact(), now), now);
+    ASSERT_EQ(groups.size(), 1);
+    EXPECT_FALSE(groups.first().day);
+    EXPECT_FALSE(FilterAndSortState::dayGroupTitle(groups.first().day, today));
+}
+
+TEST_F(FilterAndSortStateTest, DayTitles)
+{
+    const QDate today(2024, 3, 14);
+    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today, today), QStringLiteral("Today"));
+    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today.addDays(-1), today), QStringLiteral("Yesterday"));
+    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today.addDays(-2), today), QStringLiteral("Tue, Mar 12"));
+    EXPECT_EQ(FilterAndSortState::dayGroupTitle(QDate(2019, 12, 25), today), QStringLiteral("Wed, Dec 25"))
+        << "no year, even for older days";
+    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today.addDays(1), today), QStringLiteral("Fri, Mar 15"));
+}
+
+TEST_F(FilterAndSortStateTest, EmptyStates)
+{
+    const QUuid work = QUuid::createUuid();
+    struct Case {
+        const char *name;
+        QList<Sample> notes;
+        FolderSelection folder;
+        QSet<QString> tags;
+        QString search;
+        NotesListEmptyState expected;
+    };
+    const Sample unfiledTagged{QStringLiteral("u"), 0, {QStringLiteral("x")}};
+    const Sample filed{QStringLiteral("f"), 0, {}, {}, work};
+    const QList<Case> cases{
+        {"no notes", {}, FolderSelection::all(), {}, {}, NotesListEmptyState::noNotesYet},
+        {"no notes, with a search", {}, FolderSelection::all(), {}, QStringLiteral("x"), NotesListEmptyState::noNotesYet},
+        {"a blank search is no search", {filed}, FolderSelection::all(), {}, QStringLiteral("  "), NotesListEmptyState::none},
+        {"nothing found", {filed}, FolderSelection::all(), {}, QStringLiteral("zzz"), NotesListEmptyState::noSearchResults},
+        {"a search wins over the folder", {filed}, FolderSelection::unfiled(), {}, QStringLiteral("f"), NotesListEmptyState::noSearchResults},
+        {"unfiled with none unfiled", {filed}, FolderSelection::unfiled(), {}, {}, NotesListEmptyState::noNotesInFolder},
+        {"unfiled notes hidden by tags", {unfiledTagged}, FolderSelection::unfiled(), {QStringLiteral("y")}, {}, NotesListEmptyState::filtersHidingNotes},
+        {"an unknown folder", {filed}, FolderSelection::folder(QUuid::createUuid()), {}, {}, NotesListEmptyState::noNotesInFolder},
+        {"tags hide every note", {unfiledTagged}, FolderSelection::all(), {QStringLiteral("y")}, {}, NotesListEmptyState::filtersHidingNotes},
+        {"something shown", {unfiledTagged, filed}, FolderSelection::folder(work), {}, {}, NotesListEmptyState::none},
+    };
+    for (const Case &c : cases) {
+        FilterAndSortState state;
+        state.setSelectedFolder(c.folder);
+        state.setSelectedTags(c.tags);
+        const Library library(c.notes);
+        EXPECT_EQ(state.emptyState(library.notes, c.search, library.exact()), c.expected) << c.name;
+    }
+}
+
+TEST_F(FilterAndSortStateTest, ClearingKeepsTheFolderAndTogglingFlipsATag)
+{
+    FilterAndSortState state;
+    int changes = 0;
+    QObject::connect(&state, &FilterAndSortState::changed, [&] { ++changes; });
+    const FolderSelection unfiled = FolderSelection::unfiled();
+    state.setSelectedFolder(unfiled);
+    EXPECT_FALSE(state.hasActiveFilters()) << "the folder is no filter";
+    state.toggleTag(QStringLiteral("a"));
+    state.toggleTag(QStringLiteral("b"));
+    state.toggleTag(QStringLiteral("a"));
+    EXPECT_EQ(state.selectedTags(), QSet<QString>{QStringLiteral("b")});
+    state.setTagMatchMode(TagMatchMode::all);
+    EXPECT_TRUE(state.hasActiveFilters());
+    state.clearFilters();
+    EXPECT_TRUE(state.selectedTags().isEmpty());
+    EXPECT_EQ(state.tagMatchMode(), TagMatchMode::any);
+    EXPECT_EQ(state.sortOption(), NotesSortOption::dateNewest);
+    EXPECT_EQ(state.selectedFolder(), unfiled);
+    EXPECT_FALSE(state.hasActiveFilters());
+    EXPECT_EQ(changes, 7);
+}
+
+TEST_F(FilterAndSortStateTest, TagCountsFollowTheSearchAlone)
+{
+    const QUuid work = QUuid::createUuid();
+    const Library library({
+        {QStringLiteral("Budget"), 0, {QStringLiteral("money"), QStringLiteral("q3")}, {}, work},
+        {QStringLiteral("Budget again"), 1, {QStringLiteral("money")}},
+        {QStringLiteral("Design"), 2, {QStringLiteral("q3")}},
+    });
+    FilterAndSortState state;
+    state.setSelectedFolder(FolderSelection::unfiled());
+    state.setSelectedTags({QStringLiteral("q3")});
+    const QMap<QString, int> all = state.tagCounts(library.notes, QString(), library.exact());
+    EXPECT_EQ(all, (QMap<QString, int>{{QStringLiteral("money"), 2}, {QStringLiteral("q3"), 2}}));
+    const QMap<QString, int> searched = state.tagCounts(library.notes, QStringLiteral("budget"), library.exact());
+    EXPECT_EQ(searched, (QMap<QString, int>{{QStringLiteral("money"), 2}, {QStringLiteral("q3"), 1}}));
+}
+
+TEST_F(FilterAndSortStateTest, SortLabelsAndMatchModeTexts)
+{
+    QStringList labels;
+    for (NotesSortOption option : allNotesSortOptions())
+        labels << notesSortOptionLabel(option);
+    EXPECT_EQ(labels, (QStringList{QStringLiteral("Date (newest)"), QStringLiteral("Date (oldest)"),
+                                   QStringLiteral("Title A→Z"), QStringLiteral("Title Z→A"),
+                                   QStringLiteral("Most tags")}));
+    EXPECT_EQ(tagMatchModeLabel(TagMatchMode::any), QStringLiteral("Any"));
+    EXPECT_EQ(tagMatchModeHelp(TagMatchMode::all), QStringLiteral("Match notes that have every selected tag"));
+}
+
+} // namespace

@@ -1,0 +1,227 @@
+// The welcome flow over the program's own window, walked by object names as
+// a user would: a private PulseAudio server is the microphone, the speech
+// and language models are those of a fresh data folder.
+#include "ShellTestSupport.h"
+
+#include "prefs/SettingsKeys.h"
+#include "shell/MicrophoneLevelMonitor.h"
+#include "shell/SettingsWindow.h"
+#include "shell/WelcomeWindow.h"
+#include "speech/LocalSpeech.h"
+#include "support/PulseAudioServer.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QLabel>
+#include <QListWidget>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
+
+using namespace kestil;
+using namespace kestil::test;
+using Step = WelcomeWindow::Step;
+
+namespace {
+
+class WelcomeWindowTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        qputenv("KESTIL_DATA_DIR", rig.data.path().toUtf8());
+        rig.launch();
+        ASSERT_TRUE(rig.exposed);
+    }
+    void TearDown() override { qunsetenv("KESTIL_DATA_DIR"); }
+
+    WelcomeWindow &open()
+    {
+        rig.window->showWelcome();
+        WelcomeWindow *welcome = rig.window->welcomeWindow();
+        EXPECT_TRUE(welcome && QTest::qWaitForWindowExposed(welcome));
+        return *welcome;
+    }
+
+    template <typename T = QWidget> T *find(const QString &name) const
+    {
+        T *widget = rig.window->welcomeWindow()->findChild<T *>(name);
+        EXPECT_NE(widget, nullptr) << name.toStdString();
+        return widget;
+    }
+    QString text(const QString &label) const { return find<QLabel>(label)->text(); }
+    void click(const QString &name) const
+    {
+        auto *button = find<QAbstractButton>(name);
+        const QPoint at =
+            qobject_cast<QCheckBox *>(button) ? QPoint(6, button->height() / 2) : button->rect().center();
+        QTest::mouseClick(button, Qt::LeftButton, {}, at);
+    }
+    void shoot(const QString &name) const
+    {
+        QDir().mkpath(QStringLiteral(KESTIL_SCREENSHOT_DIR));
+        settle();
+        rig.window->welcomeWindow()->grab().save(QStringLiteral(KESTIL_SCREENSHOT_DIR "/") + name +
+                                                 QStringLiteral(".png"));
+    }
+    void choose(const QString &languageId) const
+    {
+        auto *picker = find<QListWidget>(QStringLiteral("welcomeLanguagePicker"));
+        for (int row = 0; row < picker->count(); ++row) {
+            if (picker->item(row)->data(Qt::UserRole).toString() == languageId)
+                picker->setCurrentRow(row);
+        }
+    }
+
+    test::ShellRig rig;
+};
+
+TEST_F(WelcomeWindowTest, ANewUserIsGuidedToAFirstRecordingInTheLanguageTheyChose)
+{
+    ASSERT_TRUE(test::PulseAudioServer::available());
+    test::PulseAudioServer pulse;
+    ASSERT_EQ(pulse.start(), QString());
+    const QString tone = writeTone(rig.config.filePath(QStringLiteral("voice.wav")), 6.0, 48000);
+    WelcomeWindow &welcome = open();
+    EXPECT_FALSE(settings::welcomeCompleted(*rig.preferences));
+
+    EXPECT_EQ(text(QStringLiteral("welcomeStepIndicator")), QStringLiteral("Step 1 of 6"));
+    shoot(QStringLiteral("welcome-1-welcome"));
+    click(QStringLiteral("welcomeContinueButton"));
+
+    ASSERT_EQ(welcome.step(), Step::intelligence);
+    EXPECT_TRUE(text(QStringLiteral("welcomeModelStatus")).startsWith(QStringLiteral("No language model")));
+    EXPECT_EQ(find<QPushButton>(QStringLiteral("welcomeContinueButton"))->text(),
+              QStringLiteral("Skip for Now"));
+    shoot(QStringLiteral("welcome-2-intelligence"));
+    click(QStringLiteral("welcomeContinueButton"));
+
+    ASSERT_EQ(welcome.step(), Step::language);
+    EXPECT_EQ(find<QListWidget>(QStringLiteral("welcomeLanguagePicker"))->count(), 16);
+    choose(QStringLiteral("de-DE"));
+    EXPECT_EQ(settings::transcriptionLanguage(*rig.preferences), QStringLiteral("de-DE"));
+    auto *setUp = find<QPushButton>(QStringLiteral("welcomeSpeechSetUpButton"));
+    EXPECT_TRUE(setUp->isVisible());
+    EXPECT_EQ(setUp->text(), QStringLiteral("Set Up Speech for Deutsch"));
+    shoot(QStringLiteral("welcome-3-language"));
+    click(QStringLiteral("welcomeContinueButton"));
+
+    // The real default source, heard while something plays into it.
+    ASSERT_EQ(welcome.step(), Step::microphone);
+    auto player = pulse.startPlaying(tone, QLatin1String(test::PulseAudioServer::micFeed));
+    auto *level = find<QProgressBar>(QStringLiteral("welcomeMicrophoneLevel"));
+    ASSERT_TRUE(waitUntil([&] { return level->value() > 40; }, std::chrono::seconds(10)))
+        << text(QStringLiteral("welcomeMicrophoneProblem")).toStdString();
+    EXPECT_TRUE(text(QStringLiteral("welcomeMicrophoneName")).startsWith(QStringLiteral("Listening to “")));
+    shoot(QStringLiteral("welcome-4-microphone"));
+    click(QStringLiteral("welcomeContinueButton"));
+    auto &step = static_cast<WelcomeMicrophoneStep &>(*welcome.page(Step::microphone));
+    EXPECT_FALSE(step.monitor().running()) << "the microphone is let go when the step is left";
+
+    ASSERT_EQ(welcome.step(), Step::systemAudio);
+    auto *systemAudio = find<QCheckBox>(QStringLiteral("welcomeSystemAudioSwitch"));
+    EXPECT_TRUE(systemAudio->isChecked());
+    click(QStringLiteral("welcomeSystemAudioSwitch"));
+    EXPECT_FALSE(settings::recordSystemAudio(*rig.preferences));
+    shoot(QStringLiteral("welcome-5-system-audio"));
+    click(QStringLiteral("welcomeContinueButton"));
+
+    ASSERT_EQ(welcome.step(), Step::ready);
+    const QList<WelcomeReadinessItem> items =
+        static_cast<WelcomeReadinessStep *>(welcome.page(Step::ready))->items();
+    ASSERT_EQ(items.size(), 4);
+    EXPECT_FALSE(items[0].ready) << "German speech is not set up yet";
+    EXPECT_TRUE(text(QStringLiteral("welcomeReadiness-speech")).contains(QStringLiteral("Deutsch")));
+    EXPECT_FALSE(items[1].ready) << "no language model was installed";
+    EXPECT_TRUE(items[2].ready);
+    EXPECT_EQ(text(QStringLiteral("welcomeReadiness-systemAudio")),
+              QStringLiteral("Only your microphone is recorded; other applications' sound is left out."));
+    shoot(QStringLiteral("welcome-6-ready"));
+
+    click(QStringLiteral("welcomeStartRecordingButton"));
+    EXPECT_TRUE(settings::welcomeCompleted(*rig.preferences));
+    ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
+    EXPECT_EQ(rig.recorder->speechLocale(), QStringLiteral("de-DE"));
+    EXPECT_FALSE(rig.window->welcomeWindow() && rig.window->welcomeWindow()->isVisible());
+    ASSERT_TRUE(waitFor(rig.list().stopTranscription()));
+    player->waitForFinished(10000);
+}
+
+TEST_F(WelcomeWindowTest, LeftHalfWayTheFlowIsNotFinishedAndStartsAgain)
+{
+    WelcomeWindow &welcome = open();
+    click(QStringLiteral("welcomeContinueButton"));
+    click(QStringLiteral("welcomeContinueButton"));
+    ASSERT_EQ(welcome.step(), Step::language);
+    welcome.close();
+    EXPECT_FALSE(settings::welcomeCompleted(*rig.preferences));
+    ASSERT_TRUE(waitUntil([&] { return !rig.window->welcomeWindow(); }));
+    EXPECT_EQ(open().step(), Step::welcome);
+}
+
+TEST_F(WelcomeWindowTest, AnUnknownLanguageInThePreferencesIsShownAsNoChoiceUntilOneIsPicked)
+{
+    settings::setTranscriptionLanguage(*rig.preferences, QStringLiteral("xx-YY"));
+    WelcomeWindow &welcome = open();
+    welcome.goTo(Step::language);
+    EXPECT_EQ(find<QListWidget>(QStringLiteral("welcomeLanguagePicker"))->currentRow(), -1);
+    EXPECT_TRUE(text(QStringLiteral("welcomeSpeechStatus")).contains(QStringLiteral("“xx-YY”")));
+    EXPECT_FALSE(find<QPushButton>(QStringLiteral("welcomeSpeechSetUpButton"))->isVisible());
+    EXPECT_EQ(settings::transcriptionLanguage(*rig.preferences), QStringLiteral("xx-YY"));
+    choose(QStringLiteral("fr-FR"));
+    EXPECT_EQ(settings::transcriptionLanguage(*rig.preferences), QStringLiteral("fr-FR"));
+    EXPECT_FALSE(text(QStringLiteral("welcomeSpeechStatus")).contains(QStringLiteral("xx-YY")));
+}
+
+TEST_F(WelcomeWindowTest, AMicrophoneThatGoesAwayIsToldAndTheNextOneIsHeard)
+{
+    ASSERT_TRUE(test::PulseAudioServer::available());
+    test::PulseAudioServer pulse;
+    ASSERT_EQ(pulse.start(), QString());
+    WelcomeWindow &welcome = open();
+    welcome.goTo(Step::microphone);
+    auto &step = static_cast<WelcomeMicrophoneStep &>(*welcome.page(Step::microphone));
+    ASSERT_TRUE(waitUntil([&] { return !step.monitor().sourceName().isEmpty(); }, std::chrono::seconds(10)));
+    const QString first = step.monitor().sourceName();
+
+    // The microphone's device goes, as an unplugged one does.
+    QString modules;
+    pulse.pactl({QStringLiteral("list"), QStringLiteral("short"), QStringLiteral("modules")}, &modules);
+    const QRegularExpression feed(
+        QStringLiteral("^(\\d+)\\s+module-null-sink\\s+.*sink_name=kestil_mic_feed"),
+        QRegularExpression::MultilineOption);
+    const QString module = feed.match(modules).captured(1);
+    ASSERT_FALSE(module.isEmpty()) << modules.toStdString();
+    ASSERT_EQ(pulse.pactl({QStringLiteral("unload-module"), module}), 0);
+
+    ASSERT_TRUE(waitUntil([&] { return !step.monitor().problem().isEmpty(); }, std::chrono::seconds(10)));
+    EXPECT_TRUE(text(QStringLiteral("welcomeMicrophoneProblem")).contains(first));
+    EXPECT_EQ(find<QProgressBar>(QStringLiteral("welcomeMicrophoneLevel"))->value(), 0);
+    shoot(QStringLiteral("welcome-4b-microphone-gone"));
+    // The server's next default source is found without the user doing anything.
+    ASSERT_TRUE(waitUntil([&] { return !step.monitor().sourceName().isEmpty(); }, std::chrono::seconds(15)));
+    EXPECT_NE(step.monitor().sourceName(), first);
+    EXPECT_TRUE(step.monitor().problem().isEmpty());
+}
+
+TEST_F(WelcomeWindowTest, SettingsReplaysTheWelcomeAndComesBackAfterIt)
+{
+    settings::setWelcomeCompleted(*rig.preferences, true);
+    rig.window->showSettings();
+    SettingsWindow *settingsWindow = rig.window->settingsWindow();
+    ASSERT_TRUE(settingsWindow);
+    QTest::mouseClick(settingsWindow->findChild<QPushButton *>(QStringLiteral("settingsShowWelcomeButton")),
+                      Qt::LeftButton);
+    ASSERT_TRUE(rig.window->welcomeWindow());
+    EXPECT_TRUE(rig.window->welcomeWindow()->isVisible());
+    EXPECT_FALSE(settingsWindow->isVisible());
+    rig.window->welcomeWindow()->goTo(Step::ready);
+    click(QStringLiteral("welcomeDoneButton"));
+    ASSERT_TRUE(
+        waitUntil([&] { return rig.window->settingsWindow() && rig.window->settingsWindow()->isVisible(); }));
+    EXPECT_TRUE(settings::welcomeCompleted(*rig.preferences));
+}
+
+} // namespace

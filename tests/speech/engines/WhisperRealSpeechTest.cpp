@@ -1,0 +1,138 @@
+#include "speech/LiveSpeechSession.h"
+#include "speech/LocalSpeech.h"
+
+#include "SpeechTestSupport.h"
+
+#include "prefs/PreferenceStore.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <iostream>
+#include <mutex>
+#include <thread>
+
+// Whisper "base" with its real weights, as Kestil's own import converted it:
+// what the user hears from the preferred engine.
+
+using namespace kestil;
+
+namespace {
+
+class WhisperRealSpeech : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(data_.isValid());
+        qputenv("KESTIL_DATA_DIR", data_.path().toUtf8());
+        preferences_ = std::make_unique<PreferenceStore>(data_.filePath(QStringLiteral("config")));
+        test::installRealWhisperModel(data_.path());
+    }
+    void TearDown() override { qunsetenv("KESTIL_DATA_DIR"); }
+
+    // Plays 16 kHz audio into a live session as the recorder does: 48 kHz
+    // capture buffers of 4096 frames, `pace` times faster than real time.
+    // Every transcript the session reports is kept.
+    LocalTranscript playLive(const std::vector<float> &audio, double pace, std::vector<LocalTranscript> &seen)
+    {
+        std::mutex mutex;
+        QStringList failures;
+        auto session = LiveSpeechSession::start(
+            QStringLiteral("en-US"),
+            [&](const Error &e) {
+                std::lock_guard lock(mutex);
+                failures << e.localizedDescription();
+            },
+            [&](const LocalTranscript &t) {
+                std::lock_guard lock(mutex);
+                seen.push_back(t);
+            },
+            *preferences_);
+        const std::vector<float> capture = test::resample(audio, 16000, 48000);
+        const auto started = std::chrono::steady_clock::now();
+        for (std::size_t at = 0; at < capture.size(); at += 4096) {
+            const std::size_t n = std::min<std::size_t>(4096, capture.size() - at);
+            session->append(capture.data() + at, qsizetype(n * sizeof(float)), 48000);
+            std::this_thread::sleep_until(started + std::chrono::microseconds(
+                                                        qint64(double(at + n) / 48000.0 / pace * 1e6)));
+        }
+        const LocalTranscript final = session->finish();
+        std::lock_guard lock(mutex);
+        EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
+        return final;
+    }
+
+    QString writeWav(const std::vector<float> &audio)
+    {
+        const QString path = data_.filePath(QStringLiteral("reading.wav"));
+        SF_INFO info{};
+        info.samplerate = 16000;
+        info.channels = 1;
+        info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+        SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_WRITE, &info);
+        EXPECT_NE(file, nullptr);
+        sf_writef_float(file, audio.data(), sf_count_t(audio.size()));
+        sf_close(file);
+        return path;
+    }
+
+    QTemporaryDir data_;
+    std::unique_ptr<PreferenceStore> preferences_;
+};
+
+} // namespace
+
+TEST_F(WhisperRealSpeech, AReadingWithPausesIsTranscribedLiveWithoutRepeatsAndTimedByTheAudio)
+{
+    const LocalSpeech::Readiness ready = LocalSpeech::readiness(QStringLiteral("en-US"), *preferences_);
+    ASSERT_TRUE(ready.configuration.has_value());
+    ASSERT_EQ(ready.configuration->engine, LocalSpeech::Engine::speech)
+        << "the multilingual model serves English when no English-only one is installed";
+
+    const test::ReadingTrack reading = test::libriVoxReading(1.0, 1.2);
+    std::vector<LocalTranscript> seen;
+    const LocalTranscript live = playLive(reading.samples, 1.0, seen);
+    const LocalTranscript offline =
+        LocalSpeech::transcribe(writeWav(reading.samples), QStringLiteral("en-US"), *preferences_);
+
+    const double liveWer = test::wordErrorRate(reading.reference, live.finalizedText());
+    const double offlineWer = test::wordErrorRate(reading.reference, offline.finalizedText());
+    std::cout << "WER live " << liveWer << "  offline " << offlineWer << " over "
+              << test::words(reading.reference).size() << " words\n  live:    "
+              << live.finalizedText().toStdString() << "\n  offline: " << offline.finalizedText().toStdString()
+              << "\n";
+    EXPECT_LT(liveWer, 0.08);
+    EXPECT_LT(offlineWer, 0.08);
+
+    // What a recording saves and shows after each result: never a phrase
+    // read twice by overlapping windows.
+    ASSERT_FALSE(seen.empty());
+    for (const LocalTranscript &snapshot : seen) {
+        EXPECT_EQ(test::repeatedPhrases(reading.reference, snapshot.finalizedText()), QString())
+            << "saved: " << snapshot.finalizedText().toStdString();
+        EXPECT_EQ(test::repeatedPhrases(reading.reference, snapshot.fullText()), QString())
+            << "shown: " << snapshot.fullText().toStdString();
+    }
+    test::expectTimesOfTheReading(live.utterances, reading);
+    test::expectTimesOfTheReading(offline.utterances, reading);
+}
+
+TEST_F(WhisperRealSpeech, SilenceAndQuietRoomNoiseGiveNoWords)
+{
+    // A quiet room: hiss at about -54 dBFS with a faint mains hum.
+    std::vector<float> room = test::steadyNoise(60.0, 0.002, 31);
+    for (std::size_t i = 0; i < room.size(); ++i)
+        room[i] += 0.001f * float(std::sin(2.0 * M_PI * 50.0 * double(i) / 16000.0));
+    for (const auto &[name, audio] : {std::pair{"silence", test::silence(60.0)}, std::pair{"room noise", room}}) {
+        std::vector<LocalTranscript> seen;
+        const LocalTranscript live = playLive(audio, 8.0, seen);
+        EXPECT_TRUE(live.fullText().isEmpty()) << name << ": " << live.fullText().toStdString();
+        for (const LocalTranscript &snapshot : seen)
+            EXPECT_TRUE(snapshot.fullText().isEmpty()) << name << " showed: " << snapshot.fullText().toStdString();
+        const LocalTranscript file =
+            LocalSpeech::transcribe(writeWav(audio), QStringLiteral("en-US"), *preferences_);
+        EXPECT_TRUE(file.fullText().isEmpty()) << name << " in a file: " << file.fullText().toStdString();
+    }
+}
