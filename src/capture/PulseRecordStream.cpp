@@ -48,6 +48,7 @@ void PulseRecordStream::start()
         throw SystemError(connection_.lastError());
     pa_stream_set_state_callback(stream_, &PulseRecordStream::onState, this);
     pa_stream_set_read_callback(stream_, &PulseRecordStream::onRead, this);
+    pa_stream_set_moved_callback(stream_, &PulseRecordStream::onMovedStream, this);
 
     pa_buffer_attr attributes;
     std::memset(&attributes, 0xff, sizeof attributes);
@@ -89,6 +90,7 @@ void PulseRecordStream::release()
         return;
     pa_stream_set_read_callback(stream_, nullptr, nullptr);
     pa_stream_set_state_callback(stream_, nullptr, nullptr);
+    pa_stream_set_moved_callback(stream_, nullptr, nullptr);
     if (PA_STREAM_IS_GOOD(pa_stream_get_state(stream_)))
         pa_stream_disconnect(stream_);
     pa_stream_unref(stream_);
@@ -104,6 +106,15 @@ void PulseRecordStream::onState(pa_stream *stream, void *self)
             recorder->onFailure_(recorder->connection_.lastError());
     }
     pa_threaded_mainloop_signal(recorder->connection_.mainloop(), 0);
+}
+
+void PulseRecordStream::onMovedStream(pa_stream *stream, void *self)
+{
+    auto recorder = static_cast<PulseRecordStream *>(self);
+    if (recorder->running_ && recorder->onMoved_) {
+        const char *name = pa_stream_get_device_name(stream);
+        recorder->onMoved_(name ? QString::fromUtf8(name) : QString());
+    }
 }
 
 void PulseRecordStream::onRead(pa_stream *stream, size_t, void *self)

@@ -24,6 +24,11 @@ public:
     // on its own (the server went away, the device was removed).
     using FailureHandler = std::function<void(const QString &reason)>;
 
+    // Called on the loop thread when the server moves the running stream to
+    // another source (the one it recorded from was removed), with the new
+    // source's name.
+    using MovedHandler = std::function<void(const QString &source)>;
+
     static constexpr int framesPerBuffer = 4096;
 
     PulseRecordStream(PulseConnection &connection, QString device, int sampleRate, int channels,
@@ -32,6 +37,9 @@ public:
 
     PulseRecordStream(const PulseRecordStream &) = delete;
     PulseRecordStream &operator=(const PulseRecordStream &) = delete;
+
+    // Set before start().
+    void setMovedHandler(MovedHandler onMoved) { onMoved_ = std::move(onMoved); }
 
     // Connects the stream and waits until the server has it running. Throws
     // SystemError whose description is the server's bare reason ("No such
@@ -47,6 +55,7 @@ public:
 private:
     static void onRead(pa_stream *stream, size_t bytes, void *self);
     static void onState(pa_stream *stream, void *self);
+    static void onMovedStream(pa_stream *stream, void *self);
     void gather(const void *data, size_t bytes);
     void release();
 
@@ -56,6 +65,7 @@ private:
     int channels_;
     BufferHandler onBuffer_;
     FailureHandler onFailure_;
+    MovedHandler onMoved_;
     bool running_ = false;
     pa_stream *stream_ = nullptr;
     std::vector<float> pending_;

@@ -161,6 +161,14 @@ void MicrophoneLevelMonitor::open()
                         monitor->lost(generation, reason);
                     });
                 });
+            // The server moves the stream elsewhere when its microphone is
+            // removed: that microphone is gone, and the next one is opened
+            // afresh (under its own name) a moment later.
+            session->stream->setMovedHandler([sink, generation](const QString &) {
+                sink->post([generation](MicrophoneLevelMonitor *monitor) {
+                    monitor->lost(generation, QStringLiteral("it went away"));
+                });
+            });
             session->stream->start();
         } catch (const std::exception &error) {
             failure = describe(error);

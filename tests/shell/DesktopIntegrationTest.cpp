@@ -383,16 +383,20 @@ TEST_F(DesktopIntegrationTest, AppearanceAndTintApplyAtOnceToEveryWindow)
     auto *mode = inSettings<QComboBox>(QStringLiteral("settingsAppearancePicker"));
     const auto windowColor = [](QWidget *widget) { return widget->palette().color(QPalette::Window); };
 
+    // A palette reaches the widgets through their event queues.
     mode->setCurrentIndex(mode->findData(QStringLiteral("Dark")));
+    test::settle(50ms);
     EXPECT_EQ(settings::selectedAppearanceMode(*rig.preferences), QStringLiteral("Dark"));
     EXPECT_LT(windowColor(rig.window.get()).lightness(), 80);
     EXPECT_LT(windowColor(&settings).lightness(), 80);
     inSettings<QToolButton>(QStringLiteral("settingsThemeColor-Teal"))->click();
+    test::settle(50ms);
     EXPECT_EQ(rig.window->palette().color(QPalette::Highlight), ThemeColors::color(ThemeColor::teal, true));
     shoot(rig.window.get(), QStringLiteral("appearance-dark-main"));
     shoot(&settings, QStringLiteral("appearance-dark-settings"));
 
     mode->setCurrentIndex(mode->findData(QStringLiteral("Light")));
+    test::settle(50ms);
     EXPECT_GT(windowColor(rig.window.get()).lightness(), 200);
     EXPECT_GT(windowColor(&settings).lightness(), 200);
     EXPECT_EQ(settings.palette().color(QPalette::Highlight), ThemeColors::color(ThemeColor::teal, false));

@@ -19,16 +19,23 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+#include <vector>
+
 using namespace kestil;
 using namespace kestil::test;
 
 namespace {
 
 // What another connection reads from the store file.
+// The note as a second reader of the store file sees it. That reader stays
+// open for the rest of the run: a note reads its transcript from its store
+// when first asked for it.
 NotePtr storedNote(const QString &root, const QUuid &id)
 {
-    SharedPersistenceController other(root);
-    return other.noteWithId(id);
+    static std::vector<std::unique_ptr<SharedPersistenceController>> readers;
+    readers.push_back(std::make_unique<SharedPersistenceController>(root));
+    return readers.back()->noteWithId(id);
 }
 
 // Makes every change of a note fail as a full disk would, through a

@@ -117,7 +117,6 @@ TEST_F(TabFixture, AFinishedRecordingDropsTheDotsAndShowsEveryLabel)
                                     utterance(9, sentence(3)), utterance(11, sentence(4))};
     tab.setContent(live(list));
     EXPECT_EQ(tab.paragraphs().last().kind, TranscriptParagraph::Kind::ellipsis);
-    EXPECT_FALSE(tab.plainText().contains(QStringLiteral("0:09")));
     tab.setContent(saved(list));
     EXPECT_EQ(tab.paragraphs().size(), 4) << "a saved list is shown as stored";
     EXPECT_TRUE(tab.plainText().contains(QStringLiteral("0:09")));

@@ -31,6 +31,8 @@ class WelcomeWindowTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
+        // Languages are named in the user's own language.
+        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
         qputenv("KESTIL_DATA_DIR", rig.data.path().toUtf8());
         rig.launch();
         ASSERT_TRUE(rig.exposed);
@@ -104,7 +106,7 @@ TEST_F(WelcomeWindowTest, ANewUserIsGuidedToAFirstRecordingInTheLanguageTheyChos
     EXPECT_EQ(settings::transcriptionLanguage(*rig.preferences), QStringLiteral("de-DE"));
     auto *setUp = find<QPushButton>(QStringLiteral("welcomeSpeechSetUpButton"));
     EXPECT_TRUE(setUp->isVisible());
-    EXPECT_EQ(setUp->text(), QStringLiteral("Set Up Speech for Deutsch"));
+    EXPECT_EQ(setUp->text(), QStringLiteral("Set Up Speech for German"));
     shoot(QStringLiteral("welcome-3-language"));
     click(QStringLiteral("welcomeContinueButton"));
 
@@ -133,7 +135,7 @@ TEST_F(WelcomeWindowTest, ANewUserIsGuidedToAFirstRecordingInTheLanguageTheyChos
         static_cast<WelcomeReadinessStep *>(welcome.page(Step::ready))->items();
     ASSERT_EQ(items.size(), 4);
     EXPECT_FALSE(items[0].ready) << "German speech is not set up yet";
-    EXPECT_TRUE(text(QStringLiteral("welcomeReadiness-speech")).contains(QStringLiteral("Deutsch")));
+    EXPECT_TRUE(text(QStringLiteral("welcomeReadiness-speech")).contains(QStringLiteral("German")));
     EXPECT_FALSE(items[1].ready) << "no language model was installed";
     EXPECT_TRUE(items[2].ready);
     EXPECT_EQ(text(QStringLiteral("welcomeReadiness-systemAudio")),
