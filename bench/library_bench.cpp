@@ -72,26 +72,28 @@ double residentMegabytes()
 // and punctuation, so that searches meet what real transcripts hold.
 const QStringList &words()
 {
-    static const QStringList list = QStringLiteral(
-        "the and to of a I we that you it is in so for this yeah on be have what do with just like "
-        "think not they can but about if our go all know okay right there was are at get one going "
-        "need um uh would people here from when more some time now then really also make how see "
-        "because want thing week next team customer budget roadmap launch review quarter plan design "
-        "data number meeting product feature sales pricing hiring churn retention revenue deadline "
-        "release question issue follow update agreed decision priority metrics onboarding support "
-        "contract partner marketing engineering research interview feedback sprint backlog estimate "
-        "risk timeline goal dashboard report analysis migration security compliance invoice renewal "
-        "escalation incident postmortem architecture prototype experiment survey cohort funnel page "
-        "email call slide deck demo user account signup trial discount enterprise segment region")
-                                          .split(QLatin1Char(' '));
+    static const QStringList list =
+        QStringLiteral(
+            "the and to of a I we that you it is in so for this yeah on be have what do with just like "
+            "think not they can but about if our go all know okay right there was are at get one going "
+            "need um uh would people here from when more some time now then really also make how see "
+            "because want thing week next team customer budget roadmap launch review quarter plan design "
+            "data number meeting product feature sales pricing hiring churn retention revenue deadline "
+            "release question issue follow update agreed decision priority metrics onboarding support "
+            "contract partner marketing engineering research interview feedback sprint backlog estimate "
+            "risk timeline goal dashboard report analysis migration security compliance invoice renewal "
+            "escalation incident postmortem architecture prototype experiment survey cohort funnel page "
+            "email call slide deck demo user account signup trial discount enterprise segment region")
+            .split(QLatin1Char(' '));
     return list;
 }
 
 const QStringList &names()
 {
-    static const QStringList list{QStringLiteral("Sørensen"), QStringLiteral("Zoë"), QStringLiteral("Müller"),
-                                  QStringLiteral("O'Brien"), QStringLiteral("Łukasz"), QStringLiteral("Ana"),
-                                  QStringLiteral("Priya"), QStringLiteral("José"), QStringLiteral("İlker")};
+    static const QStringList list{
+        QStringLiteral("Sørensen"), QStringLiteral("Zoë"),    QStringLiteral("Müller"),
+        QStringLiteral("O'Brien"),  QStringLiteral("Łukasz"), QStringLiteral("Ana"),
+        QStringLiteral("Priya"),    QStringLiteral("José"),   QStringLiteral("İlker")};
     return list;
 }
 
@@ -111,7 +113,8 @@ QString transcript(QRandomGenerator &random, int characters)
     while (text.size() < characters) {
         const int length = 6 + int(random.bounded(16));
         for (int i = 0; i < length; ++i) {
-            QString w = random.bounded(400) == 0 ? names()[int(random.bounded(names().size()))] : word(random);
+            QString w =
+                random.bounded(400) == 0 ? names()[int(random.bounded(names().size()))] : word(random);
             if (i == 0)
                 w[0] = w[0].toUpper();
             text += w;
@@ -137,9 +140,9 @@ void generate(const QString &root, int notes, int characters)
     SharedPersistenceController store(root);
     QRandomGenerator random(7);
     QList<FolderPtr> folders;
-    for (const QString &name : {QStringLiteral("Customers"), QStringLiteral("Product"), QStringLiteral("Hiring"),
-                                QStringLiteral("Finance"), QStringLiteral("1:1s"), QStringLiteral("Board"),
-                                QStringLiteral("Research"), QStringLiteral("Ops")})
+    for (const QString &name : {QStringLiteral("Customers"), QStringLiteral("Product"),
+                                QStringLiteral("Hiring"), QStringLiteral("Finance"), QStringLiteral("1:1s"),
+                                QStringLiteral("Board"), QStringLiteral("Research"), QStringLiteral("Ops")})
         folders << createFolder(name, store.context());
     QStringList tags;
     for (int i = 0; i < 40; ++i)
@@ -149,8 +152,10 @@ void generate(const QString &root, int notes, int characters)
         auto note = store.context().insert<Note>();
         note->setValue(QStringLiteral("id"), QUuid::createUuid());
         note->setValue(QStringLiteral("noteType"), QStringLiteral("transcription"));
-        note->setValue(QStringLiteral("title"), QStringLiteral("%1 %2 %3").arg(word(random), word(random), word(random)));
-        note->setValue(QStringLiteral("timestamp"), newest.addSecs(-qint64(i) * 3 * 3600 - random.bounded(3000)));
+        note->setValue(QStringLiteral("title"),
+                       QStringLiteral("%1 %2 %3").arg(word(random), word(random), word(random)));
+        note->setValue(QStringLiteral("timestamp"),
+                       newest.addSecs(-qint64(i) * 3 * 3600 - random.bounded(3000)));
         note->setValue(QStringLiteral("transcription"), transcript(random, characters));
         note->setValue(QStringLiteral("summary"), QStringLiteral("## Overview\n") + transcript(random, 600));
         if (random.bounded(10) < 6)
@@ -252,11 +257,11 @@ int runChild(const QString &mode, const QString &root, qint64 parentStart)
 
     Figures figures;
     QLineEdit *field = window.filterBar()->searchField();
-    const QStringList queries{QStringLiteral("budget"),        QStringLiteral("roadmap review"),
-                              QStringLiteral("Sørensen"),      QStringLiteral("customer churn"),
-                              QStringLiteral("q3"),            QStringLiteral("pricing page"),
-                              QStringLiteral("we agreed"),     QStringLiteral("and the"),
-                              QStringLiteral("xylophone"),     QStringLiteral("launch date?")};
+    const QStringList queries{QStringLiteral("budget"),    QStringLiteral("roadmap review"),
+                              QStringLiteral("Sørensen"),  QStringLiteral("customer churn"),
+                              QStringLiteral("q3"),        QStringLiteral("pricing page"),
+                              QStringLiteral("we agreed"), QStringLiteral("and the"),
+                              QStringLiteral("xylophone"), QStringLiteral("launch date?")};
     qsizetype lastShown = 0;
     for (const QString &query : queries) {
         for (const QChar c : query) {
@@ -266,7 +271,8 @@ int runChild(const QString &mode, const QString &root, qint64 parentStart)
             figures.keystrokes.push_back(redraw(list, started));
         }
         lastShown = model->shownNotes().size();
-        std::fprintf(stderr, "  %-16s %6lld notes shown\n", qPrintable(query), static_cast<long long>(lastShown));
+        std::fprintf(stderr, "  %-16s %6lld notes shown\n", qPrintable(query),
+                     static_cast<long long>(lastShown));
         const qint64 started = monotonicNs();
         QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
         QCoreApplication::sendEvent(field, &escape);
@@ -296,8 +302,10 @@ int runChild(const QString &mode, const QString &root, qint64 parentStart)
     std::printf("keystrokeMedian %.2f\nkeystrokeP95 %.2f\nkeystrokeWorst %.2f\n",
                 percentile(figures.keystrokes, 0.5), percentile(figures.keystrokes, 0.95),
                 percentile(figures.keystrokes, 1.0));
-    std::printf("sortMedian %.2f\nsortP95 %.2f\n", percentile(figures.sorts, 0.5), percentile(figures.sorts, 0.95));
-    std::printf("tagMedian %.2f\ntagP95 %.2f\n", percentile(figures.tags, 0.5), percentile(figures.tags, 0.95));
+    std::printf("sortMedian %.2f\nsortP95 %.2f\n", percentile(figures.sorts, 0.5),
+                percentile(figures.sorts, 0.95));
+    std::printf("tagMedian %.2f\ntagP95 %.2f\n", percentile(figures.tags, 0.5),
+                percentile(figures.tags, 0.95));
     std::printf("memoryListed %.0f\nmemoryAfter %.0f\n", listedMemory, residentMegabytes());
     return 0;
 }
@@ -327,7 +335,8 @@ int main(int argc, char *argv[])
 {
     if (argc == 5 && QByteArray(argv[1]) == "--child") {
         QApplication application(argc, argv);
-        return runChild(QString::fromUtf8(argv[2]), QString::fromUtf8(argv[3]), QByteArray(argv[4]).toLongLong());
+        return runChild(QString::fromUtf8(argv[2]), QString::fromUtf8(argv[3]),
+                        QByteArray(argv[4]).toLongLong());
     }
     QCoreApplication application(argc, argv);
     int notes = 10000;

@@ -41,7 +41,8 @@ QString megabytes(qint64 bytes)
 QString duration(double seconds)
 {
     const auto whole = qint64(std::llround(std::max(0.0, seconds)));
-    return QString::asprintf("%lld:%02lld", static_cast<long long>(whole / 60), static_cast<long long>(whole % 60));
+    return QString::asprintf("%lld:%02lld", static_cast<long long>(whole / 60),
+                             static_cast<long long>(whole % 60));
 }
 
 } // namespace
@@ -55,13 +56,15 @@ AudioFileCheck checkAudioFile(const QString &path, const QString &root)
     // A name that is not valid UTF-8 reaches Kestil with replacement
     // characters in it, and no file of that name exists.
     if (!info.exists() && path.contains(QChar::ReplacementCharacter))
-        throw LocalError(QStringLiteral("The name of “%1” is not valid UTF-8, so Kestil cannot open it. Rename "
-                                        "the file and import it again. %2")
-                             .arg(check.fileName, nothingImported));
+        throw LocalError(
+            QStringLiteral("The name of “%1” is not valid UTF-8, so Kestil cannot open it. Rename "
+                           "the file and import it again. %2")
+                .arg(check.fileName, nothingImported));
     if (!info.isFile())
         throw LocalError(QStringLiteral("“%1” could not be found. %2").arg(check.fileName, nothingImported));
     if (info.size() == 0)
-        throw LocalError(QStringLiteral("“%1” is empty: it holds no audio. %2").arg(check.fileName, nothingImported));
+        throw LocalError(
+            QStringLiteral("“%1” is empty: it holds no audio. %2").arg(check.fileName, nothingImported));
     double frames = 0;
     try {
         AudioFileReader reader(path);
@@ -113,9 +116,10 @@ AudioFileImport::~AudioFileImport()
 bool AudioFileImport::start(const QString &path)
 {
     if (running()) {
-        lastMessage_ = QStringLiteral("Another audio file is being imported. Wait for it to finish, then import "
-                                      "“%1”.")
-                           .arg(QFileInfo(path).fileName());
+        lastMessage_ =
+            QStringLiteral("Another audio file is being imported. Wait for it to finish, then import "
+                           "“%1”.")
+                .arg(QFileInfo(path).fileName());
         emit finished(false, lastMessage_);
         return false;
     }
@@ -128,10 +132,11 @@ bool AudioFileImport::start(const QString &path)
         check_ = checkAudioFile(path, store->root());
         // The note comes first: audio written after it always has a note to
         // belong to, for recovery too.
-        note_ = store->createNote(check_.title, QString(), QUuid::createUuid(), QStringLiteral("transcription"));
+        note_ =
+            store->createNote(check_.title, QString(), QUuid::createUuid(), QStringLiteral("transcription"));
         if (!note_ || !note_->id())
-            throw LocalError(QStringLiteral("A note for “%1” could not be made. %2").arg(check_.fileName,
-                                                                                        nothingImported));
+            throw LocalError(QStringLiteral("A note for “%1” could not be made. %2")
+                                 .arg(check_.fileName, nothingImported));
         note_->setValue(QStringLiteral("sourceURL"),
                         QStringLiteral("Recordings/") + RecordingFolder::uuidText(*note_->id()));
         store->save();
@@ -224,18 +229,20 @@ void AudioFileImport::run(std::shared_ptr<Shared> shared, QString path, QString 
         writer.complete();
     } catch (const CancellationError &) {
         post([](AudioFileImport &self) {
-            self.end(false, QStringLiteral("The import of “%1” was cancelled. Nothing was imported.")
-                                .arg(self.check_.fileName),
+            self.end(false,
+                     QStringLiteral("The import of “%1” was cancelled. Nothing was imported.")
+                         .arg(self.check_.fileName),
                      true);
         });
         return;
     } catch (const std::exception &error) {
         const QString message =
-            copied > 0 ? QStringLiteral("The audio of “%1” could not be copied completely: %2. The note keeps the "
-                                        "first %3, which Kestil repairs when it starts next.")
-                             .arg(check.fileName, describe(error), duration(copied))
-                       : QStringLiteral("The audio of “%1” could not be copied: %2. %3")
-                             .arg(check.fileName, describe(error), nothingImported);
+            copied > 0
+                ? QStringLiteral("The audio of “%1” could not be copied completely: %2. The note keeps the "
+                                 "first %3, which Kestil repairs when it starts next.")
+                      .arg(check.fileName, describe(error), duration(copied))
+                : QStringLiteral("The audio of “%1” could not be copied: %2. %3")
+                      .arg(check.fileName, describe(error), nothingImported);
         post([message, keep = copied > 0](AudioFileImport &self) { self.end(false, message, !keep); });
         return;
     }
@@ -245,16 +252,17 @@ void AudioFileImport::run(std::shared_ptr<Shared> shared, QString path, QString 
     try {
         playable = DurableAudioWriter::finalAudioURL(segment);
     } catch (const std::exception &error) {
-        const QString message = QStringLiteral("The audio of “%1” is saved with its note, but its playable file "
-                                               "could not be made: %2. Kestil tries again when it starts next.")
-                                    .arg(check.fileName, describe(error));
+        const QString message =
+            QStringLiteral("The audio of “%1” is saved with its note, but its playable file "
+                           "could not be made: %2. Kestil tries again when it starts next.")
+                .arg(check.fileName, describe(error));
         post([message](AudioFileImport &self) { self.end(false, message, false); });
         return;
     }
-    const QString shortened = copied + 0.5 < check.seconds
-                                  ? QStringLiteral(" The file ends early: the first %1 of it was imported.")
-                                        .arg(duration(copied))
-                                  : QString();
+    const QString shortened =
+        copied + 0.5 < check.seconds
+            ? QStringLiteral(" The file ends early: the first %1 of it was imported.").arg(duration(copied))
+            : QString();
     post([](AudioFileImport &self) { self.receiveProgress(Stage::transcribing, 0); });
     LocalSpeech::TranscriptionObserver observer;
     observer.isCancelled = [shared] { return shared->cancelled.load(); };
@@ -270,7 +278,8 @@ void AudioFileImport::run(std::shared_ptr<Shared> shared, QString path, QString 
         post([transcript](AudioFileImport &self) { self.receiveTranscript(transcript); });
     };
     try {
-        const LocalTranscript transcript = LocalSpeech::transcribe(playable, locale, *shared->preferences, observer);
+        const LocalTranscript transcript =
+            LocalSpeech::transcribe(playable, locale, *shared->preferences, observer);
         post([transcript, shortened](AudioFileImport &self) {
             self.saveTranscript(transcript);
             const QString message =
@@ -283,15 +292,17 @@ void AudioFileImport::run(std::shared_ptr<Shared> shared, QString path, QString 
     } catch (const CancellationError &) {
         post([](AudioFileImport &self) {
             self.end(false,
-                     QStringLiteral("The transcription of “%1” was cancelled. The note keeps all its audio and the "
-                                    "text transcribed so far.")
+                     QStringLiteral(
+                         "The transcription of “%1” was cancelled. The note keeps all its audio and the "
+                         "text transcribed so far.")
                          .arg(self.check_.fileName),
                      false);
         });
     } catch (const std::exception &error) {
-        const QString message = QStringLiteral("“%1” could not be transcribed: %2 The note keeps all its audio and "
-                                               "the text transcribed so far.")
-                                    .arg(check.fileName, describe(error));
+        const QString message =
+            QStringLiteral("“%1” could not be transcribed: %2 The note keeps all its audio and "
+                           "the text transcribed so far.")
+                .arg(check.fileName, describe(error));
         post([message](AudioFileImport &self) { self.end(false, message, false); });
     }
 }

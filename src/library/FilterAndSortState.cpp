@@ -110,7 +110,8 @@ bool FilterAndSortState::matchesTags(const ListedNote &note) const
     return names.contains(selectedTags_);
 }
 
-QList<ListedNote> FilterAndSortState::filteredNotes(const QList<ListedNote> &allNotes, const QString &searchText,
+QList<ListedNote> FilterAndSortState::filteredNotes(const QList<ListedNote> &allNotes,
+                                                    const QString &searchText,
                                                     const TranscriptMatch &transcript, const QDateTime &now,
                                                     const SearchFold &fold) const
 {
@@ -173,9 +174,10 @@ QList<NotesDayGroup> FilterAndSortState::groupedNotes(const QList<ListedNote> &f
         groups[*it].notes.append(note);
     }
     const bool ascending = sortOption_ == NotesSortOption::dateOldest;
-    std::stable_sort(groups.begin(), groups.end(), [ascending](const NotesDayGroup &a, const NotesDayGroup &b) {
-        return ascending ? *a.day < *b.day : *a.day > *b.day;
-    });
+    std::stable_sort(groups.begin(), groups.end(),
+                     [ascending](const NotesDayGroup &a, const NotesDayGroup &b) {
+                         return ascending ? *a.day < *b.day : *a.day > *b.day;
+                     });
     return groups;
 }
 
@@ -201,7 +203,8 @@ void FilterAndSortState::toggleTag(const QString &name)
 }
 
 QMap<QString, int> FilterAndSortState::tagCounts(const QList<ListedNote> &allNotes, const QString &searchText,
-                                                 const TranscriptMatch &transcript, const SearchFold &fold) const
+                                                 const TranscriptMatch &transcript,
+                                                 const SearchFold &fold) const
 {
     const QString trimmed = trimmedSearch(searchText);
     const QString folded = trimmed.isEmpty() ? QString() : fold.fold(trimmed);
@@ -227,15 +230,16 @@ NotesListEmptyState FilterAndSortState::emptyState(const QList<ListedNote> &allN
         return NotesListEmptyState::noNotesYet;
     if (shownCount > 0)
         return NotesListEmptyState::none;
-    if (folderChosen &&
-        std::none_of(allNotes.begin(), allNotes.end(), [this](const ListedNote &n) { return matchesFolder(n); }))
+    if (folderChosen && std::none_of(allNotes.begin(), allNotes.end(),
+                                     [this](const ListedNote &n) { return matchesFolder(n); }))
         return NotesListEmptyState::noNotesInFolder;
     if (folderChosen || !selectedTags_.isEmpty())
         return NotesListEmptyState::filtersHidingNotes;
     return NotesListEmptyState::none;
 }
 
-NotesListEmptyState FilterAndSortState::emptyState(const QList<ListedNote> &allNotes, const QString &searchText,
+NotesListEmptyState FilterAndSortState::emptyState(const QList<ListedNote> &allNotes,
+                                                   const QString &searchText,
                                                    const TranscriptMatch &transcript) const
 {
     return emptyState(allNotes, filteredNotes(allNotes, searchText, transcript).size(), searchText);

@@ -73,7 +73,8 @@ public:
 
     // For each tag name, the number of notes that pass the search alone.
     QMap<QString, int> tagCounts(const QList<ListedNote> &allNotes, const QString &searchText,
-                                 const TranscriptMatch &transcript, const SearchFold &fold = SearchFold()) const;
+                                 const TranscriptMatch &transcript,
+                                 const SearchFold &fold = SearchFold()) const;
     // Why the list is empty, given what it shows.
     NotesListEmptyState emptyState(const QList<ListedNote> &allNotes, qsizetype shownCount,
                                    const QString &searchText) const;

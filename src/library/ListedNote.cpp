@@ -52,8 +52,8 @@ QByteArray titleSortKey(QStringView title, const QLocale &locale)
                                      reinterpret_cast<uint8_t *>(key.data()), int32_t(key.size()));
     if (length > key.size()) {
         key.resize(length);
-        length = ucol_getSortKey(collator, text, int32_t(title.size()), reinterpret_cast<uint8_t *>(key.data()),
-                                 int32_t(key.size()));
+        length = ucol_getSortKey(collator, text, int32_t(title.size()),
+                                 reinterpret_cast<uint8_t *>(key.data()), int32_t(key.size()));
     }
     // The key ends with a zero byte, which the byte order does not need.
     key.resize(length > 0 ? length - 1 : 0);
@@ -65,8 +65,9 @@ void ListedNote::prepare(const SearchFold &fold, const QLocale &locale)
     displayTitle = listedDisplayTitle(title);
     titleSortKey = kestil::titleSortKey(displayTitle, locale);
     foldedTitle = title ? std::optional<QString>(fold.fold(*title)) : std::nullopt;
-    foldedTagLine = tagNames.isEmpty() ? std::nullopt
-                                       : std::optional<QString>(fold.fold(tagNames.join(QStringLiteral(", "))));
+    foldedTagLine = tagNames.isEmpty()
+                        ? std::nullopt
+                        : std::optional<QString>(fold.fold(tagNames.join(QStringLiteral(", "))));
 }
 
 } // namespace kestil

@@ -15,7 +15,8 @@ QString cleanedTagText(const QString &typed)
             if (QChar::isLetter(ucs4))
                 cleaned.append(trimmed.mid(i, 2));
             ++i;
-        } else if (c.isLetter() || c == QLatin1Char('-') || (c >= QLatin1Char('0') && c <= QLatin1Char('9'))) {
+        } else if (c.isLetter() || c == QLatin1Char('-') ||
+                   (c >= QLatin1Char('0') && c <= QLatin1Char('9'))) {
             cleaned.append(c);
         }
     }

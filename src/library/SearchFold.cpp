@@ -47,9 +47,9 @@ QString icuFold(const QString &text, SearchFold::Rule rule)
     // most any character grows.
     std::vector<UChar> buffer(size_t(text.size()) * 3 + 1);
     UErrorCode status = U_ZERO_ERROR;
-    const int32_t length = u_strFoldCase(buffer.data(), int32_t(buffer.size()),
-                                         reinterpret_cast<const UChar *>(text.utf16()), int32_t(text.size()),
-                                         options, &status);
+    const int32_t length =
+        u_strFoldCase(buffer.data(), int32_t(buffer.size()), reinterpret_cast<const UChar *>(text.utf16()),
+                      int32_t(text.size()), options, &status);
     if (U_FAILURE(status))
         return text.toCaseFolded();
     return QString(reinterpret_cast<const QChar *>(buffer.data()), length);

@@ -36,7 +36,8 @@ QStringList localFiles(const QMimeData *data)
 QString clock(double seconds)
 {
     const auto whole = qint64(std::llround(std::max(0.0, seconds)));
-    return QString::asprintf("%lld:%02lld", static_cast<long long>(whole / 60), static_cast<long long>(whole % 60));
+    return QString::asprintf("%lld:%02lld", static_cast<long long>(whole / 60),
+                             static_cast<long long>(whole % 60));
 }
 
 } // namespace
@@ -125,10 +126,11 @@ void AudioImportController::showProgress()
         progress_->show();
     }
     const bool copying = import_.stage() == AudioFileImport::Stage::copying;
-    progress_->setLabelText(
-        copying ? QStringLiteral("Copying the audio of “%1”…").arg(import_.fileName())
-                : QStringLiteral("Transcribing “%1”: %2 of %3")
-                      .arg(import_.fileName(), clock(import_.progress() * import_.seconds()), clock(import_.seconds())));
+    progress_->setLabelText(copying
+                                ? QStringLiteral("Copying the audio of “%1”…").arg(import_.fileName())
+                                : QStringLiteral("Transcribing “%1”: %2 of %3")
+                                      .arg(import_.fileName(), clock(import_.progress() * import_.seconds()),
+                                           clock(import_.seconds())));
     progress_->setValue(int(std::lround(import_.progress() * 1000)));
 }
 

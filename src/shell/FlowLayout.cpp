@@ -17,7 +17,10 @@ FlowLayout::~FlowLayout()
         delete item;
 }
 
-void FlowLayout::addItem(QLayoutItem *item) { items_.append(item); }
+void FlowLayout::addItem(QLayoutItem *item)
+{
+    items_.append(item);
+}
 
 void FlowLayout::insertWidget(int index, QWidget *widget)
 {
@@ -33,7 +36,10 @@ QLayoutItem *FlowLayout::takeAt(int index)
     return items_.takeAt(index);
 }
 
-int FlowLayout::heightForWidth(int width) const { return arrange(QRect(0, 0, width, 0), false); }
+int FlowLayout::heightForWidth(int width) const
+{
+    return arrange(QRect(0, 0, width, 0), false);
+}
 
 QSize FlowLayout::minimumSize() const
 {

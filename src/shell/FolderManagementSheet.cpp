@@ -215,10 +215,10 @@ void FolderManagementSheet::requestDelete(const FolderPtr &folder)
 {
     if (!folder)
         return;
-    confirmation_ = new QMessageBox(QMessageBox::Warning, QStringLiteral("Delete Folder"),
-                                    folderDeletionMessage(folder->name().value_or(QString()),
-                                                          folderNoteCount(*folder)),
-                                    QMessageBox::NoButton, this);
+    confirmation_ =
+        new QMessageBox(QMessageBox::Warning, QStringLiteral("Delete Folder"),
+                        folderDeletionMessage(folder->name().value_or(QString()), folderNoteCount(*folder)),
+                        QMessageBox::NoButton, this);
     confirmation_->setObjectName(QStringLiteral("folderManagementDeleteConfirmation"));
     QPushButton *cancel = confirmation_->addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
     QPushButton *remove = confirmation_->addButton(QStringLiteral("Delete"), QMessageBox::DestructiveRole);

@@ -67,7 +67,8 @@ FolderSidebar::FolderSidebar(LocalAppModel &app, PreferenceStore &preferences, Q
                       icons::folder(ink));
     unfiled_ = entry(QStringLiteral("Unfiled"), QStringLiteral("folderSidebarUnfiled"), unfiledEntry,
                      icons::folder(ink));
-    folders_ = entry(QStringLiteral("Folders"), QStringLiteral("folderSidebarFolders"), headingEntry, QIcon());
+    folders_ =
+        entry(QStringLiteral("Folders"), QStringLiteral("folderSidebarFolders"), headingEntry, QIcon());
     // The heading opens and closes; it is not a place to show.
     folders_->setFlags(Qt::ItemIsEnabled);
     QFont headingFont = folders_->font(nameColumn);
@@ -150,7 +151,8 @@ void FolderSidebar::reload()
     }
     QList<std::pair<QUuid, QString>> listed;
     for (int i = 0; i < folders_->childCount(); ++i)
-        listed.append({folders_->child(i)->data(nameColumn, folderIdRole).toUuid(), folders_->child(i)->text(nameColumn)});
+        listed.append({folders_->child(i)->data(nameColumn, folderIdRole).toUuid(),
+                       folders_->child(i)->text(nameColumn)});
     if (wanted != listed) {
         // A folder without id cannot be chosen and is not listed.
         qDeleteAll(folders_->takeChildren());

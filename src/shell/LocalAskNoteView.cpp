@@ -211,9 +211,10 @@ void LocalAskNoteView::refresh()
         if (running) {
             blocks.append(QStringLiteral("**Kestil**\n\n") +
                           (!c.preview().trimmed().isEmpty() ? c.preview().trimmed()
-                           : c.waitingForModel() ? QStringLiteral("*Waiting for the on-device model to finish "
-                                                                  "another request…*")
-                                                 : QStringLiteral("*Thinking on this device…*")));
+                           : c.waitingForModel()
+                               ? QStringLiteral("*Waiting for the on-device model to finish "
+                                                "another request…*")
+                               : QStringLiteral("*Thinking on this device…*")));
         }
         const QString markdown = blocks.join(QStringLiteral("\n\n"));
         if (transcript_->toMarkdown().trimmed() != markdown.trimmed()) {

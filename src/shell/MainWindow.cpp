@@ -498,7 +498,8 @@ QWidget *MainWindow::buildOrganizeRow()
         return saveOrganizing(QStringLiteral("The note could not be moved to another folder: "));
     });
     layout->addWidget(folderChip_, 0, Qt::AlignTop);
-    tagsBar_ = new NoteTagsBar([this] { saveOrganizing(QStringLiteral("The note's tags could not be saved: ")); });
+    tagsBar_ =
+        new NoteTagsBar([this] { saveOrganizing(QStringLiteral("The note's tags could not be saved: ")); });
     layout->addWidget(tagsBar_, 1);
     return row;
 }
@@ -576,7 +577,8 @@ QWidget *MainWindow::buildDetail()
     menuButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
     auto *detailMenu = new QMenu(menuButton);
     detailMenu->setObjectName(QStringLiteral("noteDetailMenu"));
-    connect(detailMenu, &QMenu::aboutToShow, this, [this, detailMenu] { exportActions_->populate(detailMenu); });
+    connect(detailMenu, &QMenu::aboutToShow, this,
+            [this, detailMenu] { exportActions_->populate(detailMenu); });
     menuButton->setMenu(detailMenu);
     titleRow->addWidget(menuButton, 0, Qt::AlignTop);
     pageLayout->addLayout(titleRow);

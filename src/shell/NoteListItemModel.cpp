@@ -116,12 +116,14 @@ void NoteListItemModel::refilter()
     const auto match = [this](const ListedNote &note, const QString &query) {
         return transcriptMatches(note, query);
     };
-    const QList<NotesDayGroup> groups = state_.groupedNotes(state_.filteredNotes(listed_, searchText_, match));
+    const QList<NotesDayGroup> groups =
+        state_.groupedNotes(state_.filteredNotes(listed_, searchText_, match));
     QList<NotePtr> shown;
     QHash<qsizetype, QString> headings;
     const QDate today = QDate::currentDate();
     for (const NotesDayGroup &group : groups) {
-        if (const auto title = FilterAndSortState::dayGroupTitle(group.day, today); title && !group.notes.isEmpty())
+        if (const auto title = FilterAndSortState::dayGroupTitle(group.day, today);
+            title && !group.notes.isEmpty())
             headings.insert(shown.size(), *title);
         for (const ListedNote &note : group.notes)
             shown.append(notes_[note.key]);
@@ -154,8 +156,8 @@ NotesListEmptyState NoteListItemModel::emptyState() const
 
 QMap<QString, int> NoteListItemModel::tagCounts() const
 {
-    QMap<QString, int> counts = state_.tagCounts(
-        listed_, searchText_, [this](const ListedNote &note, const QString &query) {
+    QMap<QString, int> counts =
+        state_.tagCounts(listed_, searchText_, [this](const ListedNote &note, const QString &query) {
             return transcriptMatches(note, query);
         });
     // Tags of the library that no shown note carries are offered with 0.

@@ -42,13 +42,14 @@ NotesListEmptyStates::NotesListEmptyStates(QWidget *parent) : QStackedWidget(par
     setObjectName(QStringLiteral("notesListEmptyStates"));
     noSearchResults_ = emptyStatePage(QStringLiteral("notesListNoSearchResults"), QString(),
                                       QStringLiteral("Try searching with different keywords"));
-    noSearchResultsTitle_ = noSearchResults_->findChild<QLabel *>(QStringLiteral("notesListNoSearchResultsTitle"));
+    noSearchResultsTitle_ =
+        noSearchResults_->findChild<QLabel *>(QStringLiteral("notesListNoSearchResultsTitle"));
     noNotesInFolder_ =
         emptyStatePage(QStringLiteral("notesListNoNotesInFolder"), QStringLiteral("No notes in this folder"),
                        QStringLiteral("Create a note here, or pick another folder from the sidebar."));
-    filtersHidingNotes_ =
-        emptyStatePage(QStringLiteral("notesListFiltersHidingNotes"), QStringLiteral("Filters are hiding notes"),
-                       QStringLiteral("Your current filters match no notes in this view."));
+    filtersHidingNotes_ = emptyStatePage(QStringLiteral("notesListFiltersHidingNotes"),
+                                         QStringLiteral("Filters are hiding notes"),
+                                         QStringLiteral("Your current filters match no notes in this view."));
     auto *clear = new QPushButton(QStringLiteral("Clear Filters"));
     clear->setObjectName(QStringLiteral("notesListClearFiltersButton"));
     clear->setAccessibleName(QStringLiteral("notesListClearFiltersButton"));

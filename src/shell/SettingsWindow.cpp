@@ -309,8 +309,9 @@ QWidget *SettingsWindow::buildObsidianSection()
     buttons->addWidget(obsidianOpenFolder_);
     auto *exportButton = named(new QPushButton(QStringLiteral("Export Selected Note…")),
                                QStringLiteral("settingsObsidianExportButton"));
-    exportButton->setToolTip(QStringLiteral("Write the selected note and copies of its audio into a folder you "
-                                            "choose"));
+    exportButton->setToolTip(
+        QStringLiteral("Write the selected note and copies of its audio into a folder you "
+                       "choose"));
     buttons->addWidget(exportButton);
     buttons->addStretch(1);
     layout->addLayout(buttons);
@@ -319,10 +320,11 @@ QWidget *SettingsWindow::buildObsidianSection()
     headingFont.setWeight(QFont::DemiBold);
     heading->setFont(headingFont);
     layout->addWidget(heading);
-    for (const QString &line : {QStringLiteral("1. Create a folder anywhere inside your Obsidian vault."),
-                                QStringLiteral("2. In Kestil, select that folder as your Obsidian sync folder."),
-                                QStringLiteral("3. Kestil creates `YYYY-MM-DD` subfolders inside that sync folder "
-                                               "and writes notes into the matching date folder.")}) {
+    for (const QString &line :
+         {QStringLiteral("1. Create a folder anywhere inside your Obsidian vault."),
+          QStringLiteral("2. In Kestil, select that folder as your Obsidian sync folder."),
+          QStringLiteral("3. Kestil creates `YYYY-MM-DD` subfolders inside that sync folder "
+                         "and writes notes into the matching date folder.")}) {
         auto *help = new QLabel(line);
         help->setWordWrap(true);
         layout->addWidget(help);
@@ -700,11 +702,13 @@ void SettingsWindow::importSpeechModel()
             observer.isCancelled = [cancelled] { return cancelled->load(); };
             try {
                 const ImportedWhisperModel model = importWhisperModel(source, directory, observer);
-                return QStringLiteral("The speech model “%1” is installed. Transcription uses it from now on.")
+                return QStringLiteral(
+                           "The speech model “%1” is installed. Transcription uses it from now on.")
                     .arg(model.model.name);
             } catch (const CancellationError &) {
-                return QStringLiteral("The import was cancelled. Nothing was installed, and speech works as it "
-                                      "did before.");
+                return QStringLiteral(
+                    "The import was cancelled. Nothing was installed, and speech works as it "
+                    "did before.");
             } catch (const std::exception &e) {
                 return describe(e);
             }

@@ -77,7 +77,8 @@ TagFilterPopover::TagFilterPopover(FilterAndSortState &state, NoteListItemModel 
     modes_->setExclusive(true);
     for (TagMatchMode mode : allTagMatchModes()) {
         auto *button = new QPushButton(tagMatchModeLabel(mode));
-        name(button, mode == TagMatchMode::any ? QStringLiteral("tagMatchModeAny") : QStringLiteral("tagMatchModeAll"));
+        name(button, mode == TagMatchMode::any ? QStringLiteral("tagMatchModeAny")
+                                               : QStringLiteral("tagMatchModeAll"));
         button->setCheckable(true);
         button->setToolTip(tagMatchModeHelp(mode));
         button->setAutoDefault(false);
@@ -172,7 +173,8 @@ void TagFilterPopover::refresh()
         showState();
         return;
     }
-    const QString current = tags_->currentItem() ? tags_->currentItem()->data(0, Qt::UserRole).toString() : QString();
+    const QString current =
+        tags_->currentItem() ? tags_->currentItem()->data(0, Qt::UserRole).toString() : QString();
     tags_->clear();
     for (const QString &tag : sorted) {
         auto *item = new QTreeWidgetItem(tags_);
@@ -215,7 +217,8 @@ void TagFilterPopover::popUpBelow(QWidget *anchor)
     QPoint at = anchor->mapToGlobal(QPoint(anchor->width() - width(), anchor->height() + 2));
     if (const QScreen *screen = anchor->screen()) {
         const QRect available = screen->availableGeometry();
-        at.setX(std::clamp(at.x(), available.left(), std::max(available.left(), available.right() - width())));
+        at.setX(
+            std::clamp(at.x(), available.left(), std::max(available.left(), available.right() - width())));
     }
     move(at);
     show();

@@ -86,7 +86,8 @@ int main(int argc, char *argv[])
             try {
                 // Records why speech cannot run, when it cannot.
                 kestil::LocalSpeech::configuration(app.language());
-                app.setSpeechStatus(kestil::LocalSpeech::statusLine(kestil::LocalSpeech::readiness(app.language())));
+                app.setSpeechStatus(
+                    kestil::LocalSpeech::statusLine(kestil::LocalSpeech::readiness(app.language())));
             } catch (const std::exception &e) {
                 app.setSpeechStatus(kestil::describe(e));
             }

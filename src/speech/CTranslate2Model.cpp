@@ -131,11 +131,12 @@ CTranslate2Model::CTranslate2Model(const QString &path) : file_(path)
         // Any other first word: not this format, or a version this reader
         // was not written for.
         if (version >= 1 && version < 64)
-            throw LocalError(QStringLiteral("The model file “%1” is in CTranslate2's format version %2; Kestil "
-                                            "reads version %3. Convert it again with a recent CTranslate2.")
-                                 .arg(name)
-                                 .arg(version)
-                                 .arg(supportedVersion));
+            throw LocalError(
+                QStringLiteral("The model file “%1” is in CTranslate2's format version %2; Kestil "
+                               "reads version %3. Convert it again with a recent CTranslate2.")
+                    .arg(name)
+                    .arg(version)
+                    .arg(supportedVersion));
         throw in.notAModel();
     }
     architecture_ = in.text();
@@ -247,7 +248,8 @@ std::vector<float> CTranslate2Model::floats(const QString &name) const
         return values;
     case CTranslate2Variable::bfloat16:
         for (std::size_t i = 0; i < count; ++i)
-            values[i] = std::bit_cast<float>(std::uint32_t(qFromLittleEndian<std::uint16_t>(data + 2 * i)) << 16);
+            values[i] =
+                std::bit_cast<float>(std::uint32_t(qFromLittleEndian<std::uint16_t>(data + 2 * i)) << 16);
         return values;
     case CTranslate2Variable::int8:
     case CTranslate2Variable::int16: {

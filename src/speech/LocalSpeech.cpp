@@ -43,7 +43,8 @@ const QString fallbackText = QStringLiteral(
     "On-device speech works with PocketSphinx, a basic fallback engine that gets many words wrong.");
 const QString fallbackOfferText =
     QStringLiteral("Choose Set Up On-Device Speech to install Whisper for accurate transcripts.");
-const QString fallbackOnlyText = QStringLiteral("Whisper, the accurate engine, does not run on this processor.");
+const QString fallbackOnlyText =
+    QStringLiteral("Whisper, the accurate engine, does not run on this processor.");
 const QString notFinishedText = QStringLiteral(
     "Kestil has not finished installing this language's speech model. Connect to the internet and "
     "try Set Up On-Device Speech again.");
@@ -395,10 +396,9 @@ Readiness readiness(const QString &locale, const Inventory &inventory)
     }
     if (chosen == candidates.end())
         chosen = candidates.begin();
-    const bool whisperOffered =
-        std::any_of(candidates.begin(), candidates.end(), [](const Candidate &c) {
-            return c.configuration.engine == Engine::speech && c.status != Readiness::Status::unsupported;
-        });
+    const bool whisperOffered = std::any_of(candidates.begin(), candidates.end(), [](const Candidate &c) {
+        return c.configuration.engine == Engine::speech && c.status != Readiness::Status::unsupported;
+    });
     return Readiness{chosen->configuration, chosen->status, details, whisperOffered};
 }
 
@@ -431,13 +431,14 @@ QString statusLine(const Readiness &readiness)
 {
     if (readiness.status != Readiness::Status::installed || !readiness.configuration)
         return message(readiness);
-    const QString engine = engineName(readiness.configuration->engine) + QStringLiteral(" · ") +
-                           readiness.configuration->locale;
+    const QString engine =
+        engineName(readiness.configuration->engine) + QStringLiteral(" · ") + readiness.configuration->locale;
     if (readiness.configuration->engine == Engine::speech)
         return QStringLiteral("Installed: ") + engine;
     return QStringLiteral("Fallback engine only: ") + engine +
-           (readiness.whisperOffered ? QStringLiteral(". Set up Whisper in Settings for accurate transcripts.")
-                                     : QStringLiteral("."));
+           (readiness.whisperOffered
+                ? QStringLiteral(". Set up Whisper in Settings for accurate transcripts.")
+                : QStringLiteral("."));
 }
 
 void recordFailure(PreferenceStore &preferences, const std::exception &error, const QString &locale,

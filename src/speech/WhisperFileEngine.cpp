@@ -102,8 +102,9 @@ std::size_t WhisperFileEngine::cutFrame() const
 void WhisperFileEngine::decodeChunk(std::size_t frames, std::vector<SpeechResult> &results)
 {
     frames = std::min(frames, speech_.size());
-    const std::size_t samples =
-        frames == speech_.size() && finished_ ? pending_.size() : std::min(pending_.size(), frames * frameLength_);
+    const std::size_t samples = frames == speech_.size() && finished_
+                                    ? pending_.size()
+                                    : std::min(pending_.size(), frames * frameLength_);
     const double chunkStart = seconds(pendingStart_);
     const double chunkLength = double(samples) / rate;
     const auto minimumFrames =
@@ -149,7 +150,8 @@ void WhisperFileEngine::decodeChunk(std::size_t frames, std::vector<SpeechResult
         if (aborted_.load())
             return;
         if (status != 0)
-            throw SystemError(QStringLiteral("Whisper could not transcribe the audio (error %1).").arg(status));
+            throw SystemError(
+                QStringLiteral("Whisper could not transcribe the audio (error %1).").arg(status));
         firstChunk_ = false;
 
         const int segments = whisper_full_n_segments(context);
@@ -158,10 +160,13 @@ void WhisperFileEngine::decodeChunk(std::size_t frames, std::vector<SpeechResult
             if (text.isEmpty() || WhisperContext::isSoundMarker(text))
                 continue;
             // Segment times are in hundredths of a second from the chunk's start.
-            const auto first = std::size_t(std::max<std::int64_t>(0, whisper_full_get_segment_t0(context, i))) *
-                               std::size_t(rate / 100) / frameLength_;
-            const auto last = std::size_t(std::max<std::int64_t>(0, whisper_full_get_segment_t1(context, i))) *
-                                  std::size_t(rate / 100) / frameLength_ + 1;
+            const auto first =
+                std::size_t(std::max<std::int64_t>(0, whisper_full_get_segment_t0(context, i))) *
+                std::size_t(rate / 100) / frameLength_;
+            const auto last =
+                std::size_t(std::max<std::int64_t>(0, whisper_full_get_segment_t1(context, i))) *
+                    std::size_t(rate / 100) / frameLength_ +
+                1;
             if (speechIn(first, last) < minimumFrames)
                 continue;
             std::size_t speechStart = first;
@@ -170,9 +175,11 @@ void WhisperFileEngine::decodeChunk(std::size_t frames, std::vector<SpeechResult
             std::size_t speechEnd = std::min(last, frames);
             while (speechEnd > speechStart && !speech_[speechEnd - 1])
                 --speechEnd;
-            const double start = std::max(lastEnd_, chunkStart + seconds(std::int64_t(speechStart * frameLength_)));
-            const double end = std::max(
-                start, std::min(chunkStart + chunkLength, chunkStart + seconds(std::int64_t(speechEnd * frameLength_))));
+            const double start =
+                std::max(lastEnd_, chunkStart + seconds(std::int64_t(speechStart * frameLength_)));
+            const double end =
+                std::max(start, std::min(chunkStart + chunkLength,
+                                         chunkStart + seconds(std::int64_t(speechEnd * frameLength_))));
             results.push_back(SpeechResult{text, start, end, true});
             lastEnd_ = end;
         }

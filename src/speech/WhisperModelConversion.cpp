@@ -92,7 +92,8 @@ QStringList readTokens(const QString &folder)
     QFile tokenizer(dir.filePath(QStringLiteral("tokenizer.json")));
     if (tokenizer.open(QIODevice::ReadOnly)) {
         const QJsonObject root = QJsonDocument::fromJson(tokenizer.readAll()).object();
-        const QJsonObject vocabulary = root.value(QStringLiteral("model")).toObject().value(QStringLiteral("vocab")).toObject();
+        const QJsonObject vocabulary =
+            root.value(QStringLiteral("model")).toObject().value(QStringLiteral("vocab")).toObject();
         QStringList tokens;
         const auto put = [&tokens](qsizetype id, const QString &token) {
             if (id < 0 || id > 1000000)
@@ -105,7 +106,8 @@ QStringList readTokens(const QString &folder)
             put(it.value().toInt(-1), it.key());
         for (const QJsonValue &added : root.value(QStringLiteral("added_tokens")).toArray()) {
             const QJsonObject token = added.toObject();
-            put(token.value(QStringLiteral("id")).toInt(-1), token.value(QStringLiteral("content")).toString());
+            put(token.value(QStringLiteral("id")).toInt(-1),
+                token.value(QStringLiteral("content")).toString());
         }
         return tokens;
     }
@@ -281,8 +283,9 @@ Plan plan(const Dimensions &d)
 Dimensions dimensionsOf(const CTranslate2Model &model, const QString &folder)
 {
     if (model.architecture() != QStringLiteral("WhisperSpec"))
-        throw notWhisper(folder, QStringLiteral("its model.bin holds a model of another kind (%1).")
-                                     .arg(model.architecture()));
+        throw notWhisper(
+            folder,
+            QStringLiteral("its model.bin holds a model of another kind (%1).").arg(model.architecture()));
     const auto shapeOf = [&](const QString &name) { return model.at(name).shape; };
     Dimensions d;
     const QList<qint64> conv = shapeOf(QStringLiteral("encoder/conv1/weight"));
@@ -354,10 +357,10 @@ public:
     {
         const QString reason = file_.errorString();
         file_.close();
-        throw SystemError(QStringLiteral("The converted speech model could not be written to %1: %2. Nothing "
-                                         "was installed, and the model folder you chose is unchanged.")
-                              .arg(QDir::toNativeSeparators(QFileInfo(file_.fileName()).absolutePath()),
-                                   reason));
+        throw SystemError(
+            QStringLiteral("The converted speech model could not be written to %1: %2. Nothing "
+                           "was installed, and the model folder you chose is unchanged.")
+                .arg(QDir::toNativeSeparators(QFileInfo(file_.fileName()).absolutePath()), reason));
     }
 
 private:
@@ -372,8 +375,8 @@ void writeTensor(Output &out, const CTranslate2Model &model, const Tensor &tenso
 {
     const CTranslate2Variable &source = model.at(tensor.source);
     if (source.shape != tensor.sourceShape)
-        throw notWhisper(folder, QStringLiteral("its weights “%1” have a shape Whisper does not use.")
-                                     .arg(tensor.source));
+        throw notWhisper(
+            folder, QStringLiteral("its weights “%1” have a shape Whisper does not use.").arg(tensor.source));
     const std::vector<float> all = model.floats(tensor.source);
     const qint64 rowLength = tensor.sourceShape.size() > 1 ? source.elements() / tensor.sourceShape[0] : 1;
     const float *values = all.data() + tensor.firstRow * rowLength;

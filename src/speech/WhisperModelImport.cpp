@@ -21,8 +21,8 @@ namespace kestil {
 
 namespace {
 
-const QString chooseText = QStringLiteral(
-    "Choose a whisper.cpp model file (ggml-….bin) or a faster-whisper model folder.");
+const QString chooseText =
+    QStringLiteral("Choose a whisper.cpp model file (ggml-….bin) or a faster-whisper model folder.");
 
 QString shown(const QString &path)
 {
@@ -31,9 +31,10 @@ QString shown(const QString &path)
 
 [[noreturn]] void failWriting(const QString &directory, const QString &reason)
 {
-    throw SystemError(QStringLiteral("The speech model could not be written to %1: %2. Nothing was installed, "
-                                     "and the model you chose is unchanged.")
-                          .arg(shown(directory), reason));
+    throw SystemError(
+        QStringLiteral("The speech model could not be written to %1: %2. Nothing was installed, "
+                       "and the model you chose is unchanged.")
+            .arg(shown(directory), reason));
 }
 
 // Copies a whisper.cpp file as it is, a megabyte at a time.
@@ -92,8 +93,8 @@ struct Size {
 
 QString whisperModelName(const WhisperModelFile &file)
 {
-    static const Size sizes[] = {{384, 4, "tiny"},    {512, 6, "base"},    {768, 12, "small"},
-                                 {1024, 24, "medium"}, {1280, 32, "large"}};
+    static const Size sizes[] = {
+        {384, 4, "tiny"}, {512, 6, "base"}, {768, 12, "small"}, {1024, 24, "medium"}, {1280, 32, "large"}};
     QString name;
     for (const Size &size : sizes) {
         if (size.state == file.audioState && size.layers == file.audioLayers)
@@ -118,16 +119,19 @@ ImportedWhisperModel importWhisperModel(const QString &source, const QString &di
     if (chosen.isFile() && chosen.fileName() == QLatin1String("model.bin") &&
         isCTranslate2Folder(chosen.absolutePath()))
         chosen = QFileInfo(chosen.absolutePath());
-    if (chosen.isDir() && !QFileInfo(QDir(chosen.absoluteFilePath()).filePath(QStringLiteral("model.bin"))).isFile())
-        throw LocalError(QStringLiteral("The folder “%1” holds no model.bin, so it is no faster-whisper model. %2")
-                             .arg(shown(chosen.absoluteFilePath()), chooseText));
+    if (chosen.isDir() &&
+        !QFileInfo(QDir(chosen.absoluteFilePath()).filePath(QStringLiteral("model.bin"))).isFile())
+        throw LocalError(
+            QStringLiteral("The folder “%1” holds no model.bin, so it is no faster-whisper model. %2")
+                .arg(shown(chosen.absoluteFilePath()), chooseText));
     if (!QDir().mkpath(directory))
-        throw SystemError(QStringLiteral("The folder for speech models could not be created at %1.")
-                              .arg(shown(directory)));
+        throw SystemError(
+            QStringLiteral("The folder for speech models could not be created at %1.").arg(shown(directory)));
 
     // Not "ggml-*.bin": while it is written, it is no model of the folder.
-    const QString part = QDir(directory).filePath(
-        QStringLiteral("import-") + QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral(".part"));
+    const QString part = QDir(directory).filePath(QStringLiteral("import-") +
+                                                  QUuid::createUuid().toString(QUuid::WithoutBraces) +
+                                                  QStringLiteral(".part"));
     ImportedWhisperModel imported;
     try {
         QElapsedTimer timer;
@@ -154,7 +158,8 @@ ImportedWhisperModel importWhisperModel(const QString &source, const QString &di
         // One step replaces a model of the same name. Its record no longer
         // fits the new file (size and time of change), so nothing counts as
         // installed until the new record is written.
-        if (std::rename(QFile::encodeName(part).constData(), QFile::encodeName(imported.path).constData()) != 0)
+        if (std::rename(QFile::encodeName(part).constData(), QFile::encodeName(imported.path).constData()) !=
+            0)
             failWriting(directory, QString::fromLocal8Bit(strerror(errno)));
     } catch (...) {
         QFile::remove(part);

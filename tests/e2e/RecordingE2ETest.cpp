@@ -10,8 +10,8 @@
 #include "capture/DurableAudioWriter.h"
 #include "core/NoteTranscript.h"
 #include "core/SharedPersistenceController.h"
-#include "support/PulseAudioServer.h"
 #include "speech/engines/SpeechTestSupport.h"
+#include "support/PulseAudioServer.h"
 #include "support/SoundFiles.h"
 
 #include <QStandardPaths>
@@ -183,8 +183,8 @@ TEST_P(RecordingE2ETest, RecordPauseResumeAndStopKeepTheWordsTheirTimesAndPlayab
     const QString text = note->transcription().value_or(QString());
     EXPECT_GE(wordsHeard(firstPhrase, text), GetParam().heard) << text.toStdString();
     EXPECT_GE(wordsHeard(secondPhrase, text), GetParam().heard) << text.toStdString();
-    EXPECT_EQ(test::repeatedPhrases(firstPhrase + QLatin1Char(' ') + secondPhrase + QLatin1Char(' ') + thirdPhrase,
-                                    text),
+    EXPECT_EQ(test::repeatedPhrases(
+                  firstPhrase + QLatin1Char(' ') + secondPhrase + QLatin1Char(' ') + thirdPhrase, text),
               QString())
         << "no phrase twice: " << text.toStdString();
     EXPECT_EQ(note->sourceURL().value_or(QString()).toStdString(),
@@ -224,6 +224,8 @@ TEST_P(RecordingE2ETest, RecordPauseResumeAndStopKeepTheWordsTheirTimesAndPlayab
 
 INSTANTIATE_TEST_SUITE_P(Engines, RecordingE2ETest,
                          ::testing::Values(Engine{"PocketSphinx", false, 0.5}, Engine{"Whisper", true, 0.8}),
-                         [](const ::testing::TestParamInfo<Engine> &engine) { return std::string(engine.param.name); });
+                         [](const ::testing::TestParamInfo<Engine> &engine) {
+                             return std::string(engine.param.name);
+                         });
 
 } // namespace

@@ -32,7 +32,8 @@ struct Library {
             ListedNote note;
             note.key = notes.size();
             note.title = s.titleMissing ? std::nullopt : std::optional<QString>(s.title);
-            note.timestamp = s.hoursAgo ? std::optional<QDateTime>(now.addSecs(-3600 * *s.hoursAgo)) : std::nullopt;
+            note.timestamp =
+                s.hoursAgo ? std::optional<QDateTime>(now.addSecs(-3600 * *s.hoursAgo)) : std::nullopt;
             note.hasFolder = s.folder.has_value();
             note.folderID = s.folder && !s.folder->isNull() ? s.folder : std::nullopt;
             note.tagNames = s.tags;
@@ -77,21 +78,49 @@ TEST_F(FilterAndSortStateTest, SearchLooksInTranscriptTitleAndJoinedTagsOnly)
     const QList<SearchCase> cases{
         {"blanks match everything", QStringLiteral("  \n "), {QStringLiteral("x")}, true},
         {"title ignores case", QStringLiteral("STANDUP"), {QStringLiteral("Daily standup")}, true},
-        {"transcript ignores case", QStringLiteral("budget"), {QStringLiteral("x"), 0, {}, QStringLiteral("The BUDGET.")}, true},
-        {"the search is trimmed", QStringLiteral("  budget "), {QStringLiteral("x"), 0, {}, QStringLiteral("budget")}, true},
+        {"transcript ignores case",
+         QStringLiteral("budget"),
+         {QStringLiteral("x"), 0, {}, QStringLiteral("The BUDGET.")},
+         true},
+        {"the search is trimmed",
+         QStringLiteral("  budget "),
+         {QStringLiteral("x"), 0, {}, QStringLiteral("budget")},
+         true},
         {"full case folding", QStringLiteral("STRASSE"), {QStringLiteral("Straße")}, true},
-        {"a decomposed accent finds a composed one", QStringLiteral("cafe\u0301"), {QStringLiteral("Café")}, true},
+        {"a decomposed accent finds a composed one",
+         QStringLiteral("cafe\u0301"),
+         {QStringLiteral("Café")},
+         true},
         {"accents still count", QStringLiteral("cafe"), {QStringLiteral("Café")}, false},
-        {"joined tag names", QStringLiteral("alpha, beta"), {QStringLiteral("x"), 0, {QStringLiteral("beta"), QStringLiteral("alpha")}}, true},
-        {"a comma finds two tags", QStringLiteral(", "), {QStringLiteral("x"), 0, {QStringLiteral("a"), QStringLiteral("b")}}, true},
-        {"a comma needs two tags", QStringLiteral(", "), {QStringLiteral("x"), 0, {QStringLiteral("a")}}, false},
-        {"punctuation only", QStringLiteral("?!"), {QStringLiteral("x"), 0, {}, QStringLiteral("Really?! Yes.")}, true},
-        {"an absent title matches nothing", QStringLiteral("untitled"), {QString(), 0, {}, QString(), {}, true}, false},
-        {"nowhere", QStringLiteral("roadmap"), {QStringLiteral("Budget"), 0, {QStringLiteral("q3")}, QStringLiteral("money")}, false},
+        {"joined tag names",
+         QStringLiteral("alpha, beta"),
+         {QStringLiteral("x"), 0, {QStringLiteral("beta"), QStringLiteral("alpha")}},
+         true},
+        {"a comma finds two tags",
+         QStringLiteral(", "),
+         {QStringLiteral("x"), 0, {QStringLiteral("a"), QStringLiteral("b")}},
+         true},
+        {"a comma needs two tags",
+         QStringLiteral(", "),
+         {QStringLiteral("x"), 0, {QStringLiteral("a")}},
+         false},
+        {"punctuation only",
+         QStringLiteral("?!"),
+         {QStringLiteral("x"), 0, {}, QStringLiteral("Really?! Yes.")},
+         true},
+        {"an absent title matches nothing",
+         QStringLiteral("untitled"),
+         {QString(), 0, {}, QString(), {}, true},
+         false},
+        {"nowhere",
+         QStringLiteral("roadmap"),
+         {QStringLiteral("Budget"), 0, {QStringLiteral("q3")}, QStringLiteral("money")},
+         false},
     };
     for (const SearchCase &c : cases) {
         const Library library({c.note});
-        EXPECT_EQ(FilterAndSortState::matchesSearch(library.notes.first(), c.search, library.exact()), c.matches)
+        EXPECT_EQ(FilterAndSortState::matchesSearch(library.notes.first(), c.search, library.exact()),
+                  c.matches)
             << c.name;
     }
 }
@@ -241,15 +270,60 @@ TEST_F(FilterAndSortStateTest, EmptyStates)
     const Sample filed{QStringLiteral("f"), 0, {}, {}, work};
     const QList<Case> cases{
         {"no notes", {}, FolderSelection::all(), {}, {}, NotesListEmptyState::noNotesYet},
-        {"no notes, with a search", {}, FolderSelection::all(), {}, QStringLiteral("x"), NotesListEmptyState::noNotesYet},
-        {"a blank search is no search", {filed}, FolderSelection::all(), {}, QStringLiteral("  "), NotesListEmptyState::none},
-        {"nothing found", {filed}, FolderSelection::all(), {}, QStringLiteral("zzz"), NotesListEmptyState::noSearchResults},
-        {"a search wins over the folder", {filed}, FolderSelection::unfiled(), {}, QStringLiteral("f"), NotesListEmptyState::noSearchResults},
-        {"unfiled with none unfiled", {filed}, FolderSelection::unfiled(), {}, {}, NotesListEmptyState::noNotesInFolder},
-        {"unfiled notes hidden by tags", {unfiledTagged}, FolderSelection::unfiled(), {QStringLiteral("y")}, {}, NotesListEmptyState::filtersHidingNotes},
-        {"an unknown folder", {filed}, FolderSelection::folder(QUuid::createUuid()), {}, {}, NotesListEmptyState::noNotesInFolder},
-        {"tags hide every note", {unfiledTagged}, FolderSelection::all(), {QStringLiteral("y")}, {}, NotesListEmptyState::filtersHidingNotes},
-        {"something shown", {unfiledTagged, filed}, FolderSelection::folder(work), {}, {}, NotesListEmptyState::none},
+        {"no notes, with a search",
+         {},
+         FolderSelection::all(),
+         {},
+         QStringLiteral("x"),
+         NotesListEmptyState::noNotesYet},
+        {"a blank search is no search",
+         {filed},
+         FolderSelection::all(),
+         {},
+         QStringLiteral("  "),
+         NotesListEmptyState::none},
+        {"nothing found",
+         {filed},
+         FolderSelection::all(),
+         {},
+         QStringLiteral("zzz"),
+         NotesListEmptyState::noSearchResults},
+        {"a search wins over the folder",
+         {filed},
+         FolderSelection::unfiled(),
+         {},
+         QStringLiteral("f"),
+         NotesListEmptyState::noSearchResults},
+        {"unfiled with none unfiled",
+         {filed},
+         FolderSelection::unfiled(),
+         {},
+         {},
+         NotesListEmptyState::noNotesInFolder},
+        {"unfiled notes hidden by tags",
+         {unfiledTagged},
+         FolderSelection::unfiled(),
+         {QStringLiteral("y")},
+         {},
+         NotesListEmptyState::filtersHidingNotes},
+        {"an unknown folder",
+         {filed},
+         FolderSelection::folder(QUuid::createUuid()),
+         {},
+         {},
+         NotesListEmptyState::noNotesInFolder},
+        {"tags hide every note",
+         {unfiledTagged},
+         FolderSelection::all(),
+         {QStringLiteral("y")},
+         {},
+         NotesListEmptyState::filtersHidingNotes},
+        {"something shown",
+         {unfiledTagged, filed},
+         FolderSelection::folder(work),
+         {},
+         {},
+         NotesListEmptyState::none},
     };
     for (const Case &c : cases) {
         FilterAndSortState state;
@@ -296,7 +370,8 @@ TEST_F(FilterAndSortStateTest, TagCountsFollowTheSearchAlone)
     state.setSelectedTags({QStringLiteral("q3")});
     const QMap<QString, int> all = state.tagCounts(library.notes, QString(), library.exact());
     EXPECT_EQ(all, (QMap<QString, int>{{QStringLiteral("money"), 2}, {QStringLiteral("q3"), 2}}));
-    const QMap<QString, int> searched = state.tagCounts(library.notes, QStringLiteral("budget"), library.exact());
+    const QMap<QString, int> searched =
+        state.tagCounts(library.notes, QStringLiteral("budget"), library.exact());
     EXPECT_EQ(searched, (QMap<QString, int>{{QStringLiteral("money"), 2}, {QStringLiteral("q3"), 1}}));
 }
 
@@ -309,7 +384,8 @@ TEST_F(FilterAndSortStateTest, SortLabelsAndMatchModeTexts)
                                    QStringLiteral("Title A→Z"), QStringLiteral("Title Z→A"),
                                    QStringLiteral("Most tags")}));
     EXPECT_EQ(tagMatchModeLabel(TagMatchMode::any), QStringLiteral("Any"));
-    EXPECT_EQ(tagMatchModeHelp(TagMatchMode::all), QStringLiteral("Match notes that have every selected tag"));
+    EXPECT_EQ(tagMatchModeHelp(TagMatchMode::all),
+              QStringLiteral("Match notes that have every selected tag"));
 }
 
 } // namespace

@@ -137,7 +137,8 @@ TEST(TranscriptParagraphsTest, EveryLiveParagraphShowsItsStartWhileTheRecordingR
     TranscriptParagraphsView view;
     view.isRecordingActive = true;
     for (double start : {0.4, 4.0, 9.3, 13.5, 16.0, 19.0})
-        view.utterances.append(at(start, QStringLiteral("He might even have been made amiable himself."), start + 3));
+        view.utterances.append(
+            at(start, QStringLiteral("He might even have been made amiable himself."), start + 3));
     QStringList live;
     for (const auto &p : transcriptParagraphs(view))
         live << (p.timestampLabel.isEmpty() ? QStringLiteral("-") : p.timestampLabel);

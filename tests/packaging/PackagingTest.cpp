@@ -19,7 +19,7 @@ struct ProcessOutcome {
 };
 
 ProcessOutcome run(const QString &program, const QStringList &arguments, int timeoutMs = 300000,
-        const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
+                   const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment())
 {
     QProcess process;
     process.setProcessEnvironment(environment);

@@ -46,8 +46,10 @@ void seedLibrary(const QString &root, const QList<Seed> &notes)
 {
     SharedPersistenceController store(root);
     for (const Seed &s : notes) {
-        auto note = store.createNote(s.title, s.transcript, QUuid::createUuid(), QStringLiteral("transcription"));
-        note->setValue(QStringLiteral("timestamp"), QDateTime::currentDateTimeUtc().addSecs(-3600 * s.hoursAgo));
+        auto note =
+            store.createNote(s.title, s.transcript, QUuid::createUuid(), QStringLiteral("transcription"));
+        note->setValue(QStringLiteral("timestamp"),
+                       QDateTime::currentDateTimeUtc().addSecs(-3600 * s.hoursAgo));
         for (const QString &tag : s.tags)
             note->addTag(tag);
         if (!s.folder.isEmpty())
@@ -89,9 +91,11 @@ bool visiblePage(const ShellRig &rig, const QString &name)
 TEST(LibraryOrganizeTest, SearchFieldFindsTitlesTranscriptsAndTagsByKeyboard)
 {
     ShellRig rig;
-    seedLibrary(rig.data.path(), {{QStringLiteral("Budget review"), QStringLiteral("Quarterly numbers."), {}, {}, 3},
-                                  {QStringLiteral("Design sync"), QStringLiteral("Wir treffen uns in der Straße."), {}, {}, 2},
-                                  {QStringLiteral("Standup"), QStringLiteral("Nothing new?!"), {QStringLiteral("daily")}, {}, 1}});
+    seedLibrary(
+        rig.data.path(),
+        {{QStringLiteral("Budget review"), QStringLiteral("Quarterly numbers."), {}, {}, 3},
+         {QStringLiteral("Design sync"), QStringLiteral("Wir treffen uns in der Straße."), {}, {}, 2},
+         {QStringLiteral("Standup"), QStringLiteral("Nothing new?!"), {QStringLiteral("daily")}, {}, 1}});
     rig.launch();
     ASSERT_TRUE(rig.exposed);
     rig.window->activateWindow();
@@ -184,7 +188,8 @@ TEST(LibraryOrganizeTest, TagFilterAnyAllSortAndClearFilters)
 TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
 {
     ShellRig rig;
-    seedLibrary(rig.data.path(), {{QStringLiteral("Plan"), {}, {}, {}, 2}, {QStringLiteral("Chat"), {}, {}, {}, 1}});
+    seedLibrary(rig.data.path(),
+                {{QStringLiteral("Plan"), {}, {}, {}, 2}, {QStringLiteral("Chat"), {}, {}, {}, 1}});
     rig.launch();
     FolderSidebar *sidebar = rig.window->folderSidebar();
     rig.click(QStringLiteral("folderSidebarManageButton"));
@@ -219,7 +224,8 @@ TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
     EXPECT_EQ(shownTitles(rig), QStringList{QStringLiteral("Chat")});
 
     // Rename in the row, with a right-to-left name.
-    QTest::mouseClick(sheet->findChild<QToolButton *>(QStringLiteral("folderManagementRename-") + id), Qt::LeftButton);
+    QTest::mouseClick(sheet->findChild<QToolButton *>(QStringLiteral("folderManagementRename-") + id),
+                      Qt::LeftButton);
     auto *rename = sheet->findChild<QLineEdit *>(QStringLiteral("folderManagementRenameField"));
     ASSERT_TRUE(rename);
     rename->setText(QStringLiteral("  مشاريع "));
@@ -230,12 +236,15 @@ TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
     // its note becomes unfiled.
     sidebar->select(FolderSelection::folder(*work->id()));
     EXPECT_EQ(rig.list().pendingFolderSelection(), FolderSelection::folder(*work->id()));
-    QTest::mouseClick(sheet->findChild<QToolButton *>(QStringLiteral("folderManagementDelete-") + id), Qt::LeftButton);
+    QTest::mouseClick(sheet->findChild<QToolButton *>(QStringLiteral("folderManagementDelete-") + id),
+                      Qt::LeftButton);
     QMessageBox *confirmation = sheet->deleteConfirmation();
     ASSERT_TRUE(confirmation);
-    EXPECT_EQ(confirmation->text(), QStringLiteral("“مشاريع” will be removed. 1 note in this folder will become Unfiled."));
-    QTest::mouseClick(confirmation->findChild<QPushButton *>(QStringLiteral("folderManagementDeleteConfirmButton")),
-                      Qt::LeftButton);
+    EXPECT_EQ(confirmation->text(),
+              QStringLiteral("“مشاريع” will be removed. 1 note in this folder will become Unfiled."));
+    QTest::mouseClick(
+        confirmation->findChild<QPushButton *>(QStringLiteral("folderManagementDeleteConfirmButton")),
+        Qt::LeftButton);
     EXPECT_TRUE(sortedFolders(rig.app->store()->context()).isEmpty());
     EXPECT_FALSE(noteTitled(rig, QStringLiteral("Plan"))->folder());
     EXPECT_EQ(sidebar->selection(), FolderSelection::all());
@@ -249,8 +258,9 @@ TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
     ASSERT_TRUE(chip->createSheet());
     auto *field = chip->createSheet()->findChild<QLineEdit *>(QStringLiteral("noteFolderChipNewFolderField"));
     QTest::keyClicks(field, QString(500, QLatin1Char('L')));
-    QTest::mouseClick(chip->createSheet()->findChild<QPushButton *>(QStringLiteral("noteFolderChipCreateButton")),
-                      Qt::LeftButton);
+    QTest::mouseClick(
+        chip->createSheet()->findChild<QPushButton *>(QStringLiteral("noteFolderChipCreateButton")),
+        Qt::LeftButton);
     const NotePtr plan = noteTitled(rig, QStringLiteral("Plan"));
     ASSERT_TRUE(plan->folder());
     EXPECT_EQ(plan->folder()->name()->size(), 500);
@@ -297,10 +307,12 @@ TEST(LibraryOrganizeTest, TagsAreAddedAndRemovedByHand)
         EXPECT_TRUE(popover && popover->isVisible());
         if (!popover)
             return;
-        EXPECT_EQ(popover->field()->placeholderText(), QStringLiteral("Enter tag name (letters, numbers, dashes)"));
+        EXPECT_EQ(popover->field()->placeholderText(),
+                  QStringLiteral("Enter tag name (letters, numbers, dashes)"));
         QTest::keyClicks(popover->field(), typed);
         QTest::keyClick(popover->field(), Qt::Key_Return);
-        EXPECT_TRUE(!tags->addTagPopover() || !tags->addTagPopover()->isVisible()) << "every commit closes it";
+        EXPECT_TRUE(!tags->addTagPopover() || !tags->addTagPopover()->isVisible())
+            << "every commit closes it";
     };
     addTyped(QStringLiteral("q3 plan!"));
     addTyped(QStringLiteral("#$%"));
@@ -321,8 +333,9 @@ TEST(LibraryOrganizeTest, TagsAreAddedAndRemovedByHand)
     SharedPersistenceController reread(rig.data.path());
     EXPECT_EQ(reread.noteWithId(*note->id())->tags().size(), 9) << "adding and removing are saved";
     const QList<LocalTagCandidate> library = reread.fetchTagCandidates();
-    const auto kept = std::find_if(library.begin(), library.end(),
-                                   [](const LocalTagCandidate &c) { return c.name == QStringLiteral("kept"); });
+    const auto kept = std::find_if(library.begin(), library.end(), [](const LocalTagCandidate &c) {
+        return c.name == QStringLiteral("kept");
+    });
     ASSERT_NE(kept, library.end()) << "the removed tag stays in the library";
     EXPECT_EQ(kept->usageCount, 0);
 }
@@ -337,7 +350,8 @@ TEST(LibraryOrganizeTest, DeleteRemovesEveryNoteSelectedWithCtrl)
     auto *list = rig.find<QListView>(QStringLiteral("notesList"));
     rig.find<QLineEdit>(QStringLiteral("notesListSearchField"))->setText(QStringLiteral("MATCH"));
     ASSERT_EQ(shownTitles(rig), (QStringList{QStringLiteral("One"), QStringLiteral("Two")}));
-    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, list->visualRect(list->model()->index(0, 0)).center());
+    QTest::mouseClick(list->viewport(), Qt::LeftButton, {},
+                      list->visualRect(list->model()->index(0, 0)).center());
     QTest::mouseClick(list->viewport(), Qt::LeftButton, Qt::ControlModifier,
                       list->visualRect(list->model()->index(1, 0)).center());
     EXPECT_EQ(rig.list().selectedNoteIDs().size(), 2);
@@ -359,16 +373,28 @@ void picture(QWidget *widget, const QString &name)
 TEST(LibraryOrganizeTest, DayHeadingsUnderDateOrdersOnly)
 {
     ShellRig rig;
-    const QString meeting = QStringLiteral("We went through the quarterly numbers and agreed on the launch plan.");
-    seedLibrary(rig.data.path(),
-                {{QStringLiteral("Roadmap review"), meeting, {QStringLiteral("planning"), QStringLiteral("q3")},
-                  QStringLiteral("Product"), 0},
-                 {QStringLiteral("Customer call: Zoë Sørensen"), meeting, {QStringLiteral("customers")}, {}, 0},
-                 {QStringLiteral("Budget sync"), meeting, {QStringLiteral("finance"), QStringLiteral("q3")},
-                  QStringLiteral("Finance"), 26},
-                 {QStringLiteral("Design critique"), meeting, {QStringLiteral("design")}, QStringLiteral("Product"), 27},
-                 {QStringLiteral("Hiring loop debrief"), meeting, {}, {}, 24 * 4},
-                 {QStringLiteral("Weekly standup"), meeting, {QStringLiteral("team")}, {}, 24 * 9}});
+    const QString meeting =
+        QStringLiteral("We went through the quarterly numbers and agreed on the launch plan.");
+    seedLibrary(
+        rig.data.path(),
+        {{QStringLiteral("Roadmap review"),
+          meeting,
+          {QStringLiteral("planning"), QStringLiteral("q3")},
+          QStringLiteral("Product"),
+          0},
+         {QStringLiteral("Customer call: Zoë Sørensen"), meeting, {QStringLiteral("customers")}, {}, 0},
+         {QStringLiteral("Budget sync"),
+          meeting,
+          {QStringLiteral("finance"), QStringLiteral("q3")},
+          QStringLiteral("Finance"),
+          26},
+         {QStringLiteral("Design critique"),
+          meeting,
+          {QStringLiteral("design")},
+          QStringLiteral("Product"),
+          27},
+         {QStringLiteral("Hiring loop debrief"), meeting, {}, {}, 24 * 4},
+         {QStringLiteral("Weekly standup"), meeting, {QStringLiteral("team")}, {}, 24 * 9}});
     rig.launch();
     const QAbstractItemModel *model = rig.find<QListView>(QStringLiteral("notesList"))->model();
     const auto heading = [&](int row) {
@@ -389,7 +415,8 @@ TEST(LibraryOrganizeTest, DayHeadingsUnderDateOrdersOnly)
     const FolderPtr product = findFolder(QStringLiteral("product"), rig.app->store()->context());
     rig.window->folderSidebar()->select(FolderSelection::folder(*product->id()));
     rig.list().selectNote(noteTitled(rig, QStringLiteral("Roadmap review")), false);
-    EXPECT_EQ(shownTitles(rig), (QStringList{QStringLiteral("Roadmap review"), QStringLiteral("Design critique")}));
+    EXPECT_EQ(shownTitles(rig),
+              (QStringList{QStringLiteral("Roadmap review"), QStringLiteral("Design critique")}));
     picture(rig.window.get(), QStringLiteral("library-folder"));
 
     rig.window->folderSidebar()->select(FolderSelection::all());

@@ -244,9 +244,10 @@ TEST_F(SettingsWindowTest, TheSwitchesWriteTheirPreferencesAndTheAISwitchTurnsTh
     EXPECT_FALSE(settings::onDeviceLanguageModelEnabled(*rig_.preferences));
     EXPECT_EQ(model_->availability(), LanguageModel::Availability::unavailable(
                                           LanguageModel::UnavailableReason::languageModelDisabled));
-    EXPECT_EQ(rig_.app->summaryStatus(), QStringLiteral("On-device AI is switched off in Settings. Switch it on "
-                                                        "to write summaries; your notes and transcripts remain "
-                                                        "available."));
+    EXPECT_EQ(rig_.app->summaryStatus(),
+              QStringLiteral("On-device AI is switched off in Settings. Switch it on "
+                             "to write summaries; your notes and transcripts remain "
+                             "available."));
     EXPECT_TRUE(text(QStringLiteral("settingsLanguageModelStatus"))
                     .endsWith(QStringLiteral("On-device AI is switched off.")));
 

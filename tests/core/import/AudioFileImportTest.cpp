@@ -88,11 +88,12 @@ protected:
     {
         Outcome outcome;
         QEventLoop loop;
-        QObject::connect(import_.get(), &AudioFileImport::finished, &loop, [&](bool transcribed, const QString &m) {
-            outcome.transcribed = transcribed;
-            outcome.message = m;
-            loop.quit();
-        });
+        QObject::connect(import_.get(), &AudioFileImport::finished, &loop,
+                         [&](bool transcribed, const QString &m) {
+                             outcome.transcribed = transcribed;
+                             outcome.message = m;
+                             loop.quit();
+                         });
         QObject::connect(import_.get(), &AudioFileImport::progressChanged, &loop, [&] {
             if (during)
                 during(*import_);
@@ -153,7 +154,8 @@ TEST_F(AudioFileImportTest, AFileBecomesANoteWithItsAudioStoredAsARecordingAndIt
     ASSERT_EQ(all.size(), 1);
     const NotePtr note = all.first();
     EXPECT_EQ(note->title().value_or(QString()), QStringLiteral("Young man"));
-    EXPECT_EQ(note->sourceURL().value_or(QString()), QStringLiteral("Recordings/") + RecordingFolder::uuidText(*note->id()));
+    EXPECT_EQ(note->sourceURL().value_or(QString()),
+              QStringLiteral("Recordings/") + RecordingFolder::uuidText(*note->id()));
     EXPECT_TRUE(note->transcription().value_or(QString()).contains(QStringLiteral("young man")))
         << note->transcription().value_or(QString()).toStdString();
     const QList<TranscriptUtterance> utterances = transcriptUtterances(*note);
@@ -198,14 +200,17 @@ TEST_F(AudioFileImportTest, FilesThatAreNoUsableAudioAreRefusedBeforeAnythingIsW
         QString message;
     } cases[] = {
         {file(QStringLiteral("notes.wav")),
-         QStringLiteral("“notes.wav” is not an audio file Kestil can read. Choose a WAV, FLAC, Ogg, Opus or MP3 "
-                        "file. Nothing was imported.")},
+         QStringLiteral(
+             "“notes.wav” is not an audio file Kestil can read. Choose a WAV, FLAC, Ogg, Opus or MP3 "
+             "file. Nothing was imported.")},
         {file(QStringLiteral("empty.flac")),
          QStringLiteral("“empty.flac” is empty: it holds no audio. Nothing was imported.")},
         {QFile::decodeName(latin1),
-         QStringLiteral("The name of “caf\uFFFD.wav” is not valid UTF-8, so Kestil cannot open it. Rename the file "
-                        "and import it again. Nothing was imported.")},
-        {file(QStringLiteral("missing.mp3")), QStringLiteral("“missing.mp3” could not be found. Nothing was imported.")},
+         QStringLiteral(
+             "The name of “caf\uFFFD.wav” is not valid UTF-8, so Kestil cannot open it. Rename the file "
+             "and import it again. Nothing was imported.")},
+        {file(QStringLiteral("missing.mp3")),
+         QStringLiteral("“missing.mp3” could not be found. Nothing was imported.")},
     };
     for (const auto &c : cases) {
         const Outcome outcome = run(c.path);
@@ -249,10 +254,11 @@ TEST_F(AudioFileImportTest, EightChannelsAt192kHzAreMixedAndStoredAt48kHz)
     const NotePtr note = notes().value(0);
     ASSERT_TRUE(note);
     const QString noteFolder = RecordingFolder::noteFolder(root_, *note->id());
-    const QString segment =
-        noteFolder + QLatin1Char('/') + QDir(noteFolder).entryList(QDir::Dirs | QDir::NoDotAndDotDot).value(0);
+    const QString segment = noteFolder + QLatin1Char('/') +
+                            QDir(noteFolder).entryList(QDir::Dirs | QDir::NoDotAndDotDot).value(0);
     EXPECT_EQ(LocalRecordingManifest::read(segment).sampleRate, 48000.0);
-    EXPECT_NEAR(double(DurableAudioWriter::frameCount(segment)) / 48000.0, double(clip.frames()) / 16000.0, 0.01);
+    EXPECT_NEAR(double(DurableAudioWriter::frameCount(segment)) / 48000.0, double(clip.frames()) / 16000.0,
+                0.01);
 }
 
 TEST_F(AudioFileImportTest, AFileLargerThanTheFreeSpaceIsRefusedUpFront)
@@ -268,7 +274,8 @@ TEST_F(AudioFileImportTest, AFileLargerThanTheFreeSpaceIsRefusedUpFront)
     const Outcome outcome = run(wav);
     EXPECT_FALSE(outcome.began);
     EXPECT_TRUE(outcome.message.startsWith(QStringLiteral("“long.wav” needs about ")));
-    EXPECT_TRUE(outcome.message.endsWith(QStringLiteral("Free some space and import it again. Nothing was imported.")));
+    EXPECT_TRUE(outcome.message.endsWith(
+        QStringLiteral("Free some space and import it again. Nothing was imported.")));
     EXPECT_TRUE(notes().isEmpty());
 }
 
@@ -283,19 +290,21 @@ TEST_F(AudioFileImportTest, CancellingWhileCopyingLeavesNothingAndWhileTranscrib
     ASSERT_TRUE(test::writeSoundFile(wav, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 16000, 1, audio));
 
     // As soon as the note exists, before a sample is copied.
-    const auto cancelAtOnce =
-        QObject::connect(import_.get(), &AudioFileImport::noteCreated, import_.get(), &AudioFileImport::cancel);
+    const auto cancelAtOnce = QObject::connect(import_.get(), &AudioFileImport::noteCreated, import_.get(),
+                                               &AudioFileImport::cancel);
     const Outcome copying = run(wav);
     QObject::disconnect(cancelAtOnce);
-    EXPECT_EQ(copying.message, QStringLiteral("The import of “lecture.wav” was cancelled. Nothing was imported."));
+    EXPECT_EQ(copying.message,
+              QStringLiteral("The import of “lecture.wav” was cancelled. Nothing was imported."));
     EXPECT_TRUE(notes().isEmpty());
 
     const Outcome transcribing = run(wav, [](AudioFileImport &i) {
         if (i.stage() == AudioFileImport::Stage::transcribing && i.progress() > 0.2)
             i.cancel();
     });
-    EXPECT_EQ(transcribing.message, QStringLiteral("The transcription of “lecture.wav” was cancelled. The note keeps "
-                                                   "all its audio and the text transcribed so far."));
+    EXPECT_EQ(transcribing.message,
+              QStringLiteral("The transcription of “lecture.wav” was cancelled. The note keeps "
+                             "all its audio and the text transcribed so far."));
     ASSERT_EQ(notes().size(), 1);
     const NotePtr note = notes().first();
     EXPECT_FALSE(note->transcription().value_or(QString()).isEmpty()) << "text saved as it came";

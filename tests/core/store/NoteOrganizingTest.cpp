@@ -48,7 +48,8 @@ TEST_F(NoteOrganizingTest, CountsAndOrderOfFolders)
     const FolderPtr a = createFolder(QStringLiteral("Alpha"), context);
     const FolderPtr first = createFolder(QStringLiteral("zulu"), context);
     first->setValue(QStringLiteral("sortOrder"), -1);
-    auto note = store.createNote(QStringLiteral("n"), QString(), QUuid::createUuid(), QStringLiteral("local"));
+    auto note =
+        store.createNote(QStringLiteral("n"), QString(), QUuid::createUuid(), QStringLiteral("local"));
     note->setFolder(b);
     EXPECT_EQ(folderNoteCount(*b), 1);
     EXPECT_EQ(folderNoteCount(*a), 0);
@@ -60,15 +61,16 @@ TEST_F(NoteOrganizingTest, CountsAndOrderOfFolders)
 
 TEST_F(NoteOrganizingTest, TagsTypedByHand)
 {
-    auto note = store.createNote(QStringLiteral("n"), QString(), QUuid::createUuid(), QStringLiteral("local"));
+    auto note =
+        store.createNote(QStringLiteral("n"), QString(), QUuid::createUuid(), QStringLiteral("local"));
     struct Case {
         QString typed;
         bool added;
     };
     const QList<Case> cases{
-        {QStringLiteral("q3 plan!"), true},       {QStringLiteral("Q3-Plan"), false}, // same canonical name
-        {QStringLiteral("#!?"), false},           {QStringLiteral("---"), false},
-        {QStringLiteral("  Planning \n"), true},  {QStringLiteral("planning"), false},
+        {QStringLiteral("q3 plan!"), true},      {QStringLiteral("Q3-Plan"), false}, // same canonical name
+        {QStringLiteral("#!?"), false},          {QStringLiteral("---"), false},
+        {QStringLiteral("  Planning \n"), true}, {QStringLiteral("planning"), false},
     };
     for (const Case &c : cases)
         EXPECT_EQ(addManualTag(*note, c.typed), c.added) << c.typed.toStdString();

@@ -18,14 +18,17 @@ namespace {
 const QStringList &vocabulary()
 {
     static const QStringList words{
-        QStringLiteral("Straße"), QStringLiteral("STRASSE"), QStringLiteral("ﬁnal"), QStringLiteral("FINAL"),
-        QStringLiteral("200\u212A"), QStringLiteral("5µs"), QStringLiteral("ΌΣΟΣ"), QStringLiteral("όσος"),
-        QStringLiteral("café"), QStringLiteral("cafe\u0301"), QStringLiteral("İstanbul"), QStringLiteral("ılık"),
-        QStringLiteral("Zoë"), QStringLiteral("日本語"), QStringLiteral("שלום"), QStringLiteral("🚀"),
-        QStringLiteral("O'Brien"), QStringLiteral("e-mail"), QStringLiteral("AT&T"), QStringLiteral("\"quoted\""),
-        QStringLiteral("budget"), QStringLiteral("Budget,"), QStringLiteral("meeting."), QStringLiteral("?!"),
-        QStringLiteral("—"), QStringLiteral("…"), QStringLiteral("Q3"), QStringLiteral("the"), QStringLiteral("and"),
-        QStringLiteral("roadmap"), QStringLiteral("ǅungla"), QStringLiteral("x"), QStringLiteral("naïve")};
+        QStringLiteral("Straße"),     QStringLiteral("STRASSE"),    QStringLiteral("ﬁnal"),
+        QStringLiteral("FINAL"),      QStringLiteral("200\u212A"),  QStringLiteral("5µs"),
+        QStringLiteral("ΌΣΟΣ"),       QStringLiteral("όσος"),       QStringLiteral("café"),
+        QStringLiteral("cafe\u0301"), QStringLiteral("İstanbul"),   QStringLiteral("ılık"),
+        QStringLiteral("Zoë"),        QStringLiteral("日本語"),     QStringLiteral("שלום"),
+        QStringLiteral("🚀"),          QStringLiteral("O'Brien"),    QStringLiteral("e-mail"),
+        QStringLiteral("AT&T"),       QStringLiteral("\"quoted\""), QStringLiteral("budget"),
+        QStringLiteral("Budget,"),    QStringLiteral("meeting."),   QStringLiteral("?!"),
+        QStringLiteral("—"),          QStringLiteral("…"),          QStringLiteral("Q3"),
+        QStringLiteral("the"),        QStringLiteral("and"),        QStringLiteral("roadmap"),
+        QStringLiteral("ǅungla"),     QStringLiteral("x"),          QStringLiteral("naïve")};
     return words;
 }
 
@@ -67,7 +70,8 @@ protected:
 
     NotePtr addNote(const QString &transcript)
     {
-        auto note = store->createNote(QStringLiteral("n"), transcript, QUuid::createUuid(), QStringLiteral("local"));
+        auto note =
+            store->createNote(QStringLiteral("n"), transcript, QUuid::createUuid(), QStringLiteral("local"));
         return note;
     }
 
@@ -84,8 +88,9 @@ protected:
         for (const NotePtr &note : store->fetchNotes()) {
             const bool exact = fold.contains(note->transcription().value_or(QString()), trimmed);
             matches += exact ? 1 : 0;
-            ASSERT_EQ(fast(*note), exact) << "query: " << trimmed.toStdString()
-                                          << " transcript: " << note->transcription()->left(200).toStdString();
+            ASSERT_EQ(fast(*note), exact)
+                << "query: " << trimmed.toStdString()
+                << " transcript: " << note->transcription()->left(200).toStdString();
         }
         ++queries;
         queriesWithMatches += matches > 0 ? 1 : 0;
@@ -116,13 +121,13 @@ TEST_F(TranscriptSearchTest, IndexAnswersExactlyAsTheDefinitionOnAGeneratedLibra
         store->deleteNote(notes[80 + i]);
     notes << addNote(QString()) << addNote(QStringLiteral("   "));
 
-    QStringList fixed{QStringLiteral("ss"),       QStringLiteral("SS"),      QStringLiteral("ﬁ"),
-                      QStringLiteral("fi"),       QStringLiteral("k"),       QStringLiteral("μ"),
-                      QStringLiteral("Σ"),        QStringLiteral("ς"),       QStringLiteral(", "),
-                      QStringLiteral("?!"),       QStringLiteral("\""),      QStringLiteral("I"),
-                      QStringLiteral("i̇"),        QStringLiteral("e\u0301"), QStringLiteral("é"),
-                      QStringLiteral("🚀"),       QStringLiteral("日"),      QStringLiteral("only in memory"),
-                      QStringLiteral("zzzz"),     QStringLiteral("café naïve"), QString(10000, QLatin1Char('a'))};
+    QStringList fixed{QStringLiteral("ss"),   QStringLiteral("SS"),         QStringLiteral("ﬁ"),
+                      QStringLiteral("fi"),   QStringLiteral("k"),          QStringLiteral("μ"),
+                      QStringLiteral("Σ"),    QStringLiteral("ς"),          QStringLiteral(", "),
+                      QStringLiteral("?!"),   QStringLiteral("\""),         QStringLiteral("I"),
+                      QStringLiteral("i̇"),    QStringLiteral("e\u0301"),    QStringLiteral("é"),
+                      QStringLiteral("🚀"),    QStringLiteral("日"),         QStringLiteral("only in memory"),
+                      QStringLiteral("zzzz"), QStringLiteral("café naïve"), QString(10000, QLatin1Char('a'))};
     for (const QString &query : fixed)
         expectAgreement(query);
     for (int i = 0; i < 250; ++i) {
@@ -188,7 +193,8 @@ TEST(TranscriptSearchMigrationTest, AStoreOfThePreviousSchemaGainsTheIndex)
         return found;
     };
     EXPECT_EQ(store->indexTranscripts(0), 2) << "old transcripts wait for the index";
-    EXPECT_EQ(search(QStringLiteral("STRASSE")), QStringList{QStringLiteral("Old")}) << "read while unindexed";
+    EXPECT_EQ(search(QStringLiteral("STRASSE")), QStringList{QStringLiteral("Old")})
+        << "read while unindexed";
     EXPECT_EQ(store->indexTranscripts(1000), 0);
     EXPECT_EQ(search(QStringLiteral("STRASSE")), QStringList{QStringLiteral("Old")});
     EXPECT_EQ(search(QStringLiteral("ß")), QStringList{QStringLiteral("Old")}) << "ß folds to ss";
@@ -200,7 +206,8 @@ TEST(TranscriptSearchMigrationTest, AnIndexMadeUnderOtherFoldingRulesStartsAgain
     TempRoot root;
     {
         auto store = root.open();
-        store->createNote(QStringLiteral("t"), QStringLiteral("ılık su"), QUuid::createUuid(), QStringLiteral("local"));
+        store->createNote(QStringLiteral("t"), QStringLiteral("ılık su"), QUuid::createUuid(),
+                          QStringLiteral("local"));
         EXPECT_EQ(store->indexTranscripts(0), 0);
     }
     const QLocale before;

@@ -101,9 +101,10 @@ TEST(LocalSpeechReadiness, AnInstalledFallbackBeatsADownloadablePreferredEngine)
                                             "Whisper en-US: supported\n"
                                             "PocketSphinx en-US: installed\n"
                                             "PocketSphinx usable audio formats: 1"));
-    EXPECT_EQ(message(r), QStringLiteral("On-device speech works with PocketSphinx, a basic fallback engine that "
-                                         "gets many words wrong. Choose Set Up On-Device Speech to install "
-                                         "Whisper for accurate transcripts."));
+    EXPECT_EQ(message(r),
+              QStringLiteral("On-device speech works with PocketSphinx, a basic fallback engine that "
+                             "gets many words wrong. Choose Set Up On-Device Speech to install "
+                             "Whisper for accurate transcripts."));
 }
 
 TEST(LocalSpeechReadiness, TheInstalledPreferredEngineWins)

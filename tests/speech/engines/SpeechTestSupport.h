@@ -75,7 +75,8 @@ inline void installRealWhisperModel(const QString &dataRoot)
     ASSERT_TRUE(QDir().mkpath(models));
     const QString model = realWhisperModel();
     ASSERT_TRUE(QFile::link(model, models + QStringLiteral("/ggml-base.bin")));
-    ASSERT_TRUE(QFile::copy(model + QStringLiteral(".verified"), models + QStringLiteral("/ggml-base.bin.verified")));
+    ASSERT_TRUE(
+        QFile::copy(model + QStringLiteral(".verified"), models + QStringLiteral("/ggml-base.bin.verified")));
 }
 
 // The LibriVox recordings of pocketsphinx-testdata with what is said in them.
@@ -92,7 +93,8 @@ inline QList<ReferenceClip> libriVoxClips()
     for (const QString &line : QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'))) {
         const QStringList fields = line.split(QLatin1Char('\t'));
         if (fields.size() == 2 && fields[0].startsWith(QStringLiteral("testdata:librivox/")))
-            clips.append(ReferenceClip{pocketSphinxTestData() + QLatin1Char('/') + fields[0].mid(9), fields[1]});
+            clips.append(
+                ReferenceClip{pocketSphinxTestData() + QLatin1Char('/') + fields[0].mid(9), fields[1]});
     }
     return clips;
 }

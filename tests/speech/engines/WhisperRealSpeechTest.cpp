@@ -55,8 +55,8 @@ protected:
         for (std::size_t at = 0; at < capture.size(); at += 4096) {
             const std::size_t n = std::min<std::size_t>(4096, capture.size() - at);
             session->append(capture.data() + at, qsizetype(n * sizeof(float)), 48000);
-            std::this_thread::sleep_until(started + std::chrono::microseconds(
-                                                        qint64(double(at + n) / 48000.0 / pace * 1e6)));
+            std::this_thread::sleep_until(
+                started + std::chrono::microseconds(qint64(double(at + n) / 48000.0 / pace * 1e6)));
         }
         const LocalTranscript final = session->finish();
         std::lock_guard lock(mutex);
@@ -100,9 +100,9 @@ TEST_F(WhisperRealSpeech, AReadingWithPausesIsTranscribedLiveWithoutRepeatsAndTi
     const double liveWer = test::wordErrorRate(reading.reference, live.finalizedText());
     const double offlineWer = test::wordErrorRate(reading.reference, offline.finalizedText());
     std::cout << "WER live " << liveWer << "  offline " << offlineWer << " over "
-              << test::words(reading.reference).size() << " words\n  live:    "
-              << live.finalizedText().toStdString() << "\n  offline: " << offline.finalizedText().toStdString()
-              << "\n";
+              << test::words(reading.reference).size()
+              << " words\n  live:    " << live.finalizedText().toStdString()
+              << "\n  offline: " << offline.finalizedText().toStdString() << "\n";
     EXPECT_LT(liveWer, 0.08);
     EXPECT_LT(offlineWer, 0.08);
 
@@ -125,12 +125,14 @@ TEST_F(WhisperRealSpeech, SilenceAndQuietRoomNoiseGiveNoWords)
     std::vector<float> room = test::steadyNoise(60.0, 0.002, 31);
     for (std::size_t i = 0; i < room.size(); ++i)
         room[i] += 0.001f * float(std::sin(2.0 * M_PI * 50.0 * double(i) / 16000.0));
-    for (const auto &[name, audio] : {std::pair{"silence", test::silence(60.0)}, std::pair{"room noise", room}}) {
+    for (const auto &[name, audio] :
+         {std::pair{"silence", test::silence(60.0)}, std::pair{"room noise", room}}) {
         std::vector<LocalTranscript> seen;
         const LocalTranscript live = playLive(audio, 8.0, seen);
         EXPECT_TRUE(live.fullText().isEmpty()) << name << ": " << live.fullText().toStdString();
         for (const LocalTranscript &snapshot : seen)
-            EXPECT_TRUE(snapshot.fullText().isEmpty()) << name << " showed: " << snapshot.fullText().toStdString();
+            EXPECT_TRUE(snapshot.fullText().isEmpty())
+                << name << " showed: " << snapshot.fullText().toStdString();
         const LocalTranscript file =
             LocalSpeech::transcribe(writeWav(audio), QStringLiteral("en-US"), *preferences_);
         EXPECT_TRUE(file.fullText().isEmpty()) << name << " in a file: " << file.fullText().toStdString();
