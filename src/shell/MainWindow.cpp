@@ -388,6 +388,10 @@ QWidget *MainWindow::buildSidebar()
     notesList_->setSelectionMode(QAbstractItemView::ExtendedSelection);
     // The first note of a day is taller: it carries the day's heading.
     notesList_->setUniformItemSizes(false);
+    // A list of thousands of notes is measured a hundred rows at a time, so
+    // that a search redraws the first screen without measuring every row.
+    notesList_->setLayoutMode(QListView::Batched);
+    notesList_->setBatchSize(100);
     notesList_->setFrameShape(QFrame::NoFrame);
     notesList_->setContextMenuPolicy(Qt::CustomContextMenu);
     sidebarPages_->insertWidget(listPage, notesList_);
