@@ -239,7 +239,12 @@ QStringList resolvedNames(const QStringList &proposals, const QList<LocalTagCand
         if (proposalWords.size() > mostProposalWords)
             continue;
         const QString proposalKey = key(proposal);
-        if (proposalKey.isEmpty())
+        // Small models copy the headings of the request ("LIBRARY TAGS") as
+        // a tag; a heading names no topic of the note.
+        static const QStringList headingKeys{key(QStringLiteral("library tags")),
+                                             key(QStringLiteral("note summary")),
+                                             key(QStringLiteral("tags"))};
+        if (proposalKey.isEmpty() || headingKeys.contains(proposalKey))
             continue;
 
         QString resolved;

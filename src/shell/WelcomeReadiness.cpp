@@ -14,7 +14,17 @@ WelcomeReadinessItem speechItem(const WelcomeReadinessInputs &inputs)
         return item;
     }
     const QString name = LocalSpeech::displayName(LocalSpeech::Language{inputs.language});
-    if (inputs.speech.status == LocalSpeech::Readiness::Status::installed) {
+    const bool fallbackOnly =
+        inputs.speech.status == LocalSpeech::Readiness::Status::installed && inputs.speech.configuration &&
+        inputs.speech.configuration->engine == LocalSpeech::Engine::dictation && inputs.speech.whisperOffered;
+    if (fallbackOnly) {
+        // Recording works, but with the basic engine: not what "ready" promises.
+        item.sentence =
+            QStringLiteral("Speech in %1 is transcribed offline by PocketSphinx, a basic engine "
+                           "that gets many words wrong. Set up Whisper on the Language step or in "
+                           "Settings for accurate transcripts.")
+                .arg(name);
+    } else if (inputs.speech.status == LocalSpeech::Readiness::Status::installed) {
         item.ready = true;
         item.sentence =
             QStringLiteral("Speech in %1 is transcribed live on this computer, offline.").arg(name);

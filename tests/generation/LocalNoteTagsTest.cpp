@@ -129,6 +129,9 @@ TEST(LocalNoteTagsResolve, DropsUnusableProposals)
     EXPECT_EQ(LocalNoteTags::resolvedNames({QString(48, QLatin1Char('a'))}, {}).size(), 1);
     EXPECT_EQ(LocalNoteTags::resolvedNames({"Budget", "budget!", "BUDGET"}, {}), QStringList{"Budget"});
     EXPECT_EQ(LocalNoteTags::resolvedNames({"C++ tips"}, {}), QStringList{"C-tips"});
+    EXPECT_EQ(LocalNoteTags::resolvedNames({"LIBRARY-TAGS", "Note summary", "budget"}, {}),
+              QStringList{"budget"})
+        << "the request's own headings are no topics";
 }
 
 TEST(LocalNoteTagsResolve, StopsAtFiveAndResolvesLongLibraryNamesByKey)
