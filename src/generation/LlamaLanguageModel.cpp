@@ -284,8 +284,9 @@ public:
     {
         const std::optional<GgufModelInfo> installed = LanguageModelFiles::installedModel(modelsDirectory);
         if (!installed)
-            throw LocalError(QStringLiteral("On-device summaries unavailable: modelNotReady. Your notes and "
-                                            "transcripts remain available."));
+            throw LocalError(QStringLiteral("No on-device language model is installed any more. Download or "
+                                            "import one in Settings; your notes and transcripts remain "
+                                            "available."));
         const QFileInfo file(installed->path);
         if (model_ && loadedPath_ == installed->path && loadedModified_ == file.lastModified())
             return;
