@@ -14,10 +14,13 @@ DesktopSession::DesktopSession()
     if (pipe(fds) != 0)
         return;
     // Xvfb picks a free display and writes its number to the descriptor.
+    // Without -noreset it resets whenever its last client leaves (a kestil
+    // that ended, each xdotool call), and a client that connects just then
+    // is refused.
     xvfb_.setProgram(QStringLiteral("Xvfb"));
-    xvfb_.setArguments({QStringLiteral("-displayfd"), QString::number(fds[1]), QStringLiteral("-screen"),
-                        QStringLiteral("0"), QStringLiteral("1280x800x24"), QStringLiteral("-nolisten"),
-                        QStringLiteral("tcp")});
+    xvfb_.setArguments({QStringLiteral("-displayfd"), QString::number(fds[1]), QStringLiteral("-noreset"),
+                        QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1280x800x24"),
+                        QStringLiteral("-nolisten"), QStringLiteral("tcp")});
     xvfb_.setChildProcessModifier([fd = fds[0]] { ::close(fd); });
     xvfb_.start();
     ::close(fds[1]);

@@ -321,7 +321,7 @@ TEST_F(PrivacyE2ETest, AModelDownloadTheUserAsksForGoesToItsAddressAndNowhereEls
 
     // Left half-way, the welcome flow comes back at the next launch.
     desktop.setLaunchPrefix({});
-    ASSERT_FALSE(desktop.launchKestil(data).isEmpty());
+    ASSERT_FALSE(desktop.launchKestil(data).isEmpty()) << desktop.kestilOutput().toStdString();
     EXPECT_TRUE(eventually(
         [&] { return !desktop.findWindow(QStringLiteral("^Welcome to Kestil$")).isEmpty(); }, 10000));
     desktop.stopKestil();
