@@ -228,8 +228,7 @@ void WelcomeIntelligenceStep::download()
     task_->start([model, base, directory](const DownloadObserver &observer) {
         try {
             installLanguageModel(model, base, observer, directory);
-            return QStringLiteral("“%1” is installed. Summaries, titles, tags and Ask AI use it from now on.")
-                .arg(model.name);
+            return QString(); // the status line says what is installed
         } catch (const CancellationError &) {
             return QStringLiteral("The download of “%1” was cancelled. What arrived is kept for the next "
                                   "download, and models already installed are unchanged.")
@@ -255,9 +254,8 @@ void WelcomeIntelligenceStep::import()
     const QString directory = environment_.languageModelsDirectory;
     task_->start([source, directory](const DownloadObserver &) {
         try {
-            const QString installed = LanguageModelFiles::importModel(source, directory);
-            return QStringLiteral("“%1” is installed. Summaries, titles, tags and Ask AI use it from now on.")
-                .arg(QFileInfo(installed).fileName());
+            LanguageModelFiles::importModel(source, directory);
+            return QString(); // the status line says what is installed
         } catch (const std::exception &error) {
             return describe(error);
         }
@@ -265,6 +263,8 @@ void WelcomeIntelligenceStep::import()
     refresh();
 }
 
+// `message` is empty when the model was installed: the status line then says
+// so, and saying it twice would only repeat it.
 void WelcomeIntelligenceStep::finish(const QString &message)
 {
     downloading_.clear();
