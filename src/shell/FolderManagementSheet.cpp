@@ -1,4 +1,5 @@
 #include "shell/FolderManagementSheet.h"
+#include "shell/WidgetNames.h"
 
 #include "core/NoteOrganizing.h"
 #include "core/SharedPersistenceController.h"
@@ -22,12 +23,6 @@ namespace kestil {
 
 namespace {
 
-void name(QWidget *widget, const QString &identifier)
-{
-    widget->setObjectName(identifier);
-    widget->setAccessibleName(identifier);
-}
-
 QString idText(const FolderPtr &folder)
 {
     return folder->id().value_or(QUuid()).toString(QUuid::WithoutBraces).toUpper();
@@ -38,7 +33,7 @@ QString idText(const FolderPtr &folder)
 FolderManagementSheet::FolderManagementSheet(SharedPersistenceController &store, QWidget *parent)
     : QDialog(parent), store_(store)
 {
-    name(this, QStringLiteral("folderManagementSheet"));
+    named(this, QStringLiteral("folderManagementSheet"));
     setWindowTitle(QStringLiteral("Folders"));
     resize(420, 440);
     auto *layout = new QVBoxLayout(this);
@@ -46,17 +41,17 @@ FolderManagementSheet::FolderManagementSheet(SharedPersistenceController &store,
 
     auto *heading = new QLabel(QStringLiteral(
         "Name your folder, then choose Create Folder. Find it in the Folders menu to organize your notes."));
-    name(heading, QStringLiteral("folderManagementHeading"));
+    named(heading, QStringLiteral("folderManagementHeading"));
     heading->setWordWrap(true);
     layout->addWidget(heading);
 
     auto *createRow = new QHBoxLayout;
     newFolderName_ = new QLineEdit;
-    name(newFolderName_, QStringLiteral("folderManagementNewFolderField"));
+    named(newFolderName_, QStringLiteral("folderManagementNewFolderField"));
     newFolderName_->setPlaceholderText(QStringLiteral("New folder name"));
     createRow->addWidget(newFolderName_, 1);
     create_ = new QPushButton(QStringLiteral("Create Folder"));
-    name(create_, QStringLiteral("folderManagementCreateButton"));
+    named(create_, QStringLiteral("folderManagementCreateButton"));
     createRow->addWidget(create_);
     layout->addLayout(createRow);
     connect(create_, &QPushButton::clicked, this, &FolderManagementSheet::createFromField);
@@ -66,7 +61,7 @@ FolderManagementSheet::FolderManagementSheet(SharedPersistenceController &store,
     scroll->setWidgetResizable(true);
     scroll->setFrameShape(QFrame::StyledPanel);
     rows_ = new QWidget;
-    name(rows_, QStringLiteral("folderManagementList"));
+    named(rows_, QStringLiteral("folderManagementList"));
     rowsLayout_ = new QVBoxLayout(rows_);
     rowsLayout_->setContentsMargins(8, 8, 8, 8);
     rowsLayout_->setSpacing(4);
@@ -75,7 +70,7 @@ FolderManagementSheet::FolderManagementSheet(SharedPersistenceController &store,
 
     auto *buttons = new QDialogButtonBox;
     QPushButton *done = buttons->addButton(QStringLiteral("Done"), QDialogButtonBox::AcceptRole);
-    name(done, QStringLiteral("folderManagementDoneButton"));
+    named(done, QStringLiteral("folderManagementDoneButton"));
     // Return in a field creates or renames; it never closes the sheet.
     done->setAutoDefault(false);
     create_->setAutoDefault(false);
@@ -109,7 +104,7 @@ void FolderManagementSheet::reload()
     }
     if (folders.isEmpty()) {
         empty_ = new QLabel(QStringLiteral("Create a folder above to start organizing notes."));
-        name(empty_, QStringLiteral("folderManagementEmpty"));
+        named(empty_, QStringLiteral("folderManagementEmpty"));
         empty_->setWordWrap(true);
         empty_->setAlignment(Qt::AlignCenter);
         rowsLayout_->addWidget(empty_);
@@ -119,7 +114,7 @@ void FolderManagementSheet::reload()
     const QColor ink = palette().color(QPalette::ButtonText);
     for (const FolderPtr &folder : folders) {
         auto *row = new QWidget;
-        name(row, QStringLiteral("folderManagementRow-") + idText(folder));
+        named(row, QStringLiteral("folderManagementRow-") + idText(folder));
         auto *rowLayout = new QHBoxLayout(row);
         rowLayout->setContentsMargins(2, 0, 2, 0);
         auto *icon = new QLabel;
@@ -127,7 +122,7 @@ void FolderManagementSheet::reload()
         rowLayout->addWidget(icon);
         if (folder == renamingFolder_) {
             renameField_ = new QLineEdit(folder->name().value_or(QString()));
-            name(renameField_, QStringLiteral("folderManagementRenameField"));
+            named(renameField_, QStringLiteral("folderManagementRenameField"));
             rowLayout->addWidget(renameField_, 1);
             connect(renameField_, &QLineEdit::returnPressed, this,
                     [this] { confirmRename(renameField_->text()); });
@@ -142,7 +137,7 @@ void FolderManagementSheet::reload()
             rowLayout->addWidget(count);
         }
         auto *rename = new QToolButton;
-        name(rename, QStringLiteral("folderManagementRename-") + idText(folder));
+        named(rename, QStringLiteral("folderManagementRename-") + idText(folder));
         rename->setIcon(icons::edit(ink));
         rename->setToolTip(QStringLiteral("Rename"));
         connect(rename, &QToolButton::clicked, this, [this, folder] {
@@ -153,7 +148,7 @@ void FolderManagementSheet::reload()
         });
         rowLayout->addWidget(rename);
         auto *remove = new QToolButton;
-        name(remove, QStringLiteral("folderManagementDelete-") + idText(folder));
+        named(remove, QStringLiteral("folderManagementDelete-") + idText(folder));
         remove->setIcon(icons::clear(ink));
         remove->setToolTip(QStringLiteral("Delete"));
         connect(remove, &QToolButton::clicked, this, [this, folder] { requestDelete(folder); });
@@ -222,8 +217,8 @@ void FolderManagementSheet::requestDelete(const FolderPtr &folder)
     confirmation_->setObjectName(QStringLiteral("folderManagementDeleteConfirmation"));
     QPushButton *cancel = confirmation_->addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
     QPushButton *remove = confirmation_->addButton(QStringLiteral("Delete"), QMessageBox::DestructiveRole);
-    name(cancel, QStringLiteral("folderManagementDeleteCancelButton"));
-    name(remove, QStringLiteral("folderManagementDeleteConfirmButton"));
+    named(cancel, QStringLiteral("folderManagementDeleteCancelButton"));
+    named(remove, QStringLiteral("folderManagementDeleteConfirmButton"));
     confirmation_->setDefaultButton(cancel);
     confirmation_->setAttribute(Qt::WA_DeleteOnClose);
     connect(confirmation_, &QMessageBox::finished, this, [this, folder, remove] {

@@ -1,4 +1,5 @@
 #include "shell/KestilSummaryNotificationSettings.h"
+#include "shell/WidgetNames.h"
 
 #include "prefs/KestilSummaryNotifications.h"
 #include "prefs/PreferenceStore.h"
@@ -15,13 +16,6 @@
 namespace kestil {
 
 namespace {
-
-template <typename T> T *named(T *widget, const QString &name)
-{
-    widget->setObjectName(name);
-    widget->setAccessibleName(name);
-    return widget;
-}
 
 QLabel *line(const QString &name, const QString &text = {})
 {

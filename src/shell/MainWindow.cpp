@@ -1,4 +1,5 @@
 #include "shell/MainWindow.h"
+#include "shell/WidgetNames.h"
 
 #include "capture/ProcessTapRecorder.h"
 #include "core/AskNoteConversation.h"
@@ -59,12 +60,6 @@ enum TabIndex { summaryIndex = 0, transcriptIndex = 1 };
 enum SidebarPage { listPage = 0, noNotesPage = 1, hiddenNotesPage = 2 };
 enum DetailPage { noSelectionPage = 0, notePage = 1 };
 
-void name(QWidget *widget, const QString &identifier)
-{
-    widget->setObjectName(identifier);
-    widget->setAccessibleName(identifier);
-}
-
 QPalette mutedPalette(const QWidget *widget, double alpha)
 {
     QPalette palette = widget->palette();
@@ -77,7 +72,7 @@ QPalette mutedPalette(const QWidget *widget, double alpha)
 QWidget *emptyState(const QString &identifier, const QString &title, const QString &message)
 {
     auto *page = new QWidget;
-    name(page, identifier);
+    named(page, identifier);
     auto *layout = new QVBoxLayout(page);
     layout->addStretch(1);
     auto *heading = new QLabel(title);
@@ -289,7 +284,7 @@ QWidget *MainWindow::buildLibrary()
     bannerSpinner_->setFixedSize(48, 8);
     bannerLayout->addWidget(bannerSpinner_);
     auto *bannerCancel = new QPushButton(QStringLiteral("Cancel"));
-    name(bannerCancel, QStringLiteral("messageBannerCancelButton"));
+    named(bannerCancel, QStringLiteral("messageBannerCancelButton"));
     connect(bannerCancel, &QPushButton::clicked, &app_, &LocalAppModel::cancelOperation);
     bannerLayout->addWidget(bannerCancel);
     rootLayout->addWidget(bannerRow_);
@@ -356,7 +351,7 @@ QWidget *MainWindow::buildSidebar()
     heading->setFont(headingFont);
     header->addWidget(heading, 1);
     newNoteButton_ = new QPushButton(icons::plus(palette().color(QPalette::ButtonText)), QString());
-    name(newNoteButton_, QStringLiteral("notesListNewNoteButton"));
+    named(newNoteButton_, QStringLiteral("notesListNewNoteButton"));
     newNoteButton_->setToolTip(QStringLiteral("New Transcription (Ctrl+N)"));
     newNoteButton_->setFlat(true);
     newNoteButton_->setIconSize(QSize(20, 20));
@@ -381,7 +376,7 @@ QWidget *MainWindow::buildSidebar()
     audioImport_ = new AudioImportController(app_, delegate_.preferences(), *listModel_, sidebarPages_, this);
 
     notesList_ = new QListView;
-    name(notesList_, QStringLiteral("notesList"));
+    named(notesList_, QStringLiteral("notesList"));
     notesList_->setModel(notesModel_);
     notesList_->setItemDelegate(new NoteRowDelegate(notesList_));
     // Ctrl and Shift add to the selection; Delete removes every selected note.
@@ -399,7 +394,7 @@ QWidget *MainWindow::buildSidebar()
     auto *noNotes = emptyState(QStringLiteral("notesListNoNotesYet"), QStringLiteral("No Notes"),
                                QStringLiteral("Use Create Your First Note to start your first note."));
     auto *create = new QPushButton(QStringLiteral("Create Your First Note"));
-    name(create, QStringLiteral("notesListCreateFirstNoteButton"));
+    named(create, QStringLiteral("notesListCreateFirstNoteButton"));
     connect(create, &QPushButton::clicked, newNoteButton_, &QPushButton::click);
     static_cast<QVBoxLayout *>(noNotes->layout())->insertWidget(3, create, 0, Qt::AlignHCenter);
     sidebarPages_->insertWidget(noNotesPage, noNotes);
@@ -525,7 +520,7 @@ QWidget *MainWindow::buildDetail()
     detail_ = new QStackedWidget;
     detail_->setObjectName(QStringLiteral("noteDetail"));
     auto *empty = new QLabel(QStringLiteral("No note selected"));
-    name(empty, QStringLiteral("noteDetailEmpty"));
+    named(empty, QStringLiteral("noteDetailEmpty"));
     empty->setAlignment(Qt::AlignCenter);
     empty->setPalette(mutedPalette(empty, 0.55));
     detail_->insertWidget(noSelectionPage, empty);
@@ -537,14 +532,14 @@ QWidget *MainWindow::buildDetail()
 
     jumpButton_ = new QPushButton(icons::microphone(QColor(0xe5, 0x39, 0x35)),
                                   QStringLiteral("Jump to active transcription"));
-    name(jumpButton_, QStringLiteral("noteDetailJumpToRecordingTab"));
+    named(jumpButton_, QStringLiteral("noteDetailJumpToRecordingTab"));
     jumpButton_->hide();
     connect(jumpButton_, &QPushButton::clicked, this, &MainWindow::jumpToRecording);
     pageLayout->addWidget(jumpButton_, 0, Qt::AlignRight);
 
     auto *titleRow = new QHBoxLayout;
     detailTitle_ = new QLineEdit;
-    name(detailTitle_, QStringLiteral("noteDetailTitle"));
+    named(detailTitle_, QStringLiteral("noteDetailTitle"));
     detailTitle_->setFrame(false);
     detailTitle_->setPlaceholderText(untitledNoteTitle());
     detailTitle_->setToolTip(QStringLiteral("Rename this note"));
@@ -559,7 +554,7 @@ QWidget *MainWindow::buildDetail()
     titleRow->addWidget(detailTitle_, 1);
     recordButton_ = new QPushButton(icons::microphone(palette().color(QPalette::ButtonText)),
                                     QStringLiteral("Continue Recording"));
-    name(recordButton_, QStringLiteral("noteDetailRecordButton"));
+    named(recordButton_, QStringLiteral("noteDetailRecordButton"));
     recordButton_->setToolTip(QStringLiteral("Record more into this note"));
     connect(recordButton_, &QPushButton::clicked, this, [this] {
         if (shownNote_ && listModel_->canStart())
@@ -567,14 +562,14 @@ QWidget *MainWindow::buildDetail()
     });
     titleRow->addWidget(recordButton_, 0, Qt::AlignTop);
     askButton_ = new QPushButton(QStringLiteral("Ask AI"));
-    name(askButton_, QStringLiteral("noteDetailAskAIButton"));
+    named(askButton_, QStringLiteral("noteDetailAskAIButton"));
     askButton_->setToolTip(QStringLiteral("Ask questions about this note, answered on this device "
                                           "(Ctrl+Shift+A)"));
     askButton_->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_A));
     connect(askButton_, &QPushButton::clicked, this, &MainWindow::showAskAI);
     titleRow->addWidget(askButton_, 0, Qt::AlignTop);
     auto *menuButton = new QToolButton;
-    name(menuButton, QStringLiteral("noteDetailMenuButton"));
+    named(menuButton, QStringLiteral("noteDetailMenuButton"));
     menuButton->setText(QStringLiteral("Export"));
     menuButton->setToolTip(QStringLiteral("Copy this note or save it to a file"));
     menuButton->setPopupMode(QToolButton::InstantPopup);
@@ -588,14 +583,14 @@ QWidget *MainWindow::buildDetail()
     pageLayout->addLayout(titleRow);
 
     detailDate_ = new QLabel;
-    name(detailDate_, QStringLiteral("noteDetailDate"));
+    named(detailDate_, QStringLiteral("noteDetailDate"));
     detailDate_->setPalette(mutedPalette(detailDate_, 0.6));
     pageLayout->addWidget(detailDate_);
     pageLayout->addWidget(buildOrganizeRow());
     pageLayout->addSpacing(8);
 
     tabs_ = new QTabWidget;
-    name(tabs_, QStringLiteral("noteDetailTabs"));
+    named(tabs_, QStringLiteral("noteDetailTabs"));
     tabs_->setDocumentMode(true);
     tabs_->insertTab(summaryIndex, buildSummaryTab(), QStringLiteral("Summary"));
     transcriptTab_ = new TranscriptTab;

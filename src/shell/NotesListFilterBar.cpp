@@ -1,4 +1,5 @@
 #include "shell/NotesListFilterBar.h"
+#include "shell/WidgetNames.h"
 
 #include "library/FilterAndSortState.h"
 #include "shell/Icons.h"
@@ -14,11 +15,6 @@
 namespace kestil {
 
 namespace {
-void name(QWidget *widget, const QString &identifier)
-{
-    widget->setObjectName(identifier);
-    widget->setAccessibleName(identifier);
-}
 } // namespace
 
 NotesListFilterBar::NotesListFilterBar(FilterAndSortState &state, NoteListItemModel &model, QWidget *parent)
@@ -31,7 +27,7 @@ NotesListFilterBar::NotesListFilterBar(FilterAndSortState &state, NoteListItemMo
     const QColor ink = palette().color(QPalette::ButtonText);
 
     search_ = new QLineEdit;
-    name(search_, QStringLiteral("notesListSearchField"));
+    named(search_, QStringLiteral("notesListSearchField"));
     search_->setPlaceholderText(QStringLiteral("Search..."));
     search_->setToolTip(QStringLiteral("Search titles, transcripts and tags (Ctrl+F)"));
     search_->addAction(icons::magnifier(ink), QLineEdit::LeadingPosition);
@@ -39,7 +35,7 @@ NotesListFilterBar::NotesListFilterBar(FilterAndSortState &state, NoteListItemMo
     layout->addWidget(search_, 1);
 
     clear_ = new QToolButton(search_);
-    name(clear_, QStringLiteral("clearSearchButton"));
+    named(clear_, QStringLiteral("clearSearchButton"));
     clear_->setIcon(icons::clear(ink));
     clear_->setToolTip(QStringLiteral("Clear search"));
     clear_->setAutoRaise(true);
@@ -60,7 +56,7 @@ NotesListFilterBar::NotesListFilterBar(FilterAndSortState &state, NoteListItemMo
     });
 
     filter_ = new QToolButton;
-    name(filter_, QStringLiteral("notesListTagFilterButton"));
+    named(filter_, QStringLiteral("notesListTagFilterButton"));
     filter_->setToolTip(QStringLiteral("Filter by tags and sort"));
     filter_->setAutoRaise(true);
     filter_->setIconSize(QSize(20, 20));

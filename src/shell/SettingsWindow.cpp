@@ -1,4 +1,5 @@
 #include "shell/SettingsWindow.h"
+#include "shell/WidgetNames.h"
 
 #include "base/CancellationError.h"
 #include "base/Error.h"
@@ -49,25 +50,6 @@ QLabel *sentenceLabel(const QString &name)
     label->setWordWrap(true);
     label->setTextInteractionFlags(Qt::TextSelectableByMouse);
     return label;
-}
-
-template <typename T> T *named(T *widget, const QString &name)
-{
-    widget->setObjectName(name);
-    widget->setAccessibleName(name);
-    return widget;
-}
-
-// The progress bar's range is in kilobytes: a model of several gigabytes
-// does not fit an int in bytes.
-void showProgress(QProgressBar *bar, qint64 received, qint64 total)
-{
-    if (total <= 0) {
-        bar->setRange(0, 0);
-        return;
-    }
-    bar->setRange(0, int(total / 1024));
-    bar->setValue(int(std::min(received, total) / 1024));
 }
 
 // A download reports every piece that arrives, thousands a second on a fast

@@ -1,5 +1,6 @@
 #include "shell/SummaryTab.h"
 #include "shell/StructuredSummaryView.h"
+#include "shell/WidgetNames.h"
 
 #include "core/LocalAppModel.h"
 #include "core/NotesListViewModel.h"
@@ -25,12 +26,6 @@
 namespace kestil {
 
 namespace {
-
-void name(QWidget *widget, const QString &identifier)
-{
-    widget->setObjectName(identifier);
-    widget->setAccessibleName(identifier);
-}
 
 QPalette mutedPalette(const QWidget *widget, double alpha)
 {
@@ -70,18 +65,18 @@ QIcon sparklesIcon(const QColor &color)
 
 SummaryTab::SummaryTab(NotesListViewModel &list, QWidget *parent) : QWidget(parent), list_(list)
 {
-    name(this, QStringLiteral("noteDetailSummaryTab"));
+    named(this, QStringLiteral("noteDetailSummaryTab"));
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 8, 0, 0);
     layout->setSpacing(6);
 
     // The templates: choosing one starts a summary with it.
     actions_ = new QWidget;
-    name(actions_, QStringLiteral("noteDetailSummaryActions"));
+    named(actions_, QStringLiteral("noteDetailSummaryActions"));
     auto *actionRow = new QHBoxLayout(actions_);
     actionRow->setContentsMargins(0, 0, 0, 0);
     templatesButton_ = new QToolButton;
-    name(templatesButton_, QStringLiteral("noteDetailTemplatesButton"));
+    named(templatesButton_, QStringLiteral("noteDetailTemplatesButton"));
     templatesButton_->setToolTip(
         QStringLiteral("Choose a template to summarize this note's transcript (Ctrl+T)"));
     templatesButton_->setIcon(sparklesIcon(palette().color(QPalette::ButtonText)));
@@ -107,15 +102,15 @@ SummaryTab::SummaryTab(NotesListViewModel &list, QWidget *parent) : QWidget(pare
 
     // A summary that stopped before it was saved, and the two ways on.
     resumeOffer_ = new QWidget;
-    name(resumeOffer_, QStringLiteral("noteDetailSummaryResumeOffer"));
+    named(resumeOffer_, QStringLiteral("noteDetailSummaryResumeOffer"));
     auto *offerRow = new QHBoxLayout(resumeOffer_);
     offerRow->setContentsMargins(0, 0, 0, 0);
     resumeText_ = new QLabel;
-    name(resumeText_, QStringLiteral("noteDetailSummaryResumeText"));
+    named(resumeText_, QStringLiteral("noteDetailSummaryResumeText"));
     resumeText_->setWordWrap(true);
     offerRow->addWidget(resumeText_, 1);
     continueButton_ = new QPushButton(QStringLiteral("Continue Summary"));
-    name(continueButton_, QStringLiteral("noteDetailContinueSummaryButton"));
+    named(continueButton_, QStringLiteral("noteDetailContinueSummaryButton"));
     continueButton_->setShortcut(QKeySequence(Qt::ALT | Qt::Key_C));
     continueButton_->setToolTip(QStringLiteral("Go on from the first unfinished section (Alt+C)"));
     connect(continueButton_, &QPushButton::clicked, this, [this] {
@@ -124,7 +119,7 @@ SummaryTab::SummaryTab(NotesListViewModel &list, QWidget *parent) : QWidget(pare
     });
     offerRow->addWidget(continueButton_, 0, Qt::AlignTop);
     summarizeAgainButton_ = new QPushButton(QStringLiteral("Summarize Again"));
-    name(summarizeAgainButton_, QStringLiteral("noteDetailSummarizeAgainButton"));
+    named(summarizeAgainButton_, QStringLiteral("noteDetailSummarizeAgainButton"));
     summarizeAgainButton_->setShortcut(QKeySequence(Qt::ALT | Qt::Key_A));
     summarizeAgainButton_->setToolTip(
         QStringLiteral("Start this summary anew; what was done so far is discarded (Alt+A)"));
@@ -138,18 +133,18 @@ SummaryTab::SummaryTab(NotesListViewModel &list, QWidget *parent) : QWidget(pare
     // Why a summary cannot be made now, and where to fix it.
     auto *gateRow = new QHBoxLayout;
     gateMessage_ = new QLabel;
-    name(gateMessage_, QStringLiteral("noteDetailSummaryGateMessage"));
+    named(gateMessage_, QStringLiteral("noteDetailSummaryGateMessage"));
     gateMessage_->setWordWrap(true);
     gateMessage_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     gateRow->addWidget(gateMessage_, 1);
     openSettingsButton_ = new QPushButton(QStringLiteral("Open Settings"));
-    name(openSettingsButton_, QStringLiteral("noteDetailSummaryOpenSettingsButton"));
+    named(openSettingsButton_, QStringLiteral("noteDetailSummaryOpenSettingsButton"));
     openSettingsButton_->setToolTip(QStringLiteral("Install or switch on the on-device language model"));
     connect(openSettingsButton_, &QPushButton::clicked, this, &SummaryTab::settingsRequested);
     gateRow->addWidget(openSettingsButton_, 0, Qt::AlignTop);
     layout->addLayout(gateRow);
     busyMessage_ = new QLabel;
-    name(busyMessage_, QStringLiteral("noteDetailSummaryBusyMessage"));
+    named(busyMessage_, QStringLiteral("noteDetailSummaryBusyMessage"));
     busyMessage_->setWordWrap(true);
     busyMessage_->setPalette(mutedPalette(busyMessage_, 0.6));
     layout->addWidget(busyMessage_);
@@ -158,7 +153,7 @@ SummaryTab::SummaryTab(NotesListViewModel &list, QWidget *parent) : QWidget(pare
     layout->addWidget(pages_, 1);
 
     emptyPage_ = new QWidget;
-    name(emptyPage_, QStringLiteral("noteDetailSummaryEmpty"));
+    named(emptyPage_, QStringLiteral("noteDetailSummaryEmpty"));
     auto *emptyLayout = new QVBoxLayout(emptyPage_);
     emptyLayout->addStretch(1);
     auto *emptyTitle = new QLabel(QStringLiteral("No summary yet"));
@@ -181,21 +176,21 @@ SummaryTab::SummaryTab(NotesListViewModel &list, QWidget *parent) : QWidget(pare
     pages_->addWidget(emptyPage_);
 
     generatingPage_ = new QWidget;
-    name(generatingPage_, QStringLiteral("noteDetailSummaryGenerating"));
+    named(generatingPage_, QStringLiteral("noteDetailSummaryGenerating"));
     auto *generatingLayout = new QVBoxLayout(generatingPage_);
     generatingLayout->setContentsMargins(0, 0, 0, 0);
     auto *progressRow = new QHBoxLayout;
     progressLine_ = new QLabel;
-    name(progressLine_, QStringLiteral("noteDetailSummaryProgress"));
+    named(progressLine_, QStringLiteral("noteDetailSummaryProgress"));
     progressRow->addWidget(progressLine_, 1);
     cancelButton_ = new QPushButton(QStringLiteral("Cancel"));
-    name(cancelButton_, QStringLiteral("noteDetailSummaryCancelButton"));
+    named(cancelButton_, QStringLiteral("noteDetailSummaryCancelButton"));
     cancelButton_->setToolTip(QStringLiteral("Stop this summary; the note stays as it is"));
     connect(cancelButton_, &QPushButton::clicked, &list_, &NotesListViewModel::cancelSummary);
     progressRow->addWidget(cancelButton_);
     generatingLayout->addLayout(progressRow);
     progressBar_ = new QProgressBar;
-    name(progressBar_, QStringLiteral("noteDetailSummaryProgressBar"));
+    named(progressBar_, QStringLiteral("noteDetailSummaryProgressBar"));
     progressBar_->setTextVisible(false);
     progressBar_->setMaximumHeight(6);
     generatingLayout->addWidget(progressBar_);

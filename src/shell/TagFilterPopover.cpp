@@ -1,4 +1,5 @@
 #include "shell/TagFilterPopover.h"
+#include "shell/WidgetNames.h"
 
 #include "library/FilterAndSortState.h"
 #include "shell/NoteListItemModel.h"
@@ -19,12 +20,6 @@ namespace kestil {
 
 namespace {
 
-void name(QWidget *widget, const QString &identifier)
-{
-    widget->setObjectName(identifier);
-    widget->setAccessibleName(identifier);
-}
-
 QLabel *sectionTitle(const QString &text)
 {
     auto *label = new QLabel(text);
@@ -39,7 +34,7 @@ QLabel *sectionTitle(const QString &text)
 TagFilterPopover::TagFilterPopover(FilterAndSortState &state, NoteListItemModel &model, QWidget *parent)
     : QFrame(parent, Qt::Popup), state_(state), model_(model)
 {
-    name(this, QStringLiteral("notesListTagFilterPopover"));
+    named(this, QStringLiteral("notesListTagFilterPopover"));
     setFrameShape(QFrame::StyledPanel);
     setMinimumWidth(280);
     auto *layout = new QVBoxLayout(this);
@@ -49,7 +44,7 @@ TagFilterPopover::TagFilterPopover(FilterAndSortState &state, NoteListItemModel 
     auto *header = new QHBoxLayout;
     header->addWidget(sectionTitle(QStringLiteral("Filter & Sort")), 1);
     auto *reset = new QPushButton(QStringLiteral("Reset"));
-    name(reset, QStringLiteral("tagFilterResetButton"));
+    named(reset, QStringLiteral("tagFilterResetButton"));
     reset->setFlat(true);
     connect(reset, &QPushButton::clicked, &state_, &FilterAndSortState::clearFilters);
     header->addWidget(reset);
@@ -59,7 +54,7 @@ TagFilterPopover::TagFilterPopover(FilterAndSortState &state, NoteListItemModel 
     auto *sortLabel = new QLabel(QStringLiteral("Sort by"));
     sortRow->addWidget(sortLabel);
     sortPicker_ = new QComboBox;
-    name(sortPicker_, QStringLiteral("filterSortPicker"));
+    named(sortPicker_, QStringLiteral("filterSortPicker"));
     sortPicker_->setToolTip(QStringLiteral("Sort by"));
     for (NotesSortOption option : allNotesSortOptions())
         sortPicker_->addItem(notesSortOptionLabel(option), int(option));
@@ -77,8 +72,8 @@ TagFilterPopover::TagFilterPopover(FilterAndSortState &state, NoteListItemModel 
     modes_->setExclusive(true);
     for (TagMatchMode mode : allTagMatchModes()) {
         auto *button = new QPushButton(tagMatchModeLabel(mode));
-        name(button, mode == TagMatchMode::any ? QStringLiteral("tagMatchModeAny")
-                                               : QStringLiteral("tagMatchModeAll"));
+        named(button, mode == TagMatchMode::any ? QStringLiteral("tagMatchModeAny")
+                                                : QStringLiteral("tagMatchModeAll"));
         button->setCheckable(true);
         button->setToolTip(tagMatchModeHelp(mode));
         button->setAutoDefault(false);
@@ -90,14 +85,14 @@ TagFilterPopover::TagFilterPopover(FilterAndSortState &state, NoteListItemModel 
             state_.setTagMatchMode(TagMatchMode(id));
     });
     auto *clear = new QPushButton(QStringLiteral("Clear"));
-    name(clear, QStringLiteral("tagFilterClearButton"));
+    named(clear, QStringLiteral("tagFilterClearButton"));
     clear->setFlat(true);
     connect(clear, &QPushButton::clicked, &state_, &FilterAndSortState::clearFilters);
     tagsHeader->addWidget(clear);
     layout->addLayout(tagsHeader);
 
     modeHelp_ = new QLabel;
-    name(modeHelp_, QStringLiteral("tagMatchModeHelp"));
+    named(modeHelp_, QStringLiteral("tagMatchModeHelp"));
     modeHelp_->setWordWrap(true);
     QPalette muted = modeHelp_->palette();
     QColor text = muted.color(QPalette::WindowText);
@@ -107,7 +102,7 @@ TagFilterPopover::TagFilterPopover(FilterAndSortState &state, NoteListItemModel 
     layout->addWidget(modeHelp_);
 
     tags_ = new QTreeWidget;
-    name(tags_, QStringLiteral("tagFilterList"));
+    named(tags_, QStringLiteral("tagFilterList"));
     tags_->setColumnCount(2);
     tags_->setHeaderHidden(true);
     tags_->setRootIsDecorated(false);
@@ -131,7 +126,7 @@ TagFilterPopover::TagFilterPopover(FilterAndSortState &state, NoteListItemModel 
     });
 
     noTags_ = new QLabel(QStringLiteral("No tags available"));
-    name(noTags_, QStringLiteral("tagFilterNoTags"));
+    named(noTags_, QStringLiteral("tagFilterNoTags"));
     noTags_->setAlignment(Qt::AlignCenter);
     noTags_->setPalette(muted);
     layout->addWidget(noTags_);

@@ -1,4 +1,5 @@
 #include "shell/WelcomeSteps.h"
+#include "shell/WidgetNames.h"
 
 #include "base/CancellationError.h"
 #include "base/Error.h"
@@ -28,31 +29,12 @@ namespace kestil {
 
 namespace {
 
-template <typename T> T *named(T *widget, const QString &name)
-{
-    widget->setObjectName(name);
-    widget->setAccessibleName(name);
-    return widget;
-}
-
 QLabel *sentence(const QString &name, const QString &text = {})
 {
     auto *label = named(new QLabel(text), name);
     label->setWordWrap(true);
     label->setTextInteractionFlags(Qt::TextSelectableByMouse);
     return label;
-}
-
-// The progress bar counts kilobytes: a model of several gigabytes does not
-// fit an int in bytes.
-void showProgress(QProgressBar *bar, qint64 received, qint64 total)
-{
-    if (total <= 0) {
-        bar->setRange(0, 0);
-        return;
-    }
-    bar->setRange(0, int(total / 1024));
-    bar->setValue(int(std::min(received, total) / 1024));
 }
 
 QString languageOf(PreferenceStore &preferences)

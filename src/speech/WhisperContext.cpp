@@ -67,4 +67,20 @@ bool WhisperContext::isSoundMarker(const QString &text)
            (first == QChar(0x266A) && last == QChar(0x266A));
 }
 
+whisper_full_params WhisperContext::greedyParams(int threads) const
+{
+    whisper_full_params params = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
+    params.n_threads = threads;
+    params.print_special = false;
+    params.print_progress = false;
+    params.print_realtime = false;
+    params.print_timestamps = false;
+    params.language = language_.constData();
+    params.detect_language = false;
+    params.translate = false;
+    params.suppress_blank = true;
+    params.suppress_nst = true;
+    return params;
+}
+
 } // namespace kestil

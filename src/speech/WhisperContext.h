@@ -5,6 +5,8 @@
 #include <QByteArray>
 #include <QString>
 
+#include <whisper.h>
+
 struct whisper_context;
 
 namespace kestil {
@@ -22,6 +24,10 @@ public:
 
     whisper_context *get() const { return context_; }
     const QByteArray &language() const { return language_; }
+    // Greedy decoding of the model's language, quiet, never translated or
+    // detected, blanks and non-speech tokens suppressed: what every reading
+    // of Kestil's starts from. The parameters point into this context.
+    whisper_full_params greedyParams(int threads) const;
     const WhisperModelFile &file() const { return file_; }
 
     // Decoder threads: `requested` when above 0, else half the cores there

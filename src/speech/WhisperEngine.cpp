@@ -81,23 +81,13 @@ QString WhisperEngine::decode(std::span<const float> samples, Context context)
     }
     const double duration = double(samples.size()) / rate;
 
-    whisper_full_params params = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
-    params.n_threads = threads_;
+    whisper_full_params params = model_.greedyParams(threads_);
     params.no_context = true;
     params.no_timestamps = true;
     params.single_segment = true;
-    params.print_special = false;
-    params.print_progress = false;
-    params.print_realtime = false;
-    params.print_timestamps = false;
-    params.language = model_.language().constData();
-    params.detect_language = false;
-    params.translate = false;
     params.temperature = 0.0f;
     // No second pass at a higher temperature: a live note needs the answer now.
     params.temperature_inc = 0.0f;
-    params.suppress_blank = true;
-    params.suppress_nst = true;
     params.initial_prompt = prompt_.isEmpty() ? nullptr : prompt_.constData();
     // A quick reading encodes only as much context as the audio fills (50
     // positions per second), which makes a short window much cheaper than 30

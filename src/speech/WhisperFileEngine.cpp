@@ -122,20 +122,10 @@ void WhisperFileEngine::decodeChunk(std::size_t frames, std::vector<SpeechResult
         // words changes nothing.
         audio.resize(std::max(audio.size(), std::size_t(rate * 1.05)), 0.0f);
 
-        whisper_full_params params = whisper_full_default_params(WHISPER_SAMPLING_GREEDY);
-        params.n_threads = threads_;
+        whisper_full_params params = model_.greedyParams(threads_);
         // Each chunk reads on from the text of the one before, as whisper
         // does from one 30-second window to the next.
         params.no_context = false;
-        params.print_special = false;
-        params.print_progress = false;
-        params.print_realtime = false;
-        params.print_timestamps = false;
-        params.language = model_.language().constData();
-        params.detect_language = false;
-        params.translate = false;
-        params.suppress_blank = true;
-        params.suppress_nst = true;
         params.initial_prompt = firstChunk_ && !prompt_.isEmpty() ? prompt_.constData() : nullptr;
         Progress progress{&options_.progress, chunkStart, chunkLength};
         params.progress_callback = reportProgress;
