@@ -386,12 +386,11 @@ QString selectColumns(const EntityDescription &entity)
         columns << QStringLiteral("folder");
     return columns.join(QStringLiteral(", "));
 }
-} // namespace
-
-QList<qint64> SqliteStore::selectPrimaryKeys(const EntityDescription &entity,
-                                             const std::optional<AttributeEquals> &where, int limit) const
+// Adds the condition of `where` (when there is one) and the key order to a
+// SELECT; returns the attribute whose value binds to ?1.
+std::optional<AttributeDescription> appendWhere(QString &sql, const EntityDescription &entity,
+                                                const std::optional<AttributeEquals> &where)
 {
-    QString sql = QStringLiteral("SELECT pk FROM %1").arg(entity.table);
     std::optional<AttributeDescription> attribute;
     if (where) {
         attribute = entity.attribute(where->key);
@@ -400,6 +399,15 @@ QList<qint64> SqliteStore::selectPrimaryKeys(const EntityDescription &entity,
         sql += QStringLiteral(" WHERE \"%1\" = ?1").arg(where->key);
     }
     sql += QStringLiteral(" ORDER BY pk");
+    return attribute;
+}
+} // namespace
+
+QList<qint64> SqliteStore::selectPrimaryKeys(const EntityDescription &entity,
+                                             const std::optional<AttributeEquals> &where, int limit) const
+{
+    QString sql = QStringLiteral("SELECT pk FROM %1").arg(entity.table);
+    const std::optional<AttributeDescription> attribute = appendWhere(sql, entity, where);
     if (limit > 0)
         sql += QStringLiteral(" LIMIT %1").arg(limit);
     Statement st(db_, sql);
@@ -436,14 +444,7 @@ QList<StoredRow> SqliteStore::selectRows(const EntityDescription &entity,
                                          const std::optional<AttributeEquals> &where) const
 {
     QString sql = QStringLiteral("SELECT %1 FROM %2").arg(selectColumns(entity), entity.table);
-    std::optional<AttributeDescription> attribute;
-    if (where) {
-        attribute = entity.attribute(where->key);
-        if (!attribute)
-            throw SystemError(QStringLiteral("The notes database has no field named %1.").arg(where->key));
-        sql += QStringLiteral(" WHERE \"%1\" = ?1").arg(where->key);
-    }
-    sql += QStringLiteral(" ORDER BY pk");
+    const std::optional<AttributeDescription> attribute = appendWhere(sql, entity, where);
     Statement st(db_, sql);
     if (!st.ok())
         throwReadError(db_);
