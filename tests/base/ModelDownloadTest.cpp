@@ -1,5 +1,6 @@
 #include "base/ModelDownload.h"
 #include "base/CancellationError.h"
+#include "support/CoreApplicationEnvironment.h"
 
 #include "support/LoopbackModelServer.h"
 
@@ -17,20 +18,6 @@
 using namespace kestil;
 
 namespace {
-
-// Downloads run on Qt's network machinery, which needs an application object.
-class ApplicationEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override { app_ = std::make_unique<QCoreApplication>(argc_, argv_); }
-    void TearDown() override { app_.reset(); }
-
-private:
-    int argc_ = 1;
-    char name_[32] = "model_download_test";
-    char *argv_[2] = {name_, nullptr};
-    std::unique_ptr<QCoreApplication> app_;
-};
-const auto *const application = ::testing::AddGlobalTestEnvironment(new ApplicationEnvironment);
 
 const DownloadWording wording{QStringLiteral("test model"), QStringLiteral("the next try")};
 

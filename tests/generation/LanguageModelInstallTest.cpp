@@ -2,6 +2,7 @@
 #include "generation/LanguageModelPreference.h"
 #include "generation/LlamaLanguageModel.h"
 #include "generation/LocalSummary.h"
+#include "support/CoreApplicationEnvironment.h"
 
 #include "ModelFolder.h"
 #include "TestPrinters.h"
@@ -26,20 +27,6 @@ using namespace kestil;
 using Reason = LanguageModel::UnavailableReason;
 
 namespace {
-
-// Downloads run on Qt's network machinery, which needs an application object.
-class ApplicationEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override { app_ = std::make_unique<QCoreApplication>(argc_, argv_); }
-    void TearDown() override { app_.reset(); }
-
-private:
-    int argc_ = 1;
-    char name_[40] = "generation_install_test";
-    char *argv_[2] = {name_, nullptr};
-    std::unique_ptr<QCoreApplication> app_;
-};
-const auto *const application = ::testing::AddGlobalTestEnvironment(new ApplicationEnvironment);
 
 QByteArray contentOf(const QString &path)
 {

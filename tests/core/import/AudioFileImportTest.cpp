@@ -2,6 +2,7 @@
 // by PocketSphinx (the engine every machine has; Whisper's whole-file reading
 // is measured in the speech tests and the benchmark).
 #include "core/AudioFileImport.h"
+#include "support/CoreApplicationEnvironment.h"
 
 #include "capture/DurableAudioWriter.h"
 #include "capture/LocalRecordingManifest.h"
@@ -38,19 +39,6 @@ QT_END_NAMESPACE
 using namespace kestil;
 
 namespace {
-
-class ApplicationEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override { app_ = std::make_unique<QCoreApplication>(argc_, argv_); }
-    void TearDown() override { app_.reset(); }
-
-private:
-    int argc_ = 1;
-    char name_[32] = "audio_file_import_test";
-    char *argv_[2] = {name_, nullptr};
-    std::unique_ptr<QCoreApplication> app_;
-};
-const auto *const application = ::testing::AddGlobalTestEnvironment(new ApplicationEnvironment);
 
 const QString speechClip = QStringLiteral(
     "/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-0880.wav");

@@ -2,6 +2,7 @@
 #include "speech/LiveSpeechSession.h"
 #include "speech/LocalSpeech.h"
 #include "speech/WhisperModelInstall.h"
+#include "support/CoreApplicationEnvironment.h"
 
 #include "SpeechTestSupport.h"
 #include "support/LoopbackModelServer.h"
@@ -23,20 +24,6 @@ using namespace kestil;
 using Status = LocalSpeech::Readiness::Status;
 
 namespace {
-
-// Downloads run on Qt's network machinery, which needs an application object.
-class ApplicationEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override { app_ = std::make_unique<QCoreApplication>(argc_, argv_); }
-    void TearDown() override { app_.reset(); }
-
-private:
-    int argc_ = 1;
-    char name_[32] = "speech_setup_test";
-    char *argv_[2] = {name_, nullptr};
-    std::unique_ptr<QCoreApplication> app_;
-};
-const auto *const application = ::testing::AddGlobalTestEnvironment(new ApplicationEnvironment);
 
 QByteArray contentOf(const QString &path)
 {
