@@ -1,7 +1,7 @@
 // Live transcription at real-time pace: how much of the machine each engine
 // takes and how far its text trails the audio.
 //
-//   live_speech [seconds] [model ...]
+//   live_speech [seconds] [--threads N] [model ...]
 //
 // Feeds `seconds` (default 600) of speech through a LiveSpeechSession the way
 // the recorder does (48 kHz mono float, 4096-frame buffers, one every 85 ms)
@@ -14,9 +14,12 @@
 // The whisper models are the random-weight ones of the exact published shapes
 // that scripts/models/tiny_whisper.py writes with --bench into
 // $KESTIL_TEST_MODELS_DIR (default ~/.cache/kestil/models); `model` names
-// tiny.en, base.en or small.en (all three when none is given). Random weights
-// decode until the token limit of each window, more than real speech needs,
-// so the figures err on the slow side. The speech is the LibriVox recordings
+// tiny.en, base.en or small.en (all three when none is given), or is the
+// path of a real model file, such as the Whisper base model that
+// scripts/test-models.sh imports as ggml-base.bin. Random weights decode
+// until the token limit of each window, more than real speech needs, so
+// their figures err on the slow side. --threads sets whisper's decoder
+// threads (default: as the program chooses). The speech is the LibriVox recordings
 // of Debian's pocketsphinx-testdata, with pauses of 0.3 to 1.5 s between
 // them, repeated.
 
@@ -24,9 +27,11 @@
 #include "speech/LiveSpeechSession.h"
 #include "speech/PocketSphinxEngine.h"
 #include "speech/StreamResampler.h"
+#include "speech/WhisperContext.h"
 #include "speech/WhisperEngine.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QString>
 #include <QStringList>
 
@@ -96,7 +101,7 @@ double percentile(std::vector<double> values, double p)
     return values[at];
 }
 
-void runWhisper(const QString &name, const QString &path, const std::vector<float> &audio)
+void runWhisper(const QString &name, const QString &path, int threads, const std::vector<float> &audio)
 {
     if (!QFile::exists(path)) {
         std::printf("%-9s  missing %s: run /usr/bin/python3 scripts/models/tiny_whisper.py <models> <prefix> "
@@ -104,7 +109,9 @@ void runWhisper(const QString &name, const QString &path, const std::vector<floa
                     qPrintable(name), qPrintable(path));
         return;
     }
-    auto engine = std::make_unique<WhisperEngine>(path, WhisperEngine::Options{});
+    WhisperEngine::Options options;
+    options.threads = threads;
+    auto engine = std::make_unique<WhisperEngine>(path, options);
     WhisperEngine *whisper = engine.get();
 
     const std::size_t buffers = audio.size() / bufferFrames;
@@ -192,9 +199,14 @@ void runPocketSphinx(const std::vector<float> &audio)
 int main(int argc, char **argv)
 {
     double seconds = 600;
+    int threads = 0;
     QStringList sizes;
     for (int i = 1; i < argc; ++i) {
         const QString arg = QString::fromLocal8Bit(argv[i]);
+        if (arg == QLatin1String("--threads") && i + 1 < argc) {
+            threads = std::max(1, std::atoi(argv[++i]));
+            continue;
+        }
         bool number = false;
         const double value = arg.toDouble(&number);
         if (number && value > 0)
@@ -213,9 +225,14 @@ int main(int argc, char **argv)
     getloadavg(load, 3);
     std::printf("live speech at real-time pace, %u hardware threads, whisper on %u, load average %.2f\n",
                 std::thread::hardware_concurrency(),
-                std::clamp(std::thread::hardware_concurrency() / 2, 1u, 4u), load[0]);
-    for (const QString &size : sizes)
-        runWhisper(size, models + QStringLiteral("/whisper-bench-") + size + QStringLiteral(".bin"), audio);
+                unsigned(WhisperContext::threads(threads)), load[0]);
+    for (const QString &size : sizes) {
+        if (size.contains(QLatin1Char('/')))
+            runWhisper(QFileInfo(size).completeBaseName(), size, threads, audio);
+        else
+            runWhisper(size, models + QStringLiteral("/whisper-bench-") + size + QStringLiteral(".bin"), threads,
+                       audio);
+    }
     runPocketSphinx(audio);
     getloadavg(load, 3);
     std::printf("load average at the end %.2f (RTF is clock time: other programs on the cores raise it)\n",

@@ -561,6 +561,10 @@ std::unique_ptr<SpeechEngine> makeEngine(const Configuration &configuration, Eng
             options.language = language;
             options.initialPrompt = prompt;
             options.progress = std::move(progress);
+            // A whole file is what the user is waiting for, unlike live text
+            // beside a recording that must keep half the machine: it takes
+            // every core.
+            options.threads = int(std::clamp(std::thread::hardware_concurrency(), 1u, 8u));
             return std::make_unique<WhisperFileEngine>(configuration.module, options);
         }
         WhisperEngine::Options options;

@@ -1,0 +1,1 @@
+kestil_bench(speech_import_bench LINK kestil_core)
