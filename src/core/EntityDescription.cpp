@@ -27,6 +27,7 @@ const EntityDescription &note()
             {QStringLiteral("noteType"), T::String},
             {QStringLiteral("sourceDescription"), T::String},
             {QStringLiteral("sourceURL"), T::String},
+            {QStringLiteral("speakerNamesJSON"), T::String},
             {QStringLiteral("summary"), T::String, true},
             {QStringLiteral("summaryType"), T::String},
             {QStringLiteral("timestamp"), T::Date},

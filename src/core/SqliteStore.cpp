@@ -56,6 +56,10 @@ const QList<QStringList> &migrations()
         },
         // 3: the index of saved transcripts, for searching large libraries.
         TranscriptSearchIndex::schema(),
+        // 4: the names a note gives the speakers its transcript tells apart.
+        {
+            QStringLiteral("ALTER TABLE note ADD COLUMN speakerNamesJSON TEXT"),
+        },
     };
     return steps;
 }

@@ -1,5 +1,6 @@
 #include "generation/LlamaLanguageModel.h"
 
+#include "base/ComputeBackends.h"
 #include "base/Error.h"
 #include "generation/SnapshotChannel.h"
 
@@ -49,6 +50,7 @@ void initialiseBackend()
     static std::once_flag once;
     std::call_once(once, [] {
         llama_log_set(logFromLlama, nullptr);
+        loadComputeBackends();
         llama_backend_init();
     });
 }

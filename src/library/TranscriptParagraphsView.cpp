@@ -65,9 +65,18 @@ QList<TranscriptParagraph> transcriptParagraphs(const TranscriptParagraphsView &
 
     QList<TranscriptParagraph> paragraphs;
     paragraphs.reserve(list.size() + 2);
-    for (const auto &t : timestampedUtterances(list, labelling))
-        paragraphs.append({TranscriptParagraph::Kind::utterance, t.utterance.id, t.utterance.text,
-                           t.timestampLabel.value_or(QString())});
+    const bool speakers = showsSpeakers(list);
+    std::optional<qint64> turn;
+    for (const auto &t : timestampedUtterances(list, labelling)) {
+        TranscriptParagraph paragraph{TranscriptParagraph::Kind::utterance, t.utterance.id, t.utterance.text,
+                                      t.timestampLabel.value_or(QString())};
+        if (speakers && t.utterance.speaker && t.utterance.speaker != turn) {
+            turn = t.utterance.speaker;
+            paragraph.speaker = turn;
+            paragraph.speakerLabel = speakerName(view.speakerNames, *turn);
+        }
+        paragraphs.append(paragraph);
+    }
     const QString interim = view.interimText.trimmed();
     if (!interim.isEmpty())
         paragraphs.append({TranscriptParagraph::Kind::interim, QStringLiteral("interim"), interim, {}});

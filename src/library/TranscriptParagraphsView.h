@@ -1,5 +1,6 @@
 #pragma once
 
+#include "speech/SpeakerNames.h"
 #include "speech/TranscriptUtterance.h"
 
 #include <QList>
@@ -20,6 +21,7 @@ struct TranscriptParagraphsView {
     bool showEllipsis = false;
     double liveRecordingTimestampInterval = 10.0;
     double minimumDisplayTimestampStart = 1.0;
+    SpeakerNames speakerNames;
 };
 
 struct TimestampedUtterance {
@@ -36,6 +38,10 @@ struct TranscriptParagraph {
     QString identity;
     QString text;
     QString timestampLabel; // empty: none
+    // Where a turn begins in a transcript of several voices: who speaks from
+    // here on, as a number and a name. Empty and unset elsewhere.
+    QString speakerLabel;
+    std::optional<qint64> speaker;
 
     friend bool operator==(const TranscriptParagraph &, const TranscriptParagraph &) = default;
 };
@@ -53,7 +59,8 @@ QList<TimestampedUtterance> timestampedUtterances(const QList<TranscriptUtteranc
 
 // The paragraphs in display order: the utterances cleaned (and, while live,
 // gathered into paragraphs the way a saved transcript is), then the interim
-// tail, then the ellipsis.
+// tail, then the ellipsis. When the transcript tells several voices apart,
+// the first paragraph of each turn names its speaker.
 QList<TranscriptParagraph> transcriptParagraphs(const TranscriptParagraphsView &view);
 
 } // namespace kestil

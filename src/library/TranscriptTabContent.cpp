@@ -10,6 +10,7 @@ bool hasEditableText(const QString &editableTranscript)
 TranscriptTabContent transcriptTabContent(const TranscriptTabInputs &inputs)
 {
     TranscriptTabContent content;
+    content.view.speakerNames = inputs.speakerNames;
     if (inputs.isLoading) {
         content.state = TranscriptTabContent::State::loading;
         return content;

@@ -21,6 +21,8 @@ struct TranscriptTabInputs {
     // The detail view's copy of the note's transcript.
     QString editableTranscript;
     std::function<QList<TranscriptUtterance>()> noteUtterances;
+    // The names the note gives its speakers.
+    SpeakerNames speakerNames;
 };
 
 struct TranscriptTabContent {

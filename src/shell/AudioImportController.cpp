@@ -139,9 +139,10 @@ void AudioImportController::finish(bool transcribed, const QString &message)
     if (progress_)
         progress_->deleteLater();
     const NotePtr note = import_.note();
-    if (transcribed && note)
+    if (transcribed && note) {
         offerSummary(note, message);
-    else
+        emit fileTranscribed(note);
+    } else
         list_.reportFailure(message);
     startNext();
 }

@@ -36,6 +36,10 @@ public:
     // The offer to summarise the last transcribed file, while it is open.
     QMessageBox *summaryOffer() const { return offer_; }
 
+signals:
+    // A file became a note with its whole transcript.
+    void fileTranscribed(const kestil::NotePtr &note);
+
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 

@@ -12,6 +12,7 @@
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
 #include "shell/AudioImportController.h"
+#include "shell/SpeakerController.h"
 #include "shell/DesktopIntegration.h"
 #include "shell/FolderManagementSheet.h"
 #include "shell/FolderSidebar.h"
@@ -315,6 +316,14 @@ QWidget *MainWindow::buildLibrary()
     connect(listModel_, &NotesListViewModel::recorderChanged, this, &MainWindow::refreshRecordingState);
     connect(listModel_, &NotesListViewModel::newNoteBeingRecordedChanged, this,
             &MainWindow::refreshRecordingState);
+    // A recording that stopped is saved by now, its audio complete: who said
+    // what can be worked out.
+    connect(listModel_, &NotesListViewModel::newNoteBeingRecordedChanged, this, [this] {
+        const NotePtr recording = listModel_->newNoteBeingRecorded();
+        if (!recording && recordedNote_ && speakers_)
+            speakers_->identifyAutomatically(recordedNote_);
+        recordedNote_ = recording;
+    });
     connect(listModel_, &NotesListViewModel::operationInProgressChanged, this,
             &MainWindow::refreshRecordingState);
     connect(listModel_, &NotesListViewModel::selectedDetailTabChanged, this, [this](int tab) {
@@ -374,6 +383,10 @@ QWidget *MainWindow::buildSidebar()
     layout->addWidget(sidebarPages_, 1);
     // Audio files dropped on the list, or on its empty states, become notes.
     audioImport_ = new AudioImportController(app_, delegate_.preferences(), *listModel_, sidebarPages_, this);
+    connect(audioImport_, &AudioImportController::fileTranscribed, this, [this](const NotePtr &note) {
+        if (speakers_)
+            speakers_->identifyAutomatically(note);
+    });
 
     notesList_ = new QListView;
     named(notesList_, QStringLiteral("notesList"));
@@ -602,6 +615,8 @@ QWidget *MainWindow::buildDetail()
     });
     connect(transcriptTab_, &TranscriptTab::followingChanged, this, &MainWindow::refreshJumpButton);
     connect(transcriptTab_, &TranscriptTab::editRequested, this, &MainWindow::openTranscriptEditor);
+    speakers_ = new SpeakerController(app_, *listModel_, *transcriptTab_, this);
+    connect(speakers_, &SpeakerController::speakersChanged, this, &MainWindow::refreshTranscript);
     pageLayout->addWidget(tabs_, 1);
     detail_->insertWidget(notePage, page);
     return detail_;
@@ -737,6 +752,8 @@ void MainWindow::showSelectedNote()
         commitTitle();
         shownNote_ = note;
         transcriptTab_->showFromTop();
+        if (speakers_)
+            speakers_->setShownNote(note);
     }
     if (!note) {
         detail_->setCurrentIndex(noSelectionPage);
@@ -805,6 +822,7 @@ void MainWindow::refreshTranscript()
     }
     inputs.editableTranscript = note->transcription().value_or(QString());
     inputs.noteUtterances = [note] { return transcriptUtterances(*note); };
+    inputs.speakerNames = decodeSpeakerNames(note->speakerNamesJSON());
     transcriptTab_->setContent(transcriptTabContent(inputs));
 }
 

@@ -20,6 +20,7 @@ class QTextBrowser;
 namespace kestil {
 
 class AudioImportController;
+class SpeakerController;
 class FilterAndSortState;
 class FolderSidebar;
 class KestilAppDelegate;
@@ -75,6 +76,7 @@ public:
     ObsidianExportRunner *obsidianExport() const { return obsidianExport_; }
     // "Import Audio File…" and files dropped on the list; null without an open store.
     AudioImportController *audioImport() const { return audioImport_; }
+    SpeakerController *speakers() const { return speakers_; }
 
 public slots:
     // Opens the Settings window, or brings it to the front.
@@ -141,6 +143,9 @@ private:
     NoteTagsBar *tagsBar_ = nullptr;
     QListView *notesList_ = nullptr;
     AudioImportController *audioImport_ = nullptr;
+    SpeakerController *speakers_ = nullptr;
+    // The note of the recording under way, identified once it stops.
+    NotePtr recordedNote_;
     QStackedWidget *sidebarPages_ = nullptr;
     QPushButton *newNoteButton_ = nullptr;
     QStackedWidget *detail_ = nullptr;

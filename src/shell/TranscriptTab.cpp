@@ -4,12 +4,14 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QScrollBar>
 #include <QStackedWidget>
 #include <QTextBlock>
 #include <QTextBrowser>
 #include <QTextCursor>
+#include <QUrl>
 #include <QVBoxLayout>
 
 namespace kestil {
@@ -38,7 +40,8 @@ bool sameLook(const TranscriptParagraph &a, const TranscriptParagraph &b)
 {
     // Identities of untimed paragraphs are made afresh on every read; what
     // matters for drawing is what the paragraph shows.
-    return a.kind == b.kind && a.text == b.text && a.timestampLabel == b.timestampLabel;
+    return a.kind == b.kind && a.text == b.text && a.timestampLabel == b.timestampLabel &&
+           a.speakerLabel == b.speakerLabel && a.speaker == b.speaker;
 }
 
 QLabel *centredLabel(const QString &text, const QString &name, QWidget *parent)
@@ -68,8 +71,33 @@ TranscriptTab::TranscriptTab(QWidget *parent) : QWidget(parent)
     edit_->setAccessibleName(QStringLiteral("noteDetailEditTranscriptButton"));
     edit_->setFlat(true);
     connect(edit_, &QPushButton::clicked, this, &TranscriptTab::editRequested);
+    identify_ = new QPushButton(QStringLiteral("Identify Speakers"));
+    identify_->setObjectName(QStringLiteral("noteDetailIdentifySpeakersButton"));
+    identify_->setAccessibleName(QStringLiteral("noteDetailIdentifySpeakersButton"));
+    identify_->setFlat(true);
+    connect(identify_, &QPushButton::clicked, this, &TranscriptTab::identifySpeakersRequested);
+    tools->addWidget(identify_);
     tools->addWidget(edit_);
     layout->addLayout(tools);
+
+    speakerProgress_ = new QWidget;
+    speakerProgress_->setObjectName(QStringLiteral("speakerIdentificationProgress"));
+    auto *progressRow = new QHBoxLayout(speakerProgress_);
+    progressRow->setContentsMargins(4, 0, 4, 0);
+    speakerProgressText_ = new QLabel;
+    speakerProgressText_->setObjectName(QStringLiteral("speakerIdentificationText"));
+    speakerProgressBar_ = new QProgressBar;
+    speakerProgressBar_->setRange(0, 1000);
+    speakerProgressBar_->setTextVisible(false);
+    speakerProgressBar_->setMaximumHeight(8);
+    auto *cancel = new QPushButton(QStringLiteral("Cancel"));
+    cancel->setObjectName(QStringLiteral("speakerIdentificationCancelButton"));
+    connect(cancel, &QPushButton::clicked, this, &TranscriptTab::identifySpeakersCancelled);
+    progressRow->addWidget(speakerProgressText_);
+    progressRow->addWidget(speakerProgressBar_, 1);
+    progressRow->addWidget(cancel);
+    speakerProgress_->hide();
+    layout->addWidget(speakerProgress_);
 
     pages_ = new QStackedWidget;
     layout->addWidget(pages_, 1);
@@ -80,7 +108,21 @@ TranscriptTab::TranscriptTab(QWidget *parent) : QWidget(parent)
     text_->setFrameShape(QFrame::NoFrame);
     text_->setOpenLinks(false);
     text_->document()->setDocumentMargin(4);
-    text_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    text_->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard |
+                                   Qt::LinksAccessibleByMouse);
+    connect(text_, &QTextBrowser::anchorClicked, this, [this](const QUrl &link) {
+        if (link.scheme() != QLatin1String("speaker"))
+            return;
+        bool number = false;
+        const qint64 speaker = link.path().toLongLong(&number);
+        if (!number)
+            return;
+        for (const TranscriptParagraph &p : std::as_const(shown_))
+            if (p.speaker == speaker) {
+                emit renameSpeakerRequested(speaker, p.speakerLabel);
+                return;
+            }
+    });
     pages_->insertWidget(paragraphsPage, text_);
 
     auto *empty = new QWidget;
@@ -232,6 +274,19 @@ void TranscriptTab::appendParagraph(const TranscriptParagraph &paragraph, bool f
     QTextCharFormat body;
     body.setFont(font());
     body.setForeground(palette().color(QPalette::Text));
+    if (!paragraph.speakerLabel.isEmpty()) {
+        // The name is a link: a click on it renames the speaker.
+        QTextCharFormat name = body;
+        name.setFontWeight(QFont::DemiBold);
+        name.setForeground(palette().color(QPalette::Highlight));
+        name.setAnchor(true);
+        name.setAnchorHref(QStringLiteral("speaker:%1").arg(*paragraph.speaker));
+        name.setToolTip(QStringLiteral("Click to name this speaker"));
+        cursor.insertText(paragraph.speakerLabel, name);
+        cursor.insertText(paragraph.timestampLabel.isEmpty() ? QString(QChar::LineSeparator)
+                                                             : QStringLiteral("  "),
+                          body);
+    }
     if (!paragraph.timestampLabel.isEmpty()) {
         QTextCharFormat label;
         QFont caption = font();
@@ -280,11 +335,31 @@ QString TranscriptTab::plainText() const
     for (const auto &p : shown_) {
         if (p.kind == TranscriptParagraph::Kind::ellipsis)
             continue;
-        if (!p.timestampLabel.isEmpty())
-            lines << p.timestampLabel;
+        QString heading = p.speakerLabel;
+        if (!heading.isEmpty() && !p.timestampLabel.isEmpty())
+            heading += QStringLiteral("  ");
+        heading += p.timestampLabel;
+        if (!heading.isEmpty())
+            lines << heading;
         lines << p.text;
     }
     return lines.join(QLatin1Char('\n'));
+}
+
+void TranscriptTab::setIdentifySpeakersEnabled(bool enabled, const QString &reason)
+{
+    identify_->setEnabled(enabled);
+    identify_->setToolTip(reason);
+}
+
+void TranscriptTab::showSpeakerProgress(std::optional<double> fraction, const QString &text)
+{
+    speakerProgress_->setVisible(fraction.has_value());
+    identify_->setVisible(!fraction);
+    if (!fraction)
+        return;
+    speakerProgressText_->setText(text);
+    speakerProgressBar_->setValue(int(std::clamp(*fraction, 0.0, 1.0) * 1000));
 }
 
 bool TranscriptTab::atBottom() const

@@ -6,7 +6,10 @@
 #include <QTimer>
 #include <QWidget>
 
+#include <optional>
+
 class QLabel;
+class QProgressBar;
 class QPushButton;
 class QStackedWidget;
 class QTextBrowser;
@@ -35,9 +38,18 @@ public:
     const TranscriptFollowState &followState() const { return follow_; }
     // Back to following the live text, at the bottom.
     void resumeFollowing();
+    // Identify Speakers: whether it can be asked for now, and its progress
+    // while it runs (a fraction from 0 to 1, with a line saying what it does;
+    // nothing hides the row).
+    void setIdentifySpeakersEnabled(bool enabled, const QString &reason = {});
+    void showSpeakerProgress(std::optional<double> fraction, const QString &text = {});
 
 signals:
     void editRequested();
+    void identifySpeakersRequested();
+    void identifySpeakersCancelled();
+    // A click on a speaker's label: the user wants to name that speaker.
+    void renameSpeakerRequested(qint64 speaker, const QString &currentName);
     // The user scrolled away from the live bottom, or came back.
     void followingChanged(bool following);
 
@@ -54,6 +66,10 @@ private:
     QLabel *loadingMessage_ = nullptr;
     QLabel *loadingDetail_ = nullptr;
     QPushButton *edit_ = nullptr;
+    QPushButton *identify_ = nullptr;
+    QWidget *speakerProgress_ = nullptr;
+    QLabel *speakerProgressText_ = nullptr;
+    QProgressBar *speakerProgressBar_ = nullptr;
     TranscriptTabContent content_;
     QList<TranscriptParagraph> shown_;
     TranscriptFollowState follow_;

@@ -1,5 +1,7 @@
 #include "WhisperContext.h"
 
+#include "base/ComputeBackends.h"
+
 #include "base/Error.h"
 
 #include <QFile>
@@ -33,6 +35,10 @@ WhisperContext::WhisperContext(const QString &modelPath, const QString &language
     if (!file_.isMultilingual() && language != QLatin1String("en"))
         throw LocalError(QStringLiteral("The speech model “%1” understands English only.").arg(name));
 
+    if (!loadComputeBackends())
+        throw SystemError(QStringLiteral("Whisper could not start: the computing library it needs is missing "
+                                         "from this installation. Reinstall Kestil; your recordings are "
+                                         "unchanged."));
     static std::once_flag quiet;
     std::call_once(quiet, [] { whisper_log_set(whisperLog, nullptr); });
     whisper_context_params params = whisper_context_default_params();

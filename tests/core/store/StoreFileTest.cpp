@@ -185,28 +185,40 @@ TEST(StoreFileTest, NewerSchemaIsRefusedUntouched)
 
 TEST(StoreFileTest, OlderSchemaMigratesForwardKeepingNotes)
 {
-    TempRoot root;
-    const QString path = root.file(QStringLiteral("KestilNotes.sqlite"));
-    {
-        auto old = SqliteStore::openAtVersionForTesting(path, 1);
-        ASSERT_EQ(old->schemaVersion(), 1);
-        char *error = nullptr;
-        ASSERT_EQ(sqlite3_exec(old->handle(),
-                               "INSERT INTO kestil_metadata VALUES ('storeId', 'OLD-STORE');"
-                               "INSERT INTO note (pk, id, title, timestamp) VALUES "
-                               "(1, 'A0B1C2D3-0000-4000-8000-000000000001', 'From before', 1700000000.5)",
-                               nullptr, nullptr, &error),
-                  SQLITE_OK)
-            << error;
+    // Every earlier version of the file, the first and the one just before.
+    for (int version = 1; version < SqliteStore::latestSchemaVersion(); ++version) {
+        SCOPED_TRACE(version);
+        TempRoot root;
+        const QString path = root.file(QStringLiteral("KestilNotes.sqlite"));
+        {
+            auto old = SqliteStore::openAtVersionForTesting(path, version);
+            ASSERT_EQ(old->schemaVersion(), version);
+            char *error = nullptr;
+            ASSERT_EQ(sqlite3_exec(old->handle(),
+                                   "INSERT INTO kestil_metadata VALUES ('storeId', 'OLD-STORE');"
+                                   "INSERT INTO note (pk, id, title, timestamp) VALUES "
+                                   "(1, 'A0B1C2D3-0000-4000-8000-000000000001', 'From before', 1700000000.5)",
+                                   nullptr, nullptr, &error),
+                      SQLITE_OK)
+                << error;
+        }
+        {
+            auto controller = root.open();
+            ASSERT_TRUE(controller->ready());
+            EXPECT_EQ(controller->store()->schemaVersion(), SqliteStore::latestSchemaVersion());
+            const auto notes = controller->fetchNotes();
+            ASSERT_EQ(notes.size(), 1);
+            EXPECT_EQ(notes.first()->title(), QStringLiteral("From before"));
+            EXPECT_EQ(notes.first()->timestamp()->toMSecsSinceEpoch(), 1700000000500);
+            EXPECT_EQ(notes.first()->objectId().uriString(), QStringLiteral("x-kestil://OLD-STORE/Note/p1"));
+            EXPECT_FALSE(notes.first()->speakerNamesJSON());
+            // What the newer versions added can be written and read back.
+            notes.first()->setValue(QStringLiteral("speakerNamesJSON"), QStringLiteral("{\"0\":\"Ada\"}"));
+            controller->save();
+        }
+        auto reopened = root.open();
+        EXPECT_EQ(reopened->fetchNotes().first()->speakerNamesJSON(), QStringLiteral("{\"0\":\"Ada\"}"));
     }
-    auto controller = root.open();
-    ASSERT_TRUE(controller->ready());
-    EXPECT_EQ(controller->store()->schemaVersion(), SqliteStore::latestSchemaVersion());
-    const auto notes = controller->fetchNotes();
-    ASSERT_EQ(notes.size(), 1);
-    EXPECT_EQ(notes.first()->title(), QStringLiteral("From before"));
-    EXPECT_EQ(notes.first()->timestamp()->toMSecsSinceEpoch(), 1700000000500);
-    EXPECT_EQ(notes.first()->objectId().uriString(), QStringLiteral("x-kestil://OLD-STORE/Note/p1"));
 }
 
 TEST(StoreFileTest, InMemoryStoresNeverShareARootOrRestore)

@@ -1,0 +1,12 @@
+#pragma once
+
+namespace kestil {
+
+// Makes ggml's compute backends available to whisper.cpp and llama.cpp; call
+// before either loads a model. Safe to call from any thread, any number of
+// times. The CPU backend comes as one module per instruction-set level beside
+// the ggml library, and ggml takes the best one this processor runs. Returns
+// false when no backend could be loaded, in which case no model can load.
+bool loadComputeBackends();
+
+} // namespace kestil
