@@ -56,3 +56,38 @@ endif()
 # Where PocketSphinx's Debian model lives; the engine and the tests read it.
 set(KESTIL_POCKETSPHINX_MODEL_DIR "/usr/share/pocketsphinx/model/en-us" CACHE PATH
     "PocketSphinx en-us acoustic model, dictionary and language model")
+
+# sherpa-onnx's C API and the ONNX Runtime under it (speaker diarisation), as
+# scripts/native-deps.sh unpacks them from their PyPI wheel: a folder of their
+# own beside the llama.cpp prefix, so that neither is rebuilt for the other.
+set(_kestil_sherpa_default "")
+if(KESTIL_NATIVE_PREFIX)
+  get_filename_component(_kestil_native_parent "${KESTIL_NATIVE_PREFIX}" DIRECTORY)
+  set(_kestil_sherpa_default "${_kestil_native_parent}/sherpa-onnx-core-2.0.1")
+elseif(DEFINED ENV{KESTIL_CACHE_DIR})
+  set(_kestil_sherpa_default "$ENV{KESTIL_CACHE_DIR}/native/sherpa-onnx-core-2.0.1")
+elseif(DEFINED ENV{XDG_CACHE_HOME})
+  set(_kestil_sherpa_default "$ENV{XDG_CACHE_HOME}/kestil/native/sherpa-onnx-core-2.0.1")
+else()
+  set(_kestil_sherpa_default "$ENV{HOME}/.cache/kestil/native/sherpa-onnx-core-2.0.1")
+endif()
+set(KESTIL_SHERPA_ONNX_PREFIX "${_kestil_sherpa_default}" CACHE PATH
+    "Folder with include/sherpa-onnx/c-api/c-api.h, lib/libsherpa-onnx-c-api.so and lib/libonnxruntime.so")
+set(_kestil_sherpa_header "${KESTIL_SHERPA_ONNX_PREFIX}/include/sherpa-onnx/c-api/c-api.h")
+set(_kestil_sherpa_library "${KESTIL_SHERPA_ONNX_PREFIX}/lib/libsherpa-onnx-c-api.so")
+set(_kestil_onnxruntime_library "${KESTIL_SHERPA_ONNX_PREFIX}/lib/libonnxruntime.so")
+if(NOT EXISTS "${_kestil_sherpa_header}" OR NOT EXISTS "${_kestil_sherpa_library}"
+   OR NOT EXISTS "${_kestil_onnxruntime_library}")
+  message(FATAL_ERROR "sherpa-onnx's C API was not found in '${KESTIL_SHERPA_ONNX_PREFIX}': run "
+                      "scripts/native-deps.sh and pass the folder it prints before its last line as "
+                      "-DKESTIL_SHERPA_ONNX_PREFIX=<folder> (scripts/run and scripts/test do this).")
+endif()
+# libsherpa-onnx-c-api.so finds libonnxruntime.so beside itself (its own RPATH
+# is $ORIGIN); the linker is told where it is for the symbol check only.
+add_library(sherpa-onnx::c-api SHARED IMPORTED)
+set_target_properties(sherpa-onnx::c-api PROPERTIES
+  IMPORTED_LOCATION "${_kestil_sherpa_library}"
+  IMPORTED_SONAME "libsherpa-onnx-c-api.so"
+  IMPORTED_LINK_DEPENDENT_LIBRARIES "${_kestil_onnxruntime_library}"
+  INTERFACE_INCLUDE_DIRECTORIES "${KESTIL_SHERPA_ONNX_PREFIX}/include")
+message(STATUS "sherpa-onnx from ${KESTIL_SHERPA_ONNX_PREFIX}")

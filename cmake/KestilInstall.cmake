@@ -3,8 +3,9 @@
 # The installation holds the program, the llama.cpp and whisper.cpp libraries
 # it was built against when they did not come from the system (in
 # lib/kestil, found through the program's RPATH relative to itself, so the
-# tree works wherever it is unpacked), the .desktop file, the AppStream
-# metainfo and the hicolor icons.
+# tree works wherever it is unpacked), the speaker diarisation helper in
+# libexec/kestil with sherpa-onnx and ONNX Runtime beside the other private
+# libraries, the .desktop file, the AppStream metainfo and the hicolor icons.
 include(GNUInstallDirs)
 
 set(KESTIL_APPLICATION_ID "app.kestil.Kestil")
@@ -40,6 +41,15 @@ if(_kestil_from_prefix EQUAL 0)
 else()
   set_target_properties(kestil PROPERTIES INSTALL_RPATH "")
 endif()
+
+# sherpa-onnx never comes from the system: its two libraries always travel
+# with the helper, which finds them relative to itself. libsherpa-onnx-c-api
+# finds libonnxruntime beside itself through its own $ORIGIN.
+set(_kestil_sherpa_libs "${CMAKE_INSTALL_LIBDIR}/kestil")
+install(FILES "${_kestil_sherpa_library}" "${_kestil_onnxruntime_library}" DESTINATION "${_kestil_sherpa_libs}")
+install(TARGETS kestil-diarisation-worker RUNTIME DESTINATION "${CMAKE_INSTALL_LIBEXECDIR}/kestil")
+file(RELATIVE_PATH _kestil_worker_to_libs "/prefix/${CMAKE_INSTALL_LIBEXECDIR}/kestil" "/prefix/${_kestil_sherpa_libs}")
+set_target_properties(kestil-diarisation-worker PROPERTIES INSTALL_RPATH "$ORIGIN/${_kestil_worker_to_libs}")
 
 # The application icon at the hicolor sizes, drawn by the program's own code.
 add_executable(kestil_icon_renderer
@@ -81,9 +91,10 @@ set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION "sound")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The same files as in lib/kestil, where they were built or unpacked.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${KESTIL_SHERPA_ONNX_PREFIX}/lib")
 if(_kestil_private_libs)
-  # The same files as in lib/kestil, where they were built.
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${KESTIL_NATIVE_PREFIX}/lib")
+  list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${KESTIL_NATIVE_PREFIX}/lib")
 endif()
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "qt6-qpa-plugins, fonts-dejavu-core, pocketsphinx-en-us, wordnet-base")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "pipewire-pulse | pulseaudio, xdg-desktop-portal")

@@ -6,7 +6,7 @@ KESTIL_CACHE="${KESTIL_CACHE_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/kestil}"
 export KESTIL_CACHE_DIR="$KESTIL_CACHE"
 
 # Debian 12 packages: build, run, and (with "test") the test tools.
-KESTIL_APT_BUILD=(build-essential cmake ninja-build pkg-config git ca-certificates curl openssl
+KESTIL_APT_BUILD=(build-essential cmake ninja-build pkg-config git ca-certificates curl openssl python3-pip
   qt6-base-dev qt6-base-dev-tools libgl-dev libsqlite3-dev libpulse-dev libsndfile1-dev libsoxr-dev
   libicu-dev libcmark-gfm-dev libcmark-gfm-extensions-dev libpocketsphinx-dev libsphinxbase-dev
   pocketsphinx-en-us wordnet-base googletest libgtest-dev libgmock-dev)
@@ -45,10 +45,13 @@ kestil_require_commands() {
 
 # Configures and builds into build/ (or $KESTIL_BUILD_DIR).
 kestil_build() {
-  local native
-  native="$("$KESTIL_ROOT/scripts/native-deps.sh" | tail -n 1)"
+  local deps native sherpa
+  deps="$("$KESTIL_ROOT/scripts/native-deps.sh")"
+  native="$(tail -n 1 <<<"$deps")"
+  sherpa="$(tail -n 2 <<<"$deps" | head -n 1)"
   local build="${KESTIL_BUILD_DIR:-$KESTIL_ROOT/build}"
   cmake -S "$KESTIL_ROOT" -B "$build" -G Ninja -DKESTIL_NATIVE_PREFIX="$native" \
+    -DKESTIL_SHERPA_ONNX_PREFIX="$sherpa" \
     -DKESTIL_TEST_MODELS_DIR="$KESTIL_CACHE/models" "$@" >/dev/null
   cmake --build "$build" -j "$(nproc)"
 }

@@ -1,8 +1,11 @@
 #!/usr/bin/env bash
 # Builds llama.cpp (with its ggml) and whisper.cpp against that same ggml, from
 # the source packages published on the npm registry, into a cache folder that
-# lives outside the working tree. A second call finds the finished prefix and
-# returns at once. Prints the install prefix on its last line.
+# lives outside the working tree, and fetches sherpa-onnx's C API with the ONNX
+# Runtime it carries (speaker diarisation) from its PyPI wheel into a folder of
+# its own beside it. A second call finds both finished and returns at once.
+# Prints the sherpa-onnx folder on its second-last line and the llama.cpp and
+# whisper.cpp prefix on its last line.
 set -euo pipefail
 
 LLAMA_PKG=node-llama-cpp@3.22.1
@@ -10,26 +13,53 @@ LLAMA_SHA512=bltIipuWmc123H7tMIgDGKSsSrhmhlQYeVUC48XTjVW7XGJJiJJyCdlTMzQ/LiWoPkG
 WHISPER_PKG=nodejs-whisper@0.3.1
 WHISPER_SHA512=ceoilUVraRuR5FnNyXpGQT2auAR48Oc3AQBEmkXnVpSn9iN6yVRzQBFCqVTGWbk6Wdi95NhvwXNzFvuR7erLWw==
 # Portable and fast: ggml's CPU backend is built once per instruction-set level
-# (from plain x86-64 to AVX-512 with VNNI and AMX) as loadable modules in lib/,
+# (from AVX2 up to AVX-512 with VNNI and AMX) as loadable modules in lib/,
 # and the program loads the best one its processor runs. Never tuned to the
 # build host, yet a summary on an AVX-512 machine is about a fifth faster than
 # with the AVX2 build alone.
 CPU_FLAGS=(-DGGML_NATIVE=OFF -DGGML_BACKEND_DL=ON -DGGML_CPU_ALL_VARIANTS=ON)
 BUILD_ID=llama-3.22.1-whisper-0.3.1-v4
+# A prebuilt, portable release: include/sherpa-onnx/c-api/c-api.h,
+# lib/libsherpa-onnx-c-api.so and the lib/libonnxruntime.so it finds beside
+# itself. CMake looks for it as KESTIL_SHERPA_ONNX_PREFIX, by default this
+# folder's name beside the llama.cpp prefix.
+SHERPA_ID=sherpa-onnx-core-2.0.1
+SHERPA_WHEEL=sherpa_onnx_core-2.0.1-py3-none-manylinux2014_x86_64.whl
+SHERPA_SHA256=f4ee0ab91c4ae596e0e49d7de32522a946295e038a652f1c1884d89014ee4ec2
 
 cache="${KESTIL_CACHE_DIR:-${XDG_CACHE_HOME:-$HOME/.cache}/kestil}"
 prefix="$cache/native/$BUILD_ID"
-if [ -f "$prefix/.complete" ]; then
+sherpa="$cache/native/$SHERPA_ID"
+finish() {
+  echo "$sherpa"
   echo "$prefix"
   exit 0
+}
+if [ -f "$prefix/.complete" ] && [ -f "$sherpa/.complete" ]; then
+  finish
 fi
 # One build at a time: a second caller waits for the first, then finds it done.
 mkdir -p "$cache/native"
 exec 9>"$cache/native/.lock"
 flock 9
+
+if [ ! -f "$sherpa/.complete" ]; then
+  echo "== fetching sherpa-onnx-core 2.0.1" >&2
+  tmp="$(mktemp -d)"
+  python3 -m pip download --quiet --no-deps --only-binary=:all: --platform manylinux2014_x86_64 \
+    --python-version 3.11 -d "$tmp" sherpa-onnx-core==2.0.1 >&2
+  echo "$SHERPA_SHA256  $tmp/$SHERPA_WHEEL" | sha256sum -c --quiet >&2
+  python3 -m zipfile -e "$tmp/$SHERPA_WHEEL" "$tmp/wheel"
+  rm -rf "$sherpa"
+  mkdir -p "$sherpa/lib"
+  cp -r "$tmp/wheel/sherpa_onnx/include" "$sherpa/include"
+  # The C++ wrapper is not used: only the C API and the runtime under it.
+  cp "$tmp/wheel/sherpa_onnx/lib/libsherpa-onnx-c-api.so" "$tmp/wheel/sherpa_onnx/lib/libonnxruntime.so" "$sherpa/lib/"
+  rm -rf "$tmp"
+  touch "$sherpa/.complete"
+fi
 if [ -f "$prefix/.complete" ]; then
-  echo "$prefix"
-  exit 0
+  finish
 fi
 
 work="$cache/native/src-$BUILD_ID"
@@ -101,4 +131,4 @@ cmake --install "$work/whisper-build" >&2
 mkdir -p "$prefix/bin"
 rm -rf "$work"
 touch "$prefix/.complete"
-echo "$prefix"
+finish

