@@ -2,6 +2,7 @@
 
 #include "base/CancellationError.h"
 #include "base/Error.h"
+#include "core/NoteTranscript.h"
 #include "core/SharedPersistenceController.h"
 #include "generation/LocalNoteChat.h"
 #include "prefs/KestilEngagement.h"
@@ -75,7 +76,7 @@ QString AskNoteConversation::source() const
 {
     if (!note_)
         return {};
-    const QString transcript = note_->transcription().value_or(QString()).trimmed();
+    const QString transcript = transcriptForReading(*note_).trimmed();
     if (!transcript.isEmpty())
         return transcript;
     return note_->summary().value_or(QString());

@@ -1,5 +1,6 @@
 #include "core/NoteTranscript.h"
 
+#include "speech/SpeakerNames.h"
 #include "speech/TranscriptUtterancesCache.h"
 
 namespace kestil {
@@ -22,6 +23,14 @@ void setTranscriptFromPlainText(Note &note, const QString &text)
     note.setValue(QStringLiteral("transcription"), text);
     const auto payload = encodePlainTextEdit(text);
     note.setValue(QStringLiteral("transcriptUtterancesJSON"), payload ? QVariant(*payload) : QVariant());
+}
+
+QString transcriptForReading(const Note &note)
+{
+    const QList<TranscriptUtterance> utterances = transcriptUtterances(note);
+    if (!showsSpeakers(utterances))
+        return note.transcription().value_or(QString());
+    return transcriptTextWithSpeakers(utterances, decodeSpeakerNames(note.speakerNamesJSON()));
 }
 
 } // namespace kestil

@@ -17,6 +17,11 @@ QList<TranscriptUtterance> transcriptUtterances(const Note &note);
 // is not saved here.
 void setTranscriptUtterances(Note &note, const QList<TranscriptUtterance> &utterances);
 
+// The transcript as the note's readers get it (exports, the summary, Ask
+// AI): when it tells several voices apart, its paragraphs with each turn
+// opened by the speaker's name; otherwise the plain transcription.
+QString transcriptForReading(const Note &note);
+
 // An edit of the transcript as plain text: the text and its untimed
 // paragraphs are written together. Not saved here.
 void setTranscriptFromPlainText(Note &note, const QString &text);

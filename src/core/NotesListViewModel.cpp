@@ -600,7 +600,7 @@ QFuture<void> NotesListViewModel::generateSummary(const NotePtr &note, const QSt
     const auto job = std::make_shared<SummaryJob>();
     job->note = note;
     job->summaryTemplate = LocalSummaryTemplates::fromStored(templateKey);
-    job->text = note->transcription().value_or(QString());
+    job->text = transcriptForReading(*note);
     job->model = &languageModel();
     job->promise = startedPromise();
     job->noteID = note->id();
@@ -857,7 +857,7 @@ std::optional<QString> NotesListViewModel::checkpointProblem(const SummaryCheckp
         return QStringLiteral("The unfinished summary of %1 uses a template this version of Kestil does not "
                               "know, so it was discarded; the note is unchanged.")
             .arg(quotedTitle(*note));
-    if (checkpoint.input != note->transcription().value_or(QString()))
+    if (checkpoint.input != transcriptForReading(*note))
         return QStringLiteral("The unfinished summary of %1 was discarded because its transcript was edited "
                               "after the summary began; the note is unchanged.")
             .arg(quotedTitle(*note));

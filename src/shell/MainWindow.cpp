@@ -45,6 +45,8 @@
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QShortcut>
 #include <QSplitter>
 #include <QStackedWidget>
@@ -375,6 +377,19 @@ QWidget *MainWindow::buildSidebar()
     notesModel_ = new NoteListItemModel(app_, *filterState_, this);
     filterBar_ = new NotesListFilterBar(*filterState_, *notesModel_);
     layout->addWidget(filterBar_);
+    // The transcript as a reader gets it, speakers named, on the clipboard.
+    auto *copyTranscript = new QShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_C), this);
+    copyTranscript->setObjectName(QStringLiteral("copyTranscriptShortcut"));
+    connect(copyTranscript, &QShortcut::activated, this, [this] {
+        if (shownNote_)
+            QGuiApplication::clipboard()->setText(transcriptForReading(*shownNote_).trimmed());
+    });
+    auto *identifySpeakers = new QShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_I), this);
+    identifySpeakers->setObjectName(QStringLiteral("identifySpeakersShortcut"));
+    connect(identifySpeakers, &QShortcut::activated, this, [this] {
+        if (speakers_ && shownNote_)
+            speakers_->identify(shownNote_);
+    });
     auto *find = new QShortcut(QKeySequence::Find, this);
     find->setObjectName(QStringLiteral("notesListFindShortcut"));
     connect(find, &QShortcut::activated, filterBar_, &NotesListFilterBar::focusSearch);

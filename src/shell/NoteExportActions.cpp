@@ -3,6 +3,7 @@
 #include "base/Error.h"
 #include "core/NoteTranscript.h"
 #include "documents/Subtitles.h"
+#include "speech/SpeakerNames.h"
 #include "documents/SummaryPDF.h"
 
 #include <QAction>
@@ -46,7 +47,7 @@ NoteExportContent NoteExportActions::content(const Note &note)
     content.title = note.title();
     content.timestamp = note.timestamp();
     content.summary = note.summary().value_or(QString());
-    content.transcription = note.transcription().value_or(QString());
+    content.transcription = transcriptForReading(note);
     content.notes = note.notes().value_or(QString());
     content.tags = note.sortedTagNames();
     content.sourceURL = note.sourceURL().value_or(QString());
@@ -67,8 +68,7 @@ void NoteExportActions::populate(QMenu *menu)
     connect(addEntry(copy, QStringLiteral("Transcript"), QStringLiteral("copyTranscriptButton")),
             &QAction::triggered, this, [this] {
                 if (const NotePtr shown = note_())
-                    QGuiApplication::clipboard()->setText(
-                        shown->transcription().value_or(QString()).trimmed());
+                    QGuiApplication::clipboard()->setText(transcriptForReading(*shown).trimmed());
             });
     if (summary) {
         connect(addEntry(copy, QStringLiteral("Summary"), QStringLiteral("copySummaryButton")),
@@ -159,7 +159,8 @@ void NoteExportActions::exportNote(Kind kind)
         return;
     case Kind::subtitlesSRT:
     case Kind::subtitlesVTT: {
-        const QList<SubtitleCue> cues = Subtitles::cues(transcriptUtterances(*note));
+        const QList<SubtitleCue> cues = Subtitles::cues(utterancesWithSpeakerNames(
+            transcriptUtterances(*note), decodeSpeakerNames(note->speakerNamesJSON())));
         const bool srt = kind == Kind::subtitlesSRT;
         save(exportTitle, exportMessage,
              NoteExport::suggestedFileName(content.title, QString(),

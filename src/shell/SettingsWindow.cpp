@@ -1,4 +1,6 @@
 #include "shell/SettingsWindow.h"
+
+#include "shell/SpeakerSettings.h"
 #include "shell/WidgetNames.h"
 
 #include "base/CancellationError.h"
@@ -83,6 +85,8 @@ SettingsWindow::SettingsWindow(LocalAppModel &app, PreferenceStore &preferences,
     auto *layout = new QVBoxLayout;
     layout->addWidget(buildLanguageModelSection());
     layout->addWidget(buildSpeechSection());
+    speakers_ = new SpeakerSettings;
+    layout->addWidget(speakers_);
     layout->addWidget(buildObsidianSection());
     if (environment_.summaryNotifications)
         layout->addWidget(

@@ -21,6 +21,8 @@ class QPushButton;
 
 namespace kestil {
 
+class SpeakerSettings;
+
 class KestilEngagement;
 class KestilSummaryNotifications;
 class LanguageModel;
@@ -76,6 +78,7 @@ signals:
     void welcomeRequested();
 
 private:
+    SpeakerSettings *speakers_ = nullptr;
     QWidget *buildLanguageModelSection();
     QWidget *buildSpeechSection();
     QWidget *buildObsidianSection();

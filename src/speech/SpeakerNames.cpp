@@ -76,22 +76,28 @@ SpeakerNames renamedSpeaker(const SpeakerNames &names, const QList<qint64> &spea
     return renamed;
 }
 
+QList<TranscriptUtterance> utterancesWithSpeakerNames(const QList<TranscriptUtterance> &utterances,
+                                                      const SpeakerNames &names)
+{
+    if (!showsSpeakers(utterances))
+        return utterances;
+    QList<TranscriptUtterance> named = utterances;
+    std::optional<qint64> turn;
+    for (TranscriptUtterance &u : named) {
+        if (u.text.trimmed().isEmpty() || !u.speaker || u.speaker == turn)
+            continue;
+        turn = u.speaker;
+        u.text = speakerName(names, *u.speaker) + QStringLiteral(": ") + u.text.trimmed();
+    }
+    return named;
+}
+
 QString transcriptTextWithSpeakers(const QList<TranscriptUtterance> &utterances, const SpeakerNames &names)
 {
-    const bool labelled = showsSpeakers(utterances);
     QStringList paragraphs;
-    std::optional<qint64> last;
-    for (const TranscriptUtterance &u : utterances) {
-        const QString text = u.text.trimmed();
-        if (text.isEmpty())
-            continue;
-        if (labelled && u.speaker && u.speaker != last) {
-            paragraphs.append(speakerName(names, *u.speaker) + QStringLiteral(": ") + text);
-            last = u.speaker;
-        } else {
-            paragraphs.append(text);
-        }
-    }
+    for (const TranscriptUtterance &u : utterancesWithSpeakerNames(utterances, names))
+        if (!u.text.trimmed().isEmpty())
+            paragraphs.append(u.text.trimmed());
     return paragraphs.join(QStringLiteral("\n\n"));
 }
 

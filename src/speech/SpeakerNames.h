@@ -37,6 +37,12 @@ SpeakerNames decodeSpeakerNames(const std::optional<QString> &json);
 SpeakerNames renamedSpeaker(const SpeakerNames &names, const QList<qint64> &speakers, qint64 speaker,
                             const QString &name);
 
+// The utterances with the first of each turn opening with "<name>: ", when
+// the transcript tells several voices apart; unchanged otherwise. Subtitles
+// are made from these.
+QList<TranscriptUtterance> utterancesWithSpeakerNames(const QList<TranscriptUtterance> &utterances,
+                                                      const SpeakerNames &names);
+
 // The transcript as text that says who speaks: paragraphs separated by blank
 // lines, each turn opening with "<name>: ". Without speakers to tell apart it
 // is the paragraphs alone. For exports and for the model's prompts.

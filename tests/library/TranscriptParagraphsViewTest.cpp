@@ -156,3 +156,25 @@ TEST(TranscriptParagraphsTest, NothingButTheDotsWhileARecordingHasNoTextYet)
 }
 
 } // namespace
+
+TEST(TranscriptParagraphsTest, EachTurnOfSeveralVoicesOpensWithItsSpeakersName)
+{
+    const auto spoken = [](double start, qint64 speaker) {
+        TranscriptUtterance u = at(start, QStringLiteral("Words said at %1.").arg(start));
+        u.speaker = speaker;
+        return u;
+    };
+    TranscriptParagraphsView view;
+    view.utterances = {spoken(0, 0), spoken(15, 0), spoken(30, 1), spoken(45, 0)};
+    view.speakerNames = {{1, QStringLiteral("Ada")}};
+    QStringList shown;
+    for (const TranscriptParagraph &p : transcriptParagraphs(view))
+        shown << p.speakerLabel;
+    EXPECT_EQ(shown, (QStringList{QStringLiteral("Speaker 1"), {}, QStringLiteral("Ada"),
+                                  QStringLiteral("Speaker 1")}));
+
+    // One voice throughout: no names at all.
+    view.utterances = {spoken(0, 0), spoken(15, 0)};
+    for (const TranscriptParagraph &p : transcriptParagraphs(view))
+        EXPECT_TRUE(p.speakerLabel.isEmpty());
+}

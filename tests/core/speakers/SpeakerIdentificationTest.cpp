@@ -1,0 +1,230 @@
+#include "core/SpeakerIdentification.h"
+#include "support/CoreApplicationEnvironment.h"
+
+#include "base/CancellationError.h"
+#include "base/Error.h"
+#include "capture/DurableAudioWriter.h"
+#include "capture/RecordingFolder.h"
+#include "core/LocalAppModel.h"
+#include "core/NoteAudio.h"
+#include "core/NoteTranscript.h"
+#include "core/SharedPersistenceController.h"
+#include "speech/SpeakerNames.h"
+
+#include <QEventLoop>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+
+using namespace kestil;
+
+namespace {
+
+// Answers with the turns it was given once the test lets it go, and records
+// how much audio it heard.
+class ScriptedDiarizer : public SpeakerDiarizer {
+public:
+    struct Script {
+        std::vector<SpeakerTurn> turns;
+        std::mutex mutex;
+        std::condition_variable released;
+        bool go = true;
+        double heardSeconds = 0;
+
+        void release()
+        {
+            std::lock_guard lock(mutex);
+            go = true;
+            released.notify_all();
+        }
+    };
+    explicit ScriptedDiarizer(std::shared_ptr<Script> script) : script_(std::move(script)) {}
+
+    std::vector<SpeakerTurn> diarize(std::span<const float> samples, double rate, const Progress &progress,
+                                     const CancelCheck &cancelled) override
+    {
+        std::unique_lock lock(script_->mutex);
+        script_->heardSeconds = double(samples.size()) / rate;
+        while (!script_->go)
+            script_->released.wait_for(lock, std::chrono::milliseconds(10));
+        if (cancelled && cancelled())
+            throw CancellationError();
+        if (progress)
+            progress(1.0);
+        return script_->turns;
+    }
+
+private:
+    std::shared_ptr<Script> script_;
+};
+
+TranscriptUtterance said(double start, double end, const QString &text)
+{
+    TranscriptUtterance u;
+    u.id = newTranscriptUtteranceId();
+    u.text = text;
+    u.start = start;
+    u.end = end;
+    return u;
+}
+
+class SpeakerIdentificationTest : public ::testing::Test {
+public:
+    void SetUp() override
+    {
+        root_ = dir_.filePath(QStringLiteral("Kestil"));
+        LaunchEnvironment environment;
+        environment.root = root_;
+        environment.languageModelAvailability = [] { return LanguageModelAvailability::available; };
+        app_ = std::make_unique<LocalAppModel>(environment);
+        identification_ = std::make_unique<SpeakerIdentification>(
+            *app_, [script = script_] { return std::make_unique<ScriptedDiarizer>(script); });
+    }
+
+    // A note of `seconds` of audio in two segments (48 kHz, then 44.1 kHz)
+    // with a sentence every five seconds.
+    NotePtr recordedNote(double seconds)
+    {
+        const QUuid id = QUuid::createUuid();
+        NotePtr note = app_->store()->createNote(QStringLiteral("Meeting"), {}, id, QStringLiteral("local"));
+        const double rates[] = {48000, 44100};
+        for (int part = 0; part < 2; ++part) {
+            DurableAudioWriter writer(RecordingFolder::newSegmentFolder(root_, id), id, rates[part]);
+            writer.append(std::vector<float>(std::size_t(rates[part] * seconds / 2), 0.1f));
+            writer.complete();
+        }
+        QList<TranscriptUtterance> utterances;
+        QStringList text;
+        for (int i = 0; i * 5 < seconds; ++i) {
+            utterances << said(i * 5, i * 5 + 4, QStringLiteral("Sentence number %1.").arg(i));
+            text << utterances.last().text;
+        }
+        note->setValue(QStringLiteral("transcription"), text.join(QLatin1Char(' ')));
+        setTranscriptUtterances(*note, utterances);
+        note->setValue(QStringLiteral("speakerNamesJSON"), QStringLiteral("{\"0\":\"Old name\"}"));
+        app_->store()->save();
+        return note;
+    }
+
+    // Runs to the end; `during` runs once the work has begun.
+    std::pair<bool, QString> run(const NotePtr &note, const std::function<void()> &during = {})
+    {
+        std::pair<bool, QString> outcome{false, QStringLiteral("(no end)")};
+        QEventLoop loop;
+        QObject::connect(identification_.get(), &SpeakerIdentification::finished, &loop,
+                         [&](bool identified, const QString &message) {
+                             outcome = {identified, message};
+                             loop.quit();
+                         });
+        QTimer::singleShot(20000, &loop, &QEventLoop::quit);
+        if (!identification_->start(note))
+            return outcome;
+        if (during)
+            during();
+        script_->release();
+        loop.exec();
+        return outcome;
+    }
+
+    QTemporaryDir dir_;
+    QString root_;
+    std::shared_ptr<ScriptedDiarizer::Script> script_ = std::make_shared<ScriptedDiarizer::Script>();
+    std::unique_ptr<LocalAppModel> app_;
+    std::unique_ptr<SpeakerIdentification> identification_;
+};
+
+TEST_F(SpeakerIdentificationTest, EachSentenceGetsTheVoiceOfItsTimeAndTheResultIsSaved)
+{
+    const NotePtr note = recordedNote(20);
+    script_->turns = {{0, 9.5, 0}, {9.5, 20, 1}};
+    const auto [identified, message] = run(note);
+    EXPECT_TRUE(identified) << message.toStdString();
+    EXPECT_EQ(message, QStringLiteral("2 speakers were told apart in this note. Click a speaker's name in the "
+                                      "transcript to rename them."));
+    // Both segments were heard, one after the other, at the models' rate.
+    EXPECT_NEAR(script_->heardSeconds, 20.0, 0.01);
+
+    const NotePtr reread = app_->store()->noteWithId(*note->id());
+    EXPECT_EQ(transcriptForReading(*reread),
+              QStringLiteral("Speaker 1: Sentence number 0. Sentence number 1.\n\nSpeaker 2: Sentence number 2. "
+                             "Sentence number 3."));
+    // Names given to the earlier numbering are gone.
+    EXPECT_FALSE(reread->speakerNamesJSON());
+}
+
+TEST_F(SpeakerIdentificationTest, AnythingThatChangesTheNoteMeanwhileLeavesItAsItWas)
+{
+    const struct {
+        const char *what;
+        std::function<void(SpeakerIdentificationTest &, const NotePtr &)> meanwhile;
+        bool deleted;
+        QString message;
+    } rows[] = {
+        {"edited", [](SpeakerIdentificationTest &, const NotePtr &note) {
+             setTranscriptFromPlainText(*note, QStringLiteral("Typed over."));
+         }, false,
+         QStringLiteral("The transcript changed while its speakers were identified, so the result no longer fits "
+                        "it. The transcript is unchanged. Choose Identify Speakers again.")},
+        {"deleted", [](SpeakerIdentificationTest &t, const NotePtr &note) { t.app_->store()->deleteNote(note); },
+         true, QStringLiteral("The note was deleted while its speakers were identified.")},
+        {"cancelled", [](SpeakerIdentificationTest &t, const NotePtr &) { t.identification_->cancel(); }, false,
+         QStringLiteral("Identifying speakers was cancelled. The transcript is unchanged.")},
+        {"silent", [](SpeakerIdentificationTest &t, const NotePtr &) { t.script_->turns.clear(); }, false,
+         QStringLiteral("No voices were found in this note's audio. The transcript is unchanged.")},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.what);
+        const NotePtr note = recordedNote(10);
+        const std::optional<QString> before = note->transcriptUtterancesJSON();
+        script_->turns = {{0, 5, 0}, {5, 10, 1}};
+        script_->go = false;
+        const auto [identified, message] = run(note, [&] { row.meanwhile(*this, note); });
+        EXPECT_FALSE(identified);
+        EXPECT_EQ(message, row.message);
+        if (row.deleted)
+            continue;
+        EXPECT_FALSE(showsSpeakers(transcriptUtterances(*note)));
+        EXPECT_EQ(note->speakerNamesJSON(), QStringLiteral("{\"0\":\"Old name\"}"));
+    }
+}
+
+TEST_F(SpeakerIdentificationTest, ANoteWithoutTimedTextOrModelsCannotBegin)
+{
+    const NotePtr typed =
+        app_->store()->createNote(QStringLiteral("Typed"), QStringLiteral("Just words."), QUuid::createUuid(),
+                                  QStringLiteral("local"));
+    EXPECT_FALSE(identification_->start(typed));
+    EXPECT_EQ(identification_->lastMessage(),
+              QStringLiteral("This note has no timed transcript to give to speakers: only recorded or imported "
+                             "audio has one. The transcript is unchanged."));
+
+    SpeakerIdentification missing(*app_, []() -> std::unique_ptr<SpeakerDiarizer> {
+        throw LocalError(QStringLiteral("The models are missing."));
+    });
+    EXPECT_FALSE(missing.start(recordedNote(10)));
+    EXPECT_EQ(missing.lastMessage(), QStringLiteral("The models are missing."));
+}
+
+TEST_F(SpeakerIdentificationTest, ATornSegmentGivesItsWholeSamples)
+{
+    const QUuid id = QUuid::createUuid();
+    const QString segment = RecordingFolder::newSegmentFolder(root_, id);
+    {
+        DurableAudioWriter writer(segment, id, 16000);
+        writer.append(std::vector<float>(16000, 0.25f));
+    }
+    QFile raw(RecordingFolder::rawAudioPath(segment));
+    ASSERT_TRUE(raw.open(QIODevice::Append));
+    raw.write("\x01\x02", 2); // half a sample, as a crash leaves it
+    raw.close();
+    const std::vector<float> audio = readNoteAudio(root_, id, 16000);
+    ASSERT_EQ(audio.size(), 16000u);
+    EXPECT_EQ(audio.back(), 0.25f);
+}
+
+} // namespace

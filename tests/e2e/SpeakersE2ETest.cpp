@@ -1,0 +1,114 @@
+// Who said what, end to end: two voices that take turns into the virtual
+// microphone of a private PulseAudio server, recorded by the real kestil with
+// Whisper and the speaker models installed; after Stop the note's transcript
+// names two speakers, read back from the window by its Copy Transcript
+// shortcut and checked in the store.
+#include "DesktopSession.h"
+#include "RecordingE2ESupport.h"
+
+#include "speech/DiarisationModels.h"
+#include "speech/engines/SpeechTestSupport.h"
+#include "support/PulseAudioServer.h"
+#include "support/SoundFiles.h"
+
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <iostream>
+
+using namespace kestil;
+using namespace kestil::testing;
+
+namespace {
+
+QString testModels()
+{
+    const QString dir = qEnvironmentVariable("KESTIL_TEST_MODELS_DIR");
+    return dir.isEmpty() ? QDir::homePath() + QStringLiteral("/.cache/kestil/models") : dir;
+}
+
+TEST(SpeakersE2ETest, ARecordingOfTwoVoicesNamesTwoSpeakersInTheTranscript)
+{
+    const QString models = testModels() + QStringLiteral("/diarisation");
+    for (const DiarisationModel &model : diarisationModels())
+        ASSERT_TRUE(QFile::exists(diarisationModelPath(models, model)))
+            << "run scripts/test-models.sh: " << model.fileName.toStdString() << " is missing";
+    ASSERT_FALSE(QStandardPaths::findExecutable(QStringLiteral("xclip")).isEmpty()) << "xclip is needed";
+    test::PulseAudioServer pulse;
+    ASSERT_TRUE(test::PulseAudioServer::available()) << "pulseaudio, pactl and paplay are needed";
+    const QString problem = pulse.start();
+    ASSERT_TRUE(problem.isEmpty()) << problem.toStdString();
+    DesktopSession desktop;
+    ASSERT_TRUE(desktop.started()) << "Xvfb did not start";
+
+    QTemporaryDir work;
+    const QString data = work.filePath(QStringLiteral("data"));
+    test::installRealWhisperModel(data);
+    const QString installed = data + QStringLiteral("/Models/diarisation");
+    ASSERT_TRUE(QDir().mkpath(installed));
+    for (const DiarisationModel &model : diarisationModels())
+        ASSERT_TRUE(QFile::copy(diarisationModelPath(models, model), diarisationModelPath(installed, model)));
+
+    // Two voices that the embedding tells apart, taking turns.
+    const struct {
+        const char *voice;
+        QString text;
+    } turns[] = {
+        {"en-us", firstPhrase + QStringLiteral(" and I will book the large room for it")},
+        {"en-us+klatt", secondPhrase + QStringLiteral(" so that we can close the books on time")},
+        {"en-us", thirdPhrase + QStringLiteral(" with lunch for the whole team on the first day")},
+        {"en-us+klatt", QStringLiteral("thank you all for coming and see you next week at the same time")},
+    };
+    QStringList files;
+    for (const auto &turn : turns) {
+        files << work.filePath(QStringLiteral("turn-%1.wav").arg(files.size()));
+        QString error;
+        ASSERT_TRUE(test::synthesizeSpeech(turn.text, files.last(), &error, QLatin1String(turn.voice)))
+            << error.toStdString();
+    }
+
+    const QString window = desktop.launchKestil(data);
+    ASSERT_FALSE(window.isEmpty()) << "no Kestil window appeared";
+    ASSERT_TRUE(desktop.pressKeys(window, QStringLiteral("ctrl+n")));
+    ASSERT_TRUE(eventually([&] { return segmentFolders(data).size() == 1; }, 60000));
+    for (const QString &file : files) {
+        QString error;
+        ASSERT_TRUE(pulse.play(file, QLatin1String(test::PulseAudioServer::micFeed), &error)) << error.toStdString();
+        QThread::msleep(700);
+    }
+    QThread::msleep(1500);
+    ASSERT_TRUE(desktop.pressKeys(window, QStringLiteral("ctrl+shift+s")));
+
+    // Identification runs on its own after Stop.
+    const bool identified = eventually(
+        [&] {
+            const auto notes = readStoredNotes(data);
+            return notes.size() == 1 && notes[0].utterancesJson.contains(QStringLiteral("\"speaker\":1"));
+        },
+        120000, 500);
+    QThread::msleep(800);
+    desktop.screenshot(QStringLiteral("speakers-1-transcript"));
+    if (!identified)
+        std::cerr << "kestil's output:\n" << desktop.kestilOutput().toStdString() << std::endl;
+    ASSERT_TRUE(identified) << readStoredNotes(data).value(0).utterancesJson.toStdString();
+
+    ASSERT_TRUE(desktop.pressKeys(window, QStringLiteral("ctrl+shift+c")));
+    QString copied;
+    EXPECT_TRUE(eventually(
+        [&] {
+            copied = desktop.run(QStringLiteral("xclip"),
+                                 {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard")});
+            return copied.contains(QStringLiteral("Speaker 2: "));
+        },
+        5000));
+    EXPECT_TRUE(copied.startsWith(QStringLiteral("Speaker 1: "))) << copied.toStdString();
+    EXPECT_TRUE(copied.contains(QStringLiteral("\n\nSpeaker 2: "))) << copied.toStdString();
+    EXPECT_FALSE(copied.contains(QStringLiteral("Speaker 3"))) << copied.toStdString();
+
+    ASSERT_TRUE(desktop.pressKeys(window, QStringLiteral("ctrl+q")));
+    EXPECT_TRUE(desktop.waitForKestilExit(30000));
+}
+
+} // namespace
