@@ -23,6 +23,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -122,14 +123,19 @@ public:
     int waitForExit()
     {
         int status = 0;
-        while (::waitpid(pid_, &status, 0) < 0 && errno == EINTR) {
+        rusage usage{};
+        while (::wait4(pid_, &status, 0, &usage) < 0 && errno == EINTR) {
         }
         pid_ = -1;
+        peakKilobytes_ = usage.ru_maxrss;
         return status;
     }
 
+    long peakKilobytes() const { return peakKilobytes_; }
+
 private:
     pid_t pid_ = -1;
+    long peakKilobytes_ = 0;
     int audio_ = -1;
     int answer_ = -1;
     int diagnostics_ = -1;
@@ -337,6 +343,7 @@ std::vector<SpeakerTurn> SherpaSpeakerDiarizer::diarize(std::span<const float> s
     }
     WorkerProcess::closeEnd(worker.audio());
     const int status = worker.waitForExit();
+    helperPeakMegabytes_ = double(worker.peakKilobytes()) / 1024.0;
     const bool exitedCleanly = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     if (stage != Stage::done || !exitedCleanly || garbled)
         qWarning().noquote() << "kestil-diarisation-worker:" << QString::fromUtf8(diagnostics).trimmed();

@@ -63,6 +63,8 @@ public:
     explicit SherpaSpeakerDiarizer(Options options);
 
     const Options &options() const { return options_; }
+    // The most memory the helper held during the last run that ended, in MB.
+    double helperPeakMegabytes() const { return helperPeakMegabytes_; }
 
     std::vector<SpeakerTurn> diarize(std::span<const float> samples, double sampleRate,
                                      const Progress &progress = {},
@@ -70,6 +72,7 @@ public:
 
 private:
     Options options_;
+    double helperPeakMegabytes_ = 0;
 };
 
 } // namespace kestil

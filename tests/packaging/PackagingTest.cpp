@@ -41,6 +41,24 @@ bool hasPrivateLibraries()
     return !QStringLiteral(KESTIL_PRIVATE_LIBS).isEmpty();
 }
 
+// Without LD_LIBRARY_PATH, every library `binary` needs resolves, and each
+// of `libraries` from inside the installed tree under `prefix`.
+void expectLibrariesFromTheTree(const QString &binary, std::initializer_list<const char *> libraries,
+                                const QString &prefix)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove(QStringLiteral("LD_LIBRARY_PATH"));
+    const ProcessOutcome ldd = run(QStringLiteral("ldd"), {binary}, 60000, env);
+    EXPECT_FALSE(ldd.output.contains(QStringLiteral("not found"))) << ldd.output.toStdString();
+    for (const char *library : libraries) {
+        const QRegularExpression resolved(
+            QStringLiteral("%1\\S* => (\\S+)").arg(QRegularExpression::escape(QLatin1String(library))));
+        const QString where = resolved.match(ldd.output).captured(1);
+        EXPECT_TRUE(QDir::cleanPath(where).startsWith(QDir::cleanPath(prefix)))
+            << library << " comes from " << where.toStdString();
+    }
+}
+
 // Starts an installed kestil offscreen with folders of its own and waits for
 // the line it logs once its window is up and the launch checks are done.
 // Returns what it wrote; empty `started` means it never got there.
@@ -138,18 +156,14 @@ TEST(PackagingTest, TheInstalledTreeRunsFromWhereverItLies)
             << "the installed program must not point into the build machine's folders";
         // Moved away from the build's native prefix, the libraries still
         // resolve, into the installed tree.
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.remove(QStringLiteral("LD_LIBRARY_PATH"));
-        const ProcessOutcome ldd = run(QStringLiteral("ldd"), {binary}, 60000, env);
-        EXPECT_FALSE(ldd.output.contains(QStringLiteral("not found"))) << ldd.output.toStdString();
-        for (const char *library : {"libllama.so", "libwhisper.so", "libggml.so", "libggml-base.so"}) {
-            const QRegularExpression resolved(
-                QStringLiteral("%1\\S* => (\\S+)").arg(QRegularExpression::escape(QLatin1String(library))));
-            const QString where = resolved.match(ldd.output).captured(1);
-            EXPECT_TRUE(QDir::cleanPath(where).startsWith(QDir::cleanPath(prefix)))
-                << library << " comes from " << where.toStdString();
-        }
+        expectLibrariesFromTheTree(binary, {"libllama.so", "libwhisper.so", "libggml.so", "libggml-base.so"},
+                                   prefix);
     }
+    // So do sherpa-onnx and ONNX Runtime for the speaker diarisation helper.
+    const QString helper = prefix + QStringLiteral("/libexec/kestil/kestil-diarisation-worker");
+    ASSERT_TRUE(QFile::exists(helper));
+    expectLibrariesFromTheTree(helper, {"libsherpa-onnx-c-api.so", "libonnxruntime.so"}, prefix);
+
     const ProcessOutcome started = startInstalled(binary, root.filePath(QStringLiteral("home")));
     EXPECT_EQ(started.code, 0) << started.output.toStdString();
 }
@@ -174,7 +188,8 @@ TEST(PackagingTest, TheDebianPackageNamesWhatItNeedsAndItsProgramStarts)
          {QStringLiteral("./usr/bin/kestil"),
           QStringLiteral("./usr/share/applications/") + applicationId + QStringLiteral(".desktop"),
           QStringLiteral("./usr/share/metainfo/") + applicationId + QStringLiteral(".metainfo.xml"),
-          QStringLiteral("./usr/share/icons/hicolor/128x128/apps/") + applicationId + QStringLiteral(".png")})
+          QStringLiteral("./usr/share/icons/hicolor/128x128/apps/") + applicationId + QStringLiteral(".png"),
+          QStringLiteral("./usr/libexec/kestil/kestil-diarisation-worker")})
         EXPECT_TRUE(contents.output.contains(path)) << path.toStdString();
     if (hasPrivateLibraries()) {
         EXPECT_TRUE(contents.output.contains(QStringLiteral("./usr/" KESTIL_PRIVATE_LIBS "/libllama.so")));

@@ -92,11 +92,14 @@ std::vector<float> sine(double frequency, double sampleRate, qint64 frames, floa
     return out;
 }
 
-bool synthesizeSpeech(const QString &text, const QString &wavPath, QString *error)
+bool synthesizeSpeech(const QString &text, const QString &wavPath, QString *error, const QString &voice)
 {
     QProcess espeak;
     espeak.setProcessChannelMode(QProcess::MergedChannels);
-    espeak.start(QStringLiteral("espeak-ng"), {QStringLiteral("-w"), wavPath, text});
+    QStringList arguments{QStringLiteral("-w"), wavPath, text};
+    if (!voice.isEmpty())
+        arguments = QStringList{QStringLiteral("-v"), voice} + arguments;
+    espeak.start(QStringLiteral("espeak-ng"), arguments);
     const bool ok = espeak.waitForFinished(60000) && espeak.exitStatus() == QProcess::NormalExit &&
                     espeak.exitCode() == 0 && QFile::exists(wavPath);
     if (!ok && error)

@@ -34,8 +34,10 @@ bool writeRawAudio(const QString &path, std::span<const float> samples);
 std::vector<float> sine(double frequency, double sampleRate, qint64 frames, float amplitude = 0.5f,
                         double phase = 0);
 
-// Speaks the text into a WAV file with espeak-ng. Returns false with the
+// Speaks the text into a WAV file (22050 Hz) with espeak-ng, in its default
+// voice or the named one (for example "en-us+klatt"). Returns false with the
 // program's output in `error` when espeak-ng is missing or fails.
-bool synthesizeSpeech(const QString &text, const QString &wavPath, QString *error = nullptr);
+bool synthesizeSpeech(const QString &text, const QString &wavPath, QString *error = nullptr,
+                      const QString &voice = {});
 
 } // namespace kestil::test

@@ -1,0 +1,277 @@
+#include "speech/SherpaSpeakerDiarizer.h"
+
+#include "SpeechTestSupport.h"
+#include "base/CancellationError.h"
+#include "support/DiarisationError.h"
+#include "support/SpeakerMix.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <iostream>
+#include <map>
+#include <set>
+#include <thread>
+
+#include <unistd.h>
+
+// Who speaks when, found by the real models through the helper program:
+// mixes of voices with known turns, a recording at 48 kHz, one person,
+// silence, cancelling and unusable model files.
+
+using namespace kestil;
+
+namespace {
+
+enum VoiceId { reader, klatt, american, female };
+
+const test::Voice &voice(VoiceId id)
+{
+    static std::map<VoiceId, test::Voice> voices;
+    auto it = voices.find(id);
+    if (it == voices.end()) {
+        test::Voice made = id == reader     ? test::libriVoxReader()
+                           : id == klatt    ? test::espeakVoice(QStringLiteral("en-us+klatt"))
+                           : id == american ? test::espeakVoice(QStringLiteral("en-us"))
+                                            : test::espeakVoice(QStringLiteral("en-us+f5"));
+        EXPECT_FALSE(made.phrases.empty()) << "no phrases of " << made.name.toStdString()
+                                           << ": pocketsphinx-testdata and espeak-ng are needed";
+        it = voices.emplace(id, std::move(made)).first;
+    }
+    return it->second;
+}
+
+test::SpeakerMix mixOf(std::initializer_list<VoiceId> cast, std::initializer_list<int> order,
+                       unsigned seed = 1)
+{
+    std::vector<test::Voice> voices;
+    for (const VoiceId id : cast)
+        voices.push_back(voice(id));
+    return test::speakerMix(voices, std::vector<int>(order), seed);
+}
+
+QString diarisationModel(const QString &name)
+{
+    return test::generatedModel(QStringLiteral("diarisation/") + name);
+}
+
+SherpaSpeakerDiarizer::Options kestilSettings()
+{
+    SherpaSpeakerDiarizer::Options options;
+    options.segmentationModel = diarisationModel(QStringLiteral("segmentation-3.0.onnx"));
+    options.embeddingModel = diarisationModel(QStringLiteral("campplus.onnx"));
+    options.workerPath = QStringLiteral(KESTIL_DIARISATION_WORKER);
+    return options;
+}
+
+int speakerCount(const std::vector<SpeakerTurn> &turns)
+{
+    std::set<int> speakers;
+    for (const SpeakerTurn &t : turns)
+        speakers.insert(t.speaker);
+    return int(speakers.size());
+}
+
+// Processes whose parent is this one: a helper left running would show here.
+int childProcesses()
+{
+    int children = 0;
+    for (const QString &pid : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (!pid.front().isDigit() || !stat.open(QIODevice::ReadOnly))
+            continue;
+        const QByteArray line = stat.readAll();
+        const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+        children += fields.size() > 1 && fields[1].toLongLong() == getpid();
+    }
+    return children;
+}
+
+struct MixCase {
+    const char *name;
+    std::function<test::SpeakerMix()> mix;
+    double rate;
+    int knownSpeakers;
+    int expectedSpeakers;
+    double largestError;
+};
+
+class SherpaDiarisation : public ::testing::TestWithParam<MixCase> {};
+
+} // namespace
+
+TEST_P(SherpaDiarisation, FindsWhoSpeaksWhen)
+{
+    const MixCase &c = GetParam();
+    const test::SpeakerMix mix = c.mix();
+    ASSERT_FALSE(mix.turns.empty());
+    SherpaSpeakerDiarizer::Options options = kestilSettings();
+    options.speakers = c.knownSpeakers;
+    SherpaSpeakerDiarizer diarizer(options);
+    const std::vector<float> audio = test::resample(mix.samples, 16000, c.rate);
+
+    std::vector<double> progress;
+    QElapsedTimer clock;
+    clock.start();
+    const std::vector<SpeakerTurn> found =
+        diarizer.diarize(audio, c.rate, [&](double fraction) { progress.push_back(fraction); });
+    const double seconds = double(clock.elapsed()) / 1000.0;
+
+    const test::DiarisationError error = test::diarisationError(mix.turns, found);
+    std::cout << c.name << ": " << mix.seconds() << " s in " << seconds << " s, " << speakerCount(found)
+              << " speakers in " << found.size() << " turns, DER " << 100 * error.rate() << "% (missed "
+              << error.missed << " s, false alarm " << error.falseAlarm << " s, confusion " << error.confusion
+              << " s of " << error.speech << " s)\n";
+    EXPECT_EQ(speakerCount(found), c.expectedSpeakers);
+    EXPECT_LE(error.rate(), c.largestError);
+    EXPECT_EQ(found, orderedSpeakerTurns(found)) << "turns come sorted and numbered by first appearance";
+    ASSERT_FALSE(progress.empty());
+    EXPECT_TRUE(std::is_sorted(progress.begin(), progress.end()));
+    EXPECT_EQ(progress.back(), 1.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Mixes, SherpaDiarisation,
+    ::testing::Values(MixCase{"TwoPeople",
+                              [] {
+                                  return mixOf({reader, klatt}, {0, 1, 0, 1, 1, 0, 1, 0, 0, 1});
+                              },
+                              16000, 0, 2, 0.10},
+                      MixCase{"ThreePeople",
+                              [] {
+                                  return mixOf({reader, american, female}, {0, 1, 2, 0, 2, 1, 0, 1, 2, 0}, 2);
+                              },
+                              16000, 0, 3, 0.10},
+                      MixCase{"TwoPeopleRecordedAt48kHz",
+                              [] {
+                                  return mixOf({klatt, reader}, {0, 1, 1, 0, 1, 0, 0, 1}, 3);
+                              },
+                              48000, 0, 2, 0.10},
+                      MixCase{"KnownNumberOfPeople",
+                              [] {
+                                  return mixOf({american, klatt}, {0, 1, 0, 1, 0, 1, 1, 0}, 4);
+                              },
+                              16000, 2, 2, 0.10},
+                      MixCase{"OnePerson",
+                              [] {
+                                  return mixOf({reader}, {0, 0, 0, 0, 0});
+                              },
+                              16000, 0, 1, 0.10}),
+    [](const auto &param) { return std::string(param.param.name); });
+
+TEST(SherpaDiarisationEdges, SilenceHasNoTurns)
+{
+    SherpaSpeakerDiarizer diarizer(kestilSettings());
+    EXPECT_TRUE(diarizer.diarize(std::vector<float>(20 * 16000, 0.0f), 16000).empty());
+    EXPECT_TRUE(diarizer.diarize({}, 16000).empty());
+}
+
+TEST(SherpaDiarisationEdges, CancellingStopsTheWorkAtOnce)
+{
+    const test::SpeakerMix mix = mixOf({reader, klatt}, {0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1});
+    SherpaSpeakerDiarizer diarizer(kestilSettings());
+    std::atomic<bool> cancel = false;
+    auto work = std::async(std::launch::async,
+                           [&] { diarizer.diarize(mix.samples, 16000, {}, [&] { return cancel.load(); }); });
+    // Half a second in, the helper is still reading where people speak, a
+    // stage the runtime itself offers no way to interrupt.
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    ASSERT_EQ(work.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    QElapsedTimer clock;
+    clock.start();
+    cancel = true;
+    EXPECT_THROW(work.get(), CancellationError);
+    EXPECT_LT(clock.elapsed(), 1000);
+    EXPECT_EQ(childProcesses(), 0) << "the helper is gone";
+}
+
+namespace {
+
+struct BadModelCase {
+    const char *name;
+    // Makes the two model files in `dir`; the second member names the one
+    // that cannot be used.
+    std::function<std::pair<SherpaSpeakerDiarizer::Options, QString>(const QTemporaryDir &dir)> models;
+};
+
+class SherpaDiarisationModels : public ::testing::TestWithParam<BadModelCase> {};
+
+QString writeFile(const QTemporaryDir &dir, const QString &name, const QByteArray &bytes)
+{
+    QFile file(dir.filePath(name));
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+    return file.fileName();
+}
+
+QByteArray start(const QString &path, qint64 bytes)
+{
+    QFile file(path);
+    EXPECT_TRUE(file.open(QIODevice::ReadOnly));
+    return file.read(bytes);
+}
+
+} // namespace
+
+TEST_P(SherpaDiarisationModels, AnUnusableModelIsASentenceNotACrash)
+{
+    QTemporaryDir dir;
+    const auto [options, culprit] = GetParam().models(dir);
+    SherpaSpeakerDiarizer diarizer(options);
+    const test::SpeakerMix mix = mixOf({reader}, {0, 0});
+    try {
+        diarizer.diarize(mix.samples, 16000);
+        FAIL() << "the diarizer used an unusable model";
+    } catch (const LocalError &e) {
+        EXPECT_TRUE(e.message().contains(culprit)) << e.message().toStdString();
+        EXPECT_TRUE(e.message().endsWith(QStringLiteral("Your recording and its transcript are unchanged.")))
+            << e.message().toStdString();
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, SherpaDiarisationModels,
+                         ::testing::Values(BadModelCase{"Missing",
+                                                        [](const QTemporaryDir &dir) {
+                                                            auto o = kestilSettings();
+                                                            o.embeddingModel =
+                                                                dir.filePath(QStringLiteral("campplus.onnx"));
+                                                            return std::pair{o, o.embeddingModel};
+                                                        }},
+                                           BadModelCase{"NotAModel",
+                                                        [](const QTemporaryDir &dir) {
+                                                            auto o = kestilSettings();
+                                                            o.segmentationModel =
+                                                                writeFile(dir, QStringLiteral("seg.onnx"),
+                                                                          QByteArray(4096, 'x'));
+                                                            return std::pair{o, o.segmentationModel};
+                                                        }},
+                                           BadModelCase{"Truncated",
+                                                        [](const QTemporaryDir &dir) {
+                                                            auto o = kestilSettings();
+                                                            o.embeddingModel =
+                                                                writeFile(dir, QStringLiteral("emb.onnx"),
+                                                                          start(o.embeddingModel, 1 << 20));
+                                                            return std::pair{o, o.embeddingModel};
+                                                        }},
+                                           // The runtime ends its process on a model without the metadata it
+                                           // reads, and crashes on a segmentation model used for voices.
+                                           BadModelCase{"EmbeddingModelForSegmentation",
+                                                        [](const QTemporaryDir &) {
+                                                            auto o = kestilSettings();
+                                                            o.segmentationModel = o.embeddingModel;
+                                                            return std::pair{o, o.segmentationModel};
+                                                        }},
+                                           BadModelCase{"SegmentationModelForVoices",
+                                                        [](const QTemporaryDir &) {
+                                                            auto o = kestilSettings();
+                                                            o.embeddingModel = o.segmentationModel;
+                                                            return std::pair{o, o.embeddingModel};
+                                                        }}),
+                         [](const auto &param) { return std::string(param.param.name); });
