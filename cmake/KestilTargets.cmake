@@ -32,6 +32,8 @@ function(kestil_test name)
   cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LINK;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gtest GTest::gtest_main GTest::gmock)
+  # The header-only fixtures of tests/support/ are there for every test.
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
   target_compile_definitions(${name} PRIVATE
     KESTIL_TEST_DATA_DIR="${PROJECT_SOURCE_DIR}/tests/data"
     KESTIL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")

@@ -23,6 +23,7 @@ constexpr double diarisationRate = 16000.0;
 constexpr double readingShare = 0.05;
 
 const QString unchanged = QStringLiteral("The transcript is unchanged.");
+const QString deletedMeanwhile = QStringLiteral("The note was deleted while its speakers were identified.");
 
 } // namespace
 
@@ -139,8 +140,8 @@ void SpeakerIdentification::cancel()
 void SpeakerIdentification::apply(const std::vector<SpeakerTurn> &turns, const std::optional<QString> &readPayload)
 {
     SharedPersistenceController *store = app_.store();
-    if (!store || !note_ || !note_->id() || !store->noteWithId(*note_->id()))
-        return end(false, QStringLiteral("The note was deleted while its speakers were identified."));
+    if (noteGone())
+        return finishWith(false, deletedMeanwhile);
     if (note_->transcriptUtterancesJSON() != readPayload)
         return end(false, QStringLiteral("The transcript changed while its speakers were identified, so the "
                                          "result no longer fits it. ") +
@@ -177,7 +178,22 @@ void SpeakerIdentification::apply(const std::vector<SpeakerTurn> &turns, const s
                   .arg(speakers));
 }
 
+bool SpeakerIdentification::noteGone() const
+{
+    SharedPersistenceController *store = app_.store();
+    return !store || !note_ || !note_->id() || !store->noteWithId(*note_->id());
+}
+
 void SpeakerIdentification::end(bool identified, const QString &message)
+{
+    // A note deleted meanwhile takes its audio with it: that, not the
+    // missing audio, is what happened.
+    if (!identified && noteGone() && note_)
+        return finishWith(false, deletedMeanwhile);
+    finishWith(identified, message);
+}
+
+void SpeakerIdentification::finishWith(bool identified, const QString &message)
 {
     if (worker_.joinable())
         worker_.join();

@@ -53,7 +53,9 @@ signals:
 
 private:
     struct Shared;
+    bool noteGone() const;
     void end(bool identified, const QString &message);
+    void finishWith(bool identified, const QString &message);
     void apply(const std::vector<SpeakerTurn> &turns, const std::optional<QString> &readPayload);
 
     LocalAppModel &app_;

@@ -5,6 +5,7 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <limits>
 #include <cmath>
 
 namespace kestil {
@@ -437,7 +438,10 @@ QList<TranscriptUtterance> paragraphUtterances(const QList<TranscriptUtterance> 
     qsizetype groupEnd = 0; // the open group is [groupBegin, groupEnd)
     qsizetype words = 0;
     qsizetype sentenceEnds = 0;
-    std::optional<qint64> lastSpeaker;
+    // The last speaker of the group; none is the lowest number, which no
+    // speaker has.
+    constexpr qint64 noSpeaker = std::numeric_limits<qint64>::min();
+    qint64 lastSpeaker = noSpeaker;
 
     const auto close = [&] {
         if (groupEnd > groupBegin)
@@ -445,7 +449,7 @@ QList<TranscriptUtterance> paragraphUtterances(const QList<TranscriptUtterance> 
         groupBegin = groupEnd;
         words = 0;
         sentenceEnds = 0;
-        lastSpeaker.reset();
+        lastSpeaker = noSpeaker;
     };
 
     for (qsizetype i = 0; i < list.size(); ++i) {
@@ -454,8 +458,10 @@ QList<TranscriptUtterance> paragraphUtterances(const QList<TranscriptUtterance> 
         const qsizetype uWords = transcriptWordCount(trimmed);
         const bool ends = endsSentence(trimmed);
 
-        const bool speakerChange = u.speaker && lastSpeaker && *lastSpeaker != *u.speaker;
-        if (groupEnd > groupBegin && speakerChange && words >= minimumWords)
+        // Another voice always begins a paragraph, however short the last
+        // one: a paragraph shows one speaker, and no words go to the wrong one.
+        const bool speakerChange = u.speaker && lastSpeaker != noSpeaker && lastSpeaker != *u.speaker;
+        if (groupEnd > groupBegin && speakerChange)
             close();
         if (groupEnd == groupBegin) {
             groupBegin = i;
@@ -463,7 +469,7 @@ QList<TranscriptUtterance> paragraphUtterances(const QList<TranscriptUtterance> 
             words = uWords;
             sentenceEnds = ends ? 1 : 0;
             if (u.speaker)
-                lastSpeaker = u.speaker;
+                lastSpeaker = *u.speaker;
             continue;
         }
 
@@ -471,7 +477,7 @@ QList<TranscriptUtterance> paragraphUtterances(const QList<TranscriptUtterance> 
         words += uWords;
         sentenceEnds += ends ? 1 : 0;
         if (u.speaker)
-            lastSpeaker = u.speaker;
+            lastSpeaker = *u.speaker;
         if (words >= maximumWords || durationOf(base + groupBegin, base + groupEnd) >= maximumDuration ||
             (words >= minimumWords && (sentenceEnds >= maximumSentences || ends)))
             close();

@@ -2,7 +2,7 @@
 #include "generation/GeneratedNoteTags.h"
 #include "generation/GeneratedNoteTitle.h"
 
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 
 #include <QJsonArray>
 

@@ -1,6 +1,6 @@
 #include "generation/LanguageModelFiles.h"
 
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 #include "base/Error.h"
 
 #include <QDir>

@@ -5,7 +5,7 @@
 #include "support/CoreApplicationEnvironment.h"
 
 #include "ModelFolder.h"
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 #include "base/CancellationError.h"
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"

@@ -5,7 +5,7 @@
 
 #include "ModelFolder.h"
 #include "PipelineRun.h"
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 #include "base/Error.h"
 
 #include <QElapsedTimer>

@@ -1,7 +1,7 @@
 #include "generation/LocalNoteChat.h"
 
 #include "ScriptedLanguageModel.h"
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 #include "generation/GeneratedNoteTags.h"
 
 #include "ScriptedLanguageModel.h"
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 
 #include <QJsonArray>
 

@@ -1,6 +1,6 @@
 #include "generation/LocalSummaryCheckpoint.h"
 
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 
 #include <gtest/gtest.h>
 

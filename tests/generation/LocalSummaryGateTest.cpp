@@ -1,7 +1,7 @@
 #include "generation/LocalSummary.h"
 
 #include "ScriptedLanguageModel.h"
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 
 #include <QElapsedTimer>
 

@@ -2,7 +2,7 @@
 
 #include "PipelineRun.h"
 #include "ScriptedLanguageModel.h"
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "generation/LocalSummaryTemplate.h"
 
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 
 #include <QJsonDocument>
 

@@ -1,6 +1,6 @@
 #include "generation/PartOfSpeechTagger.h"
 
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 
 #include <QFile>
 

@@ -9,7 +9,7 @@
 
 #include "ModelFolder.h"
 #include "PipelineRun.h"
-#include "TestPrinters.h"
+#include "support/QtPrinters.h"
 
 #include <QFile>
 #include <QRegularExpression>

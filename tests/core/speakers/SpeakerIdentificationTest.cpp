@@ -1,5 +1,6 @@
 #include "core/SpeakerIdentification.h"
 #include "support/CoreApplicationEnvironment.h"
+#include "support/QtPrinters.h"
 
 #include "base/CancellationError.h"
 #include "base/Error.h"

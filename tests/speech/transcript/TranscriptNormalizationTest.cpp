@@ -418,7 +418,7 @@ TEST(TranscriptParagraphs, OneRecordGroupIsNeverClosedByItsOwnLength)
     EXPECT_EQ(transcriptWordCount(list[0].text), 26);
 }
 
-TEST(TranscriptParagraphs, SpeakerChangeClosesOnlyAGroupLongEnough)
+TEST(TranscriptParagraphs, SpeakerChangeAlwaysClosesAGroup)
 {
     const auto said = [](const char *id, const QString &text, double at, std::optional<qint64> speaker) {
         auto u = utterance(QString::fromLatin1(id), text, at, at + 1.0);
@@ -434,25 +434,24 @@ TEST(TranscriptParagraphs, SpeakerChangeClosesOnlyAGroupLongEnough)
     EXPECT_EQ(changed[1].text, QStringLiteral("Hi there"));
     EXPECT_EQ(changed[1].speaker, 2);
 
-    // Too short a group stays open across the change.
-    const auto kept = paragraphs({said("a", words(7), 0, 1), said("b", QStringLiteral("Hi"), 1, 2)});
-    EXPECT_EQ(idsOf(kept), QStringList({QStringLiteral("a")}));
+    // However short the group: a one-word answer keeps its own voice.
+    const auto answered = paragraphs({said("a", words(3), 0, 1), said("b", QStringLiteral("Yes."), 1, 2),
+                                      said("c", words(3), 2, 1)});
+    EXPECT_EQ(idsOf(answered), QStringList({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
 
     // The last speaker in the group counts, past records without one.
-    const auto same =
-        paragraphs({said("a", words(4), 0, 2), said("b", words(4), 1, 1),
-                    said("c", words(2), 2, std::nullopt), said("d", QStringLiteral("Hi"), 3, 1)});
+    const auto same = paragraphs({said("a", words(4), 0, 1), said("c", words(2), 2, std::nullopt),
+                                  said("d", QStringLiteral("Hi"), 3, 1)});
     EXPECT_EQ(idsOf(same), QStringList({QStringLiteral("a")}));
-    const auto change =
-        paragraphs({said("a", words(4), 0, 1), said("b", words(4), 1, 2),
-                    said("c", words(2), 2, std::nullopt), said("d", QStringLiteral("Hi"), 3, 1)});
+    const auto change = paragraphs({said("a", words(4), 0, 2), said("c", words(2), 2, std::nullopt),
+                                    said("d", QStringLiteral("Hi"), 3, 1)});
     EXPECT_EQ(idsOf(change), QStringList({QStringLiteral("a"), QStringLiteral("d")}));
 }
 
-TEST(TranscriptParagraphs, MergedRecordTakesSpanMajoritySpeakerAndMeanConfidence)
+TEST(TranscriptParagraphs, MergedRecordTakesSpanSpeakerAndMeanConfidence)
 {
     QList<TranscriptUtterance> list;
-    const std::optional<qint64> speakers[] = {4, 7, 7, std::nullopt};
+    const std::optional<qint64> speakers[] = {std::nullopt, 7, 7, std::nullopt};
     const std::optional<double> confidences[] = {0.5, std::nullopt, 1.0, 0.75};
     const std::optional<double> starts[] = {2.0, 1.0, std::nullopt, 3.0};
     const std::optional<double> ends[] = {2.5, 4.5, std::nullopt, 4.0};
