@@ -69,8 +69,13 @@ public:
     explicit SherpaSpeakerDiarizer(Options options);
 
     const Options &options() const { return options_; }
-    // The most memory the helper held during the last run that ended, in MB.
-    double helperPeakMegabytes() const { return helperPeakMegabytes_; }
+    // What the helper used in the last run that ended, for measurements.
+    struct HelperUsage {
+        double peakMegabytes = 0;
+        // Processor time of all its threads together.
+        double processorSeconds = 0;
+    };
+    const HelperUsage &lastHelperUsage() const { return lastRun_; }
 
     std::vector<SpeakerTurn> diarize(std::span<const float> samples, double sampleRate,
                                      const Progress &progress = {},
@@ -78,7 +83,7 @@ public:
 
 private:
     Options options_;
-    double helperPeakMegabytes_ = 0;
+    HelperUsage lastRun_;
 };
 
 } // namespace kestil
