@@ -18,7 +18,6 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <optional>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -87,6 +86,8 @@ public:
         diagnostics_ = diagnostics[0];
         if (spawned != 0) {
             pid_ = -1;
+            for (int *fd : {&audio_, &answer_, &diagnostics_})
+                closeEnd(*fd);
             throw SystemError(QStringLiteral("Kestil could not start its speaker detection helper %1 (%2).")
                                   .arg(program, systemMessage(spawned)) +
                               unchanged);
