@@ -18,7 +18,6 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <optional>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -87,6 +86,8 @@ public:
         diagnostics_ = diagnostics[0];
         if (spawned != 0) {
             pid_ = -1;
+            for (int *fd : {&audio_, &answer_, &diagnostics_})
+                closeEnd(*fd);
             throw SystemError(QStringLiteral("Kestil could not start its speaker detection helper %1 (%2).")
                                   .arg(program, systemMessage(spawned)) +
                               unchanged);
@@ -127,15 +128,16 @@ public:
         while (::wait4(pid_, &status, 0, &usage) < 0 && errno == EINTR) {
         }
         pid_ = -1;
-        peakKilobytes_ = usage.ru_maxrss;
+        usage_ = usage;
         return status;
     }
 
-    long peakKilobytes() const { return peakKilobytes_; }
+    // What the ended process used: its peak memory and processor time.
+    const rusage &usage() const { return usage_; }
 
 private:
     pid_t pid_ = -1;
-    long peakKilobytes_ = 0;
+    rusage usage_{};
     int audio_ = -1;
     int answer_ = -1;
     int diagnostics_ = -1;
@@ -343,7 +345,10 @@ std::vector<SpeakerTurn> SherpaSpeakerDiarizer::diarize(std::span<const float> s
     }
     WorkerProcess::closeEnd(worker.audio());
     const int status = worker.waitForExit();
-    helperPeakMegabytes_ = double(worker.peakKilobytes()) / 1024.0;
+    const rusage &usage = worker.usage();
+    lastRun_.peakMegabytes = double(usage.ru_maxrss) / 1024.0;
+    lastRun_.processorSeconds = double(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+                                double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
     const bool exitedCleanly = WIFEXITED(status) && WEXITSTATUS(status) == 0;
     if (stage != Stage::done || !exitedCleanly || garbled)
         qWarning().noquote() << "kestil-diarisation-worker:" << QString::fromUtf8(diagnostics).trimmed();

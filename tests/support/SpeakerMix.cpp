@@ -50,6 +50,8 @@ std::vector<float> phrase(std::vector<float> samples)
     const auto last = levels.size() - std::size_t(std::find_if(levels.rbegin(), levels.rend(),
                                                                [&](double l) { return l > floor; }) -
                                                   levels.rbegin());
+    if (first >= last)
+        return {}; // silent throughout
     std::vector<float> cut(samples.begin() + std::ptrdiff_t(first * frame),
                            samples.begin() + std::ptrdiff_t(last * frame));
     double sum = 0;
@@ -59,6 +61,13 @@ std::vector<float> phrase(std::vector<float> samples)
     for (float &s : cut)
         s = std::clamp(float(s * gain), -0.95f, 0.95f);
     return cut;
+}
+
+void addPhrase(Voice &voice, std::vector<float> samples)
+{
+    std::vector<float> said = phrase(std::move(samples));
+    if (!said.empty())
+        voice.phrases.push_back(std::move(said));
 }
 
 const QStringList meetingSentences{
@@ -87,7 +96,7 @@ Voice libriVoxReader()
     const QDir dir(QStringLiteral("/usr/share/pocketsphinx/test/data/librivox"));
     for (const QString &name : dir.entryList({QStringLiteral("*.wav")}, QDir::Files, QDir::Name)) {
         if (const std::optional<SoundFile> sound = readSoundFile(dir.filePath(name)))
-            voice.phrases.push_back(phrase(at16kHz(*sound)));
+            addPhrase(voice, at16kHz(*sound));
     }
     return voice;
 }
@@ -101,7 +110,7 @@ Voice espeakVoice(const QString &name)
         if (!synthesizeSpeech(sentence, wav, nullptr, name))
             return Voice{voice.name, {}};
         if (const std::optional<SoundFile> sound = readSoundFile(wav))
-            voice.phrases.push_back(phrase(at16kHz(*sound)));
+            addPhrase(voice, at16kHz(*sound));
     }
     return voice;
 }

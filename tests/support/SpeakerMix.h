@@ -22,8 +22,10 @@ Voice libriVoxReader();
 
 // espeak-ng's `voice` reading twelve sentences of a meeting. The speaker
 // embedding tells "en-us", "en-us+klatt" and "en-us+f5" apart from each other
-// and from the reader; "en-us" and "en-gb+f3" sound alike to it. Empty when
-// espeak-ng is missing.
+// and from the reader; "en-us" and "en-gb+f3" sound alike to it. The
+// segmentation model hears no change of speaker from "en-us" straight to
+// "en-us+klatt", so those two in a row count as one turn. Empty when espeak-ng
+// is missing.
 Voice espeakVoice(const QString &voice);
 
 // Speech at 16 kHz with the true turn of every phrase in it, the voices

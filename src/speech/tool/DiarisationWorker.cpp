@@ -79,6 +79,8 @@ float seconds(double value)
 int main(int argc, char **argv)
 {
     // Dies with Kestil: a helper left alone would only burn the processor.
+    // (The signal follows the thread that started the helper, and that
+    // thread waits for the helper to end, so it comes only when Kestil ends.)
     prctl(PR_SET_PDEATHSIG, SIGKILL);
 
     // The answer keeps the real standard output; the runtime's own printing

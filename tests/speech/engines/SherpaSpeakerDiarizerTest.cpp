@@ -114,6 +114,10 @@ TEST_P(SherpaDiarisation, FindsWhoSpeaksWhen)
     ASSERT_FALSE(mix.turns.empty());
     SherpaSpeakerDiarizer::Options options = kestilSettings();
     options.speakers = c.knownSpeakers;
+    // A threshold that alone splits every window into a person of its own
+    // (nine for two people): a known number of people must rule over it.
+    if (c.knownSpeakers > 0)
+        options.clusteringThreshold = 0.05;
     SherpaSpeakerDiarizer diarizer(options);
     const std::vector<float> audio = test::resample(mix.samples, 16000, c.rate);
 
@@ -137,33 +141,36 @@ TEST_P(SherpaDiarisation, FindsWhoSpeaksWhen)
     EXPECT_EQ(progress.back(), 1.0);
 }
 
+// Measured with Kestil's settings: 2.0 % of error at most (the reader against
+// the Klatt voice), under 0.2 % for the others; 5 % leaves room for another
+// machine's arithmetic.
 INSTANTIATE_TEST_SUITE_P(
     Mixes, SherpaDiarisation,
     ::testing::Values(MixCase{"TwoPeople",
                               [] {
                                   return mixOf({reader, klatt}, {0, 1, 0, 1, 1, 0, 1, 0, 0, 1});
                               },
-                              16000, 0, 2, 0.10},
+                              16000, 0, 2, 0.05},
                       MixCase{"ThreePeople",
                               [] {
                                   return mixOf({reader, american, female}, {0, 1, 2, 0, 2, 1, 0, 1, 2, 0}, 2);
                               },
-                              16000, 0, 3, 0.10},
+                              16000, 0, 3, 0.05},
                       MixCase{"TwoPeopleRecordedAt48kHz",
                               [] {
                                   return mixOf({klatt, reader}, {0, 1, 1, 0, 1, 0, 0, 1}, 3);
                               },
-                              48000, 0, 2, 0.10},
+                              48000, 0, 2, 0.05},
                       MixCase{"KnownNumberOfPeople",
                               [] {
-                                  return mixOf({american, klatt}, {0, 1, 0, 1, 0, 1, 1, 0}, 4);
+                                  return mixOf({american, female}, {0, 1, 0, 1, 0, 1, 1, 0}, 4);
                               },
-                              16000, 2, 2, 0.10},
+                              16000, 2, 2, 0.05},
                       MixCase{"OnePerson",
                               [] {
                                   return mixOf({reader}, {0, 0, 0, 0, 0});
                               },
-                              16000, 0, 1, 0.10}),
+                              16000, 0, 1, 0.05}),
     [](const auto &param) { return std::string(param.param.name); });
 
 TEST(SherpaDiarisationEdges, SilenceHasNoTurns)
@@ -175,7 +182,9 @@ TEST(SherpaDiarisationEdges, SilenceHasNoTurns)
 
 TEST(SherpaDiarisationEdges, CancellingStopsTheWorkAtOnce)
 {
-    const test::SpeakerMix mix = mixOf({reader, klatt}, {0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1});
+    // Five minutes, far more than half a second's work on any machine.
+    const std::vector<test::Voice> voices{voice(reader), voice(klatt)};
+    const test::SpeakerMix mix = test::conversation(voices, 300);
     SherpaSpeakerDiarizer diarizer(kestilSettings());
     std::atomic<bool> cancel = false;
     auto work = std::async(std::launch::async,
