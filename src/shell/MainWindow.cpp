@@ -286,10 +286,16 @@ QWidget *MainWindow::buildLibrary()
     bannerSpinner_->setTextVisible(false);
     bannerSpinner_->setFixedSize(48, 8);
     bannerLayout->addWidget(bannerSpinner_);
-    auto *bannerCancel = new QPushButton(QStringLiteral("Cancel"));
-    named(bannerCancel, QStringLiteral("messageBannerCancelButton"));
-    connect(bannerCancel, &QPushButton::clicked, &app_, &LocalAppModel::cancelOperation);
-    bannerLayout->addWidget(bannerCancel);
+    // Work under way can be cancelled; a message about work that is over
+    // can be put away.
+    bannerCancel_ = new QPushButton(QStringLiteral("Cancel"));
+    named(bannerCancel_, QStringLiteral("messageBannerCancelButton"));
+    connect(bannerCancel_, &QPushButton::clicked, &app_, &LocalAppModel::cancelOperation);
+    bannerLayout->addWidget(bannerCancel_);
+    bannerDismiss_ = new QPushButton(QStringLiteral("Dismiss"));
+    named(bannerDismiss_, QStringLiteral("messageBannerDismissButton"));
+    connect(bannerDismiss_, &QPushButton::clicked, &app_, [this] { app_.setMessage({}); });
+    bannerLayout->addWidget(bannerDismiss_);
     rootLayout->addWidget(bannerRow_);
     connect(&app_, &LocalAppModel::messageChanged, this, &MainWindow::updateBanner);
     updateBanner();
@@ -651,6 +657,8 @@ void MainWindow::updateBanner()
     banner_->setText(app_.message());
     bannerRow_->setVisible(!app_.message().isEmpty() && settings::welcomeCompleted(delegate_.preferences()));
     bannerSpinner_->setVisible(app_.busy());
+    bannerCancel_->setVisible(app_.busy());
+    bannerDismiss_->setVisible(!app_.busy());
 }
 
 void MainWindow::selectRow(int row)

@@ -144,6 +144,8 @@ private:
     QListView *notesList_ = nullptr;
     AudioImportController *audioImport_ = nullptr;
     SpeakerController *speakers_ = nullptr;
+    QPushButton *bannerCancel_ = nullptr;
+    QPushButton *bannerDismiss_ = nullptr;
     // The note of the recording under way, identified once it stops.
     NotePtr recordedNote_;
     QStackedWidget *sidebarPages_ = nullptr;

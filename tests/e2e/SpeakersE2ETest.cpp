@@ -57,9 +57,9 @@ TEST(SpeakersE2ETest, ARecordingOfTwoVoicesNamesTwoSpeakersInTheTranscript)
         QString text;
     } turns[] = {
         {"en-us", firstPhrase + QStringLiteral(" and I will book the large room for it")},
-        {"en-us+klatt", secondPhrase + QStringLiteral(" so that we can close the books on time")},
+        {"en-us+f5", secondPhrase + QStringLiteral(" so that we can close the books on time")},
         {"en-us", thirdPhrase + QStringLiteral(" with lunch for the whole team on the first day")},
-        {"en-us+klatt", QStringLiteral("thank you all for coming and see you next week at the same time")},
+        {"en-us+f5", QStringLiteral("thank you all for coming and see you next week at the same time")},
     };
     QStringList files;
     for (const auto &turn : turns) {
