@@ -21,7 +21,8 @@ bool loadComputeBackends()
         // executable's folder and the working folder, neither of which holds
         // them.
         Dl_info info{};
-        if (dladdr(reinterpret_cast<void *>(&ggml_backend_load_all_from_path), &info) != 0 && info.dli_fname) {
+        if (dladdr(reinterpret_cast<void *>(&ggml_backend_load_all_from_path), &info) != 0 &&
+            info.dli_fname) {
             std::string folder(info.dli_fname);
             const auto slash = folder.rfind('/');
             if (slash != std::string::npos) {

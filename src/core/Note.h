@@ -25,7 +25,10 @@ public:
     {
         return stringValue(QStringLiteral("transcriptUtterancesJSON"));
     }
-    std::optional<QString> speakerNamesJSON() const { return stringValue(QStringLiteral("speakerNamesJSON")); }
+    std::optional<QString> speakerNamesJSON() const
+    {
+        return stringValue(QStringLiteral("speakerNamesJSON"));
+    }
     std::optional<QString> summary() const { return stringValue(QStringLiteral("summary")); }
     std::optional<QString> summaryType() const { return stringValue(QStringLiteral("summaryType")); }
     std::optional<QString> sourceURL() const { return stringValue(QStringLiteral("sourceURL")); }

@@ -39,9 +39,8 @@ std::vector<Segment> segments(const QString &root, const QUuid &noteID)
                                              "audio cannot be read."));
         found.push_back(std::move(segment));
     }
-    std::sort(found.begin(), found.end(), [](const Segment &a, const Segment &b) {
-        return a.manifest.createdAt < b.manifest.createdAt;
-    });
+    std::sort(found.begin(), found.end(),
+              [](const Segment &a, const Segment &b) { return a.manifest.createdAt < b.manifest.createdAt; });
     return found;
 }
 

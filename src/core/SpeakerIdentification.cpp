@@ -123,7 +123,8 @@ bool SpeakerIdentification::start(const NotePtr &note)
         } catch (const std::exception &error) {
             const QString reason = describe(error);
             post([reason](SpeakerIdentification &self) {
-                self.end(false, QStringLiteral("Speakers could not be identified: %1 %2").arg(reason, unchanged));
+                self.end(false,
+                         QStringLiteral("Speakers could not be identified: %1 %2").arg(reason, unchanged));
             });
         }
     });
@@ -137,7 +138,8 @@ void SpeakerIdentification::cancel()
         shared_->cancelled.store(true);
 }
 
-void SpeakerIdentification::apply(const std::vector<SpeakerTurn> &turns, const std::optional<QString> &readPayload)
+void SpeakerIdentification::apply(const std::vector<SpeakerTurn> &turns,
+                                  const std::optional<QString> &readPayload)
 {
     SharedPersistenceController *store = app_.store();
     if (noteGone())
@@ -168,14 +170,16 @@ void SpeakerIdentification::apply(const std::vector<SpeakerTurn> &turns, const s
     } catch (const std::exception &error) {
         setTranscriptUtterances(*note_, before);
         note_->setValue(QStringLiteral("speakerNamesJSON"), names ? QVariant(*names) : QVariant());
-        return end(false, QStringLiteral("The speakers could not be saved: %1 %2").arg(describe(error), unchanged));
+        return end(false,
+                   QStringLiteral("The speakers could not be saved: %1 %2").arg(describe(error), unchanged));
     }
     if (speakers <= 1)
         return end(true, QStringLiteral("One voice speaks throughout this note, so its transcript shows no "
                                         "speaker names."));
-    end(true, QStringLiteral("%1 speakers were told apart in this note. Click a speaker's name in the transcript "
-                             "to rename them.")
-                  .arg(speakers));
+    end(true,
+        QStringLiteral("%1 speakers were told apart in this note. Click a speaker's name in the transcript "
+                       "to rename them.")
+            .arg(speakers));
 }
 
 bool SpeakerIdentification::noteGone() const

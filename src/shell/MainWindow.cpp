@@ -12,7 +12,6 @@
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
 #include "shell/AudioImportController.h"
-#include "shell/SpeakerController.h"
 #include "shell/DesktopIntegration.h"
 #include "shell/FolderManagementSheet.h"
 #include "shell/FolderSidebar.h"
@@ -29,13 +28,16 @@
 #include "shell/ObsidianExportRunner.h"
 #include "shell/RecordingBar.h"
 #include "shell/SettingsWindow.h"
+#include "shell/SpeakerController.h"
 #include "shell/SummaryTab.h"
 #include "shell/TranscriptEditor.h"
 #include "shell/TranscriptTab.h"
 #include "shell/WelcomeWindow.h"
 
 #include <QAction>
+#include <QClipboard>
 #include <QCloseEvent>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -45,8 +47,6 @@
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QClipboard>
-#include <QGuiApplication>
 #include <QShortcut>
 #include <QSplitter>
 #include <QStackedWidget>

@@ -3,8 +3,8 @@
 #include "base/Error.h"
 #include "core/NoteTranscript.h"
 #include "documents/Subtitles.h"
-#include "speech/SpeakerNames.h"
 #include "documents/SummaryPDF.h"
+#include "speech/SpeakerNames.h"
 
 #include <QAction>
 #include <QClipboard>

@@ -38,9 +38,11 @@ SpeakerController::SpeakerController(LocalAppModel &app, NotesListViewModel &lis
     : QObject(parent), app_(app), list_(list), tab_(tab), identification_(app, &installedDiarizer)
 {
     connect(&tab_, &TranscriptTab::identifySpeakersRequested, this, [this] { identify(shown_); });
-    connect(&tab_, &TranscriptTab::identifySpeakersCancelled, &identification_, &SpeakerIdentification::cancel);
+    connect(&tab_, &TranscriptTab::identifySpeakersCancelled, &identification_,
+            &SpeakerIdentification::cancel);
     connect(&tab_, &TranscriptTab::renameSpeakerRequested, this, &SpeakerController::rename);
-    connect(&identification_, &SpeakerIdentification::progressChanged, this, &SpeakerController::showProgress);
+    connect(&identification_, &SpeakerIdentification::progressChanged, this,
+            &SpeakerController::showProgress);
     connect(&identification_, &SpeakerIdentification::finished, this, &SpeakerController::finish);
 }
 
@@ -81,14 +83,15 @@ void SpeakerController::rename(qint64 speaker, const QString &currentName)
         return;
     const std::optional<QString> before = note->speakerNamesJSON();
     try {
-        const SpeakerNames names = renamedSpeaker(decodeSpeakerNames(before),
-                                                  transcriptSpeakers(transcriptUtterances(*note)), speaker,
-                                                  dialog.textValue());
+        const SpeakerNames names =
+            renamedSpeaker(decodeSpeakerNames(before), transcriptSpeakers(transcriptUtterances(*note)),
+                           speaker, dialog.textValue());
         const std::optional<QString> json = encodeSpeakerNames(names);
         note->setValue(QStringLiteral("speakerNamesJSON"), json ? QVariant(*json) : QVariant());
         store->save();
     } catch (const LocalError &error) {
-        QMessageBox::information(tab_.window(), QStringLiteral("Rename Speaker"), error.localizedDescription());
+        QMessageBox::information(tab_.window(), QStringLiteral("Rename Speaker"),
+                                 error.localizedDescription());
         return;
     } catch (const std::exception &error) {
         note->setValue(QStringLiteral("speakerNamesJSON"), before ? QVariant(*before) : QVariant());

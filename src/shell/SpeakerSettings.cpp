@@ -57,9 +57,10 @@ void SpeakerSettings::refresh()
         names << model.fileName;
     status_->setText(
         diarisationModelsInstalled()
-            ? QStringLiteral("Speaker identification is ready: after a recording or an import, and with "
-                             "Identify Speakers in a note's transcript, Kestil tells the voices apart on this "
-                             "computer.")
+            ? QStringLiteral(
+                  "Speaker identification is ready: after a recording or an import, and with "
+                  "Identify Speakers in a note's transcript, Kestil tells the voices apart on this "
+                  "computer.")
             : QStringLiteral("Speaker identification needs two models, %1. Import them to have transcripts "
                              "say who spoke; until then transcripts are not divided by speaker.")
                   .arg(names.join(QStringLiteral(" and "))));

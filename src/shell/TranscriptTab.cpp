@@ -283,9 +283,8 @@ void TranscriptTab::appendParagraph(const TranscriptParagraph &paragraph, bool f
         name.setAnchorHref(QStringLiteral("speaker:%1").arg(*paragraph.speaker));
         name.setToolTip(QStringLiteral("Click to name this speaker"));
         cursor.insertText(paragraph.speakerLabel, name);
-        cursor.insertText(paragraph.timestampLabel.isEmpty() ? QString(QChar::LineSeparator)
-                                                             : QStringLiteral("  "),
-                          body);
+        cursor.insertText(
+            paragraph.timestampLabel.isEmpty() ? QString(QChar::LineSeparator) : QStringLiteral("  "), body);
     }
     if (!paragraph.timestampLabel.isEmpty()) {
         QTextCharFormat label;

@@ -77,11 +77,12 @@ void importDiarisationModels(const QStringList &chosen, const QString &directory
     }
     for (qsizetype i = 0; i < diarisationModels().size(); ++i)
         if (sources[i].isEmpty())
-            throw LocalError(QStringLiteral("The %1 model (“%2”, %3 bytes) was not among the chosen files, or "
-                                            "its contents differ from the model Kestil knows. Nothing was "
-                                            "installed.")
-                                 .arg(diarisationModels()[i].purpose, diarisationModels()[i].fileName)
-                                 .arg(diarisationModels()[i].size));
+            throw LocalError(
+                QStringLiteral("The %1 model (“%2”, %3 bytes) was not among the chosen files, or "
+                               "its contents differ from the model Kestil knows. Nothing was "
+                               "installed.")
+                    .arg(diarisationModels()[i].purpose, diarisationModels()[i].fileName)
+                    .arg(diarisationModels()[i].size));
     if (!QDir().mkpath(directory))
         throw SystemError(QStringLiteral("The folder for speaker models could not be created at %1. Nothing "
                                          "was installed.")

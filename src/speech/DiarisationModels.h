@@ -34,6 +34,7 @@ bool diarisationModelsInstalled(const QString &directory = diarisationModelsDire
 // so that a failure leaves nothing that looks installed. Throws LocalError
 // with a sentence when a file is missing or is not one of the two models, and
 // SystemError when the copy cannot be written.
-void importDiarisationModels(const QStringList &chosen, const QString &directory = diarisationModelsDirectory());
+void importDiarisationModels(const QStringList &chosen,
+                             const QString &directory = diarisationModelsDirectory());
 
 } // namespace kestil

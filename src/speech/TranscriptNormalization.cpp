@@ -5,8 +5,8 @@
 #include <QStringList>
 
 #include <algorithm>
-#include <limits>
 #include <cmath>
+#include <limits>
 
 namespace kestil {
 

@@ -75,7 +75,8 @@ TEST(SpeakersE2ETest, ARecordingOfTwoVoicesNamesTwoSpeakersInTheTranscript)
     ASSERT_TRUE(eventually([&] { return segmentFolders(data).size() == 1; }, 60000));
     for (const QString &file : files) {
         QString error;
-        ASSERT_TRUE(pulse.play(file, QLatin1String(test::PulseAudioServer::micFeed), &error)) << error.toStdString();
+        ASSERT_TRUE(pulse.play(file, QLatin1String(test::PulseAudioServer::micFeed), &error))
+            << error.toStdString();
         QThread::msleep(700);
     }
     QThread::msleep(1500);
@@ -98,8 +99,8 @@ TEST(SpeakersE2ETest, ARecordingOfTwoVoicesNamesTwoSpeakersInTheTranscript)
     QString copied;
     EXPECT_TRUE(eventually(
         [&] {
-            copied = desktop.run(QStringLiteral("xclip"),
-                                 {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard")});
+            copied = desktop.run(QStringLiteral("xclip"), {QStringLiteral("-o"), QStringLiteral("-selection"),
+                                                           QStringLiteral("clipboard")});
             return copied.contains(QStringLiteral("Speaker 2: "));
         },
         5000));

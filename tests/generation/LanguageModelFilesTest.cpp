@@ -1,7 +1,7 @@
 #include "generation/LanguageModelFiles.h"
 
-#include "support/QtPrinters.h"
 #include "base/Error.h"
+#include "support/QtPrinters.h"
 
 #include <QDir>
 

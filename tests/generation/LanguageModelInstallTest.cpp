@@ -5,11 +5,11 @@
 #include "support/CoreApplicationEnvironment.h"
 
 #include "ModelFolder.h"
-#include "support/QtPrinters.h"
 #include "base/CancellationError.h"
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
 #include "support/LoopbackModelServer.h"
+#include "support/QtPrinters.h"
 #include "support/TmpfsMount.h"
 
 #include <QCoreApplication>

@@ -5,8 +5,8 @@
 
 #include "ModelFolder.h"
 #include "PipelineRun.h"
-#include "support/QtPrinters.h"
 #include "base/Error.h"
+#include "support/QtPrinters.h"
 
 #include <QElapsedTimer>
 

@@ -170,8 +170,9 @@ TEST(TranscriptParagraphsTest, EachTurnOfSeveralVoicesOpensWithItsSpeakersName)
     QStringList shown;
     for (const TranscriptParagraph &p : transcriptParagraphs(view))
         shown << p.speakerLabel;
-    EXPECT_EQ(shown, (QStringList{QStringLiteral("Speaker 1"), {}, QStringLiteral("Ada"),
-                                  QStringLiteral("Speaker 1")}));
+    EXPECT_EQ(
+        shown,
+        (QStringList{QStringLiteral("Speaker 1"), {}, QStringLiteral("Ada"), QStringLiteral("Speaker 1")}));
 
     // One voice throughout: no names at all.
     view.utterances = {spoken(0, 0), spoken(15, 0)};

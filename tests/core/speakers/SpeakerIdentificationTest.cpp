@@ -145,15 +145,17 @@ TEST_F(SpeakerIdentificationTest, EachSentenceGetsTheVoiceOfItsTimeAndTheResultI
     script_->turns = {{0, 9.5, 0}, {9.5, 20, 1}};
     const auto [identified, message] = run(note);
     EXPECT_TRUE(identified) << message.toStdString();
-    EXPECT_EQ(message, QStringLiteral("2 speakers were told apart in this note. Click a speaker's name in the "
-                                      "transcript to rename them."));
+    EXPECT_EQ(message,
+              QStringLiteral("2 speakers were told apart in this note. Click a speaker's name in the "
+                             "transcript to rename them."));
     // Both segments were heard, one after the other, at the models' rate.
     EXPECT_NEAR(script_->heardSeconds, 20.0, 0.01);
 
     const NotePtr reread = app_->store()->noteWithId(*note->id());
-    EXPECT_EQ(transcriptForReading(*reread),
-              QStringLiteral("Speaker 1: Sentence number 0. Sentence number 1.\n\nSpeaker 2: Sentence number 2. "
-                             "Sentence number 3."));
+    EXPECT_EQ(
+        transcriptForReading(*reread),
+        QStringLiteral("Speaker 1: Sentence number 0. Sentence number 1.\n\nSpeaker 2: Sentence number 2. "
+                       "Sentence number 3."));
     // Names given to the earlier numbering are gone.
     EXPECT_FALSE(reread->speakerNamesJSON());
 }
@@ -166,15 +168,19 @@ TEST_F(SpeakerIdentificationTest, AnythingThatChangesTheNoteMeanwhileLeavesItAsI
         bool deleted;
         QString message;
     } rows[] = {
-        {"edited", [](SpeakerIdentificationTest &, const NotePtr &note) {
+        {"edited",
+         [](SpeakerIdentificationTest &, const NotePtr &note) {
              setTranscriptFromPlainText(*note, QStringLiteral("Typed over."));
-         }, false,
-         QStringLiteral("The transcript changed while its speakers were identified, so the result no longer fits "
-                        "it. The transcript is unchanged. Choose Identify Speakers again.")},
-        {"deleted", [](SpeakerIdentificationTest &t, const NotePtr &note) { t.app_->store()->deleteNote(note); },
-         true, QStringLiteral("The note was deleted while its speakers were identified.")},
-        {"cancelled", [](SpeakerIdentificationTest &t, const NotePtr &) { t.identification_->cancel(); }, false,
-         QStringLiteral("Identifying speakers was cancelled. The transcript is unchanged.")},
+         },
+         false,
+         QStringLiteral(
+             "The transcript changed while its speakers were identified, so the result no longer fits "
+             "it. The transcript is unchanged. Choose Identify Speakers again.")},
+        {"deleted",
+         [](SpeakerIdentificationTest &t, const NotePtr &note) { t.app_->store()->deleteNote(note); }, true,
+         QStringLiteral("The note was deleted while its speakers were identified.")},
+        {"cancelled", [](SpeakerIdentificationTest &t, const NotePtr &) { t.identification_->cancel(); },
+         false, QStringLiteral("Identifying speakers was cancelled. The transcript is unchanged.")},
         {"silent", [](SpeakerIdentificationTest &t, const NotePtr &) { t.script_->turns.clear(); }, false,
          QStringLiteral("No voices were found in this note's audio. The transcript is unchanged.")},
     };
@@ -196,13 +202,13 @@ TEST_F(SpeakerIdentificationTest, AnythingThatChangesTheNoteMeanwhileLeavesItAsI
 
 TEST_F(SpeakerIdentificationTest, ANoteWithoutTimedTextOrModelsCannotBegin)
 {
-    const NotePtr typed =
-        app_->store()->createNote(QStringLiteral("Typed"), QStringLiteral("Just words."), QUuid::createUuid(),
-                                  QStringLiteral("local"));
+    const NotePtr typed = app_->store()->createNote(QStringLiteral("Typed"), QStringLiteral("Just words."),
+                                                    QUuid::createUuid(), QStringLiteral("local"));
     EXPECT_FALSE(identification_->start(typed));
-    EXPECT_EQ(identification_->lastMessage(),
-              QStringLiteral("This note has no timed transcript to give to speakers: only recorded or imported "
-                             "audio has one. The transcript is unchanged."));
+    EXPECT_EQ(
+        identification_->lastMessage(),
+        QStringLiteral("This note has no timed transcript to give to speakers: only recorded or imported "
+                       "audio has one. The transcript is unchanged."));
 
     SpeakerIdentification missing(*app_, []() -> std::unique_ptr<SpeakerDiarizer> {
         throw LocalError(QStringLiteral("The models are missing."));

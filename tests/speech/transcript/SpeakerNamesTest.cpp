@@ -58,7 +58,8 @@ TEST(SpeakerNamesTest, TextForExportsAndPromptsNamesEachTurnOnceAndOnlyForSevera
     EXPECT_EQ(transcriptTextWithSpeakers(two, names),
               QStringLiteral("Speaker 1: Hello.\n\nGo on.\n\nAda: Thanks.\n\nSpeaker 1: Bye.\n\nUntold."));
     EXPECT_EQ(transcriptSpeakers(two), (QList<qint64>{0, 1}));
-    const QList<TranscriptUtterance> one{said(QStringLiteral("Alone."), 0), said(QStringLiteral("Still."), 0)};
+    const QList<TranscriptUtterance> one{said(QStringLiteral("Alone."), 0),
+                                         said(QStringLiteral("Still."), 0)};
     EXPECT_EQ(transcriptTextWithSpeakers(one, names), QStringLiteral("Alone.\n\nStill."));
 }
 

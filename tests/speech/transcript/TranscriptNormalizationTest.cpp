@@ -435,8 +435,8 @@ TEST(TranscriptParagraphs, SpeakerChangeAlwaysClosesAGroup)
     EXPECT_EQ(changed[1].speaker, 2);
 
     // However short the group: a one-word answer keeps its own voice.
-    const auto answered = paragraphs({said("a", words(3), 0, 1), said("b", QStringLiteral("Yes."), 1, 2),
-                                      said("c", words(3), 2, 1)});
+    const auto answered = paragraphs(
+        {said("a", words(3), 0, 1), said("b", QStringLiteral("Yes."), 1, 2), said("c", words(3), 2, 1)});
     EXPECT_EQ(idsOf(answered), QStringList({QStringLiteral("a"), QStringLiteral("b"), QStringLiteral("c")}));
 
     // The last speaker in the group counts, past records without one.
