@@ -240,11 +240,16 @@ QStringList resolvedNames(const QStringList &proposals, const QList<LocalTagCand
             continue;
         const QString proposalKey = key(proposal);
         // Small models copy the headings of the request ("LIBRARY TAGS") as
-        // a tag; a heading names no topic of the note.
+        // a tag, sometimes run together with the word after them
+        // ("LIBRARY-TAGSJSON"); a heading names no topic of the note.
         static const QStringList headingKeys{key(QStringLiteral("library tags")),
-                                             key(QStringLiteral("note summary")),
-                                             key(QStringLiteral("tags"))};
-        if (proposalKey.isEmpty() || headingKeys.contains(proposalKey))
+                                             key(QStringLiteral("note summary"))};
+        const auto isHeading = [&](const QString &k) {
+            return k == key(QStringLiteral("tags")) ||
+                   std::any_of(headingKeys.begin(), headingKeys.end(),
+                               [&](const QString &h) { return k.startsWith(h); });
+        };
+        if (proposalKey.isEmpty() || isHeading(proposalKey))
             continue;
 
         QString resolved;

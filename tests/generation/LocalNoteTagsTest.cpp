@@ -129,7 +129,7 @@ TEST(LocalNoteTagsResolve, DropsUnusableProposals)
     EXPECT_EQ(LocalNoteTags::resolvedNames({QString(48, QLatin1Char('a'))}, {}).size(), 1);
     EXPECT_EQ(LocalNoteTags::resolvedNames({"Budget", "budget!", "BUDGET"}, {}), QStringList{"Budget"});
     EXPECT_EQ(LocalNoteTags::resolvedNames({"C++ tips"}, {}), QStringList{"C-tips"});
-    EXPECT_EQ(LocalNoteTags::resolvedNames({"LIBRARY-TAGS", "Note summary", "budget"}, {}),
+    EXPECT_EQ(LocalNoteTags::resolvedNames({"LIBRARY-TAGS", "LIBRARY-TAGSJSON", "Note summary", "tags", "budget"}, {}),
               QStringList{"budget"})
         << "the request's own headings are no topics";
 }
