@@ -9,7 +9,7 @@ puts the file back. A mutant is killed when a test fails, survives when all
 pass, and is left out when it does not build. The same seed gives the same
 mutants, so two runs compare the suite before and after a change to it.
 
-  scripts/mutation-sample.py [--build build] [--count 64] [--seed 14] [--report FILE]
+  scripts/mutation-sample.py [--build build] [--count 60] [--seed 14] [--report FILE]
 """
 
 import argparse
@@ -133,7 +133,7 @@ def run(command, cwd, timeout):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", default=str(ROOT / "build"))
-    parser.add_argument("--count", type=int, default=64)
+    parser.add_argument("--count", type=int, default=60)
     parser.add_argument("--seed", type=int, default=14)
     parser.add_argument("--report", default=None)
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
