@@ -312,6 +312,7 @@ QWidget *MainWindow::buildLibrary()
         notesModel_->refreshRows();
         folderChip_->refresh();
         tagsBar_->refresh();
+        showWindowTitle();
         if (shownNote_) {
             if (!detailTitle_->isModified())
                 showTitle(shownNote_->displayTitle());
@@ -778,6 +779,7 @@ void MainWindow::showSelectedNote()
         if (speakers_)
             speakers_->setShownNote(note);
     }
+    showWindowTitle();
     if (!note) {
         detail_->setCurrentIndex(noSelectionPage);
         refreshRecordingState();
@@ -805,6 +807,14 @@ void MainWindow::showTitle(const QString &title)
     // A long title is read from its start, not from where typing would go on.
     detailTitle_->setText(title);
     detailTitle_->setCursorPosition(0);
+}
+
+void MainWindow::showWindowTitle()
+{
+    // The note's title leads, so that the task switcher and the window list
+    // tell one meeting's window from another's.
+    setWindowTitle(shownNote_ ? shownNote_->displayTitle() + QStringLiteral(" — Kestil")
+                              : QStringLiteral("Kestil"));
 }
 
 void MainWindow::commitTitle()

@@ -117,6 +117,7 @@ private:
     NotePtr selectedNote() const;
     void showSelectedNote();
     void showTitle(const QString &title);
+    void showWindowTitle();
     void commitTitle();
     void scheduleTranscriptRefresh();
     void refreshTranscript();
