@@ -7,6 +7,10 @@
 #include <mutex>
 #include <string>
 
+#if defined(__x86_64__)
+#include <cpuid.h>
+#endif
+
 namespace kestil {
 
 bool loadComputeBackends()
@@ -34,6 +38,20 @@ bool loadComputeBackends()
             ggml_backend_load_all();
     });
     return ggml_backend_reg_count() > 0;
+}
+
+bool processorRunsComputeBackends()
+{
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+    __builtin_cpu_init();
+    // F16C is bit 29 of ECX in leaf 1; not every compiler names it in
+    // __builtin_cpu_supports.
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    const bool f16c = __get_cpuid(1, &eax, &ebx, &ecx, &edx) && (ecx & (1u << 29)) != 0;
+    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && f16c;
+#else
+    return true;
+#endif
 }
 
 } // namespace kestil

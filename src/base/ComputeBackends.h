@@ -9,4 +9,9 @@ namespace kestil {
 // false when no backend could be loaded, in which case no model can load.
 bool loadComputeBackends();
 
+// Whether this processor has what the least of those modules needs: AVX2,
+// FMA and F16C on x86-64. Without them whisper.cpp and llama.cpp would stop
+// the program at their first instruction that needs one.
+bool processorRunsComputeBackends();
+
 } // namespace kestil

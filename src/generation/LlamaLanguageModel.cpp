@@ -931,16 +931,10 @@ void LlamaLanguageModel::resetStatistics()
 
 bool LlamaLanguageModel::deviceIsEligible()
 {
-    // The bundled llama.cpp is built for x86-64 with AVX2, FMA and F16C; a
-    // processor without them would stop the program at the first request.
     // Below 2 GiB of memory even a small model would push out everything else.
     static const bool eligible = [] {
-#if defined(__x86_64__)
-        __builtin_cpu_init();
-        if (!__builtin_cpu_supports("avx2") || !__builtin_cpu_supports("fma") ||
-            !__builtin_cpu_supports("f16c"))
+        if (!processorRunsComputeBackends())
             return false;
-#endif
         const long pages = sysconf(_SC_PHYS_PAGES);
         const long pageSize = sysconf(_SC_PAGESIZE);
         return pages <= 0 || pageSize <= 0 || qint64(pages) * pageSize >= (qint64(2) << 30);

@@ -10,6 +10,7 @@
 #include "WhisperModelImport.h"
 #include "WhisperModelInstall.h"
 #include "base/CancellationError.h"
+#include "base/ComputeBackends.h"
 
 #include "base/Error.h"
 #include "prefs/PreferenceStore.h"
@@ -22,10 +23,6 @@
 #include <QRegularExpression>
 
 #include <unicode/uloc.h>
-
-#if defined(__x86_64__)
-#include <cpuid.h>
-#endif
 
 #include <algorithm>
 #include <atomic>
@@ -70,22 +67,6 @@ const QStringList &whisperLocaleList()
 const QString pocketSphinxModelDirectory()
 {
     return QStringLiteral(KESTIL_POCKETSPHINX_MODEL_DIR);
-}
-
-// The binaries are built for x86-64 with AVX2, FMA and F16C; whisper.cpp would
-// stop the program on a processor without them.
-bool processorRunsWhisper()
-{
-#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
-    __builtin_cpu_init();
-    // F16C is bit 29 of ECX in leaf 1; not every compiler names it in
-    // __builtin_cpu_supports.
-    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-    const bool f16c = __get_cpuid(1, &eax, &ebx, &ecx, &edx) && (ecx & (1u << 29)) != 0;
-    return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && f16c;
-#else
-    return true;
-#endif
 }
 
 struct Subtags {
@@ -263,7 +244,7 @@ Inventory Inventory::current(const PreferenceStore &preferences, const QList<Whi
                              const QString &modelsDirectory)
 {
     Inventory inventory;
-    inventory.whisperAvailable = processorRunsWhisper();
+    inventory.whisperAvailable = processorRunsComputeBackends();
     inventory.whisperLocales = whisperLocaleList();
     const QString sphinx = pocketSphinxModelDirectory();
     const bool sphinxPresent = PocketSphinxEngine::isModelPresent(sphinx);
