@@ -9,7 +9,11 @@ puts the file back. A mutant is killed when a test fails, survives when all
 pass, and is left out when it does not build. The same seed gives the same
 mutants, so two runs compare the suite before and after a change to it.
 
-  scripts/mutation-sample.py [--build build] [--count 60] [--seed 14] [--report FILE]
+  scripts/mutation-sample.py [--build build] [--count 60] [--seed 14] [--sample-rev REV] [--report FILE]
+
+--sample-rev draws the sample from src/ as it was at a commit, and finds each
+mutated line in today's sources by its text, so that a change elsewhere in a
+file (or a new file) does not change which mutants run.
 """
 
 import argparse
@@ -19,6 +23,9 @@ import random
 import re
 import subprocess
 import sys
+import tarfile
+import tempfile
+import io
 import time
 from pathlib import Path
 
@@ -72,10 +79,10 @@ def outside_strings(line, position):
     return quotes % 2 == 0
 
 
-def candidates():
+def candidates(root=ROOT):
     found = []
     for module in sorted(MODULES):
-        for path in sorted((ROOT / "src" / module).rglob("*.cpp")):
+        for path in sorted((root / "src" / module).rglob("*.cpp")):
             lines = path.read_text(encoding="utf-8").split("\n")
             depth = 0
             for number, line in enumerate(lines):
@@ -87,9 +94,9 @@ def candidates():
                             if not outside_strings(code, m.start()) or "template" in code or "#include" in code:
                                 continue
                             mutated = line[:m.start()] + replace(m) + line[m.end():]
-                            found.append((module, str(path.relative_to(ROOT)), number, name, mutated))
+                            found.append((module, str(path.relative_to(root)), number, name, mutated, line))
                     if CALL_STATEMENT.match(code) and not code.rstrip().endswith(("(", ",")):
-                        found.append((module, str(path.relative_to(ROOT)), number, "drop statement", None))
+                        found.append((module, str(path.relative_to(root)), number, "drop statement", None, line))
                 depth += code.count("{") - code.count("}")
     return found
 
@@ -136,23 +143,39 @@ def main():
     parser.add_argument("--count", type=int, default=60)
     parser.add_argument("--seed", type=int, default=14)
     parser.add_argument("--report", default=None)
+    parser.add_argument("--sample-rev", default=None, help="draw the sample from src/ at this commit")
     parser.add_argument("--list", action="store_true", help="print the sample and stop")
     args = parser.parse_args()
     build = str(Path(args.build).resolve())
 
-    sample = random.Random(args.seed).sample(candidates(), args.count)
+    if args.sample_rev:
+        with tempfile.TemporaryDirectory() as old:
+            archive = subprocess.run(["git", "archive", args.sample_rev, "src"], cwd=ROOT, check=True,
+                                     capture_output=True).stdout
+            tarfile.open(fileobj=io.BytesIO(archive)).extractall(old)
+            population = candidates(Path(old))
+    else:
+        population = candidates()
+    sample = random.Random(args.seed).sample(population, args.count)
     sample.sort(key=lambda c: (c[0], c[1], c[2]))
     if args.list:
-        for module, path, number, name, _ in sample:
+        for module, path, number, name, _, _ in sample:
             print(f"{path}:{number + 1} {name}")
         return 0
     plan = ctest_plan(build)
     results = []
     started = time.monotonic()
-    for i, (module, path, number, name, mutated) in enumerate(sample, start=1):
+    for i, (module, path, number, name, mutated, text) in enumerate(sample, start=1):
         source = ROOT / path
-        original = source.read_text(encoding="utf-8")
+        original = source.read_text(encoding="utf-8") if source.exists() else ""
         lines = original.split("\n")
+        # The line where it is today: the same text nearest its old place.
+        places = [n for n, line in enumerate(lines) if line == text]
+        if not places:
+            results.append({"file": path, "line": number + 1, "mutation": name, "outcome": "gone"})
+            print(f"[{i}/{len(sample)}] gone      {path}:{number + 1} {name}", flush=True)
+            continue
+        number = min(places, key=lambda n: abs(n - number))
         if mutated is None:
             lines[number] = ""
         else:
@@ -175,7 +198,7 @@ def main():
     # Leave the build as the sources are.
     subprocess.run(["ninja", "-C", build], cwd=ROOT, capture_output=True)
 
-    built = [r for r in results if r["outcome"] != "not built"]
+    built = [r for r in results if r["outcome"] in ("killed", "survived")]
     killed = [r for r in built if r["outcome"] == "killed"]
     survivors = [r for r in built if r["outcome"] == "survived"]
     rate = 100.0 * len(killed) / len(built) if built else 0.0
