@@ -91,7 +91,7 @@ TEST(LocalRecordingManifest, DamagedManifestsAreRefusedWithTheReason)
             LocalRecordingManifest::decode(fileBytes(dataPath(QStringLiteral("manifests/") + c.file)));
         });
         EXPECT_TRUE(text.startsWith(QStringLiteral("The recording manifest “recording.json” is damaged: ")))
-            << text;
+            << text.toStdString();
         EXPECT_TRUE(text.contains(QString::fromUtf8(c.reason))) << c.file << ": " << text.toStdString();
     }
 }
