@@ -48,23 +48,6 @@ TEST(LocalSummaryTemplate, StoredStringsResolveByKeyThenTitleElseAuto)
     EXPECT_EQ(T::fromStored(QStringLiteral("meetings/retro-v2")), LocalSummaryTemplate::autoSummary);
 }
 
-TEST(LocalSummaryTemplate, FinalPromptHeadIsInstructionFormatAndClosing)
-{
-    const QString head = T::finalPromptHead(LocalSummaryTemplate::personalNote);
-    EXPECT_TRUE(head.startsWith(QStringLiteral("Write Markdown notes from a voice note someone spoke for "
-                                               "themselves. Write plainly, as their own notes; "
-                                               "never say \"the user\" or \"the speaker\".")));
-    EXPECT_TRUE(
-        head.contains(QStringLiteral("without a bold label.\nFormat: start with \"## Summary\" and a two or "
-                                     "three sentence overview.")));
-    EXPECT_TRUE(
-        head.endsWith(QStringLiteral("do not repeat it under another heading.\nCreate one summary. Combine "
-                                     "overlapping facts; do not repeat sections. End after the summary.")));
-    EXPECT_EQ(T::instructionText(LocalSummaryTemplate::concise),
-              "Write a short Markdown summary: the overview, then a single Key Points section of at most six "
-              "items.");
-}
-
 TEST(LocalSummaryTemplate, SubmenuRowsAndTheirTitle)
 {
     const QList<Template> rows{
