@@ -331,25 +331,23 @@ TEST(LocalSummaryPipeline, RepeatTestFindsTheSmallestTailBlock)
     EXPECT_FALSE(LocalSummary::repeatCut(eight + " " + eight + ", " + eight).has_value());
 }
 
-TEST(LocalSummaryPipeline, EmptyResultsAndEmptyInputFail)
+TEST(LocalSummaryPipeline, NoInputNoSummaryOrAnUnreadyModelFailInTheirOwnWords)
 {
-    ScriptedLanguageModel model;
-    EXPECT_EQ(message([&] { PipelineRun().generate(model, " \n\t "); }),
+    ScriptedLanguageModel blank;
+    EXPECT_EQ(message([&] { PipelineRun().generate(blank, " \n\t "); }),
               "Transcribe some spoken words first.");
-    model.replies = {Stream{{"```markdown"}}};
-    EXPECT_EQ(message([&] { PipelineRun().generate(model, "Words."); }),
+    ScriptedLanguageModel fenceOnly;
+    fenceOnly.replies = {Stream{{"```markdown"}}};
+    EXPECT_EQ(message([&] { PipelineRun().generate(fenceOnly, "Words."); }),
               "The on-device model returned no summary. Existing note content was preserved.");
-}
 
-TEST(LocalSummaryPipeline, AnUnreadyModelFailsBeforeAnyPrompt)
-{
-    ScriptedLanguageModel model;
-    model.availabilityValue =
+    ScriptedLanguageModel unready;
+    unready.availabilityValue =
         LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
     PipelineRun run;
-    EXPECT_EQ(message([&] { run.generate(model, "Words."); }),
+    EXPECT_EQ(message([&] { run.generate(unready, "Words."); }),
               "On-device summaries unavailable: modelNotReady. Your notes and transcripts remain available.");
-    EXPECT_EQ(model.tokenCounts, 0);
+    EXPECT_EQ(unready.tokenCounts, 0) << "no prompt was even measured";
     EXPECT_TRUE(run.progress.isEmpty());
 }
 

@@ -486,41 +486,35 @@ TEST_F(ProcessTapRecorderTest, ACaptureThatCannotStartCancelsLiveSpeechAndTheNex
     EXPECT_EQ(segments.size(), 2);
 }
 
-TEST_F(ProcessTapRecorderTest, WithoutAnInputToRecordNothingStarts)
+// Refusals before anything runs: neither live speech nor capture begins, and
+// the note's folder stays as it was.
+TEST_F(ProcessTapRecorderTest, WithoutAnInputOrWithUnreadableEarlierAudioNothingStarts)
 {
     rig.access = false;
-    auto recorder = makeRecorder();
-    const QFuture<void> started = recorder->start(root, noteID, true);
+    auto denied = makeRecorder();
+    QFuture<void> started = denied->start(root, noteID, true);
     ASSERT_TRUE(waitFor(started));
     EXPECT_EQ(failureOf(started), "Microphone access was denied. Enable it in your system's sound settings.");
-    EXPECT_FALSE(recorder->starting());
-    EXPECT_EQ(*rig.speechStarts, 0);
-    EXPECT_TRUE(rig.fileSources->empty());
+    EXPECT_FALSE(denied->starting());
     EXPECT_FALSE(QDir(RecordingFolder::noteFolder(root, noteID)).exists());
-}
 
-TEST_F(ProcessTapRecorderTest, EarlierAudioThatCannotBeReadStopsTheStartAndStaysUntouched)
-{
+    rig.access = true;
     const QString segment = writeSegment(root, noteID, 1);
     LocalRecordingManifest broken = LocalRecordingManifest::read(segment);
     broken.sampleRate = 0;
     broken.write(segment);
-    const QString folder = RecordingFolder::noteFolder(root, noteID);
-    QFile raw(RecordingFolder::rawAudioPath(segment));
-    ASSERT_TRUE(raw.open(QIODevice::ReadOnly));
-    const QByteArray before = raw.readAll();
-
+    const auto before = readRawAudio(RecordingFolder::rawAudioPath(segment));
     auto recorder = makeRecorder();
-    const QFuture<void> started = recorder->start(root, noteID, false);
+    started = recorder->start(root, noteID, false);
     ASSERT_TRUE(waitFor(started));
     EXPECT_EQ(failureOf(started),
               "Transcription audio has an invalid format; the original audio was preserved.");
     EXPECT_FALSE(recorder->starting());
-    EXPECT_EQ(*rig.speechStarts, 0);
     EXPECT_EQ(segmentsOf(root, noteID), QStringList{segment});
-    QFile again(RecordingFolder::rawAudioPath(segment));
-    ASSERT_TRUE(again.open(QIODevice::ReadOnly));
-    EXPECT_EQ(again.readAll(), before);
+    EXPECT_EQ(readRawAudio(RecordingFolder::rawAudioPath(segment)), before);
+
+    EXPECT_EQ(*rig.speechStarts, 0);
+    EXPECT_TRUE(rig.fileSources->empty());
 }
 
 TEST_F(ProcessTapRecorderTest, LiveSpeechThatCannotFinishKeepsTheTextReceivedAndSaysTheAudioIsSafe)
