@@ -91,7 +91,7 @@ TEST(AudioFileSource, DeliversWavFlacAndOggIn4096FrameBuffers)
 TEST(AudioFileSource, RealTimePaceTakesAsLongAsTheAudio)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("half-second.wav"));
+    const QString path = dir.filePath("half-second.wav");
     ASSERT_TRUE(writeSoundFile(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 16000, 1, sine(300, 16000, 8000)));
     AudioFileSource source(path, AudioFileSource::Pace::realTime);
     source.prepare();
@@ -107,7 +107,7 @@ TEST(AudioFileSource, RealTimePaceTakesAsLongAsTheAudio)
 TEST(AudioFileSource, AsFastAsConsumedWaitsForASlowConsumer)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("long.wav"));
+    const QString path = dir.filePath("long.wav");
     ASSERT_TRUE(writeSoundFile(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 48000, 1, sine(300, 48000, 4096 * 20)));
     AudioFileSource source(path, AudioFileSource::Pace::asFastAsConsumed);
     source.prepare();
@@ -125,7 +125,7 @@ TEST(AudioFileSource, AsFastAsConsumedWaitsForASlowConsumer)
 TEST(AudioFileSource, InvalidateStopsDeliveryAndCallsTheHandlerOnce)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("ten-seconds.wav"));
+    const QString path = dir.filePath("ten-seconds.wav");
     ASSERT_TRUE(writeSoundFile(path, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 8000, 1, sine(300, 8000, 80000)));
     AudioFileSource source(path, AudioFileSource::Pace::realTime);
     source.invalidate(); // before prepare: nothing happens
@@ -153,18 +153,17 @@ TEST(AudioFileSource, InvalidateStopsDeliveryAndCallsTheHandlerOnce)
 TEST(AudioFileSource, AFileThatIsNoAudioSaysSo)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("notes.txt"));
+    const QString path = dir.filePath("notes.txt");
     ASSERT_TRUE(writeBytes(path, "just words"));
     AudioFileSource source(path);
     source.prepare();
     EXPECT_FALSE(source.format());
-    EXPECT_TRUE(
-        source.errorMessage().startsWith(QStringLiteral("The audio file “notes.txt” could not be opened: ")))
+    EXPECT_TRUE(source.errorMessage().startsWith("The audio file “notes.txt” could not be opened: "))
         << source.errorMessage().toStdString();
     CaptureQueue queue;
     EXPECT_EQ(thrownText([&] { source.run(queue, [](AudioBufferList) {}); }), source.errorMessage());
 
-    AudioFileSource missing(dir.filePath(QStringLiteral("gone.wav")));
+    AudioFileSource missing(dir.filePath("gone.wav"));
     missing.prepare();
     EXPECT_FALSE(missing.format());
     EXPECT_FALSE(missing.errorMessage().isEmpty());

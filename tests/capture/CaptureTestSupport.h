@@ -10,19 +10,9 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-#include <ostream>
+#include "support/QtPrinters.h"
 
-QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
-inline std::ostream &operator<<(std::ostream &out, const QString &text)
-{
-    return out << text.toStdString();
-}
-QT_END_NAMESPACE
+#include <functional>
 
 namespace kestil::test {
 

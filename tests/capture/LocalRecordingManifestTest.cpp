@@ -14,7 +14,7 @@ using namespace kestil::test;
 
 namespace {
 
-const QUuid noteID = QUuid::fromString(QStringLiteral("6b1c2d3e-4f50-4a6b-8c7d-9e0f1a2b3c4d"));
+const QUuid noteID = QUuid::fromString("6b1c2d3e-4f50-4a6b-8c7d-9e0f1a2b3c4d");
 
 } // namespace
 
@@ -90,8 +90,8 @@ TEST(LocalRecordingManifest, DamagedManifestsAreRefusedWithTheReason)
         const QString text = thrownText([&] {
             LocalRecordingManifest::decode(fileBytes(dataPath(QStringLiteral("manifests/") + c.file)));
         });
-        EXPECT_TRUE(text.startsWith(QStringLiteral("The recording manifest “recording.json” is damaged: ")))
-            << text;
+        EXPECT_TRUE(text.startsWith("The recording manifest “recording.json” is damaged: "))
+            << text.toStdString();
         EXPECT_TRUE(text.contains(QString::fromUtf8(c.reason))) << c.file << ": " << text.toStdString();
     }
 }
@@ -109,9 +109,9 @@ TEST(LocalRecordingManifest, RatesThatAreNoRateDecodeButAreNotValid)
 TEST(LocalRecordingManifest, WriteReplacesTheFileInOneStepAndNeverWritesThroughALink)
 {
     QTemporaryDir root;
-    const QString segment = root.filePath(QStringLiteral("segment"));
+    const QString segment = root.filePath("segment");
     QDir().mkpath(segment);
-    const QString outside = root.filePath(QStringLiteral("outside.json"));
+    const QString outside = root.filePath("outside.json");
     ASSERT_TRUE(writeBytes(outside, "precious"));
     ASSERT_TRUE(QFile::link(outside, RecordingFolder::manifestPath(segment)));
 
@@ -122,13 +122,12 @@ TEST(LocalRecordingManifest, WriteReplacesTheFileInOneStepAndNeverWritesThroughA
     EXPECT_FALSE(QFileInfo(RecordingFolder::manifestPath(segment)).isSymLink());
     EXPECT_EQ(LocalRecordingManifest::read(segment), manifest);
     // No temporary file stays behind.
-    EXPECT_EQ(QDir(segment).entryList(QDir::Files | QDir::Hidden),
-              QStringList{QStringLiteral("recording.json")});
+    EXPECT_EQ(QDir(segment).entryList(QDir::Files | QDir::Hidden), QStringList{"recording.json"});
 }
 
 TEST(LocalRecordingManifest, ReadingAMissingManifestSaysSo)
 {
     QTemporaryDir root;
     const QString text = thrownText([&] { LocalRecordingManifest::read(root.path()); });
-    EXPECT_EQ(text, QStringLiteral("Could not read “recording.json”: No such file or directory"));
+    EXPECT_EQ(text, "Could not read “recording.json”: No such file or directory");
 }

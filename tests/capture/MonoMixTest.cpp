@@ -17,37 +17,44 @@ template <typename Sample> AudioBuffer buffer(const std::vector<Sample> &samples
 
 } // namespace
 
-TEST(MonoMix, BuffersAreAveragedWithEqualWeight)
+// Float buffers in, one mono buffer out: channels averaged first, then the
+// inputs, each frame divided by the inputs that reach it; no gain, no limiter.
+TEST(MonoMix, FloatBuffersAreAveragedChannelsFirstThenInputs)
 {
-    const std::vector<float> ones(4, 1.0f), zeros(4, 0.0f);
-    const AudioBuffer list[] = {buffer(ones), buffer(zeros)};
-    EXPECT_EQ(mixToMono(list, AudioSampleFormat::float32), std::vector<float>(4, 0.5f));
-}
-
-TEST(MonoMix, ChannelsAreAveragedBeforeBuffers)
-{
-    const std::vector<float> stereo{0.2f, 0.4f};
-    const AudioBuffer one[] = {buffer(stereo, 2)};
-    const auto mixed = mixToMono(one, AudioSampleFormat::float32);
-    ASSERT_EQ(mixed.size(), 1u);
-    EXPECT_FLOAT_EQ(mixed[0], 0.3f);
-
-    // A stereo buffer and a mono buffer: channels first, then the two inputs.
-    const std::vector<float> mono{1.0f};
-    const AudioBuffer two[] = {buffer(stereo, 2), buffer(mono)};
-    EXPECT_FLOAT_EQ(mixToMono(two, AudioSampleFormat::float32)[0], (0.3f + 1.0f) / 2);
-}
-
-TEST(MonoMix, AFrameInOnlyOneBufferKeepsItsFullLevel)
-{
-    const std::vector<float> longer{0.8f, 0.6f, 0.4f, 0.2f}, shorter{0.0f, 0.0f};
-    const AudioBuffer list[] = {buffer(longer), buffer(shorter)};
-    EXPECT_EQ(mixToMono(list, AudioSampleFormat::float32), (std::vector<float>{0.4f, 0.3f, 0.4f, 0.2f}));
-
-    // Three inputs of three lengths: each frame divided by the inputs that reach it.
-    const std::vector<float> a(6, 3.0f), b(4, 6.0f), c(2, 9.0f);
-    const AudioBuffer three[] = {buffer(c), buffer(a), buffer(b)};
-    EXPECT_EQ(mixToMono(three, AudioSampleFormat::float32), (std::vector<float>{6, 6, 4.5f, 4.5f, 3, 3}));
+    struct Input {
+        std::vector<float> samples;
+        int channels = 1;
+    };
+    struct Case {
+        const char *what;
+        std::vector<Input> inputs;
+        std::vector<float> expected;
+    };
+    const Case cases[] = {
+        {"two inputs weigh the same", {{{1, 1, 1, 1}}, {{0, 0, 0, 0}}}, {0.5f, 0.5f, 0.5f, 0.5f}},
+        {"channels of one input", {{{0.2f, 0.4f}, 2}}, {0.3f}},
+        {"a stereo and a mono input", {{{0.2f, 0.4f}, 2}, {{1.0f}}}, {0.65f}},
+        {"a frame in one buffer only keeps its level",
+         {{{0.8f, 0.6f, 0.4f, 0.2f}}, {{0, 0}}},
+         {0.4f, 0.3f, 0.4f, 0.2f}},
+        {"three lengths", {{{9, 9}}, {{3, 3, 3, 3, 3, 3}}, {{6, 6, 6, 6}}}, {6, 6, 4.5f, 4.5f, 3, 3}},
+        // The system side of a pair whose monitor was idle does not halve the microphone.
+        {"an input with nothing this time", {{{0.5f, -0.5f}}, {{}, 2}}, {0.5f, -0.5f}},
+        {"no gain or limiter", {{{3.0f, -4.0f}}}, {3.0f, -4.0f}},
+        {"zero channels count as one", {{{0.25f, 0.75f}, 0}}, {0.25f, 0.75f}},
+        {"no inputs", {}, {}},
+        {"less than one frame", {{{0.5f}, 2}}, {}},
+    };
+    for (const Case &c : cases) {
+        std::vector<AudioBuffer> list;
+        for (const Input &input : c.inputs)
+            list.push_back(input.samples.empty() ? AudioBuffer{input.channels, nullptr, 0}
+                                                 : buffer(input.samples, input.channels));
+        const std::vector<float> mixed = mixToMono(list, AudioSampleFormat::float32);
+        ASSERT_EQ(mixed.size(), c.expected.size()) << c.what;
+        for (std::size_t i = 0; i < mixed.size(); ++i)
+            EXPECT_NEAR(mixed[i], c.expected[i], 1e-6) << c.what << ", frame " << i;
+    }
 }
 
 TEST(MonoMix, IntegerSamplesAreScaledToFloats)
@@ -65,37 +72,10 @@ TEST(MonoMix, IntegerSamplesAreScaledToFloats)
     EXPECT_EQ(mixed[2], 0.0f);
 }
 
-TEST(MonoMix, NothingGivesNothing)
+TEST(MonoMix, EmptyIntegerBuffersGiveNothing)
 {
-    EXPECT_TRUE(mixToMono({}, AudioSampleFormat::float32).empty());
     const AudioBuffer empty[] = {AudioBuffer{2, nullptr, 0}, AudioBuffer{1, nullptr, 0}};
     EXPECT_TRUE(mixToMono(empty, AudioSampleFormat::int16).empty());
-    // A buffer smaller than one frame has no frames.
-    const std::vector<float> one{0.5f};
-    const AudioBuffer partial[] = {buffer(one, 2)};
-    EXPECT_TRUE(mixToMono(partial, AudioSampleFormat::float32).empty());
-}
-
-TEST(MonoMix, AnInputWithNothingThisTimeDoesNotHalveTheOther)
-{
-    // The system side of a pair whose monitor was idle.
-    const std::vector<float> microphone{0.5f, -0.5f};
-    const AudioBuffer list[] = {buffer(microphone), AudioBuffer{2, nullptr, 0}};
-    EXPECT_EQ(mixToMono(list, AudioSampleFormat::float32), microphone);
-}
-
-TEST(MonoMix, NoGainOrLimiterIsApplied)
-{
-    const std::vector<float> loud{3.0f, -4.0f};
-    const AudioBuffer list[] = {buffer(loud)};
-    EXPECT_EQ(mixToMono(list, AudioSampleFormat::float32), loud);
-}
-
-TEST(MonoMix, ZeroChannelsCountAsOne)
-{
-    const std::vector<float> samples{0.25f, 0.75f};
-    const AudioBuffer list[] = {buffer(samples, 0)};
-    EXPECT_EQ(mixToMono(list, AudioSampleFormat::float32), samples);
 }
 
 TEST(MonoMix, SixtyFourBitFloatIsRefused)
@@ -103,7 +83,7 @@ TEST(MonoMix, SixtyFourBitFloatIsRefused)
     const std::vector<double> doubles{0.5, 0.25};
     const AudioBuffer list[] = {buffer(doubles)};
     EXPECT_EQ(thrownText([&] { mixToMono(list, AudioSampleFormat::float64); }),
-              QStringLiteral("Unsupported capture sample format."));
+              "Unsupported capture sample format.");
     EXPECT_THROW(mixToMono({}, AudioSampleFormat::float64), LocalError);
 }
 

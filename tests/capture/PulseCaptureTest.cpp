@@ -236,35 +236,37 @@ TEST_F(PulseCaptureTest, AnIdleOutputNeverStallsTheMicrophone)
     EXPECT_GT(toneShare(raw, 48000, 440), 0.8);
 }
 
-TEST_F(PulseCaptureTest, InvalidateIsSafeTwiceAndInAnyState)
+TEST_F(PulseCaptureTest, InvalidateEndsDeliveryOnceAndIsSafeTwiceAndInAnyState)
 {
     MicrophoneSource never;
     never.invalidate();
     never.invalidate();
 
     MicrophoneSource microphone;
-    microphone.prepare();
-    ASSERT_TRUE(microphone.format());
-    CaptureQueue queue;
-    int handlerCalls = 0;
-    std::atomic<int> buffers{0};
-    microphone.run(
-        queue, [&](AudioBufferList) { ++buffers; }, [&] { ++handlerCalls; });
-    std::this_thread::sleep_for(300ms);
-    microphone.invalidate();
-    queue.sync();
-    const int stopped = buffers;
-    std::this_thread::sleep_for(200ms);
-    queue.sync();
-    EXPECT_EQ(buffers, stopped) << "no buffer after invalidate";
-    EXPECT_GE(stopped, 1);
-    microphone.invalidate();
-    EXPECT_EQ(handlerCalls, 1);
-
     SystemAudioSource system;
-    system.prepare();
-    system.invalidate();
-    system.invalidate();
+    const std::pair<AudioSource *, const char *> sources[] = {
+        {&microphone, "This microphone recording has already ended."},
+        {&system, "This system audio recording has already ended."}};
+    for (const auto &[source, ended] : sources) {
+        source->prepare();
+        ASSERT_TRUE(source->format()) << source->errorMessage().toStdString();
+        CaptureQueue queue;
+        int handlerCalls = 0;
+        std::atomic<int> buffers{0};
+        source->run(
+            queue, [&](AudioBufferList) { ++buffers; }, [&] { ++handlerCalls; });
+        std::this_thread::sleep_for(300ms);
+        source->invalidate();
+        queue.sync();
+        const int stopped = buffers;
+        std::this_thread::sleep_for(200ms);
+        queue.sync();
+        EXPECT_EQ(buffers, stopped) << "no buffer after invalidate";
+        EXPECT_GE(stopped, 1);
+        source->invalidate();
+        EXPECT_EQ(handlerCalls, 1);
+        EXPECT_EQ(thrownText([&] { source->run(queue, [](AudioBufferList) {}); }), QString::fromUtf8(ended));
+    }
 }
 
 TEST_F(PulseCaptureTest, WithoutDevicesTheSourcesSaySoInTheirWords)

@@ -12,16 +12,6 @@ using namespace kestil;
 
 TEST(GenerationSchema, ThePromptShowsAFormToFillInWithEachFieldsDescription)
 {
-    EXPECT_EQ(
-        GeneratedNoteTitle::schema().promptText(),
-        QStringLiteral("Respond with JSON in this form:\n{\"title\": string // A concise descriptive note "
-                       "title, at most eight words, in the source language. No Markdown, quotes, or "
-                       "title prefix.}"));
-    EXPECT_EQ(
-        GeneratedNoteTags::schema().promptText(),
-        QStringLiteral("Respond with JSON in this form:\n{\"tags\": [string, ...] // 1 to 5 items. One to "
-                       "five broad topic tags, reusing matching library names.}"));
-
     GenerationSchema two;
     GenerationSchema::Property name{QStringLiteral("name"), QString()};
     GenerationSchema::Property aliases{QStringLiteral("aliases"), QStringLiteral("Other names."),

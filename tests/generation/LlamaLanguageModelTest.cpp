@@ -31,6 +31,16 @@ GenerationOptions options(double temperature, int cap)
     return GenerationOptions{temperature, cap};
 }
 
+// The tiny chat model installed in a folder of its own, and a model over it.
+class TinyLlama : public ::testing::Test {
+protected:
+    void SetUp() override { KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf"); }
+
+    ModelFolder folder;
+    QString installed = folder.install(tiny);
+    LlamaLanguageModel model{folder.directory()};
+};
+
 } // namespace
 
 TEST(LlamaLanguageModel, AvailabilityFollowsTheInstalledModelAndTheSwitch)
@@ -55,12 +65,8 @@ TEST(LlamaLanguageModel, AvailabilityFollowsTheInstalledModelAndTheSwitch)
                                         LanguageModel::UnavailableReason::languageModelDisabled));
 }
 
-TEST(LlamaLanguageModel, CountsTokensWithTheModelsTokenizer)
+TEST_F(TinyLlama, CountsTokensWithTheModelsTokenizer)
 {
-    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    ModelFolder folder;
-    folder.install(tiny);
-    LlamaLanguageModel model(folder.directory());
 
     const qint64 emptyPrompt = model.tokenCount(LanguageModel::Prompt{QString()});
     const qint64 hello = model.tokenCount(LanguageModel::Prompt{QStringLiteral("Hello world")});
@@ -79,12 +85,8 @@ TEST(LlamaLanguageModel, CountsTokensWithTheModelsTokenizer)
     EXPECT_LT(longCount, 1000);
 }
 
-TEST(LlamaLanguageModel, StreamsSnapshotsThatHoldTheWholeTextSoFar)
+TEST_F(TinyLlama, StreamsSnapshotsThatHoldTheWholeTextSoFar)
 {
-    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    ModelFolder folder;
-    folder.install(tiny);
-    LlamaLanguageModel model(folder.directory());
 
     QStringList snapshots;
     model.streamResponse(QStringLiteral("Summarize."), QStringLiteral("Source:\nWe met."), options(0.2, 40),
@@ -107,12 +109,8 @@ TEST(LlamaLanguageModel, StreamsSnapshotsThatHoldTheWholeTextSoFar)
     EXPECT_LE(stats.generatedTokens, 40 + 3 + 2);
 }
 
-TEST(LlamaLanguageModel, PrefixReuseKeepsTheSameAnswer)
+TEST_F(TinyLlama, PrefixReuseKeepsTheSameAnswer)
 {
-    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    ModelFolder folder;
-    folder.install(tiny);
-    LlamaLanguageModel model(folder.directory());
     const QString instructions = QStringLiteral("Summarize only the supplied source.");
     const QString first =
         model.respond(instructions, QStringLiteral("Source:\nAlpha beta."), options(0, 24), {});
@@ -129,12 +127,8 @@ TEST(LlamaLanguageModel, PrefixReuseKeepsTheSameAnswer)
     EXPECT_EQ(fresh.respond(instructions, QStringLiteral("Source:\nAlpha beta."), options(0, 24), {}), first);
 }
 
-TEST(LlamaLanguageModel, GrammarConstrainedAnswersParse)
+TEST_F(TinyLlama, GrammarConstrainedAnswersParse)
 {
-    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    ModelFolder folder;
-    folder.install(tiny);
-    LlamaLanguageModel model(folder.directory());
 
     // A random model fills every string to its longest; the caps leave room for that.
     const QJsonObject tags =
@@ -209,12 +203,8 @@ TEST(LlamaLanguageModel, TitlesMayHoldQuotationMarks)
     EXPECT_FALSE(admits(grammar, "{\"title\": \"Two\nlines\"}"));
 }
 
-TEST(LlamaLanguageModel, ARequestQueuedBehindAnotherSaysSoAndKeepsItsTime)
+TEST_F(TinyLlama, ARequestQueuedBehindAnotherSaysSoAndKeepsItsTime)
 {
-    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    ModelFolder folder;
-    folder.install(tiny);
-    LlamaLanguageModel model(folder.directory());
     model.respond(QStringLiteral("Warm up."), QStringLiteral("x"), options(0, 2), {});
 
     // An answer read slowly keeps the model busy for well over a second.
@@ -250,12 +240,8 @@ TEST(LlamaLanguageModel, ARequestQueuedBehindAnotherSaysSoAndKeepsItsTime)
     EXPECT_EQ(waits, (QList<bool>{true, false}));
 }
 
-TEST(LlamaLanguageModel, CancellationStopsARequestWithinATokenOrTwo)
+TEST_F(TinyLlama, CancellationOrTheTimeLimitStopsARequestWithinATokenOrTwo)
 {
-    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    ModelFolder folder;
-    folder.install(tiny);
-    LlamaLanguageModel model(folder.directory());
     model.respond(QStringLiteral("Warm up."), QStringLiteral("x"), options(0, 2), {});
 
     CancellationToken cancel;
@@ -269,6 +255,21 @@ TEST(LlamaLanguageModel, CancellationStopsARequestWithinATokenOrTwo)
         model.respond(QStringLiteral("Write."), QStringLiteral("Go on."), options(0.5, 1900), cancel),
         CancellationError);
     canceller.join();
+    EXPECT_LT(timer.elapsed(), 1500);
+
+    // A request's time limit stops it the same way, in the limit's own words.
+    timer.restart();
+    try {
+        LocalSummary::withTimeLimit(std::chrono::milliseconds(300), QStringLiteral("Stopped at the limit."),
+                                    CancellationToken(), [&](const CancellationToken &limited) {
+                                        return model.respond(QStringLiteral("Write."),
+                                                             QStringLiteral("Go on."), options(0.5, 1900),
+                                                             limited);
+                                    });
+        FAIL() << "a generation of 1900 tokens finished within 300 ms";
+    } catch (const LocalError &error) {
+        EXPECT_EQ(error.message(), "Stopped at the limit.");
+    }
     EXPECT_LT(timer.elapsed(), 1500);
 
     // The model is still usable afterwards.
@@ -329,38 +330,8 @@ TEST(LlamaLanguageModel, RefusesDamagedAndUnsuitableFiles)
     EXPECT_FALSE(model.respond(QStringLiteral("Write."), QStringLiteral("Go."), options(0, 3), {}).isNull());
 }
 
-TEST(LlamaLanguageModel, TheTimeLimitAbortsALongGeneration)
+TEST_F(TinyLlama, ALongTranscriptIsReadInSectionsSizedByTheRealTokenizer)
 {
-    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    ModelFolder folder;
-    folder.install(tiny);
-    LlamaLanguageModel model(folder.directory());
-    model.respond(QStringLiteral("Warm up."), QStringLiteral("x"), options(0, 2), {});
-
-    QElapsedTimer timer;
-    timer.start();
-    try {
-        LocalSummary::withTimeLimit(std::chrono::milliseconds(300), QStringLiteral("Stopped at the limit."),
-                                    CancellationToken(), [&](const CancellationToken &limited) {
-                                        return model.respond(QStringLiteral("Write."),
-                                                             QStringLiteral("Go on."), options(0.5, 1900),
-                                                             limited);
-                                    });
-        FAIL() << "a generation of 1900 tokens finished within 300 ms";
-    } catch (const LocalError &error) {
-        EXPECT_EQ(error.message(), "Stopped at the limit.");
-    }
-    EXPECT_LT(timer.elapsed(), 1500);
-    const auto stats = model.statistics();
-    EXPECT_LT(stats.generatedTokens, 1900);
-}
-
-TEST(LlamaLanguageModel, ALongTranscriptIsReadInSectionsSizedByTheRealTokenizer)
-{
-    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    ModelFolder folder;
-    folder.install(tiny);
-    LlamaLanguageModel model(folder.directory());
     const QString sentence =
         QStringLiteral("Priya said the release candidate ships on Friday after two fixes. ");
     const QString transcript = sentence.repeated(12000 / sentence.size());
@@ -395,12 +366,8 @@ TEST(LlamaLanguageModel, ALongTranscriptIsReadInSectionsSizedByTheRealTokenizer)
     EXPECT_FALSE(outcome.trimmed().isEmpty());
 }
 
-TEST(LlamaLanguageModel, BrokenTextIsReadAsText)
+TEST_F(TinyLlama, BrokenTextIsReadAsText)
 {
-    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    ModelFolder folder;
-    folder.install(tiny);
-    LlamaLanguageModel model(folder.directory());
     // Invalid UTF-8 decoded the way notes are read, a lone surrogate, a NUL and control characters.
     const QString broken = QString::fromUtf8("Budget \xff\xfe review \xc3 ok") + QChar(0xD800) +
                            QStringLiteral(" end") + QChar(0) + QStringLiteral("\x01\x1b[31m red");

@@ -35,10 +35,10 @@ QString failure(const std::function<void()> &run)
 
 TEST(LocalNoteChatPrompt, ASmallNoteIsSentWhole)
 {
-    const QString source = passage(QStringLiteral("budget")) + QStringLiteral("Short tail.");
-    const QString prompt = LocalNoteChat::prompt(source, QStringLiteral("  What was decided?  "), {});
+    const QString source = passage("budget") + QStringLiteral("Short tail.");
+    const QString prompt = LocalNoteChat::prompt(source, "  What was decided?  ", {});
     EXPECT_EQ(prompt,
-              "NOTE EVIDENCE (complete source):\nPassage 1:\n" + passage(QStringLiteral("budget")) +
+              "NOTE EVIDENCE (complete source):\nPassage 1:\n" + passage("budget") +
                   "\n\nPassage 2:\nShort tail.\n\nRECENT CONVERSATION:\n\n\nQUESTION:\nWhat was decided?");
 }
 
@@ -47,30 +47,27 @@ TEST(LocalNoteChatPrompt, ALongNoteSendsTheTwoBestPassagesInNoteOrder)
     QStringList topics;
     for (int i = 0; i < 12; ++i)
         topics.append(QStringLiteral("topic%1").arg(i));
-    topics[6] = QStringLiteral("hiring");
-    topics[11] = QStringLiteral("roadmap");
+    topics[6] = "hiring";
+    topics[11] = "roadmap";
     QString source;
     for (const QString &topic : topics)
         source += passage(topic);
-    const QString prompt =
-        LocalNoteChat::prompt(source, QStringLiteral("What about the roadmap and hiring?"), {});
-    EXPECT_TRUE(prompt.startsWith(QStringLiteral("NOTE EVIDENCE (selected excerpts):\nPassage 7:\n")));
-    EXPECT_TRUE(prompt.contains(QStringLiteral("\n\nPassage 12:\n") + passage(QStringLiteral("roadmap"))));
-    EXPECT_EQ(prompt.count(QStringLiteral("Passage ")), 2);
+    const QString prompt = LocalNoteChat::prompt(source, "What about the roadmap and hiring?", {});
+    EXPECT_TRUE(prompt.startsWith("NOTE EVIDENCE (selected excerpts):\nPassage 7:\n"));
+    EXPECT_TRUE(prompt.contains(QStringLiteral("\n\nPassage 12:\n") + passage("roadmap")));
+    EXPECT_EQ(prompt.count("Passage "), 2);
 
     // No matching term: the first two passages, still in order.
-    const QString none =
-        LocalNoteChat::prompt(source, QStringLiteral("What does this note say about that?"), {});
-    EXPECT_TRUE(none.contains(QStringLiteral("Passage 1:\n")));
-    EXPECT_TRUE(none.contains(QStringLiteral("Passage 2:\n")));
-    EXPECT_EQ(none.count(QStringLiteral("Passage ")), 2);
+    const QString none = LocalNoteChat::prompt(source, "What does this note say about that?", {});
+    EXPECT_TRUE(none.contains("Passage 1:\n"));
+    EXPECT_TRUE(none.contains("Passage 2:\n"));
+    EXPECT_EQ(none.count("Passage "), 2);
 
     // A term repeated in one passage counts once: two terms beat one term ten times.
-    const QString many = passage(QStringLiteral("pricing")) + passage(QStringLiteral("launch pricing")) +
-                         passage(QStringLiteral("nothing"));
-    const QString chosen = LocalNoteChat::prompt(many, QStringLiteral("launch pricing?"), {});
-    EXPECT_TRUE(chosen.contains(QStringLiteral("Passage 1:\n")));
-    EXPECT_TRUE(chosen.contains(QStringLiteral("Passage 2:\n")));
+    const QString many = passage("pricing") + passage("launch pricing") + passage("nothing");
+    const QString chosen = LocalNoteChat::prompt(many, "launch pricing?", {});
+    EXPECT_TRUE(chosen.contains("Passage 1:\n"));
+    EXPECT_TRUE(chosen.contains("Passage 2:\n"));
 }
 
 TEST(LocalNoteChatPrompt, FollowUpsKeepTheTopicAndHistoryIsShort)
@@ -83,11 +80,10 @@ TEST(LocalNoteChatPrompt, FollowUpsKeepTheTopicAndHistoryIsShort)
         message("user", "And the budget?"),       message("assistant", QString(400, QLatin1Char('a'))),
         message("assistant", "Anything else?"),   message("system", "Ünïcode " + QString(300, 'b')),
     };
-    const QString prompt = LocalNoteChat::prompt(source, QStringLiteral("Why?"), history);
+    const QString prompt = LocalNoteChat::prompt(source, "Why?", history);
     // "Why?" has no term of its own: the last user question, "And the budget?", leads.
-    EXPECT_TRUE(prompt.contains(QStringLiteral("Passage 2:\n") + passage(QStringLiteral("budget"))));
-    const QString recent = prompt.section(QStringLiteral("RECENT CONVERSATION:\n"), 1)
-                               .section(QStringLiteral("\n\nQUESTION:"), 0, 0);
+    EXPECT_TRUE(prompt.contains(QStringLiteral("Passage 2:\n") + passage("budget")));
+    const QString recent = prompt.section("RECENT CONVERSATION:\n", 1).section("\n\nQUESTION:", 0, 0);
     const QStringList lines = recent.split(QLatin1Char('\n'));
     ASSERT_EQ(lines.size(), 4);
     EXPECT_EQ(lines.at(0), "user: And the budget?");
@@ -97,14 +93,13 @@ TEST(LocalNoteChatPrompt, FollowUpsKeepTheTopicAndHistoryIsShort)
 
 TEST(LocalNoteChatPrompt, RefusesBadQuestionsAndEmptyNotes)
 {
-    EXPECT_EQ(failure([] { LocalNoteChat::prompt(QStringLiteral("Text."), QStringLiteral(" \n "), {}); }),
+    EXPECT_EQ(failure([] { LocalNoteChat::prompt("Text.", " \n ", {}); }),
               "Enter a question about this note.");
     const QString exact = QString(798, QLatin1Char('q')) + QStringLiteral("é");
-    EXPECT_EQ(failure([&] { LocalNoteChat::prompt(QStringLiteral("Text."), "  " + exact + "  ", {}); }),
-              "(no error)");
-    EXPECT_EQ(failure([&] { LocalNoteChat::prompt(QStringLiteral("Text."), exact + "q", {}); }),
+    EXPECT_EQ(failure([&] { LocalNoteChat::prompt("Text.", "  " + exact + "  ", {}); }), "(no error)");
+    EXPECT_EQ(failure([&] { LocalNoteChat::prompt("Text.", exact + "q", {}); }),
               "Please shorten your question to 800 bytes or fewer.");
-    EXPECT_EQ(failure([] { LocalNoteChat::prompt(QStringLiteral("  \n"), QStringLiteral("Why?"), {}); }),
+    EXPECT_EQ(failure([] { LocalNoteChat::prompt("  \n", "Why?", {}); }),
               "Transcribe this note before asking a question.");
 }
 
@@ -113,9 +108,9 @@ TEST(LocalNoteChatAnswer, StreamsEverySnapshotWithoutAFence)
     ScriptedLanguageModel model;
     model.replies = {ScriptedLanguageModel::Stream{{"```md", "```md\nTwo", "```md\nTwo roles.\n```"}}};
     QStringList snapshots;
-    const QString text = LocalNoteChat::answer(
-        model, QStringLiteral("We hire two people."), QStringLiteral("Who is hired?"), {},
-        QLocale(QStringLiteral("en_US")), [&](const QString &snapshot) { snapshots.append(snapshot); }, {});
+    const QString text =
+        LocalNoteChat::answer(model, "We hire two people.", "Who is hired?", {}, QLocale("en_US"),
+                              [&](const QString &snapshot) { snapshots.append(snapshot); }, {});
     EXPECT_EQ(text, "Two roles.");
     EXPECT_EQ(snapshots, (QStringList{"", "Two", "Two roles."}));
     ASSERT_EQ(model.requests.size(), 1);
@@ -128,34 +123,33 @@ TEST(LocalNoteChatAnswer, RefusesWhenUnreadyOrSilent)
 {
     ScriptedLanguageModel model;
     const auto ask = [&] {
-        LocalNoteChat::answer(model, QStringLiteral("Note."), QStringLiteral("Why?"), {},
-                              QLocale(QStringLiteral("en_US")), [](const QString &) {}, {});
+        LocalNoteChat::answer(model, "Note.", "Why?", {}, QLocale("en_US"), [](const QString &) {}, {});
     };
     model.availabilityValue =
         LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
     EXPECT_EQ(failure(ask),
               "On-device Ask AI unavailable: modelNotReady. Your notes and transcripts remain available.");
     model.availabilityValue = LanguageModel::Availability::available();
-    model.languages = {QStringLiteral("fr")};
+    model.languages = {"fr"};
     EXPECT_EQ(failure(ask), "The on-device summary model does not support this language.");
-    model.languages = {QStringLiteral("en")};
+    model.languages = {"en"};
     model.replies = {ScriptedLanguageModel::Stream{{"```"}}};
     EXPECT_EQ(failure(ask),
               "The on-device language model returned no answer. Your conversation was preserved; try again.");
 
     CancellationToken cancel;
     model.replies = {ScriptedLanguageModel::Stream{{"a", "ab", "abc"}}};
-    EXPECT_THROW(LocalNoteChat::answer(
-                     model, QStringLiteral("Note."), QStringLiteral("Why?"), {},
-                     QLocale(QStringLiteral("en_US")), [&](const QString &) { cancel.cancel(); }, cancel),
-                 CancellationError);
+    EXPECT_THROW(
+        LocalNoteChat::answer(
+            model, "Note.", "Why?", {}, QLocale("en_US"), [&](const QString &) { cancel.cancel(); }, cancel),
+        CancellationError);
 }
 
 TEST(LocalNoteChatMarkdown, LabelsSpeakersUnderATitle)
 {
     const QList<LocalChatMessage> messages{message("user", "  What next?\n"),
                                            message("assistant", "Ship it."), message("tool", "Other role")};
-    EXPECT_EQ(LocalNoteChat::conversationMarkdown(QStringLiteral("Weekly sync"), messages),
+    EXPECT_EQ(LocalNoteChat::conversationMarkdown("Weekly sync", messages),
               "# Ask AI: Weekly sync\n\n**You**\n\nWhat next?\n\n**Kestil**\n\nShip "
               "it.\n\n**Kestil**\n\nOther role");
     EXPECT_EQ(LocalNoteChat::conversationMarkdown(std::nullopt, {}), "# Ask AI: Untitled");

@@ -8,7 +8,7 @@ using namespace kestil;
 
 TEST(LocalSummaryCheckpoint, FreshCheckpointStartsAtPassZero)
 {
-    const LocalSummaryCheckpoint fresh(QStringLiteral("We met."), LocalSummaryTemplate::standUp);
+    const LocalSummaryCheckpoint fresh("We met.", LocalSummaryTemplate::standUp);
     EXPECT_EQ(fresh.input, "We met.");
     EXPECT_EQ(fresh.source, "We met.");
     EXPECT_EQ(fresh.templateKey, "meetings/stand-up");
@@ -20,13 +20,13 @@ TEST(LocalSummaryCheckpoint, FreshCheckpointStartsAtPassZero)
 
 TEST(LocalSummaryCheckpoint, JsonKeepsKeyOrderAndLeavesOutAbsentFields)
 {
-    LocalSummaryCheckpoint checkpoint(QStringLiteral("Ünïcode \"quoted\"\n"), LocalSummaryTemplate::concise);
+    LocalSummaryCheckpoint checkpoint("Ünïcode \"quoted\"\n", LocalSummaryTemplate::concise);
     EXPECT_EQ(checkpoint.toJson(), R"({"input":"Ünïcode \"quoted\"\n","templateKey":"Concise",)"
                                    R"("source":"Ünïcode \"quoted\"\n","pass":0,"facts":[]})");
     checkpoint.pass = 2;
-    checkpoint.facts = {QStringLiteral("a")};
-    checkpoint.sections = QStringList{QStringLiteral("x"), QStringLiteral("y")};
-    checkpoint.result = QStringLiteral("## Summary");
+    checkpoint.facts = {"a"};
+    checkpoint.sections = QStringList{"x", "y"};
+    checkpoint.result = "## Summary";
     EXPECT_EQ(checkpoint.toJson(), R"({"input":"Ünïcode \"quoted\"\n","templateKey":"Concise",)"
                                    R"("source":"Ünïcode \"quoted\"\n","pass":2,"facts":["a"],)"
                                    R"("sections":["x","y"],"result":"## Summary"})");

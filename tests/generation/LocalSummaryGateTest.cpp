@@ -13,15 +13,15 @@ using Reason = LanguageModel::UnavailableReason;
 TEST(LocalSummaryReadiness, NamesTheReasonOrTheLanguage)
 {
     ScriptedLanguageModel model;
-    const QLocale english(QStringLiteral("en_US"));
+    const QLocale english("en_US");
     EXPECT_FALSE(LocalSummary::readiness(model, english).has_value());
-    EXPECT_EQ(LocalSummary::readiness(model, QLocale(QStringLiteral("ja_JP"))),
+    EXPECT_EQ(LocalSummary::readiness(model, QLocale("ja_JP")),
               "The on-device summary model does not support this language.");
     model.availabilityValue = LanguageModel::Availability::unavailable(Reason::modelNotReady);
     EXPECT_EQ(LocalSummary::readiness(model, english),
               "On-device summaries unavailable: modelNotReady. Your notes and transcripts remain available.");
     model.availabilityValue = LanguageModel::Availability::unavailable(Reason::languageModelDisabled);
-    EXPECT_EQ(LocalSummary::readiness(model, QLocale(QStringLiteral("ja_JP"))),
+    EXPECT_EQ(LocalSummary::readiness(model, QLocale("ja_JP")),
               "On-device summaries unavailable: languageModelDisabled. Your notes and transcripts remain "
               "available.");
 }
@@ -29,7 +29,7 @@ TEST(LocalSummaryReadiness, NamesTheReasonOrTheLanguage)
 TEST(LocalSummaryReadiness, LaunchStatusSortsReasonsIntoCurableAndNot)
 {
     ScriptedLanguageModel model;
-    const QLocale english(QStringLiteral("en_US"));
+    const QLocale english("en_US");
     auto status = LocalSummary::modelStatus(model, english);
     EXPECT_EQ(status.state, LocalSummary::ModelStatus::State::available);
     EXPECT_EQ(status.statusLine, "On-device summaries ready.");
@@ -52,19 +52,18 @@ TEST(LocalSummaryReadiness, LaunchStatusSortsReasonsIntoCurableAndNot)
 
     // Available but not in this language: still available, with the refusal shown.
     model.availabilityValue = LanguageModel::Availability::available();
-    status = LocalSummary::modelStatus(model, QLocale(QStringLiteral("ko_KR")));
+    status = LocalSummary::modelStatus(model, QLocale("ko_KR"));
     EXPECT_EQ(status.state, LocalSummary::ModelStatus::State::available);
     EXPECT_EQ(status.statusLine, "The on-device summary model does not support this language.");
     EXPECT_EQ(
-        LocalSummary::onboardingText(model, QLocale(QStringLiteral("ko_KR"))),
+        LocalSummary::onboardingText(model, QLocale("ko_KR")),
         "The on-device language model does not support the selected language for summaries. You can choose "
         "another language in Settings.");
 }
 
 TEST(LocalSummaryTimeLimit, AValueBeforeTheLimitWins)
 {
-    EXPECT_EQ(LocalSummary::withTimeLimit(std::chrono::milliseconds(500), QStringLiteral("late"),
-                                          CancellationToken(),
+    EXPECT_EQ(LocalSummary::withTimeLimit(std::chrono::milliseconds(500), "late", CancellationToken(),
                                           [](const CancellationToken &) { return QStringLiteral("done"); }),
               "done");
 }
@@ -74,8 +73,8 @@ TEST(LocalSummaryTimeLimit, AStalledOperationFailsWithTheMessageAtTheLimit)
     QElapsedTimer timer;
     timer.start();
     try {
-        LocalSummary::withTimeLimit(std::chrono::milliseconds(100), QStringLiteral("Took too long."),
-                                    CancellationToken(), [](const CancellationToken &limited) {
+        LocalSummary::withTimeLimit(std::chrono::milliseconds(100), "Took too long.", CancellationToken(),
+                                    [](const CancellationToken &limited) {
                                         limited.beginWork();
                                         while (!limited.isCancelled())
                                             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -100,7 +99,7 @@ TEST(LocalSummaryTimeLimit, CountsFromWhenTheModelTakesTheRequestUp)
     QElapsedTimer timer;
     timer.start();
     const QString answer = LocalSummary::withTimeLimit(
-        std::chrono::milliseconds(100), QStringLiteral("late"), job, [](const CancellationToken &limited) {
+        std::chrono::milliseconds(100), "late", job, [](const CancellationToken &limited) {
             limited.setWaiting(true);
             std::this_thread::sleep_for(std::chrono::milliseconds(150));
             limited.setWaiting(false);
@@ -121,7 +120,7 @@ TEST(LocalSummaryTimeLimit, CancellingTheJobIsNotATimeOut)
         std::this_thread::sleep_for(std::chrono::milliseconds(30));
         job.cancel();
     });
-    EXPECT_THROW(LocalSummary::withTimeLimit(std::chrono::seconds(30), QStringLiteral("late"), job,
+    EXPECT_THROW(LocalSummary::withTimeLimit(std::chrono::seconds(30), "late", job,
                                              [](const CancellationToken &limited) {
                                                  while (!limited.isCancelled())
                                                      std::this_thread::sleep_for(
@@ -132,10 +131,8 @@ TEST(LocalSummaryTimeLimit, CancellingTheJobIsNotATimeOut)
                  CancellationError);
     canceller.join();
     // Other failures pass through as they are.
-    EXPECT_THROW(LocalSummary::withTimeLimit(std::chrono::seconds(30), QStringLiteral("late"),
-                                             CancellationToken(),
-                                             [](const CancellationToken &) -> QString {
-                                                 throw SystemError(QStringLiteral("Disk full."));
-                                             }),
+    EXPECT_THROW(LocalSummary::withTimeLimit(
+                     std::chrono::seconds(30), "late", CancellationToken(),
+                     [](const CancellationToken &) -> QString { throw SystemError("Disk full."); }),
                  SystemError);
 }

@@ -35,7 +35,7 @@ qsizetype capacity(ScriptedLanguageModel &model)
 
 QString words(qsizetype bytes)
 {
-    const QString sentence = QStringLiteral("The team agreed to ship the beta on Friday after review. ");
+    const QString sentence = "The team agreed to ship the beta on Friday after review. ";
     return sentence.repeated(bytes / sentence.size() + 1).left(bytes);
 }
 
@@ -44,14 +44,14 @@ QString words(qsizetype bytes)
 TEST(LocalSummaryChunks, CutsAtScalarsWithinTheByteLimit)
 {
     EXPECT_TRUE(LocalSummary::chunks(QString(), 4).isEmpty());
-    EXPECT_EQ(LocalSummary::chunks(QStringLiteral("abcdefghij"), 4), (QStringList{"abcd", "efgh", "ij"}));
-    const QString four = QStringLiteral("\U0001F600");
+    EXPECT_EQ(LocalSummary::chunks("abcdefghij", 4), (QStringList{"abcd", "efgh", "ij"}));
+    const QString four = "\U0001F600";
     EXPECT_EQ(LocalSummary::chunks(four, 4), QStringList{four});
     EXPECT_EQ(LocalSummary::chunks(four + four, 4), (QStringList{four, four}));
     // "é" is two bytes: a piece of five bytes holds "aé" and then two of them would be six.
-    EXPECT_EQ(LocalSummary::chunks(QStringLiteral("aéaéé"), 5), (QStringList{"aéa", "éé"}));
+    EXPECT_EQ(LocalSummary::chunks("aéaéé", 5), (QStringList{"aéa", "éé"}));
     // A cut may part a letter from its combining mark; joining restores the text.
-    const QString combining = QStringLiteral("abce\u0301");
+    const QString combining = "abce\u0301";
     const QStringList pieces = LocalSummary::chunks(combining, 4);
     EXPECT_EQ(pieces, (QStringList{"abce", "\u0301"}));
     EXPECT_EQ(pieces.join(QString()), combining);
@@ -63,7 +63,7 @@ TEST(LocalSummaryChunks, CutsAtScalarsWithinTheByteLimit)
 
 TEST(LocalSummaryChunks, ByteLimitBelowFourStopsTheProgram)
 {
-    EXPECT_DEATH(LocalSummary::chunks(QStringLiteral("abc"), 3), "at least 4");
+    EXPECT_DEATH(LocalSummary::chunks("abc", 3), "at least 4");
 }
 
 TEST(LocalSummaryFit, ChecksBothPromptsAndCountsAnExactFit)
@@ -152,7 +152,7 @@ TEST(LocalSummarySections, FailsWhenNothingCanFit)
     ScriptedLanguageModel model;
     model.contextTokens = 900; // less than the fixed prompt and the answer's reserve
     try {
-        LocalSummary::makeSections(model, QStringLiteral("Hello there."), tmpl, overheadOf(model),
+        LocalSummary::makeSections(model, "Hello there.", tmpl, overheadOf(model),
                                    LocalSummary::budget(model), {});
         FAIL() << "sections of a source that cannot fit";
     } catch (const LocalError &error) {
@@ -165,18 +165,17 @@ TEST(LocalSummarySections, SplitToFitHalvesUntilEachPieceFits)
     const auto under = [](qsizetype bytes) {
         return [bytes](const QString &text) { return text.toUtf8().size() <= bytes; };
     };
-    EXPECT_EQ(LocalSummary::splitToFit(QStringLiteral("abcdefgh"), under(8), {}), QStringList{"abcdefgh"});
-    EXPECT_EQ(LocalSummary::splitToFit(QStringLiteral("abcdefgh"), under(4), {}),
-              (QStringList{"abcd", "efgh"}));
+    EXPECT_EQ(LocalSummary::splitToFit("abcdefgh", under(8), {}), QStringList{"abcdefgh"});
+    EXPECT_EQ(LocalSummary::splitToFit("abcdefgh", under(4), {}), (QStringList{"abcd", "efgh"}));
     // Eleven bytes are cut at five: three pieces; five bytes are cut at the smallest limit, four.
-    EXPECT_EQ(LocalSummary::splitToFit(QStringLiteral("abcdefghijk"), under(4), {}),
+    EXPECT_EQ(LocalSummary::splitToFit("abcdefghijk", under(4), {}),
               (QStringList{"abcd", "e", "fghi", "j", "k"}));
-    EXPECT_THROW(LocalSummary::splitToFit(QStringLiteral("abcd"), under(3), {}), LocalError);
-    EXPECT_THROW(LocalSummary::splitToFit(QStringLiteral("ab"), under(0), {}), LocalError);
+    EXPECT_THROW(LocalSummary::splitToFit("abcd", under(3), {}), LocalError);
+    EXPECT_THROW(LocalSummary::splitToFit("ab", under(0), {}), LocalError);
     // One character made of two scalars cannot be cut.
-    EXPECT_THROW(LocalSummary::splitToFit(QStringLiteral("e\u0301"), under(1), {}), LocalError);
+    EXPECT_THROW(LocalSummary::splitToFit("e\u0301", under(1), {}), LocalError);
 
     CancellationToken cancel;
     cancel.cancel();
-    EXPECT_THROW(LocalSummary::splitToFit(QStringLiteral("abc"), under(8), cancel), CancellationError);
+    EXPECT_THROW(LocalSummary::splitToFit("abc", under(8), cancel), CancellationError);
 }

@@ -15,7 +15,7 @@ TEST(LocalSummaryTemplate, KeysTitlesAndCategoriesInMenuOrder)
     QStringList meetings;
     for (LocalSummaryTemplate value : T::allCases) {
         keys.append(T::id(value));
-        if (T::category(value) == QStringLiteral("Meetings")) {
+        if (T::category(value) == "Meetings") {
             meetings.append(T::rawValue(value));
         } else {
             EXPECT_FALSE(T::category(value).has_value());
@@ -39,48 +39,30 @@ TEST(LocalSummaryTemplate, StoredStringsResolveByKeyThenTitleElseAuto)
 {
     EXPECT_EQ(T::fromStored(std::nullopt), LocalSummaryTemplate::autoSummary);
     EXPECT_EQ(T::fromStored(QString()), LocalSummaryTemplate::autoSummary);
-    EXPECT_EQ(T::fromStored(QStringLiteral("meetings/stand-up")), LocalSummaryTemplate::standUp);
-    EXPECT_EQ(T::fromStored(QStringLiteral("Meeting")), LocalSummaryTemplate::meeting);
-    EXPECT_EQ(T::fromStored(QStringLiteral("Weekly Project Status")), LocalSummaryTemplate::weeklyStatus);
-    EXPECT_EQ(T::fromStored(QStringLiteral("General Meeting")), LocalSummaryTemplate::autoSummary);
-    EXPECT_EQ(T::fromStored(QStringLiteral("Concise")), LocalSummaryTemplate::concise);
-    EXPECT_EQ(T::fromStored(QStringLiteral("study")), LocalSummaryTemplate::autoSummary);
-    EXPECT_EQ(T::fromStored(QStringLiteral("meetings/retro-v2")), LocalSummaryTemplate::autoSummary);
-}
-
-TEST(LocalSummaryTemplate, FinalPromptHeadIsInstructionFormatAndClosing)
-{
-    const QString head = T::finalPromptHead(LocalSummaryTemplate::personalNote);
-    EXPECT_TRUE(head.startsWith(QStringLiteral("Write Markdown notes from a voice note someone spoke for "
-                                               "themselves. Write plainly, as their own notes; "
-                                               "never say \"the user\" or \"the speaker\".")));
-    EXPECT_TRUE(
-        head.contains(QStringLiteral("without a bold label.\nFormat: start with \"## Summary\" and a two or "
-                                     "three sentence overview.")));
-    EXPECT_TRUE(
-        head.endsWith(QStringLiteral("do not repeat it under another heading.\nCreate one summary. Combine "
-                                     "overlapping facts; do not repeat sections. End after the summary.")));
-    EXPECT_EQ(T::instructionText(LocalSummaryTemplate::concise),
-              "Write a short Markdown summary: the overview, then a single Key Points section of at most six "
-              "items.");
+    EXPECT_EQ(T::fromStored("meetings/stand-up"), LocalSummaryTemplate::standUp);
+    EXPECT_EQ(T::fromStored("Meeting"), LocalSummaryTemplate::meeting);
+    EXPECT_EQ(T::fromStored("Weekly Project Status"), LocalSummaryTemplate::weeklyStatus);
+    EXPECT_EQ(T::fromStored("General Meeting"), LocalSummaryTemplate::autoSummary);
+    EXPECT_EQ(T::fromStored("Concise"), LocalSummaryTemplate::concise);
+    EXPECT_EQ(T::fromStored("study"), LocalSummaryTemplate::autoSummary);
+    EXPECT_EQ(T::fromStored("meetings/retro-v2"), LocalSummaryTemplate::autoSummary);
 }
 
 TEST(LocalSummaryTemplate, SubmenuRowsAndTheirTitle)
 {
-    const QList<Template> rows{
-        {"meetings/general", "Team meeting", "Notes of a meeting", QStringLiteral("Meetings")},
-        {"Study", "Study notes", "For learning", std::nullopt}};
+    const QList<Template> rows{{"meetings/general", "Team meeting", "Notes of a meeting", "Meetings"},
+                               {"Study", "Study notes", "For learning", std::nullopt}};
     EXPECT_EQ(Template::currentTitle(std::nullopt, rows), "Auto");
-    EXPECT_EQ(Template::currentTitle(QStringLiteral("Meeting"), rows), "Team meeting");
-    EXPECT_EQ(Template::currentTitle(QStringLiteral("Study"), rows), "Study notes");
-    EXPECT_EQ(Template::currentTitle(QStringLiteral("lecture"), rows), "Auto");
+    EXPECT_EQ(Template::currentTitle("Meeting", rows), "Team meeting");
+    EXPECT_EQ(Template::currentTitle("Study", rows), "Study notes");
+    EXPECT_EQ(Template::currentTitle("lecture", rows), "Auto");
 
     const QJsonObject json = rows.first().toJson();
     EXPECT_EQ(
         QJsonDocument(json).toJson(QJsonDocument::Compact),
         R"({"category":"Meetings","description":"Notes of a meeting","key":"meetings/general","title":"Team meeting"})");
     EXPECT_EQ(Template::fromJson(json), rows.first());
-    EXPECT_FALSE(rows.last().toJson().contains(QStringLiteral("category")));
+    EXPECT_FALSE(rows.last().toJson().contains("category"));
     EXPECT_EQ(Template::fromJson(rows.last().toJson()), rows.last());
     EXPECT_FALSE(Template::fromJson(QJsonObject{{"key", "x"}, {"title", "y"}}).has_value());
 }

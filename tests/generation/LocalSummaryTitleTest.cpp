@@ -9,15 +9,12 @@ using namespace kestil;
 
 namespace {
 
-QString title(ScriptedLanguageModel &model,
-              const QString &summary = QStringLiteral("## Summary\nBudget review."))
+QString title(ScriptedLanguageModel &model, const QString &summary = "## Summary\nBudget review.")
 {
-    return LocalSummary::generateTitle(model, summary, QLocale(QStringLiteral("en_US")), {},
-                                       std::chrono::milliseconds(100));
+    return LocalSummary::generateTitle(model, summary, QLocale("en_US"), {}, std::chrono::milliseconds(100));
 }
 
-QString failure(ScriptedLanguageModel &model,
-                const QString &summary = QStringLiteral("## Summary\nBudget review."))
+QString failure(ScriptedLanguageModel &model, const QString &summary = "## Summary\nBudget review.")
 {
     try {
         title(model, summary);
@@ -37,7 +34,7 @@ ScriptedLanguageModel::Reply record(const QString &text)
 TEST(LocalSummaryTitle, AsksWithTheStartOfTheSummary)
 {
     ScriptedLanguageModel model;
-    model.replies = {record(QStringLiteral("  Budget\nreview   for Q3 "))};
+    model.replies = {record("  Budget\nreview   for Q3 ")};
     const QString summary =
         QStringLiteral("```md\n") + QString(3000, QLatin1Char('b')) + QStringLiteral("\n```");
     EXPECT_EQ(title(model, summary), "Budget review for Q3");
@@ -57,8 +54,8 @@ TEST(LocalSummaryTitle, CutsAtOneHundredCharactersAndKeepsWhatTheModelWrote)
 {
     ScriptedLanguageModel model;
     const QString hundred = QString(99, QLatin1Char('t')) + QStringLiteral("e\u0301");
-    model.replies = {record(hundred), record(hundred + QStringLiteral("xyz")),
-                     record(QStringLiteral("untitled")), record(QStringLiteral("\"**Launch** plan\""))};
+    model.replies = {record(hundred), record(hundred + QStringLiteral("xyz")), record("untitled"),
+                     record("\"**Launch** plan\"")};
     EXPECT_EQ(title(model), hundred);
     EXPECT_EQ(title(model), hundred);
     EXPECT_EQ(title(model), "untitled");
@@ -68,14 +65,13 @@ TEST(LocalSummaryTitle, CutsAtOneHundredCharactersAndKeepsWhatTheModelWrote)
 TEST(LocalSummaryTitle, RefusesPlaceholdersMissingSummariesAndSlowModels)
 {
     ScriptedLanguageModel model;
-    const QString none = QStringLiteral("The on-device model returned no descriptive title.");
-    model.replies = {record(QStringLiteral("Untitled  Note")), record(QStringLiteral("Untitled")),
-                     record(QStringLiteral(" \n "))};
+    const QString none = "The on-device model returned no descriptive title.";
+    model.replies = {record("Untitled  Note"), record("Untitled"), record(" \n ")};
     EXPECT_EQ(failure(model), none);
     EXPECT_EQ(failure(model), none);
     EXPECT_EQ(failure(model), none);
-    EXPECT_EQ(failure(model, QStringLiteral("```markdown")), "A summary is required to generate a title.");
-    EXPECT_EQ(failure(model, QStringLiteral("  \n")), "A summary is required to generate a title.");
+    EXPECT_EQ(failure(model, "```markdown"), "A summary is required to generate a title.");
+    EXPECT_EQ(failure(model, "  \n"), "A summary is required to generate a title.");
     model.replies = {ScriptedLanguageModel::Stall{}};
     EXPECT_EQ(failure(model), "Title generation took too long and was stopped.");
     model.availabilityValue =

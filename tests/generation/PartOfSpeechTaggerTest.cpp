@@ -48,24 +48,22 @@ TEST(PartOfSpeechTagger, FindsAndJoinsProperNames)
                                               "budget to Priyanka on Friday in New York."));
     EXPECT_EQ(texts(tokens, Kind::name),
               (QStringList{"Ada Lovelace", "NASA", "Marcus", "Priyanka", "New York"}));
-    EXPECT_TRUE(texts(tokens, Kind::noun).contains(QStringLiteral("budget")));
+    EXPECT_TRUE(texts(tokens, Kind::noun).contains("budget"));
     // A capital at the start of a sentence is no name by itself.
-    EXPECT_FALSE(texts(tagger().nounsAndNames(QStringLiteral("Budget talks went well.")), Kind::name)
-                     .contains(QStringLiteral("Budget")));
+    EXPECT_FALSE(texts(tagger().nounsAndNames("Budget talks went well."), Kind::name).contains("Budget"));
 }
 
 TEST(PartOfSpeechTagger, LeavesOutFunctionWordsNumbersAndPunctuation)
 {
-    EXPECT_TRUE(
-        tagger().nounsAndNames(QStringLiteral("It is what it is, and 42 of them were there!")).isEmpty());
+    EXPECT_TRUE(tagger().nounsAndNames("It is what it is, and 42 of them were there!").isEmpty());
     EXPECT_TRUE(tagger().nounsAndNames(QString()).isEmpty());
 }
 
 TEST(PartOfSpeechTagger, WithoutALexiconOnlyNamesAreFound)
 {
-    const PartOfSpeechTagger bare(QStringLiteral("/nonexistent"));
+    const PartOfSpeechTagger bare("/nonexistent");
     EXPECT_FALSE(bare.hasLexicon());
-    const auto tokens = bare.nounsAndNames(QStringLiteral("the budget for Kestil and the AI team"));
+    const auto tokens = bare.nounsAndNames("the budget for Kestil and the AI team");
     EXPECT_EQ(texts(tokens, Kind::name), (QStringList{"Kestil", "AI"}));
     EXPECT_TRUE(texts(tokens, Kind::noun).isEmpty());
 }

@@ -92,11 +92,14 @@ std::vector<float> sine(double frequency, double sampleRate, qint64 frames, floa
     return out;
 }
 
-bool synthesizeSpeech(const QString &text, const QString &wavPath, QString *error, const QString &voice)
+bool synthesizeSpeech(const QString &text, const QString &wavPath, QString *error, const QString &voice,
+                      int wordsPerMinute)
 {
     QProcess espeak;
     espeak.setProcessChannelMode(QProcess::MergedChannels);
     QStringList arguments{QStringLiteral("-w"), wavPath, text};
+    if (wordsPerMinute > 0)
+        arguments = QStringList{QStringLiteral("-s"), QString::number(wordsPerMinute)} + arguments;
     if (!voice.isEmpty())
         arguments = QStringList{QStringLiteral("-v"), voice} + arguments;
     espeak.start(QStringLiteral("espeak-ng"), arguments);

@@ -35,9 +35,10 @@ std::vector<float> sine(double frequency, double sampleRate, qint64 frames, floa
                         double phase = 0);
 
 // Speaks the text into a WAV file (22050 Hz) with espeak-ng, in its default
-// voice or the named one (for example "en-us+klatt"). Returns false with the
-// program's output in `error` when espeak-ng is missing or fails.
+// voice or the named one (for example "en-us+klatt"), at its default pace or
+// the given words per minute. Returns false with the program's output in
+// `error` when espeak-ng is missing or fails.
 bool synthesizeSpeech(const QString &text, const QString &wavPath, QString *error = nullptr,
-                      const QString &voice = {});
+                      const QString &voice = {}, int wordsPerMinute = 0);
 
 } // namespace kestil::test

@@ -9,7 +9,6 @@
 #include "support/PulseAudioServer.h"
 #include "support/SoundFiles.h"
 
-#include <QProcess>
 #include <QRegularExpression>
 #include <QSet>
 #include <QTemporaryDir>
@@ -49,13 +48,9 @@ double wordsHeard(const QString &reference, const QString &heard)
 // espeak-ng's Klatt voice, which PocketSphinx's acoustic model hears best.
 QString speak(const QString &text, const QString &wav)
 {
-    QProcess espeak;
-    espeak.setProcessChannelMode(QProcess::MergedChannels);
-    espeak.start(QStringLiteral("espeak-ng"),
-                 {QStringLiteral("-v"), QStringLiteral("en-us+klatt4"), QStringLiteral("-s"),
-                  QStringLiteral("150"), QStringLiteral("-w"), wav, text});
-    EXPECT_TRUE(espeak.waitForFinished(60000));
-    EXPECT_EQ(espeak.exitCode(), 0) << espeak.readAll().toStdString();
+    QString error;
+    EXPECT_TRUE(synthesizeSpeech(text, wav, &error, QStringLiteral("en-us+klatt4"), 150))
+        << error.toStdString();
     return wav;
 }
 

@@ -21,9 +21,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const QUuid noteID = QUuid::fromString(QStringLiteral("0F1E2D3C-4B5A-4978-8695-A4B3C2D1E0F9"));
-const QString inProgressText = QStringLiteral("A transcription session is already in progress.");
-const QString noError = QStringLiteral("(no error)");
+const QUuid noteID = QUuid::fromString("0F1E2D3C-4B5A-4978-8695-A4B3C2D1E0F9");
+const QString inProgressText = "A transcription session is already in progress.";
+const QString noError = "(no error)";
 
 std::vector<unsigned char> bytesOf(const std::vector<float> &samples)
 {
@@ -44,8 +44,8 @@ protected:
     {
         application();
         ASSERT_TRUE(dir.isValid());
-        root = dir.filePath(QStringLiteral("data"));
-        tone = writeTone(dir.filePath(QStringLiteral("tone.wav")), 2.5);
+        root = dir.filePath("data");
+        tone = writeTone(dir.filePath("tone.wav"), 2.5);
         rig.useFile(tone);
     }
 
@@ -113,7 +113,7 @@ TEST_F(ProcessTapRecorderTest, ASessionWritesEveryBufferToASegmentAndEndsWithThe
     EXPECT_TRUE(waitUntil([&] { return recorder->currentAudioLevel() > 0.35f; }));
     EXPECT_LT(recorder->currentAudioLevel(), 0.41f);
 
-    EXPECT_EQ(stop(*recorder), QStringLiteral("word1 word2 tail"));
+    EXPECT_EQ(stop(*recorder), "word1 word2 tail");
     EXPECT_FALSE(recorder->recording());
     EXPECT_FALSE(recorder->finishing());
     EXPECT_EQ(recorder->currentAudioLevel(), 0.0f);
@@ -122,7 +122,7 @@ TEST_F(ProcessTapRecorderTest, ASessionWritesEveryBufferToASegmentAndEndsWithThe
 
     const auto utterances = recorder->transcriptValue().utterances;
     ASSERT_EQ(utterances.size(), 3);
-    EXPECT_EQ(utterances[2], (LocalUtterance{QStringLiteral("tail"), 2.0, 2.5}));
+    EXPECT_EQ(utterances[2], (LocalUtterance{"tail", 2.0, 2.5}));
     EXPECT_EQ(seen.last(), recorder->transcriptValue());
 
     // Every sample reached the disk unchanged, and the segment is complete.
@@ -179,21 +179,20 @@ TEST_F(ProcessTapRecorderTest, AContinuedNoteTimesItsNewWordsAfterTheEarlierAudi
 {
     // 10 s of audio, but a transcript that runs to 12 s: the later one wins.
     writeSegment(root, noteID, 10);
-    TranscriptUtterance earlier{
-        QStringLiteral("E1"), QStringLiteral("Earlier words."), 9.0, 12.0, {}, {}, false};
+    TranscriptUtterance earlier{"E1", "Earlier words.", 9.0, 12.0, {}, {}, false};
     auto recorder = makeRecorder();
-    recorder->setExistingTranscript(QStringLiteral("Earlier words."));
+    recorder->setExistingTranscript("Earlier words.");
     recorder->setExistingUtterances({earlier});
     start(*recorder);
     EXPECT_DOUBLE_EQ(recorder->transcriptTimeOffset(), 12.0);
     ASSERT_TRUE(rig.waitForFileDelivered());
     stop(*recorder);
 
-    EXPECT_EQ(recorder->fullTranscript(), QStringLiteral("Earlier words. word1 word2 tail"));
+    EXPECT_EQ(recorder->fullTranscript(), "Earlier words. word1 word2 tail");
     const auto combined = recorder->combinedUtterances();
     ASSERT_EQ(combined.size(), 4);
     EXPECT_EQ(combined[0], earlier);
-    EXPECT_EQ(combined[1].text, QStringLiteral("word1"));
+    EXPECT_EQ(combined[1].text, "word1");
     EXPECT_EQ(combined[1].start, 12.0);
     EXPECT_EQ(combined[3].end, 14.5);
     EXPECT_FALSE(combined[3].isInterim);
@@ -208,7 +207,7 @@ TEST_F(ProcessTapRecorderTest, AContinuedNoteTimesItsNewWordsAfterTheEarlierAudi
     EXPECT_DOUBLE_EQ(recorder->transcriptTimeOffset(), 30.0);
     ASSERT_TRUE(rig.waitForFileDelivered());
     stop(*recorder);
-    EXPECT_EQ(recorder->fullTranscript(), QStringLiteral("word1 word2 tail"));
+    EXPECT_EQ(recorder->fullTranscript(), "word1 word2 tail");
 }
 
 TEST_F(ProcessTapRecorderTest, PauseCompletesTheSegmentAndResumeBeginsANewOneWhileTheClockCarriesOn)
@@ -241,7 +240,7 @@ TEST_F(ProcessTapRecorderTest, PauseCompletesTheSegmentAndResumeBeginsANewOneWhi
 
     // The live session heard both stretches as one: times run on without a
     // gap, in audio and not in wall-clock time.
-    EXPECT_EQ(stop(*recorder), QStringLiteral("word1 word2 word3 word4 word5"));
+    EXPECT_EQ(stop(*recorder), "word1 word2 word3 word4 word5");
     EXPECT_EQ(recorder->elapsed(), 5.0);
     EXPECT_EQ(recorder->transcriptValue().utterances.last().end, 5.0);
     EXPECT_EQ(rig.engine->engines.load(), 1);
@@ -263,7 +262,7 @@ TEST_F(ProcessTapRecorderTest, StopWhilePausedHasNoCaptureToEndAndStillFinishesL
     ASSERT_TRUE(recorder->paused());
     const auto before = segmentsOf(root, noteID);
 
-    EXPECT_EQ(stop(*recorder), QStringLiteral("word1 word2 tail"));
+    EXPECT_EQ(stop(*recorder), "word1 word2 tail");
     EXPECT_FALSE(recorder->paused());
     EXPECT_FALSE(recorder->recording());
     EXPECT_EQ(rig.engine->finishes.load(), 1);
@@ -279,19 +278,19 @@ TEST_F(ProcessTapRecorderTest, ASecondStopDuringTheFirstGivesTheCurrentTextAtOnc
     rig.engine->finishGate = finishGate;
     auto recorder = makeRecorder();
     start(*recorder);
-    ASSERT_TRUE(waitUntil([&] { return recorder->transcription() == QStringLiteral("word1"); }));
+    ASSERT_TRUE(waitUntil([&] { return recorder->transcription() == "word1"; }));
 
     const QFuture<QString> first = recorder->stop();
     const QFuture<QString> second = recorder->stop();
     ASSERT_TRUE(second.isFinished());
-    EXPECT_EQ(second.result(), QStringLiteral("word1"));
+    EXPECT_EQ(second.result(), "word1");
     EXPECT_FALSE(first.isFinished());
     // Capture was stopped once.
     EXPECT_EQ(probe->invalidations.load(), 1);
 
     finishGate->open();
     ASSERT_TRUE(waitFor(first));
-    EXPECT_EQ(first.result(), QStringLiteral("word1"));
+    EXPECT_EQ(first.result(), "word1");
     EXPECT_EQ(probe->invalidations.load(), 1);
     EXPECT_EQ(stateChanges, 2);
 }
@@ -330,9 +329,8 @@ TEST_F(ProcessTapRecorderTest, ASixtyFourBitFloatSourceStopsTheSessionAndKeepsWh
 
     // With no owner to stop it, the recorder stops itself.
     ASSERT_TRUE(waitUntil([&] { return !recorder->recording() && !recorder->finishing(); }));
-    EXPECT_EQ(
-        recorder->errorMessage(),
-        QStringLiteral("Capture stopped: Unsupported capture sample format.. Captured audio was preserved."));
+    EXPECT_EQ(recorder->errorMessage(),
+              "Capture stopped: Unsupported capture sample format.. Captured audio was preserved.");
     EXPECT_FALSE(recorder->errorIsSpeechWarning());
     EXPECT_EQ(stateChanges, 2);
     const auto segments = segmentsOf(root, noteID);
@@ -350,7 +348,7 @@ TEST_F(ProcessTapRecorderTest, ACaptureFailureRunsTheOwnersStopOnceWhenThereIsOn
     // the failure ends the intake, so the raw file has no gap.
     ScriptedSource::Script script = scripted(3);
     script.failureAt = 2;
-    script.failure = QStringLiteral("The sound server ended the microphone recording: gone");
+    script.failure = "The sound server ended the microphone recording: gone";
     rig.useScript(script, probe);
     auto recorder = makeRecorder();
     int stopActions = 0;
@@ -387,7 +385,7 @@ TEST_F(ProcessTapRecorderTest, AFailureThatArrivesAfterTheSessionEndedChangesNot
     std::vector<unsigned char> late = tenthOfASecond();
     const AudioBuffer buffer{1, late.data(), qint64(late.size())};
     probe->block(AudioBufferList(&buffer, 1));
-    probe->failure(QStringLiteral("The sound server ended the microphone recording: gone"));
+    probe->failure("The sound server ended the microphone recording: gone");
     settle(100ms);
     EXPECT_TRUE(recorder->errorMessage().isEmpty());
     EXPECT_EQ(stopActions, 0);
@@ -396,7 +394,7 @@ TEST_F(ProcessTapRecorderTest, AFailureThatArrivesAfterTheSessionEndedChangesNot
 
 TEST_F(ProcessTapRecorderTest, WithoutLiveSpeechCaptureRunsAndTheWarningStaysUntilReplaced)
 {
-    rig.speechFailure = QStringLiteral("No compatible on-device speech audio format.");
+    rig.speechFailure = "No compatible on-device speech audio format.";
     auto recorder = makeRecorder();
     start(*recorder);
     const QString warning =
@@ -428,7 +426,7 @@ TEST_F(ProcessTapRecorderTest, WithoutLiveSpeechCaptureRunsAndTheWarningStaysUnt
     EXPECT_EQ(second->speechWarning(), warning);
     ASSERT_EQ(messages.size(), 2);
     EXPECT_EQ(messages[0], warning);
-    EXPECT_TRUE(messages[1].startsWith(QStringLiteral("Capture stopped: ")));
+    EXPECT_TRUE(messages[1].startsWith("Capture stopped: "));
 }
 
 TEST_F(ProcessTapRecorderTest, ACaptureThatCannotStartCancelsLiveSpeechAndTheNextStartWorks)
@@ -440,14 +438,14 @@ TEST_F(ProcessTapRecorderTest, ACaptureThatCannotStartCancelsLiveSpeechAndTheNex
         switch ((*attempts)++) {
         case 0:
             return std::make_unique<ScriptedSource>(
-                ScriptedSource::Script{{}, QStringLiteral("No microphone input is available.")}, probe);
+                ScriptedSource::Script{{}, "No microphone input is available."}, probe);
         case 1:
             // No format and no reason: the path's own text.
             return std::make_unique<ScriptedSource>(ScriptedSource::Script{}, probe);
         case 2: {
             ScriptedSource::Script script;
             script.format = AudioFormat{AudioSampleFormat::float32, 48000, 2};
-            script.runError = QStringLiteral("Failed to start audio device: busy");
+            script.runError = "Failed to start audio device: busy";
             return std::make_unique<ScriptedSource>(script, probe);
         }
         default:
@@ -459,21 +457,21 @@ TEST_F(ProcessTapRecorderTest, ACaptureThatCannotStartCancelsLiveSpeechAndTheNex
 
     QFuture<void> started = recorder->start(root, noteID, false);
     ASSERT_TRUE(waitFor(started));
-    EXPECT_EQ(failureOf(started), QStringLiteral("No microphone input is available."));
+    EXPECT_EQ(failureOf(started), "No microphone input is available.");
     EXPECT_FALSE(recorder->starting());
     EXPECT_FALSE(recorder->recording());
     EXPECT_EQ(rig.engine->aborts.load(), 1);
 
     started = recorder->start(root, noteID, true);
     ASSERT_TRUE(waitFor(started));
-    EXPECT_EQ(failureOf(started), QStringLiteral("System audio capture is unavailable."));
+    EXPECT_EQ(failureOf(started), "System audio capture is unavailable.");
     EXPECT_EQ(rig.engine->aborts.load(), 2);
 
     // A source that fails to run after the writer was made leaves an
     // incomplete segment with no audio for recovery, as a crash would.
     started = recorder->start(root, noteID, false);
     ASSERT_TRUE(waitFor(started));
-    EXPECT_EQ(failureOf(started), QStringLiteral("Failed to start audio device: busy"));
+    EXPECT_EQ(failureOf(started), "Failed to start audio device: busy");
     auto segments = segmentsOf(root, noteID);
     ASSERT_EQ(segments.size(), 1);
     EXPECT_FALSE(LocalRecordingManifest::read(segments[0]).complete);
@@ -488,57 +486,48 @@ TEST_F(ProcessTapRecorderTest, ACaptureThatCannotStartCancelsLiveSpeechAndTheNex
     EXPECT_EQ(segments.size(), 2);
 }
 
-TEST_F(ProcessTapRecorderTest, WithoutAnInputToRecordNothingStarts)
+// Refusals before anything runs: neither live speech nor capture begins, and
+// the note's folder stays as it was.
+TEST_F(ProcessTapRecorderTest, WithoutAnInputOrWithUnreadableEarlierAudioNothingStarts)
 {
     rig.access = false;
-    auto recorder = makeRecorder();
-    const QFuture<void> started = recorder->start(root, noteID, true);
+    auto denied = makeRecorder();
+    QFuture<void> started = denied->start(root, noteID, true);
     ASSERT_TRUE(waitFor(started));
-    EXPECT_EQ(failureOf(started),
-              QStringLiteral("Microphone access was denied. Enable it in your system's sound settings."));
-    EXPECT_FALSE(recorder->starting());
-    EXPECT_EQ(*rig.speechStarts, 0);
-    EXPECT_TRUE(rig.fileSources->empty());
+    EXPECT_EQ(failureOf(started), "Microphone access was denied. Enable it in your system's sound settings.");
+    EXPECT_FALSE(denied->starting());
     EXPECT_FALSE(QDir(RecordingFolder::noteFolder(root, noteID)).exists());
-}
 
-TEST_F(ProcessTapRecorderTest, EarlierAudioThatCannotBeReadStopsTheStartAndStaysUntouched)
-{
+    rig.access = true;
     const QString segment = writeSegment(root, noteID, 1);
     LocalRecordingManifest broken = LocalRecordingManifest::read(segment);
     broken.sampleRate = 0;
     broken.write(segment);
-    const QString folder = RecordingFolder::noteFolder(root, noteID);
-    QFile raw(RecordingFolder::rawAudioPath(segment));
-    ASSERT_TRUE(raw.open(QIODevice::ReadOnly));
-    const QByteArray before = raw.readAll();
-
+    const auto before = readRawAudio(RecordingFolder::rawAudioPath(segment));
     auto recorder = makeRecorder();
-    const QFuture<void> started = recorder->start(root, noteID, false);
+    started = recorder->start(root, noteID, false);
     ASSERT_TRUE(waitFor(started));
     EXPECT_EQ(failureOf(started),
-              QStringLiteral("Transcription audio has an invalid format; the original audio was preserved."));
+              "Transcription audio has an invalid format; the original audio was preserved.");
     EXPECT_FALSE(recorder->starting());
-    EXPECT_EQ(*rig.speechStarts, 0);
     EXPECT_EQ(segmentsOf(root, noteID), QStringList{segment});
-    QFile again(RecordingFolder::rawAudioPath(segment));
-    ASSERT_TRUE(again.open(QIODevice::ReadOnly));
-    EXPECT_EQ(again.readAll(), before);
+    EXPECT_EQ(readRawAudio(RecordingFolder::rawAudioPath(segment)), before);
+
+    EXPECT_EQ(*rig.speechStarts, 0);
+    EXPECT_TRUE(rig.fileSources->empty());
 }
 
 TEST_F(ProcessTapRecorderTest, LiveSpeechThatCannotFinishKeepsTheTextReceivedAndSaysTheAudioIsSafe)
 {
-    rig.engine->finishError = QStringLiteral("The engine broke.");
+    rig.engine->finishError = "The engine broke.";
     auto recorder = makeRecorder();
     start(*recorder);
     ASSERT_TRUE(rig.waitForFileDelivered());
-    ASSERT_TRUE(
-        waitUntil([&] { return recorder->transcription() == QStringLiteral("word1 word2 partial"); }));
+    ASSERT_TRUE(waitUntil([&] { return recorder->transcription() == "word1 word2 partial"; }));
 
-    EXPECT_EQ(stop(*recorder), QStringLiteral("word1 word2 partial"));
-    EXPECT_EQ(
-        recorder->errorMessage(),
-        QStringLiteral("Live transcription could not finish: The engine broke.. Audio is saved for retry."));
+    EXPECT_EQ(stop(*recorder), "word1 word2 partial");
+    EXPECT_EQ(recorder->errorMessage(),
+              "Live transcription could not finish: The engine broke.. Audio is saved for retry.");
     const auto segments = segmentsOf(root, noteID);
     ASSERT_EQ(segments.size(), 1);
     EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
@@ -573,9 +562,9 @@ TEST_F(ProcessTapRecorderTest, AFullDiskAtPauseKeepsTheRawAudioAndStillPauses)
     }
     EXPECT_FALSE(thrown.isEmpty());
     EXPECT_TRUE(recorder->paused());
-    EXPECT_TRUE(recorder->errorMessage().startsWith(QStringLiteral("Audio could not be finalized: ")))
+    EXPECT_TRUE(recorder->errorMessage().startsWith("Audio could not be finalized: "))
         << recorder->errorMessage().toStdString();
-    EXPECT_TRUE(recorder->errorMessage().endsWith(QStringLiteral(". Raw capture was retained.")));
+    EXPECT_TRUE(recorder->errorMessage().endsWith(". Raw capture was retained."));
     EXPECT_FALSE(LocalRecordingManifest::read(segment).complete);
     EXPECT_EQ(DurableAudioWriter::frameCount(segment), 8000);
 

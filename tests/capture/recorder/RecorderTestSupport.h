@@ -1,7 +1,8 @@
 #pragma once
 
 // What the recording-session tests drive the recorder with: an event loop to
-// wait in, a speech engine that hears one word per second of audio, sources
+// wait in, a speech engine that hears one word per second of audio (in
+// speech/engines/ScriptedSpeechEngine.h), sources
 // that deliver chosen buffers, a clock that moves when told, and recording
 // folders written by the real writer.
 
@@ -13,6 +14,8 @@
 #include "capture/RecordingFolder.h"
 #include "speech/LiveSpeechSession.h"
 #include "speech/SpeechEngine.h"
+#include "speech/engines/ScriptedSpeechEngine.h"
+#include "support/QtPrinters.h"
 #include "support/SoundFiles.h"
 
 #include <QCoreApplication>
@@ -30,15 +33,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <ostream>
 #include <vector>
-
-QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
-QT_END_NAMESPACE
 
 namespace kestil::test {
 
@@ -93,88 +88,6 @@ template <typename T> QString failureOf(QFuture<T> future)
     }
     return QStringLiteral("(no error)");
 }
-
-// A gate that holds a thread until the test opens it.
-class Latch {
-public:
-    void open()
-    {
-        std::lock_guard lock(mutex_);
-        open_ = true;
-        changed_.notify_all();
-    }
-    void wait()
-    {
-        std::unique_lock lock(mutex_);
-        changed_.wait(lock, [this] { return open_; });
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool open_ = false;
-};
-
-// What the scripted engine did, and how it is told to behave.
-struct EngineProbe {
-    std::atomic<qint64> samplesFed{0};
-    std::atomic<int> finishes{0};
-    std::atomic<int> aborts{0};
-    std::atomic<int> engines{0};
-    // finish() waits for this gate when there is one.
-    std::shared_ptr<Latch> finishGate;
-    // finish() fails with this text when it is set.
-    QString finishError;
-};
-
-// Hears one word per second of audio: every whole second fed is a final
-// "word<N>" from N-1 to N; a part second is a volatile "partial".
-class ScriptedSpeechEngine : public SpeechEngine {
-public:
-    static constexpr double rate = 16000;
-
-    explicit ScriptedSpeechEngine(std::shared_ptr<EngineProbe> probe) : probe_(std::move(probe))
-    {
-        ++probe_->engines;
-    }
-
-    double sampleRate() const override { return rate; }
-
-    std::vector<SpeechResult> feed(std::span<const float> samples) override
-    {
-        fed_ += qint64(samples.size());
-        probe_->samplesFed += qint64(samples.size());
-        std::vector<SpeechResult> results;
-        while (fed_ >= (words_ + 1) * qint64(rate)) {
-            ++words_;
-            results.push_back(
-                {QStringLiteral("word%1").arg(words_), double(words_ - 1), double(words_), true});
-        }
-        if (fed_ > words_ * qint64(rate))
-            results.push_back({QStringLiteral("partial"), double(words_), double(fed_) / rate, false});
-        return results;
-    }
-
-    std::vector<SpeechResult> finish() override
-    {
-        ++probe_->finishes;
-        if (probe_->finishGate)
-            probe_->finishGate->wait();
-        if (!probe_->finishError.isEmpty())
-            throw LocalError(probe_->finishError);
-        std::vector<SpeechResult> results;
-        if (fed_ > words_ * qint64(rate))
-            results.push_back({QStringLiteral("tail"), double(words_), double(fed_) / rate, true});
-        return results;
-    }
-
-    void abort() override { ++probe_->aborts; }
-
-private:
-    std::shared_ptr<EngineProbe> probe_;
-    qint64 fed_ = 0;
-    qint64 words_ = 0;
-};
 
 // What a scripted source was asked to do, and its handlers for late calls.
 struct SourceProbe {

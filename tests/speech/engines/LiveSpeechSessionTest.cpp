@@ -1,5 +1,6 @@
 #include "speech/LiveSpeechSession.h"
 
+#include "ScriptedSpeechEngine.h"
 #include "SpeechTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +11,8 @@
 #include <thread>
 
 using namespace kestil;
-using test::ScriptedEngine;
+using test::EngineProbe;
+using test::ScriptedSpeechEngine;
 
 namespace {
 
@@ -50,6 +52,15 @@ QByteArray bytesOf(const std::vector<float> &samples)
                       qsizetype(samples.size() * sizeof(float)));
 }
 
+// Appends the samples in capture buffers of 4096 frames.
+void appendInBuffers(LiveSpeechSession &session, const std::vector<float> &samples, double rate)
+{
+    for (std::size_t at = 0; at < samples.size(); at += 4096) {
+        const std::size_t n = std::min<std::size_t>(4096, samples.size() - at);
+        session.append(samples.data() + at, qsizetype(n * sizeof(float)), rate);
+    }
+}
+
 QString finishError(LiveSpeechSession &session)
 {
     try {
@@ -60,25 +71,32 @@ QString finishError(LiveSpeechSession &session)
     return {};
 }
 
+// A session over a scripted engine, and what it reported.
+class LiveSpeech : public ::testing::Test {
+protected:
+    std::unique_ptr<LiveSpeechSession> start()
+    {
+        return std::make_unique<LiveSpeechSession>(std::make_unique<ScriptedSpeechEngine>(probe),
+                                                   seen.failure(), seen.result());
+    }
+
+    std::shared_ptr<EngineProbe> probe = std::make_shared<EngineProbe>();
+    Observed seen;
+};
+
 } // namespace
 
-TEST(LiveSpeechSession, ResultsBuildTheTranscriptAndFinishReturnsItAfterTheEngineFinished)
+TEST_F(LiveSpeech, ResultsBuildTheTranscriptAndFinishReturnsItAfterTheEngineFinished)
 {
-    Observed seen;
-    auto engine = std::make_unique<ScriptedEngine>(16000, [](std::span<const float>, double fed) {
-        return std::vector<SpeechResult>{SpeechResult{QStringLiteral("partial"), 0.0, fed, false}};
-    });
-    ScriptedEngine *raw = engine.get();
-    raw->setFinishResults({SpeechResult{QStringLiteral("all of it"), 0.0, 1.0, true}});
-    LiveSpeechSession session(std::move(engine), seen.failure(), seen.result());
+    auto session = start();
+    for (int i = 0; i < 5; ++i)
+        session->append(bytesOf(test::silence(0.25)), 16000);
+    const LocalTranscript final = session->finish();
 
-    for (int i = 0; i < 4; ++i)
-        session.append(bytesOf(test::silence(0.25)), 16000);
-    const LocalTranscript final = session.finish();
-
-    EXPECT_TRUE(raw->finished());
-    EXPECT_EQ(raw->received().size(), 16000u) << "every queued buffer reaches the engine before it finishes";
-    EXPECT_EQ(final.finalizedText(), QStringLiteral("all of it"));
+    EXPECT_EQ(probe->finishes, 1);
+    EXPECT_EQ(probe->received().size(), 20000u)
+        << "every queued buffer reaches the engine before it finishes";
+    EXPECT_EQ(final.finalizedText(), QStringLiteral("word1 tail"));
     EXPECT_TRUE(final.tentative.isEmpty());
     ASSERT_FALSE(seen.transcripts.empty());
     EXPECT_EQ(seen.transcripts.front().tentative, QStringLiteral("partial"));
@@ -89,106 +107,80 @@ TEST(LiveSpeechSession, ResultsBuildTheTranscriptAndFinishReturnsItAfterTheEngin
 TEST(LiveSpeechSession, EmptyAndPartialSampleBlocksFailTheSessionOnce)
 {
     for (const qsizetype bytes : {qsizetype(0), qsizetype(6)}) {
-        Observed seen;
-        auto engine = std::make_unique<ScriptedEngine>();
-        ScriptedEngine *raw = engine.get();
-        LiveSpeechSession session(std::move(engine), seen.failure(), seen.result());
+        Observed observed;
+        auto fed = std::make_shared<EngineProbe>();
+        LiveSpeechSession session(std::make_unique<ScriptedSpeechEngine>(fed), observed.failure(),
+                                  observed.result());
         session.append(bytesOf(test::silence(0.1)), 16000);
         const QByteArray odd(bytes, '\0');
         session.append(odd.constData(), odd.size(), 16000);
         session.append(bytesOf(test::silence(0.1)), 16000); // dropped: the session has failed
         EXPECT_EQ(finishError(session), incomplete) << bytes;
-        EXPECT_EQ(seen.failures, QStringList{incomplete});
-        EXPECT_EQ(raw->received().size(), 1600u) << "audio before the failure is still transcribed";
+        EXPECT_EQ(observed.failures, QStringList{incomplete});
+        EXPECT_EQ(fed->received().size(), 1600u) << "audio before the failure is still transcribed";
     }
 }
 
-TEST(LiveSpeechSession, TheBufferAfterAFullQueueFailsOnceAndFinishSaysWhy)
+TEST_F(LiveSpeech, TheBufferAfterAFullQueueFailsOnceAndFinishSaysWhy)
 {
-    Observed seen;
-    auto engine = std::make_unique<ScriptedEngine>();
-    ScriptedEngine *raw = engine.get();
-    raw->hold();
-    LiveSpeechSession session(std::move(engine), seen.failure(), seen.result());
+    probe->feedGate = std::make_shared<test::Latch>();
+    auto session = start();
     const QByteArray buffer = bytesOf(test::silence(4096.0 / 16000.0));
 
     // The engine takes the first buffer and stalls on it; 128 more wait.
-    session.append(buffer, 16000);
-    ASSERT_TRUE(raw->waitForFeeds(1));
+    session->append(buffer, 16000);
+    ASSERT_TRUE(probe->waitForFeeds(1));
     for (std::size_t i = 0; i < LiveSpeechSession::inputLimit; ++i)
-        session.append(buffer, 16000);
+        session->append(buffer, 16000);
     EXPECT_TRUE(seen.failures.isEmpty()) << "128 waiting buffers are within the limit";
 
-    session.append(buffer, 16000);
-    session.append(buffer, 16000);
+    session->append(buffer, 16000);
+    session->append(buffer, 16000);
     EXPECT_EQ(seen.failures, QStringList{fellBehind});
 
-    raw->release();
-    EXPECT_EQ(finishError(session), fellBehind);
+    probe->feedGate->open();
+    EXPECT_EQ(finishError(*session), fellBehind);
     EXPECT_EQ(seen.failures.size(), 1);
-    EXPECT_EQ(raw->received().size(), 129u * 4096u)
+    EXPECT_EQ(probe->received().size(), 129u * 4096u)
         << "what was queued before the overflow is still analysed";
 }
 
-TEST(LiveSpeechSession, AnEngineFailureReachesTheCallerAndFinishWithoutWaitingForever)
+TEST_F(LiveSpeech, AnEngineFailureReachesTheCallerAndFinishWithoutWaitingForever)
 {
-    Observed seen;
-    auto engine = std::make_unique<ScriptedEngine>();
-    ScriptedEngine *raw = engine.get();
-    raw->failWith(SystemError(QStringLiteral("Whisper could not transcribe the audio (error -6).")));
-    LiveSpeechSession session(std::move(engine), seen.failure(), seen.result());
-    session.append(bytesOf(test::silence(0.1)), 16000);
+    probe->feedError = QStringLiteral("Whisper could not transcribe the audio (error -6).");
+    auto session = start();
+    session->append(bytesOf(test::silence(0.1)), 16000);
     for (int i = 0; i < 500 && seen.failureCount() == 0; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     ASSERT_EQ(seen.failureCount(), 1);
     // Appends after the engine stopped meet an ended stream and change nothing.
     for (int i = 0; i < 300; ++i)
-        session.append(bytesOf(test::silence(0.01)), 16000);
-    EXPECT_EQ(finishError(session), QStringLiteral("Whisper could not transcribe the audio (error -6)."));
+        session->append(bytesOf(test::silence(0.01)), 16000);
+    EXPECT_EQ(finishError(*session), probe->feedError);
     EXPECT_EQ(seen.failures.size(), 1);
 }
 
-TEST(LiveSpeechSession, ConvertsOtherRatesWithoutLosingAudioWhereTheRateChanges)
+TEST_F(LiveSpeech, ConvertsOtherRatesWithoutLosingAudioWhereTheRateChanges)
 {
-    Observed seen;
-    auto engine = std::make_unique<ScriptedEngine>();
-    ScriptedEngine *raw = engine.get();
-    LiveSpeechSession session(std::move(engine), seen.failure(), seen.result());
+    auto session = start();
     // 1 s at 48 kHz in capture buffers, then 1 s at 44.1 kHz.
-    const std::vector<float> at48 = test::noiseBurst(1.0, 0.1, 1, 48000);
-    for (std::size_t at = 0; at < at48.size(); at += 4096) {
-        const std::size_t n = std::min<std::size_t>(4096, at48.size() - at);
-        session.append(at48.data() + at, qsizetype(n * sizeof(float)), 48000);
-    }
-    const std::vector<float> at44 = test::noiseBurst(1.0, 0.1, 2, 44100);
-    for (std::size_t at = 0; at < at44.size(); at += 4096) {
-        const std::size_t n = std::min<std::size_t>(4096, at44.size() - at);
-        session.append(at44.data() + at, qsizetype(n * sizeof(float)), 44100);
-    }
-    session.finish();
+    appendInBuffers(*session, test::noiseBurst(1.0, 0.1, 1, 48000), 48000);
+    appendInBuffers(*session, test::noiseBurst(1.0, 0.1, 2, 44100), 44100);
+    session->finish();
     // Nothing is lost at the change of rate or at the end: the old
     // converter's tail goes in before the new one starts.
-    EXPECT_NEAR(double(raw->received().size()), 32000.0, 4.0);
+    EXPECT_NEAR(double(probe->received().size()), 32000.0, 4.0);
     EXPECT_TRUE(seen.failures.isEmpty());
 }
 
-TEST(LiveSpeechSession, KeepsItsConverterWhileTheRateStaysTheSame)
+TEST_F(LiveSpeech, KeepsItsConverterWhileTheRateStaysTheSameAndPassesTheEngineRateUnchanged)
 {
     // A tone cut into capture buffers must come out as one clean tone: a
     // converter made anew for each buffer would break it at every seam.
-    Observed seen;
-    auto engine = std::make_unique<ScriptedEngine>();
-    ScriptedEngine *raw = engine.get();
-    LiveSpeechSession session(std::move(engine), seen.failure(), seen.result());
-    std::vector<float> tone(96000);
-    for (std::size_t i = 0; i < tone.size(); ++i)
-        tone[i] = float(0.5 * std::sin(2.0 * M_PI * 440.0 * double(i) / 48000.0));
-    for (std::size_t at = 0; at < tone.size(); at += 4096) {
-        const std::size_t n = std::min<std::size_t>(4096, tone.size() - at);
-        session.append(tone.data() + at, qsizetype(n * sizeof(float)), 48000);
-    }
-    session.finish();
-    const std::vector<float> out = raw->received();
+    auto session = start();
+    appendInBuffers(*session, test::sine(440, 48000, 96000), 48000);
+    session->finish();
+    const std::vector<float> out = probe->received();
     ASSERT_NEAR(double(out.size()), 32000.0, 2.0);
     double best = 1e9;
     for (int delay = -64; delay <= 64; ++delay) {
@@ -199,50 +191,45 @@ TEST(LiveSpeechSession, KeepsItsConverterWhileTheRateStaysTheSame)
         best = std::min(best, worst);
     }
     EXPECT_LT(best, 0.06);
-}
 
-TEST(LiveSpeechSession, AudioAtTheEngineRateGoesInUnchanged)
-{
-    Observed seen;
-    auto engine = std::make_unique<ScriptedEngine>();
-    ScriptedEngine *raw = engine.get();
-    LiveSpeechSession session(std::move(engine), seen.failure(), seen.result());
+    auto probeAtRate = std::make_shared<EngineProbe>();
+    LiveSpeechSession atRate(std::make_unique<ScriptedSpeechEngine>(probeAtRate), seen.failure(),
+                             seen.result());
     const std::vector<float> audio = test::noiseBurst(0.5);
-    session.append(bytesOf(audio), 16000);
-    session.finish();
-    EXPECT_EQ(raw->received(), audio);
+    atRate.append(bytesOf(audio), 16000);
+    atRate.finish();
+    EXPECT_EQ(probeAtRate->received(), audio);
 }
 
-TEST(LiveSpeechSession, ARateThatIsNoRateIsAnInvalidBuffer)
+TEST_F(LiveSpeech, ARateThatIsNoRateIsAnInvalidBuffer)
 {
-    Observed seen;
-    LiveSpeechSession session(std::make_unique<ScriptedEngine>(), seen.failure(), seen.result());
-    session.append(bytesOf(test::silence(0.1)), 0.0);
-    EXPECT_EQ(finishError(session), QStringLiteral("Invalid live audio buffer."));
+    auto session = start();
+    session->append(bytesOf(test::silence(0.1)), 0.0);
+    EXPECT_EQ(finishError(*session), QStringLiteral("Invalid live audio buffer."));
 }
 
-TEST(LiveSpeechSession, CancelAbandonsAStalledEngineAndNeverFails)
+TEST_F(LiveSpeech, CancelOrDestructionAbandonsAStalledEngineAndNeverFails)
 {
-    Observed seen;
-    auto engine = std::make_unique<ScriptedEngine>();
-    ScriptedEngine *raw = engine.get();
-    raw->hold();
-    LiveSpeechSession session(std::move(engine), seen.failure(), seen.result());
-    session.append(bytesOf(test::silence(0.1)), 16000);
-    ASSERT_TRUE(raw->waitForFeeds(1));
-    session.cancel();
-    EXPECT_FALSE(raw->finished());
-    EXPECT_TRUE(seen.failures.isEmpty());
-    session.cancel();
-}
-
-TEST(LiveSpeechSession, DestroyingARunningSessionCancelsIt)
-{
-    Observed seen;
-    auto engine = std::make_unique<ScriptedEngine>();
-    engine->hold();
-    auto session = std::make_unique<LiveSpeechSession>(std::move(engine), seen.failure(), seen.result());
+    probe->feedGate = std::make_shared<test::Latch>();
+    auto session = start();
     session->append(bytesOf(test::silence(0.1)), 16000);
-    session.reset();
-    SUCCEED();
+    ASSERT_TRUE(probe->waitForFeeds(1));
+    session->cancel();
+    EXPECT_EQ(probe->aborts, 1);
+    EXPECT_EQ(probe->finishes, 0);
+    EXPECT_TRUE(seen.failures.isEmpty());
+    session->cancel();
+
+    // Destroying a running session cancels it: its stalled engine is told to
+    // stop, or the destruction would wait for it for ever.
+    auto stalled = std::make_shared<EngineProbe>();
+    stalled->feedGate = std::make_shared<test::Latch>();
+    auto running = std::make_unique<LiveSpeechSession>(std::make_unique<ScriptedSpeechEngine>(stalled),
+                                                       seen.failure(), seen.result());
+    running->append(bytesOf(test::silence(0.1)), 16000);
+    ASSERT_TRUE(stalled->waitForFeeds(1));
+    running.reset();
+    EXPECT_EQ(stalled->aborts, 1);
+    EXPECT_EQ(stalled->finishes, 0);
+    EXPECT_TRUE(seen.failures.isEmpty());
 }

@@ -1,6 +1,5 @@
 #include "speech/LocalSpeech.h"
 
-#include "base/CancellationError.h"
 #include "base/ModelDownload.h"
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
@@ -48,19 +47,19 @@ struct FakeComputer {
 
 TEST(LocalSpeechKeys, LanguageKeyFollowsLanguageAndForChineseTheScript)
 {
-    for (const char *id : {"en-US", "en_GB", "en", "en-us"})
-        EXPECT_EQ(languageKey(QString::fromLatin1(id)), QStringLiteral("en")) << id;
-    EXPECT_EQ(languageKey("fr-CA"), QStringLiteral("fr"));
-    EXPECT_EQ(languageKey("fr-FR"), QStringLiteral("fr"));
-    EXPECT_EQ(languageKey("zh-Hans-CN"), QStringLiteral("zh-Hans"));
-    EXPECT_EQ(languageKey("zh_Hant_TW"), QStringLiteral("zh-Hant"));
-    EXPECT_EQ(languageKey("de_DE.UTF-8"), QStringLiteral("de"));
-    EXPECT_EQ(languageKey("nb-NO"), QStringLiteral("nb"));
-    EXPECT_FALSE(languageKey("zh").has_value());
-    EXPECT_FALSE(languageKey("zh-CN").has_value());
-    EXPECT_FALSE(languageKey("pl").has_value());
-    EXPECT_FALSE(languageKey("no").has_value());
-    EXPECT_FALSE(languageKey("").has_value());
+    const std::pair<const char *, const char *> cases[] = {
+        {"en-US", "en"},           {"en_GB", "en"},       {"en", "en"},
+        {"en-us", "en"},           {"fr-CA", "fr"},       {"zh-Hans-CN", "zh-Hans"},
+        {"zh_Hant_TW", "zh-Hant"}, {"de_DE.UTF-8", "de"}, {"nb-NO", "nb"},
+        {"zh", nullptr},           {"zh-CN", nullptr},    {"pl", nullptr},
+        {"no", nullptr},           {"", nullptr}};
+    for (const auto &[id, key] : cases) {
+        const std::optional<QString> found = languageKey(QString::fromLatin1(id));
+        if (key)
+            EXPECT_EQ(found, QString::fromLatin1(key)) << id;
+        else
+            EXPECT_FALSE(found.has_value()) << id;
+    }
     EXPECT_EQ(languageKeys().size(), 16);
 }
 
@@ -107,82 +106,82 @@ TEST(LocalSpeechReadiness, AnInstalledFallbackBeatsADownloadablePreferredEngine)
                              "Whisper for accurate transcripts."));
 }
 
-TEST(LocalSpeechReadiness, TheInstalledPreferredEngineWins)
+// Which engine answers for a language, given what the computer has.
+TEST(LocalSpeechReadiness, TheEngineChosenFollowsWhatIsInstalledAndOffered)
 {
-    FakeComputer computer;
-    computer.whisper = Asset{Status::installed, 1, "/models/ggml-base.en.bin"};
-    const Readiness r = readiness("en-US", computer.inventory());
-    ASSERT_TRUE(r.configuration.has_value());
-    EXPECT_EQ(r.configuration->engine, Engine::speech);
-    EXPECT_EQ(r.configuration->module, QStringLiteral("/models/ggml-base.en.bin"));
-    EXPECT_EQ(engineName(r.configuration->engine), QStringLiteral("Whisper"));
+    const Asset unsupported{Status::unsupported, 0, "/w"};
+    const Asset sphinx{Status::installed, 1, "/sphinx"};
+    struct Case {
+        const char *what;
+        const char *locale;
+        Asset whisper;
+        Asset sphinx;
+        bool whisperAvailable;
+        QStringList whisperList;
+        std::optional<Engine> engine;
+        Status status;
+        const char *chosenLocale;
+        QString message = {};
+    };
+    const Case cases[] = {
+        {"the installed preferred engine wins", "en-US",
+         Asset{Status::installed, 1, "/models/ggml-base.en.bin"}, sphinx, true, whisperLocales,
+         Engine::speech, Status::installed, "en-US",
+         QStringLiteral("On-device speech is ready. Transcription works offline.")},
+        {"installed without usable formats needs set-up", "de-AT", Asset{Status::installed, 0, "/m"}, sphinx,
+         true, whisperLocales, Engine::speech, Status::supported, "de-DE",
+         QStringLiteral("The on-device speech model for this language needs setup. Open Settings and choose "
+                        "Set Up On-Device Speech. The on-device language model uses a separate model.")},
+        {"downloading needs set-up", "fr-FR", Asset{Status::downloading, 0, "/m"}, sphinx, true,
+         whisperLocales, Engine::speech, Status::downloading, "fr-FR",
+         QStringLiteral("The on-device speech model for this language needs setup. Open Settings and choose "
+                        "Set Up On-Device Speech. The on-device language model uses a separate model.")},
+        {"a language only the fallback offers", "en-US", Asset{Status::supported, 0, "/m"}, sphinx, true,
+         QStringList{"de-DE"}, Engine::dictation, Status::installed, "en-US"},
+        {"the fallback without whisper", "en-US", Asset{Status::supported, 0, "/m"}, sphinx, false,
+         QStringList{"de-DE"}, Engine::dictation, Status::installed, "en-US"},
+        {"no engine at all", "de-DE", Asset{Status::supported, 0, "/m"}, sphinx, false, whisperLocales,
+         std::nullopt, Status::unsupported, nullptr,
+         QStringLiteral("Transcription is unavailable for the selected language on this device. Choose a "
+                        "supported on-device speech language in Settings, or refresh speech availability.")},
+        {"nothing usable: the first candidate answers", "en", unsupported, unsupported, true, whisperLocales,
+         Engine::speech, Status::unsupported, "en-US"},
+    };
+    for (const Case &c : cases) {
+        FakeComputer computer;
+        computer.whisper = c.whisper;
+        computer.sphinx = c.sphinx;
+        computer.whisperAvailable = c.whisperAvailable;
+        computer.whisperList = c.whisperList;
+        const Readiness r = readiness(QString::fromLatin1(c.locale), computer.inventory());
+        EXPECT_EQ(r.status, c.status) << c.what;
+        ASSERT_EQ(r.configuration.has_value(), c.engine.has_value()) << c.what;
+        if (c.engine) {
+            EXPECT_EQ(r.configuration->engine, *c.engine) << c.what;
+            EXPECT_EQ(r.configuration->locale, QString::fromLatin1(c.chosenLocale)) << c.what;
+            EXPECT_EQ(r.configuration->module,
+                      *c.engine == Engine::speech ? c.whisper.module : c.sphinx.module)
+                << c.what;
+        }
+        if (!c.message.isEmpty()) {
+            EXPECT_EQ(message(r), c.message) << c.what;
+        }
+    }
 }
 
-TEST(LocalSpeechReadiness, InstalledWithoutUsableFormatsNeedsSetup)
+TEST(LocalSpeechReadiness, AnInstalledModelWithoutUsableFormatsSaysWhyInItsDetails)
 {
     FakeComputer computer;
     computer.whisper = Asset{Status::installed, 0, "/models/ggml-base.bin"};
     const Readiness r = readiness("de-AT", computer.inventory());
-    ASSERT_TRUE(r.configuration.has_value());
-    EXPECT_EQ(r.configuration->engine, Engine::speech);
-    EXPECT_EQ(r.configuration->locale, QStringLiteral("de-DE"));
-    EXPECT_EQ(r.status, Status::supported);
     EXPECT_TRUE(
         r.details.endsWith(QStringLiteral("Whisper de-DE: installed\nWhisper usable audio formats: "
                                           "0\nWhisper assets reported installed, but no "
                                           "usable audio format is exposed; setup is still required.")))
         << r.details.toStdString();
-    EXPECT_EQ(message(r),
-              QStringLiteral("The on-device speech model for this language needs setup. Open Settings "
-                             "and choose Set Up On-Device Speech. The on-device language model uses a "
-                             "separate model."));
-}
-
-TEST(LocalSpeechReadiness, DownloadingNeedsSetupInItsMessage)
-{
-    FakeComputer computer;
-    computer.whisper = Asset{Status::downloading, 0, "/models/ggml-base.bin"};
-    const Readiness r = readiness("fr-FR", computer.inventory());
-    EXPECT_EQ(r.status, Status::downloading);
-    EXPECT_TRUE(
-        message(r).startsWith(QStringLiteral("The on-device speech model for this language needs setup.")));
-}
-
-TEST(LocalSpeechReadiness, ALanguageOnlyTheFallbackOffersGetsTheFallback)
-{
-    for (bool available : {true, false}) {
-        FakeComputer computer;
-        computer.whisperAvailable = available;
-        computer.whisperList = {"de-DE"};
-        const Readiness r = readiness("en-US", computer.inventory());
-        ASSERT_TRUE(r.configuration.has_value());
-        EXPECT_EQ(r.configuration->engine, Engine::dictation) << available;
-    }
-}
-
-TEST(LocalSpeechReadiness, WithoutAnyEngineThereIsNoConfiguration)
-{
-    FakeComputer computer;
     computer.whisperAvailable = false;
-    const Readiness r = readiness("de-DE", computer.inventory());
-    EXPECT_FALSE(r.configuration.has_value());
-    EXPECT_EQ(r.status, Status::unsupported);
-    EXPECT_TRUE(r.details.contains(QStringLiteral("Whisper available: false")));
-    EXPECT_EQ(message(r),
-              QStringLiteral("Transcription is unavailable for the selected language on this device. "
-                             "Choose a supported on-device speech language in Settings, or refresh "
-                             "speech availability."));
-}
-
-TEST(LocalSpeechReadiness, WhenNothingIsUsableTheFirstCandidateAnswers)
-{
-    FakeComputer computer;
-    computer.whisper = Asset{Status::unsupported, 0, "/w"};
-    computer.sphinx = Asset{Status::unsupported, 0, "/s"};
-    const Readiness r = readiness("en", computer.inventory());
-    ASSERT_TRUE(r.configuration.has_value());
-    EXPECT_EQ(r.configuration->engine, Engine::speech);
-    EXPECT_EQ(r.status, Status::unsupported);
+    EXPECT_TRUE(readiness("de-DE", computer.inventory())
+                    .details.contains(QStringLiteral("Whisper available: false")));
 }
 
 TEST(LocalSpeechLanguages, OneEntryPerKeyInItsMaximalRegionSortedByName)
@@ -227,13 +226,4 @@ TEST(LocalSpeechFailureRecord, HoldsTimeLocaleErrorAndContextOnThreeLines)
     recordFailure(store, LocalError(QStringLiteral("Nope.")), "de", QStringLiteral("ctx"));
     EXPECT_TRUE(
         settings::localSpeechLastFailure(store)->contains(QStringLiteral("Nope. (kestil.LocalError, 0)")));
-}
-
-TEST(LocalSpeechFailureRecord, ACancellationLeavesThePreferenceAlone)
-{
-    QTemporaryDir dir;
-    PreferenceStore store(dir.path());
-    settings::setLocalSpeechLastFailure(store, QStringLiteral("earlier"));
-    recordFailure(store, CancellationError(), "en", QStringLiteral("ctx"));
-    EXPECT_EQ(settings::localSpeechLastFailure(store), QStringLiteral("earlier"));
 }

@@ -24,7 +24,7 @@ TEST(SpeechResultsLoop, FinalWithinAMillisecondReplacesTheEarlierFinal)
     applySpeechResult(t, final("hello", 1.0, 2.0));
     applySpeechResult(t, final("hello there", 1.0005, 2.5));
     ASSERT_EQ(t.utterances.size(), 1);
-    EXPECT_EQ(t.utterances[0], (LocalUtterance{QStringLiteral("hello there"), 1.0005, 2.5}));
+    EXPECT_EQ(t.utterances[0], (LocalUtterance{"hello there", 1.0005, 2.5}));
 
     applySpeechResult(t, final("again", 1.0015, 3.0));
     EXPECT_EQ(t.utterances.size(), 2) << "a start 0.001 s away is a new utterance";
@@ -49,21 +49,21 @@ TEST(SpeechResultsLoop, VolatileReplacesTheTailAndNeverTouchesFinals)
     applySpeechResult(t, volatileResult("two thr", 1.2, 2.0));
     applySpeechResult(t, volatileResult("two three", 1.2, 2.4));
     ASSERT_EQ(t.utterances.size(), 1);
-    EXPECT_EQ(t.tentative, QStringLiteral("two three"));
+    EXPECT_EQ(t.tentative, "two three");
     EXPECT_EQ(t.tentativeStart, 1.2);
     EXPECT_EQ(t.tentativeEnd, 2.4);
-    EXPECT_EQ(t.fullText(), QStringLiteral("one two three"));
+    EXPECT_EQ(t.fullText(), "one two three");
 
     applySpeechResult(t, final("two three four", 1.2, 2.9));
     EXPECT_TRUE(t.tentative.isEmpty());
     EXPECT_FALSE(t.tentativeStart.has_value());
     EXPECT_FALSE(t.tentativeEnd.has_value());
-    EXPECT_EQ(t.finalizedText(), QStringLiteral("one two three four"));
+    EXPECT_EQ(t.finalizedText(), "one two three four");
 }
 
 TEST(SpeechResultsLoop, TextIsKeptExactlyAsTheEngineGaveIt)
 {
     LocalTranscript t;
     applySpeechResult(t, final("  spaced out  ", 0.0, 1.0));
-    EXPECT_EQ(t.utterances[0].text, QStringLiteral("  spaced out  "));
+    EXPECT_EQ(t.utterances[0].text, "  spaced out  ");
 }

@@ -18,7 +18,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <sndfile.h>
 
 using namespace kestil;
 using Status = LocalSpeech::Readiness::Status;
@@ -118,17 +118,6 @@ TEST_F(SpeechSetUp, AServedModelIsInstalledOnlyOnceItsChecksumMatched)
     EXPECT_FALSE(isWhisperModelInstalled(directory_, catalogue_[0]));
 }
 
-TEST_F(SpeechSetUp, ATruncatedFileFailsItsCheckAndIsDeleted)
-{
-    const QString message =
-        failureOf([&] { installWhisperModel(directory_, catalogue_[0], base("truncated"), {}); });
-    EXPECT_TRUE(message.contains(QStringLiteral("did not match its published checksum, so it was deleted")))
-        << message.toStdString();
-    EXPECT_FALSE(QFile::exists(modelPath()));
-    EXPECT_FALSE(QFile::exists(modelPath() + QStringLiteral(".part")));
-    EXPECT_FALSE(isWhisperModelInstalled(directory_, catalogue_[0]));
-}
-
 TEST_F(SpeechSetUp, AFileWithTheWrongChecksumIsDeleted)
 {
     server_.setFile(QStringLiteral("ggml-base.en.bin"), multilingual_);
@@ -140,7 +129,9 @@ TEST_F(SpeechSetUp, AFileWithTheWrongChecksumIsDeleted)
     EXPECT_FALSE(QFile::exists(modelPath() + QStringLiteral(".part")));
 }
 
-TEST_F(SpeechSetUp, ADownloadCutOffMidTransferKeepsItsPartAndResumes)
+// Resuming, ranges, cancelling and the server's errors are the downloader's
+// and tested with it; here, what a cut-off download leaves installed.
+TEST_F(SpeechSetUp, ADownloadCutOffMidTransferInstallsNothing)
 {
     const QString first =
         failureOf([&] { installWhisperModel(directory_, catalogue_[0], base("drop"), {}); });
@@ -149,57 +140,8 @@ TEST_F(SpeechSetUp, ADownloadCutOffMidTransferKeepsItsPartAndResumes)
     EXPECT_GT(kept, 0);
     EXPECT_LT(kept, english_.size());
     EXPECT_FALSE(QFile::exists(modelPath())) << "half a file is never in the model's place";
-    EXPECT_EQ(readiness(QStringLiteral("de-DE")).status, Status::supported);
-
-    installWhisperModel(directory_, catalogue_[0], base("drop"), {});
-    EXPECT_EQ(contentOf(modelPath()), english_);
-    // Qt may ask once more by itself when a server hangs up; the second
-    // set-up in any case asks for the rest only.
-    const auto requests = server_.requests();
-    ASSERT_GE(requests.size(), 2);
-    EXPECT_TRUE(requests.first().range.isEmpty());
-    EXPECT_EQ(requests.last().range, "bytes=" + QByteArray::number(kept) + '-');
-}
-
-TEST_F(SpeechSetUp, AServerThatIgnoresRangesMakesTheDownloadStartOver)
-{
-    QDir().mkpath(directory_);
-    QFile part(modelPath() + QStringLiteral(".part"));
-    ASSERT_TRUE(part.open(QIODevice::WriteOnly));
-    part.write(QByteArray(1000, 'z')); // not even the right bytes
-    part.close();
-    installWhisperModel(directory_, catalogue_[0], base("norange"), {});
-    EXPECT_EQ(contentOf(modelPath()), english_);
-    EXPECT_EQ(server_.requests().value(0).range, QByteArray("bytes=1000-"));
-}
-
-TEST_F(SpeechSetUp, AMissingFileIsTheServersAnswerInWords)
-{
-    try {
-        installWhisperModel(directory_, catalogue_[0], base("nothing-here"), {});
-        FAIL();
-    } catch (const ModelDownloadError &e) {
-        EXPECT_EQ(e.code(), 404);
-        EXPECT_TRUE(
-            e.localizedDescription().startsWith(QStringLiteral("The speech model server answered 404")))
-            << e.localizedDescription().toStdString();
-    }
-    EXPECT_FALSE(QFile::exists(modelPath()));
-}
-
-TEST_F(SpeechSetUp, ACancelledDownloadKeepsItsPartAndCountsNothingInstalled)
-{
-    DownloadObserver observer;
-    std::atomic<bool> cancel{false};
-    observer.progress = [&](qint64 received, qint64) {
-        if (received > 100000)
-            cancel = true;
-    };
-    observer.isCancelled = [&] { return cancel.load(); };
-    EXPECT_THROW(installWhisperModel(directory_, catalogue_[0], base("slow"), observer), CancellationError);
     EXPECT_FALSE(isWhisperModelInstalled(directory_, catalogue_[0]));
-    EXPECT_FALSE(QFile::exists(modelPath()));
-    EXPECT_GT(QFileInfo(modelPath() + QStringLiteral(".part")).size(), 0);
+    EXPECT_EQ(readiness(QStringLiteral("de-DE")).status, Status::supported);
 }
 
 TEST_F(SpeechSetUp, AFinishedFileWithoutItsRecordIsCheckedWithoutADownload)
@@ -259,7 +201,7 @@ TEST_F(SpeechSetUp, SetUpInstallsWhisperProvesItAndWhisperThenTranscribes)
     test::appendTo(memo, test::silence(2.5, 44100));
     test::appendTo(memo, test::noiseBurst(1.0, 0.1, 5, 44100));
     const QString caf = data_.filePath(QStringLiteral("memo.caf"));
-    test::writeCaf(caf, memo, 44100);
+    ASSERT_TRUE(test::writeSoundFile(caf, SF_FORMAT_CAF | SF_FORMAT_FLOAT, 44100, 1, memo));
     const LocalTranscript file = LocalSpeech::transcribe(caf, QStringLiteral("en-US"), *preferences_);
     // The file is read with full context: whisper may give the two bursts as
     // one segment or two, and the speech under them sets the times.

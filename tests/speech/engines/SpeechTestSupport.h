@@ -1,15 +1,13 @@
 #pragma once
 
-#include "base/Error.h"
 #include "speech/AudioFileReader.h"
-#include "speech/SpeechEngine.h"
 #include "speech/StreamResampler.h"
+#include "support/SoundFiles.h"
 
 #include <QDir>
 #include <QFile>
 #include <QHash>
 #include <QList>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QString>
 #include <QStringList>
@@ -17,13 +15,8 @@
 
 #include <gtest/gtest.h>
 
-#include <sndfile.h>
-
 #include <algorithm>
 #include <cmath>
-#include <condition_variable>
-#include <functional>
-#include <mutex>
 #include <random>
 #include <vector>
 
@@ -114,19 +107,6 @@ inline std::vector<float> readRaw16(const QString &path)
     return samples;
 }
 
-// Writes mono float audio as a CAF file, the format of Kestil's recordings.
-inline void writeCaf(const QString &path, const std::vector<float> &samples, int rate)
-{
-    SF_INFO info{};
-    info.samplerate = rate;
-    info.channels = 1;
-    info.format = SF_FORMAT_CAF | SF_FORMAT_FLOAT;
-    SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_WRITE, &info);
-    ASSERT_NE(file, nullptr) << sf_strerror(nullptr);
-    EXPECT_EQ(sf_writef_float(file, samples.data(), sf_count_t(samples.size())), sf_count_t(samples.size()));
-    sf_close(file);
-}
-
 struct Clip {
     std::vector<float> samples;
     double rate = 0;
@@ -145,23 +125,15 @@ inline Clip readAudioFile(const QString &path)
     return clip;
 }
 
-// Writes speech synthesised by espeak-ng to a WAV file (22050 Hz). The Klatt
-// voice is the one PocketSphinx's acoustic model hears best.
-inline void synthesizeTo(const QString &wav, const QString &text)
-{
-    QProcess espeak;
-    espeak.start(QStringLiteral("espeak-ng"),
-                 {QStringLiteral("-v"), QStringLiteral("en-us+klatt4"), QStringLiteral("-s"),
-                  QStringLiteral("150"), QStringLiteral("-w"), wav, text});
-    EXPECT_TRUE(espeak.waitForFinished(60000));
-    EXPECT_EQ(espeak.exitCode(), 0) << espeak.readAllStandardError().toStdString();
-}
-
+// Speech synthesised by espeak-ng in the Klatt voice, the one PocketSphinx's
+// acoustic model hears best.
 inline Clip synthesize(const QString &text)
 {
     QTemporaryDir dir;
     const QString wav = dir.filePath(QStringLiteral("speech.wav"));
-    synthesizeTo(wav, text);
+    QString error;
+    EXPECT_TRUE(synthesizeSpeech(text, wav, &error, QStringLiteral("en-us+klatt4"), 150))
+        << error.toStdString();
     return readAudioFile(wav);
 }
 
@@ -310,97 +282,5 @@ void expectTimesOfTheReading(const Utterances &utterances, const ReadingTrack &t
         EXPECT_TRUE(covered) << "no utterance covers the clip that starts at " << start << " s";
     }
 }
-
-// An engine whose answers the test writes, for driving a live session.
-class ScriptedEngine : public SpeechEngine {
-public:
-    using Script =
-        std::function<std::vector<SpeechResult>(std::span<const float> samples, double fedSeconds)>;
-
-    explicit ScriptedEngine(double rate = 16000, Script script = {}) : rate_(rate), script_(std::move(script))
-    {
-    }
-
-    double sampleRate() const override { return rate_; }
-
-    std::vector<SpeechResult> feed(std::span<const float> samples) override
-    {
-        std::unique_lock lock(mutex_);
-        ++feeds_;
-        entered_.notify_all();
-        changed_.wait(lock, [this] { return !held_ || aborted_; });
-        received_.insert(received_.end(), samples.begin(), samples.end());
-        if (failure_)
-            throw *failure_;
-        return script_ ? script_(samples, double(received_.size()) / rate_) : std::vector<SpeechResult>{};
-    }
-
-    std::vector<SpeechResult> finish() override
-    {
-        std::lock_guard lock(mutex_);
-        finished_ = true;
-        return finishResults_;
-    }
-
-    void abort() override
-    {
-        std::lock_guard lock(mutex_);
-        aborted_ = true;
-        changed_.notify_all();
-    }
-
-    // While held, feed() waits inside the engine, as a slow decoder would.
-    void hold()
-    {
-        std::lock_guard lock(mutex_);
-        held_ = true;
-    }
-    void release()
-    {
-        std::lock_guard lock(mutex_);
-        held_ = false;
-        changed_.notify_all();
-    }
-    // Waits until feed() has been entered `count` times.
-    bool waitForFeeds(int count)
-    {
-        std::unique_lock lock(mutex_);
-        return entered_.wait_for(lock, std::chrono::seconds(10), [&] { return feeds_ >= count; });
-    }
-    void failWith(const Error &error)
-    {
-        std::lock_guard lock(mutex_);
-        failure_ = std::make_shared<SystemError>(error.localizedDescription());
-    }
-    void setFinishResults(std::vector<SpeechResult> results)
-    {
-        std::lock_guard lock(mutex_);
-        finishResults_ = std::move(results);
-    }
-    std::vector<float> received()
-    {
-        std::lock_guard lock(mutex_);
-        return received_;
-    }
-    bool finished()
-    {
-        std::lock_guard lock(mutex_);
-        return finished_;
-    }
-
-private:
-    double rate_;
-    Script script_;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::condition_variable entered_;
-    bool held_ = false;
-    bool aborted_ = false;
-    bool finished_ = false;
-    int feeds_ = 0;
-    std::shared_ptr<SystemError> failure_;
-    std::vector<SpeechResult> finishResults_;
-    std::vector<float> received_;
-};
 
 } // namespace kestil::test

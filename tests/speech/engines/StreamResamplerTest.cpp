@@ -36,13 +36,6 @@ double worstError(const std::vector<float> &signal, double frequency, double rat
 
 } // namespace
 
-TEST(StreamResampler, OutputCapacityIsTheConvertedLengthRoundedUpPlus256)
-{
-    StreamResampler r(48000, 16000);
-    EXPECT_EQ(r.outputCapacity(4096), 1366u + 256u);
-    EXPECT_EQ(r.outputCapacity(3), 1u + 256u);
-}
-
 TEST(StreamResampler, BuffersComeOutAsOneContinuousSignal)
 {
     // 2 s of a 440 Hz tone at 48 kHz in capture-sized buffers: a converter

@@ -37,7 +37,7 @@ void expectDamaged(const QString &path)
         inspectWhisperModelFile(path);
         ADD_FAILURE() << "accepted " << path.toStdString();
     } catch (const LocalError &e) {
-        EXPECT_TRUE(e.message().contains(QStringLiteral("is damaged or is not a Whisper model")))
+        EXPECT_TRUE(e.message().contains("is damaged or is not a Whisper model"))
             << e.message().toStdString();
     }
 }
@@ -65,7 +65,7 @@ TEST(WhisperModelFile, RefusesTruncatedPaddedAndForeignFiles)
     expectDamaged(copyOf(dir, model, "padded.bin", -1, QByteArray(64, '\0')));
     expectDamaged(copyOf(dir, model, "empty.bin", 0));
 
-    const QString text = dir.filePath(QStringLiteral("notes.bin"));
+    const QString text = dir.filePath("notes.bin");
     QFile f(text);
     ASSERT_TRUE(f.open(QIODevice::WriteOnly));
     f.write("This is a text file, not a speech model.\n");
@@ -95,10 +95,9 @@ TEST(WhisperModelFile, RefusesWeightTypesGgmlCannotMap)
 TEST(WhisperModelFile, AMissingFileSaysItCouldNotBeOpened)
 {
     try {
-        inspectWhisperModelFile(QStringLiteral("/nonexistent/ggml-base.en.bin"));
+        inspectWhisperModelFile("/nonexistent/ggml-base.en.bin");
         FAIL();
     } catch (const LocalError &e) {
-        EXPECT_TRUE(e.message().startsWith(
-            QStringLiteral("The speech model file “ggml-base.en.bin” could not be opened")));
+        EXPECT_TRUE(e.message().startsWith("The speech model file “ggml-base.en.bin” could not be opened"));
     }
 }

@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sndfile.h>
+
 #include <chrono>
 #include <iostream>
 #include <mutex>
@@ -67,14 +69,7 @@ protected:
     QString writeWav(const std::vector<float> &audio)
     {
         const QString path = data_.filePath(QStringLiteral("reading.wav"));
-        SF_INFO info{};
-        info.samplerate = 16000;
-        info.channels = 1;
-        info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-        SNDFILE *file = sf_open(QFile::encodeName(path).constData(), SFM_WRITE, &info);
-        EXPECT_NE(file, nullptr);
-        sf_writef_float(file, audio.data(), sf_count_t(audio.size()));
-        sf_close(file);
+        EXPECT_TRUE(test::writeSoundFile(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 16000, 1, audio));
         return path;
     }
 

@@ -16,23 +16,21 @@ TEST(LocalTranscript, TextsJoinFinalsAndTentativeLeavingOutEmptyParts)
     EXPECT_EQ(transcript.finalizedText(), QString());
     EXPECT_EQ(transcript.fullText(), QString());
 
-    transcript.tentative = QStringLiteral("and then");
+    transcript.tentative = "and then";
     EXPECT_EQ(transcript.finalizedText(), QString());
-    EXPECT_EQ(transcript.fullText(), QStringLiteral("and then"));
+    EXPECT_EQ(transcript.fullText(), "and then");
 
-    transcript.utterances = {{QStringLiteral("Hello there."), 0.0, 1.2},
-                             {QStringLiteral("How are you?"), 1.4, 2.5}};
-    EXPECT_EQ(transcript.finalizedText(), QStringLiteral("Hello there. How are you?"));
-    EXPECT_EQ(transcript.fullText(), QStringLiteral("Hello there. How are you? and then"));
+    transcript.utterances = {{"Hello there.", 0.0, 1.2}, {"How are you?", 1.4, 2.5}};
+    EXPECT_EQ(transcript.finalizedText(), "Hello there. How are you?");
+    EXPECT_EQ(transcript.fullText(), "Hello there. How are you? and then");
 
     transcript.tentative.clear();
-    EXPECT_EQ(transcript.fullText(), QStringLiteral("Hello there. How are you?"));
+    EXPECT_EQ(transcript.fullText(), "Hello there. How are you?");
 }
 
 TEST(TranscriptUtterance, NewIdsAreUniqueUpperCaseUuids)
 {
-    const QRegularExpression uuid(
-        QStringLiteral("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$"));
+    const QRegularExpression uuid("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$");
     QSet<QString> seen;
     for (int i = 0; i < 100; ++i) {
         const QString id = newTranscriptUtteranceId();
@@ -44,7 +42,7 @@ TEST(TranscriptUtterance, NewIdsAreUniqueUpperCaseUuids)
 
 TEST(TranscriptUtterance, EqualityAndHashCoverEveryField)
 {
-    TranscriptUtterance a = utterance(QStringLiteral("A"), QStringLiteral("Hi."), 1.0, 2.0);
+    TranscriptUtterance a = utterance("A", "Hi.", 1.0, 2.0);
     a.speaker = 1;
     a.confidence = 0.5;
     TranscriptUtterance b = a;
@@ -52,8 +50,8 @@ TEST(TranscriptUtterance, EqualityAndHashCoverEveryField)
     EXPECT_EQ(qHash(a), qHash(b));
 
     QList<TranscriptUtterance> variants(7, a);
-    variants[0].id = QStringLiteral("B");
-    variants[1].text = QStringLiteral("hi.");
+    variants[0].id = "B";
+    variants[1].text = "hi.";
     variants[2].start.reset();
     variants[3].end = 2.5;
     variants[4].speaker = 2;
@@ -63,23 +61,21 @@ TEST(TranscriptUtterance, EqualityAndHashCoverEveryField)
         EXPECT_FALSE(variant == a) << ::testing::PrintToString(variant);
 
     // An empty optional hashes apart from a present zero.
-    TranscriptUtterance zero = utterance(QStringLiteral("A"), QStringLiteral("x"), 0.0);
-    TranscriptUtterance none = utterance(QStringLiteral("A"), QStringLiteral("x"));
+    TranscriptUtterance zero = utterance("A", "x", 0.0);
+    TranscriptUtterance none = utterance("A", "x");
     EXPECT_NE(qHash(zero), qHash(none));
     EXPECT_EQ(QSet<TranscriptUtterance>({a, b, zero, none}).size(), 3);
 }
 
 TEST(TranscriptUtterance, LiveResultsAreAppendedWithFreshIdsTrimmedTextAndShiftedTimes)
 {
-    const QList<TranscriptUtterance> base = {
-        utterance(QStringLiteral("OLD"), QStringLiteral("Before."), 0.0, 3.0)};
-    const QList<LocalUtterance> live = {{QStringLiteral("  First words.\n"), 0.5, 1.5},
-                                        {QStringLiteral("Second."), 2.0, 2.75}};
+    const QList<TranscriptUtterance> base = {utterance("OLD", "Before.", 0.0, 3.0)};
+    const QList<LocalUtterance> live = {{"  First words.\n", 0.5, 1.5}, {"Second.", 2.0, 2.75}};
 
     const QList<TranscriptUtterance> combined = combinedTranscriptUtterances(base, live, 10.0);
     ASSERT_EQ(combined.size(), 3);
     EXPECT_EQ(combined[0], base[0]);
-    EXPECT_EQ(combined[1].text, QStringLiteral("First words."));
+    EXPECT_EQ(combined[1].text, "First words.");
     EXPECT_EQ(combined[1].start, 10.5);
     EXPECT_EQ(combined[1].end, 11.5);
     EXPECT_EQ(combined[2].start, 12.0);

@@ -1,17 +1,13 @@
 #pragma once
 
 #include "speech/TranscriptUtterance.h"
+#include "support/QtPrinters.h"
 
 #include <QString>
 #include <QStringList>
 
 #include <optional>
 #include <ostream>
-
-inline void PrintTo(const QString &text, std::ostream *os)
-{
-    *os << '"' << text.toStdString() << '"';
-}
 
 namespace kestil {
 

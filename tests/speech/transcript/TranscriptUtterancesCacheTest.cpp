@@ -15,7 +15,7 @@ using namespace kestil;
 
 namespace {
 
-const QString noteKey = QStringLiteral("kestil://notes/Note/p1");
+const QString noteKey = "kestil://notes/Note/p1";
 
 class TranscriptUtterancesCacheTest : public ::testing::Test {
 protected:
@@ -27,17 +27,16 @@ protected:
 
 QList<TranscriptUtterance> timedList()
 {
-    return {utterance(QStringLiteral("A"), QStringLiteral("Good morning everyone."), 0.0, 1.5),
-            utterance(QStringLiteral("B"), QStringLiteral("Let us start with the budget review today."), 1.6,
-                      4.0),
-            utterance(QStringLiteral("C"), QStringLiteral("Sounds good."), 4.2, 5.0)};
+    return {utterance("A", "Good morning everyone.", 0.0, 1.5),
+            utterance("B", "Let us start with the budget review today.", 1.6, 4.0),
+            utterance("C", "Sounds good.", 4.2, 5.0)};
 }
 
 } // namespace
 
 TEST_F(TranscriptUtterancesCacheTest, EmptyOrInterimOnlyWriteClearsTheAttributeAndTheEntry)
 {
-    const QString transcription = QStringLiteral("Good morning everyone.");
+    const QString transcription = "Good morning everyone.";
     ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), transcription));
     ASSERT_TRUE(cached(noteKey));
 
@@ -45,7 +44,7 @@ TEST_F(TranscriptUtterancesCacheTest, EmptyOrInterimOnlyWriteClearsTheAttributeA
     EXPECT_FALSE(cached(noteKey));
 
     ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), transcription));
-    TranscriptUtterance interim = utterance(QStringLiteral("I"), QStringLiteral("and so"), 5.0, 6.0);
+    TranscriptUtterance interim = utterance("I", "and so", 5.0, 6.0);
     interim.isInterim = true;
     EXPECT_EQ(writeTranscriptUtterances(noteKey, {interim, interim}, transcription), std::nullopt);
     EXPECT_FALSE(cached(noteKey));
@@ -82,7 +81,7 @@ TEST_F(TranscriptUtterancesCacheTest, WriteStoresNormalisedJsonAndTheNextReadIsA
 
 TEST_F(TranscriptUtterancesCacheTest, EntryIsUsedOnlyWhileBothTextsAreUnchanged)
 {
-    const QString transcription = QStringLiteral("Good morning everyone.");
+    const QString transcription = "Good morning everyone.";
     const auto json = writeTranscriptUtterances(noteKey, timedList(), transcription);
     ASSERT_TRUE(json);
     const auto hit = readTranscriptUtterances(noteKey, json, transcription);
@@ -96,25 +95,24 @@ TEST_F(TranscriptUtterancesCacheTest, EntryIsUsedOnlyWhileBothTextsAreUnchanged)
 
     // A changed payload: decoded afresh, and the new content shows.
     auto other = timedList();
-    other[0].text = QStringLiteral("Good evening everyone.");
+    other[0].text = "Good evening everyone.";
     const QString otherJson = *encodeTranscriptUtterances(other);
     const auto changedPayload =
         readTranscriptUtterances(noteKey, otherJson, transcription + QLatin1Char('!'));
-    EXPECT_TRUE(changedPayload[0].text.startsWith(QStringLiteral("Good evening")));
+    EXPECT_TRUE(changedPayload[0].text.startsWith("Good evening"));
 
     // Missing and empty texts count as equal.
     const auto fromNil = readTranscriptUtterances(noteKey, otherJson, std::nullopt);
     EXPECT_EQ(readTranscriptUtterances(noteKey, otherJson, QString()).constData(), fromNil.constData());
     transcriptUtterancesCache().removeAll();
-    const auto emptyPayload = readTranscriptUtterances(noteKey, QString(), QStringLiteral("Hi."));
-    EXPECT_EQ(readTranscriptUtterances(noteKey, std::nullopt, QStringLiteral("Hi.")).constData(),
-              emptyPayload.constData());
+    const auto emptyPayload = readTranscriptUtterances(noteKey, QString(), "Hi.");
+    EXPECT_EQ(readTranscriptUtterances(noteKey, std::nullopt, "Hi.").constData(), emptyPayload.constData());
 }
 
 TEST_F(TranscriptUtterancesCacheTest, EmptyListFallsBackToTranscriptionWithNewIdsOnEachUncachedRead)
 {
-    const QString empty = QStringLiteral("[]");
-    const QString hello = QStringLiteral("Hello there.");
+    const QString empty = "[]";
+    const QString hello = "Hello there.";
     const auto first = readTranscriptUtterances(noteKey, empty, hello);
     ASSERT_EQ(first.size(), 1);
     EXPECT_EQ(first[0].text, hello);
@@ -129,16 +127,16 @@ TEST_F(TranscriptUtterancesCacheTest, EmptyListFallsBackToTranscriptionWithNewId
 
 TEST_F(TranscriptUtterancesCacheTest, CorruptOrMissingJsonFallsBackToPlainParagraphs)
 {
-    const QString text = QStringLiteral("First paragraph of the note.\n\nSecond one.");
+    const QString text = "First paragraph of the note.\n\nSecond one.";
     for (const std::optional<QString> &payload :
          {std::optional<QString>(), std::optional<QString>(QString()),
-          std::optional<QString>(QStringLiteral("[{\"id\":\"a\",\"text\":\"lost\"}]")),
-          std::optional<QString>(QStringLiteral("not json at all"))}) {
+          std::optional<QString>("[{\"id\":\"a\",\"text\":\"lost\"}]"),
+          std::optional<QString>("not json at all")}) {
         transcriptUtterancesCache().removeAll();
         const auto list = readTranscriptUtterances(noteKey, payload, text);
         ASSERT_EQ(list.size(), 2);
-        EXPECT_EQ(list[0].text, QStringLiteral("First paragraph of the note."));
-        EXPECT_EQ(list[1].text, QStringLiteral("Second one."));
+        EXPECT_EQ(list[0].text, "First paragraph of the note.");
+        EXPECT_EQ(list[1].text, "Second one.");
     }
 
     // Nothing at all to read: an empty list, still cached.
@@ -151,8 +149,8 @@ TEST_F(TranscriptUtterancesCacheTest, ReadNormalisesButDoesNotRewriteWhatIsStore
     // A stored list that was never normalised: an interim record and a repeat.
     QList<TranscriptUtterance> raw = timedList();
     raw.insert(1, raw[0]);
-    raw[1].id = QStringLiteral("REPEAT");
-    raw.append(utterance(QStringLiteral("T"), QStringLiteral("maybe"), 5.0, 5.5));
+    raw[1].id = "REPEAT";
+    raw.append(utterance("T", "maybe", 5.0, 5.5));
     raw.last().isInterim = true;
     const QString json = *encodeTranscriptUtterances(raw);
 
@@ -163,19 +161,19 @@ TEST_F(TranscriptUtterancesCacheTest, ReadNormalisesButDoesNotRewriteWhatIsStore
 
 TEST_F(TranscriptUtterancesCacheTest, PlainTextEditIsEncodedWithoutNormalisation)
 {
-    EXPECT_EQ(encodePlainTextEdit(QStringLiteral("  \n\n ")), std::optional<QString>(QStringLiteral("[]")));
+    EXPECT_EQ(encodePlainTextEdit("  \n\n "), std::optional<QString>("[]"));
 
     // 25 words in one paragraph would be cut by normalisation; an edit keeps it whole.
-    const QString text = words(25, QStringLiteral(".")) + QStringLiteral("\n\nSecond paragraph.");
+    const QString text = words(25, ".") + QStringLiteral("\n\nSecond paragraph.");
     const auto json = encodePlainTextEdit(text);
     ASSERT_TRUE(json);
     const auto stored = decodeTranscriptUtterances(*json);
     ASSERT_TRUE(stored);
     ASSERT_EQ(stored->size(), 2);
-    EXPECT_EQ(stored->at(0).text, words(25, QStringLiteral(".")));
+    EXPECT_EQ(stored->at(0).text, words(25, "."));
     EXPECT_FALSE(stored->at(0).start || stored->at(0).end);
-    EXPECT_TRUE(json->contains(QStringLiteral("\"isInterim\":false")));
-    EXPECT_FALSE(json->contains(QStringLiteral("\"start\"")));
+    EXPECT_TRUE(json->contains("\"isInterim\":false"));
+    EXPECT_FALSE(json->contains("\"start\""));
 
     // Read back, the note shows it cut into reading-sized pieces.
     const auto read = readTranscriptUtterances(noteKey, json, text);
@@ -191,13 +189,12 @@ TEST_F(TranscriptUtterancesCacheTest, CostCountsUtf8BytesOfBothTextsAndEachUtter
 
     TranscriptUtterancesCacheBox box;
     EXPECT_EQ(box.cost(), 0);
-    box.payload = QStringLiteral("[]é");
-    box.sourceText = QStringLiteral("€");
-    box.utterances = {utterance(QStringLiteral("ignored-id"), QStringLiteral("😀 a")),
-                      utterance(QStringLiteral("x"), QString())};
+    box.payload = "[]é";
+    box.sourceText = "€";
+    box.utterances = {utterance("ignored-id", "😀 a"), utterance("x", QString())};
     EXPECT_EQ(box.cost(), (2 + 2) + 3 + (96 + 6) + 96);
 
-    const QString text = QStringLiteral("Good morning everyone.");
+    const QString text = "Good morning everyone.";
     const auto json = writeTranscriptUtterances(noteKey, timedList(), text);
     ASSERT_TRUE(json);
     EXPECT_EQ(transcriptUtterancesCache().totalCost(), transcriptUtterancesCache().object(noteKey)->cost());
@@ -205,19 +202,19 @@ TEST_F(TranscriptUtterancesCacheTest, CostCountsUtf8BytesOfBothTextsAndEachUtter
 
 TEST_F(TranscriptUtterancesCacheTest, EvictsBeyondSixtyFourNotes)
 {
-    const QString text = QStringLiteral("A short note.");
+    const QString text = "A short note.";
     for (int i = 0; i < 65; ++i)
         readTranscriptUtterances(QStringLiteral("note-%1").arg(i), std::nullopt, text);
     EXPECT_EQ(transcriptUtterancesCache().count(), 64);
-    EXPECT_FALSE(cached(QStringLiteral("note-0")));
-    EXPECT_TRUE(cached(QStringLiteral("note-1")));
-    EXPECT_TRUE(cached(QStringLiteral("note-64")));
+    EXPECT_FALSE(cached("note-0"));
+    EXPECT_TRUE(cached("note-1"));
+    EXPECT_TRUE(cached("note-64"));
 
     // A read keeps an entry fresh: note-1 survives the next insertion, note-2 does not.
-    readTranscriptUtterances(QStringLiteral("note-1"), std::nullopt, text);
-    readTranscriptUtterances(QStringLiteral("note-65"), std::nullopt, text);
-    EXPECT_TRUE(cached(QStringLiteral("note-1")));
-    EXPECT_FALSE(cached(QStringLiteral("note-2")));
+    readTranscriptUtterances("note-1", std::nullopt, text);
+    readTranscriptUtterances("note-65", std::nullopt, text);
+    EXPECT_TRUE(cached("note-1"));
+    EXPECT_FALSE(cached("note-2"));
 }
 
 TEST_F(TranscriptUtterancesCacheTest, EvictsBeyondEightMebibytes)
@@ -227,30 +224,30 @@ TEST_F(TranscriptUtterancesCacheTest, EvictsBeyondEightMebibytes)
         QStringList list;
         for (int i = 0; i < count; ++i)
             list << QStringLiteral("%1 ").arg(i, 8, 10, QLatin1Char('0')) + QString(1014, QLatin1Char('x'));
-        return list.join(QStringLiteral("\n\n"));
+        return list.join("\n\n");
     };
     // Each note weighs about 2.9 MiB: its transcription, the same text again in
     // its utterances, and 96 bytes for each of them. Three exceed 8 MiB.
     const QString big = paragraphs(1400);
     for (int i = 0; i < 3; ++i)
         readTranscriptUtterances(QStringLiteral("big-%1").arg(i), std::nullopt, big);
-    EXPECT_FALSE(cached(QStringLiteral("big-0")));
-    EXPECT_TRUE(cached(QStringLiteral("big-1")));
-    EXPECT_TRUE(cached(QStringLiteral("big-2")));
+    EXPECT_FALSE(cached("big-0"));
+    EXPECT_TRUE(cached("big-1"));
+    EXPECT_TRUE(cached("big-2"));
     EXPECT_LE(transcriptUtterancesCache().totalCost(), transcriptUtterancesCacheCostLimit);
-    const qint64 entryCost = transcriptUtterancesCache().object(QStringLiteral("big-1"))->cost();
+    const qint64 entryCost = transcriptUtterancesCache().object("big-1")->cost();
     EXPECT_GT(entryCost, 2 * 1400 * 1024);
     EXPECT_EQ(transcriptUtterancesCache().totalCost(), 2 * entryCost);
 
     // A list too large for the whole cache is returned but not kept.
     const QString huge = paragraphs(9 * 1024);
-    EXPECT_EQ(readTranscriptUtterances(QStringLiteral("huge"), std::nullopt, huge).size(), 9 * 1024);
-    EXPECT_FALSE(cached(QStringLiteral("huge")));
+    EXPECT_EQ(readTranscriptUtterances("huge", std::nullopt, huge).size(), 9 * 1024);
+    EXPECT_FALSE(cached("huge"));
 }
 
 TEST_F(TranscriptUtterancesCacheTest, ConcurrentReadersSeeTheSameList)
 {
-    const QString text = QStringLiteral("Good morning everyone.");
+    const QString text = "Good morning everyone.";
     const QString json = *writeTranscriptUtterances(noteKey, timedList(), text);
     const auto written = normalizedUtterances(timedList());
     const auto reread = normalizedUtterances(written);

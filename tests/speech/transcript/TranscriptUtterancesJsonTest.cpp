@@ -31,12 +31,12 @@ bool fails(const char *json)
 
 TEST(TranscriptUtterancesJson, WritesKeysInFixedOrderAndLeavesOutEmptyOptionals)
 {
-    TranscriptUtterance full = utterance(QStringLiteral("A1"), QStringLiteral("Hello."), 1.5, 3.0);
+    TranscriptUtterance full = utterance("A1", "Hello.", 1.5, 3.0);
     full.speaker = 2;
     full.confidence = 0.875;
     full.isInterim = true;
-    const TranscriptUtterance bare = utterance(QStringLiteral("B2"), QStringLiteral("Bye."));
-    TranscriptUtterance endOnly = utterance(QStringLiteral("C3"), QStringLiteral("x"), std::nullopt, 0.1);
+    const TranscriptUtterance bare = utterance("B2", "Bye.");
+    TranscriptUtterance endOnly = utterance("C3", "x", std::nullopt, 0.1);
     endOnly.speaker = -4;
 
     EXPECT_EQ(
@@ -44,14 +44,14 @@ TEST(TranscriptUtterancesJson, WritesKeysInFixedOrderAndLeavesOutEmptyOptionals)
         QStringLiteral(R"([{"id":"A1","text":"Hello.","start":1.5,"end":3,"speaker":2,"confidence":0.875,)"
                        R"("isInterim":true},{"id":"B2","text":"Bye.","isInterim":false},)"
                        R"({"id":"C3","text":"x","end":0.1,"speaker":-4,"isInterim":false}])"));
-    EXPECT_EQ(encodeTranscriptUtterances({}), QStringLiteral("[]"));
+    EXPECT_EQ(encodeTranscriptUtterances({}), "[]");
 }
 
 TEST(TranscriptUtterancesJson, EscapesStringsLikeAStandardEncoder)
 {
     const QString text = QStringLiteral("Say \"hi\" \\ now\n\ttab\r\b\f") + QChar(0x01) + QChar(0x1f) +
                          QStringLiteral(" café / 😀 \u2028");
-    const auto json = encodeTranscriptUtterances({utterance(QStringLiteral("id"), text)});
+    const auto json = encodeTranscriptUtterances({utterance("id", text)});
     ASSERT_TRUE(json);
     EXPECT_EQ(*json, QStringLiteral(R"([{"id":"id","text":"Say \"hi\" \\ now\n\ttab\r\b\f\u0001\u001f)") +
                          QStringLiteral(" café / 😀 \u2028\",\"isInterim\":false}]"));
@@ -80,11 +80,11 @@ TEST(TranscriptUtterancesJson, NumbersRoundTripExactly)
                                   std::numeric_limits<double>::max()};
     QList<TranscriptUtterance> list;
     for (double v : values) {
-        TranscriptUtterance u = utterance(QStringLiteral("n"), QStringLiteral("n"), v, v);
+        TranscriptUtterance u = utterance("n", "n", v, v);
         u.confidence = v;
         list.append(u);
     }
-    TranscriptUtterance extremes = utterance(QStringLiteral("s"), QStringLiteral("s"));
+    TranscriptUtterance extremes = utterance("s", "s");
     extremes.speaker = std::numeric_limits<qint64>::min();
     list.append(extremes);
     extremes.speaker = std::numeric_limits<qint64>::max();
@@ -101,10 +101,9 @@ TEST(TranscriptUtterancesJson, NonFiniteNumbersCannotBeWritten)
 {
     for (double bad : {std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
                        std::numeric_limits<double>::quiet_NaN()}) {
-        EXPECT_FALSE(encodeTranscriptUtterances({utterance(QStringLiteral("a"), QStringLiteral("a"), bad)}));
-        EXPECT_FALSE(
-            encodeTranscriptUtterances({utterance(QStringLiteral("a"), QStringLiteral("a"), 0.0, bad)}));
-        TranscriptUtterance u = utterance(QStringLiteral("a"), QStringLiteral("a"));
+        EXPECT_FALSE(encodeTranscriptUtterances({utterance("a", "a", bad)}));
+        EXPECT_FALSE(encodeTranscriptUtterances({utterance("a", "a", 0.0, bad)}));
+        TranscriptUtterance u = utterance("a", "a");
         u.confidence = bad;
         EXPECT_FALSE(encodeTranscriptUtterances({u}));
     }
@@ -116,8 +115,8 @@ TEST(TranscriptUtterancesJson, ReadsNullOrMissingOptionalsAsEmptyAndIgnoresUnkno
                               R"("speaker":null,"confidence":null,"extra":[1,2]},)"
                               R"({"id":"y","text":"","isInterim":true,"start":3.0,"speaker":3.0}])");
     ASSERT_EQ(list.size(), 2);
-    EXPECT_EQ(list[0], utterance(QStringLiteral("x"), QStringLiteral("t"), std::nullopt, 4.0));
-    TranscriptUtterance second = utterance(QStringLiteral("y"), QString(), 3.0);
+    EXPECT_EQ(list[0], utterance("x", "t", std::nullopt, 4.0));
+    TranscriptUtterance second = utterance("y", QString(), 3.0);
     second.speaker = 3;
     second.isInterim = true;
     EXPECT_EQ(list[1], second);
