@@ -54,8 +54,7 @@ TEST_F(RecoveryTest, AnInterruptedSessionIsRebuiltLinkedAndMarkedLast)
     const QString segment = interruptedSegment(library.segment(id), id, 44100, ramp(70000));
     finishedSegment(library.segment(id), id, 44100, ramp(100));
     // Leftovers of a build that a crash cut short.
-    ASSERT_TRUE(
-        writeBytes(segment + QStringLiteral("/recovered-5E0B7C56-0000-4000-8000-000000000000.caf"), "torn"));
+    writeFile(segment + QStringLiteral("/recovered-5E0B7C56-0000-4000-8000-000000000000.caf"), "torn");
 
     const auto app = library.launch();
     EXPECT_EQ(app->message(), recoveredText(1));
@@ -147,13 +146,13 @@ TEST_F(RecoveryTest, FoldersThatAreNoSessionOrNoNoteAreLeftAlone)
     const QUuid id = library.createNote();
     // Audio without a manifest, a folder named like no note, a file among the
     // segments.
-    ASSERT_TRUE(writeBytes(library.segment(id, QStringLiteral("A")) + QStringLiteral("/audio.float32"),
-                           QByteArray(400, 1)));
+    writeFile(library.segment(id, QStringLiteral("A")) + QStringLiteral("/audio.float32"),
+              QByteArray(400, 1));
     interruptedSegment(library.root() + QStringLiteral("/Recordings/not-a-note/S"), id, 48000, ramp(100));
     interruptedSegment(library.root() + QStringLiteral("/Recordings/{") + RecordingFolder::uuidText(id) +
                            QStringLiteral("}/S"),
                        id, 48000, ramp(100));
-    ASSERT_TRUE(writeBytes(library.segment(id, QStringLiteral("notes.txt")), "x"));
+    writeFile(library.segment(id, QStringLiteral("notes.txt")), "x");
     const auto before = snapshot(library.root() + QStringLiteral("/Recordings"));
     EXPECT_EQ(library.launch()->message(), QString());
     EXPECT_EQ(snapshot(library.root() + QStringLiteral("/Recordings")), before);
@@ -168,7 +167,7 @@ TEST_F(RecoveryTest, DamagedManifestsAreReportedAndTheirFoldersUntouched)
           "rate-nan.json", "rate-zero.json", "rate-negative.json"}) {
         const QString fixture = QStringLiteral(KESTIL_TEST_DATA_DIR "/capture/manifests/") + file;
         ASSERT_TRUE(QFile::exists(fixture)) << file;
-        const QByteArray manifest = fileBytes(fixture);
+        const QByteArray manifest = readFile(fixture);
         // The decoder's own words, or, for a manifest that decodes, the
         // invalid-format text.
         QString description =
@@ -180,8 +179,8 @@ TEST_F(RecoveryTest, DamagedManifestsAreReportedAndTheirFoldersUntouched)
         }
         const QString segment = library.segment(id, QStringLiteral("S"));
         QDir(segment).removeRecursively();
-        ASSERT_TRUE(writeBytes(RecordingFolder::manifestPath(segment), manifest));
-        ASSERT_TRUE(writeBytes(RecordingFolder::rawAudioPath(segment), QByteArray(4000, 0)));
+        writeFile(RecordingFolder::manifestPath(segment), manifest);
+        writeFile(RecordingFolder::rawAudioPath(segment), QByteArray(4000, 0));
         const auto before = snapshot(library.root() + QStringLiteral("/Recordings"));
         EXPECT_EQ(library.launch()->message(), needsRecoveryText(description)) << file;
         EXPECT_EQ(snapshot(library.root() + QStringLiteral("/Recordings")), before) << file;
@@ -193,14 +192,14 @@ TEST_F(RecoveryTest, OneUnreadableFolderDoesNotStopTheOthersAndTheRecoveredTextW
 {
     const QUuid a = library.createNote(), b = library.createNote();
     const QString bad = library.segment(a, QStringLiteral("0-bad"));
-    ASSERT_TRUE(writeBytes(RecordingFolder::manifestPath(bad), "{"));
+    writeFile(RecordingFolder::manifestPath(bad), "{");
     const QString good1 =
         interruptedSegment(library.segment(a, QStringLiteral("1-good")), a, 48000, ramp(200));
     const QString good2 = interruptedSegment(library.segment(b), b, 48000, ramp(200));
     EXPECT_EQ(library.launch()->message(), recoveredText(2));
     EXPECT_TRUE(isComplete(good1));
     EXPECT_TRUE(isComplete(good2));
-    EXPECT_EQ(fileBytes(RecordingFolder::manifestPath(bad)), QByteArray("{"));
+    EXPECT_EQ(readFile(RecordingFolder::manifestPath(bad)), QByteArray("{"));
 
     // Alone, the failure is what the user reads, at every launch.
     EXPECT_TRUE(library.launch()->message().startsWith(QStringLiteral("Some audio needs recovery: ")));
@@ -248,7 +247,7 @@ TEST_F(RecoveryTest, LinksLeadingOutOfTheDataRootAreNeverWrittenThrough)
                             RecordingFolder::rawAudioPath(segment)));
     ASSERT_TRUE(QFile::link(outside.filePath(QStringLiteral("raw/recording.json")),
                             RecordingFolder::manifestPath(segment)));
-    ASSERT_TRUE(writeBytes(outside.filePath(QStringLiteral("old.caf")), "outside caf"));
+    writeFile(outside.filePath(QStringLiteral("old.caf")), "outside caf");
     ASSERT_TRUE(
         QFile::link(outside.filePath(QStringLiteral("old.caf")), RecordingFolder::finalAudioPath(segment)));
 
@@ -304,7 +303,7 @@ TEST_F(RecoveryTest, AFailedNoteUpdateLeavesTheManifestForTheNextLaunch)
 TEST_F(RecoveryTest, RecordingsThatCannotBeListedStopTheScanWithTheReason)
 {
     library.createNote();
-    ASSERT_TRUE(writeBytes(library.root() + QStringLiteral("/Recordings"), "a file, not a folder"));
+    writeFile(library.root() + QStringLiteral("/Recordings"), "a file, not a folder");
     EXPECT_EQ(library.launch()->message(), QStringLiteral("Could not list “Recordings”: Not a directory"));
 }
 
