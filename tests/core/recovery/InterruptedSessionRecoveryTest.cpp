@@ -18,16 +18,6 @@ qint64 inode(const QString &path)
     return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? qint64(info.st_ino) : -1;
 }
 
-// The playable file of a segment holds exactly its raw samples.
-void expectPlayable(const QString &segment, double rate)
-{
-    const auto sound = readSoundFile(RecordingFolder::finalAudioPath(segment));
-    ASSERT_TRUE(sound) << segment;
-    EXPECT_EQ(sound->sampleRate, int(rate));
-    EXPECT_EQ(sound->channels, 1);
-    EXPECT_EQ(sound->samples, readRawAudio(RecordingFolder::rawAudioPath(segment)));
-}
-
 class RecoveryTest : public ::testing::Test {
 protected:
     Library library;

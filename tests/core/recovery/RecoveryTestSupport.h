@@ -6,6 +6,7 @@
 #include "capture/DurableAudioWriter.h"
 #include "capture/RecordingFolder.h"
 #include "core/InterruptedSessionRecovery.h"
+#include "support/SoundFiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -121,6 +122,16 @@ inline QMap<QString, QByteArray> snapshot(const QString &folder)
             files.insert(entry.absoluteFilePath(), readFile(entry.absoluteFilePath()));
     }
     return files;
+}
+
+// The playable file of a segment holds exactly its raw file's whole frames.
+inline void expectPlayable(const QString &segment, double rate)
+{
+    const auto sound = readSoundFile(RecordingFolder::finalAudioPath(segment));
+    ASSERT_TRUE(sound) << segment;
+    EXPECT_EQ(sound->sampleRate, int(rate));
+    EXPECT_EQ(sound->channels, 1);
+    EXPECT_EQ(sound->samples, readRawAudio(RecordingFolder::rawAudioPath(segment)));
 }
 
 inline bool isComplete(const QString &segment)
