@@ -252,7 +252,8 @@ TEST_F(NotesListViewModelTest, DeletingFromAnotherListStopsTheRecordingListFirst
     EXPECT_FALSE(other.showSyncError()) << other.syncErrorMessage().toStdString();
     EXPECT_FALSE(recorder->recording());
     EXPECT_FALSE(recording.newNoteBeingRecorded());
-    EXPECT_TRUE(note->isDeleted() || !store().noteWithId(*note->id()));
+    EXPECT_FALSE(store().noteWithId(*note->id()));
+    EXPECT_FALSE(store().activeRecording().has_value());
 }
 
 TEST_F(NotesListViewModelTest, DeletingWhileARecordingStartsOrFinishesIsRefusedWithWords)
@@ -484,7 +485,7 @@ TEST_F(NotesListViewModelTest, DeletingTheSelectedNotesGoesOnPastAFailureAndShow
     model.selectNote(notes[0], false);
     model.selectNote(notes[2], true);
     ASSERT_TRUE(waitFor(model.deleteSelectedNotes(notes)));
-    EXPECT_TRUE(notes[0]->isDeleted() || !store().noteWithId(*notes[0]->id()));
+    EXPECT_FALSE(store().noteWithId(*notes[0]->id()));
     EXPECT_TRUE(store().noteWithId(*notes[1]->id()));
     EXPECT_FALSE(store().noteWithId(*notes[2]->id()));
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());

@@ -1,9 +1,7 @@
 #include "RecoveryTestSupport.h"
-#include "core/SqliteStore.h"
 #include "support/SoundFiles.h"
 
 #include <sndfile.h>
-#include <sqlite3.h>
 
 #include <sys/stat.h>
 
@@ -268,12 +266,7 @@ TEST_F(RecoveryTest, AFailedNoteUpdateLeavesTheManifestForTheNextLaunch)
     const QString segment = interruptedSegment(library.segment(id), id, 48000, ramp(500));
     {
         SharedPersistenceController store(library.root());
-        sqlite3 *db = store.store()->handle();
-        ASSERT_EQ(sqlite3_exec(db,
-                               "CREATE TRIGGER fail_note BEFORE UPDATE ON note BEGIN "
-                               "SELECT RAISE(ABORT, 'database or disk is full'); END;",
-                               nullptr, nullptr, nullptr),
-                  SQLITE_OK);
+        failWrites(store, QStringLiteral("note"), QStringLiteral("UPDATE"));
     }
     const QString message = library.launch()->message();
     EXPECT_TRUE(message.contains(QStringLiteral("disk is full"), Qt::CaseInsensitive)) << message;
@@ -282,8 +275,7 @@ TEST_F(RecoveryTest, AFailedNoteUpdateLeavesTheManifestForTheNextLaunch)
     const qint64 built = inode(RecordingFolder::finalAudioPath(segment));
     {
         SharedPersistenceController store(library.root());
-        ASSERT_EQ(sqlite3_exec(store.store()->handle(), "DROP TRIGGER fail_note", nullptr, nullptr, nullptr),
-                  SQLITE_OK);
+        allowWrites(store, QStringLiteral("note"), QStringLiteral("UPDATE"));
     }
     EXPECT_EQ(library.launch()->message(), recoveredText(1));
     EXPECT_EQ(inode(RecordingFolder::finalAudioPath(segment)), built) << "the good file was accepted";
