@@ -5,6 +5,7 @@
 #include "core/CoreTestRig.h"
 #include "generation/ModelFolder.h"
 
+#include "core/SummaryCheckpointStore.h"
 #include "generation/LlamaLanguageModel.h"
 #include "generation/LocalNoteTags.h"
 
@@ -71,6 +72,8 @@ TEST(SummaryJobSmolLM, SummarisesARealNoteAndSavesSummaryTemplateTitleAndTags)
     qputenv("KESTIL_LANGUAGE_MODEL_SEED", "1");
     LlamaLanguageModel languageModel(folder.directory());
     EXPECT_EQ(languageModel.contextSize(), 8192);
+    EXPECT_TRUE(languageModel.supportsLocale(QLocale(QStringLiteral("en_US"))));
+    EXPECT_FALSE(languageModel.supportsLocale(QLocale(QStringLiteral("de_DE"))));
     CoreRig rig(1.0);
     ASSERT_TRUE(rig.app->storeReady());
     rig.languageModel = &languageModel;
@@ -142,4 +145,7 @@ TEST(SummaryJobSmolLM, SummarisesARealNoteAndSavesSummaryTemplateTitleAndTags)
     EXPECT_EQ(stored->title(), note->title());
     EXPECT_EQ(stored->sortedTagNames(), tags);
     EXPECT_EQ(countRows(*rig.reopened, QStringLiteral("tag")), tags.size());
+    // The summary is in the note: no unfinished one is kept to continue.
+    EXPECT_EQ(SummaryCheckpointStore(rig.root.path()).read(*note->id()).state,
+              SummaryCheckpointStore::State::absent);
 }
