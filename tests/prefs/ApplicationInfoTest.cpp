@@ -1,7 +1,7 @@
 #include "prefs/ApplicationInfo.h"
 #include "prefs/SettingsKeys.h"
 
-#include "QtPrinting.h"
+#include "support/QtPrinters.h"
 
 #include <gtest/gtest.h>
 

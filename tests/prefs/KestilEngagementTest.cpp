@@ -4,7 +4,7 @@
 
 #include <QTemporaryDir>
 
-#include "QtPrinting.h"
+#include "support/QtPrinters.h"
 
 #include <gtest/gtest.h>
 

@@ -9,7 +9,8 @@
 #include <QPromise>
 #include <QTemporaryDir>
 
-#include "QtPrinting.h"
+#include "support/CoreApplicationEnvironment.h"
+#include "support/QtPrinters.h"
 
 #include <gtest/gtest.h>
 
@@ -17,15 +18,6 @@ using namespace kestil;
 using Status = NotificationAuthorization;
 
 namespace {
-
-QCoreApplication &application()
-{
-    static int argc = 1;
-    static char name[] = "kestil-tests";
-    static char *argv[] = {name, nullptr};
-    static QCoreApplication *app = QCoreApplication::instance() ? nullptr : new QCoreApplication(argc, argv);
-    return app ? *app : *QCoreApplication::instance();
-}
 
 template <typename T> bool settled(const QFuture<T> &future)
 {
@@ -93,11 +85,7 @@ struct FakeCenter {
 
 class KestilSummaryNotificationsTest : public ::testing::Test {
 protected:
-    void SetUp() override
-    {
-        application();
-        ASSERT_TRUE(dir.isValid());
-    }
+    void SetUp() override { ASSERT_TRUE(dir.isValid()); }
 
     KestilSummaryNotifications &make()
     {

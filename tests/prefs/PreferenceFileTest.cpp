@@ -5,7 +5,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include "QtPrinting.h"
+#include "support/QtPrinters.h"
 
 #include <gtest/gtest.h>
 

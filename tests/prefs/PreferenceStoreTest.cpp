@@ -2,7 +2,6 @@
 #include "base/Error.h"
 #include "prefs/PreferenceFile.h"
 
-#include <QCoreApplication>
 #include <QDate>
 #include <QDir>
 #include <QFile>
@@ -11,7 +10,8 @@
 #include <QTemporaryDir>
 #include <QThread>
 
-#include "QtPrinting.h"
+#include "support/CoreApplicationEnvironment.h"
+#include "support/QtPrinters.h"
 
 #include <gtest/gtest.h>
 
@@ -66,82 +66,58 @@ protected:
 
 TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
 {
-    const QByteArray binary("\x00\xff\x80 data\n", 9);
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    const struct {
+        const char *key;
+        QVariant written;
+        QVariant read; // what a reloaded store holds, type and all
+    } cases[] = {
+        {"boolTrue", true, true},
+        {"boolFalse", false, false},
+        {"int", 42, QVariant::fromValue<qint64>(42)},
+        {"largest", QVariant::fromValue(std::numeric_limits<qint64>::max()),
+         QVariant::fromValue(std::numeric_limits<qint64>::max())},
+        {"smallest", QVariant::fromValue(std::numeric_limits<qint64>::min()),
+         QVariant::fromValue(std::numeric_limits<qint64>::min())},
+        {"beyondDoublePrecision", QVariant::fromValue<qint64>((qint64(1) << 62) + 1),
+         QVariant::fromValue<qint64>((qint64(1) << 62) + 1)},
+        {"unsigned", QVariant::fromValue<quint64>(7), QVariant::fromValue<qint64>(7)},
+        {"tenth", 0.1, 0.1},
+        {"sum", 0.1 + 0.2, 0.1 + 0.2},
+        {"integralDouble", 3.0, 3.0},
+        {"huge", 1e300, 1e300},
+        {"float", 1.5f, 1.5},
+        {"inf", infinity, infinity},
+        {"minusInf", -infinity, -infinity},
+        {"falseText", QStringLiteral("false"), QStringLiteral("false")},
+        {"emptyText", QString(), QString()},
+        {"unicode", QStringLiteral("Grüße, 日本語 😀 \"quoted\"\n"),
+         QStringLiteral("Grüße, 日本語 😀 \"quoted\"\n")},
+        {"list", QStringList{"a", "", "b,c", "ü"}, QStringList{"a", "", "b,c", "ü"}},
+        {"emptyList", QStringList(), QStringList()},
+        {"binary", QByteArray("\x00\xff\x80 data\n", 9), QByteArray("\x00\xff\x80 data\n", 9)},
+        {"emptyBinary", QByteArray(), QByteArray()},
+    };
     {
         PreferenceStore store(dir.path());
-        store.set("boolTrue", true);
-        store.set("boolFalse", false);
-        store.set("int", 42);
-        store.set("largest", QVariant::fromValue(std::numeric_limits<qint64>::max()));
-        store.set("smallest", QVariant::fromValue(std::numeric_limits<qint64>::min()));
-        store.set("beyondDoublePrecision", QVariant::fromValue<qint64>((qint64(1) << 62) + 1));
-        store.set("unsigned", QVariant::fromValue<quint64>(7));
-        store.set("tenth", 0.1);
-        store.set("sum", 0.1 + 0.2);
-        store.set("integralDouble", 3.0);
-        store.set("huge", 1e300);
-        store.set("float", 1.5f);
+        for (const auto &c : cases)
+            store.set(c.key, c.written);
         store.set("negativeZero", -0.0);
         store.set("nan", std::numeric_limits<double>::quiet_NaN());
-        store.set("inf", std::numeric_limits<double>::infinity());
-        store.set("minusInf", -std::numeric_limits<double>::infinity());
-        store.set("falseText", QStringLiteral("false"));
-        store.set("zeroText", QStringLiteral("0"));
-        store.set("emptyText", QString());
-        store.set("unicode", QStringLiteral("Grüße, 日本語 😀 \"quoted\"\n"));
-        store.set("list", QStringList{"a", "", "b,c", "ü"});
-        store.set("emptyList", QStringList());
-        store.set("binary", binary);
-        store.set("emptyBinary", QByteArray());
     }
-
     PreferenceStore reloaded(dir.path());
     EXPECT_TRUE(reloaded.loadWarning().isEmpty()) << reloaded.loadWarning().toStdString();
-    auto typeOf = [&](const char *key) { return reloaded.object(key).metaType().id(); };
-
-    EXPECT_EQ(typeOf("boolTrue"), QMetaType::Bool);
-    EXPECT_EQ(reloaded.object("boolTrue"), QVariant(true));
-    EXPECT_EQ(typeOf("boolFalse"), QMetaType::Bool);
-    EXPECT_FALSE(reloaded.object("boolFalse").toBool());
-
-    for (const char *key : {"int", "largest", "smallest", "beyondDoublePrecision", "unsigned"})
-        EXPECT_EQ(typeOf(key), QMetaType::LongLong) << key;
-    EXPECT_EQ(reloaded.integer("int"), 42);
-    EXPECT_EQ(reloaded.integer("largest"), std::numeric_limits<qint64>::max());
-    EXPECT_EQ(reloaded.integer("smallest"), std::numeric_limits<qint64>::min());
-    EXPECT_EQ(reloaded.integer("beyondDoublePrecision"), (qint64(1) << 62) + 1);
-    EXPECT_EQ(reloaded.integer("unsigned"), 7);
-
-    for (const char *key : {"tenth", "sum", "integralDouble", "huge", "float", "negativeZero", "nan", "inf"})
-        EXPECT_EQ(typeOf(key), QMetaType::Double) << key;
-    EXPECT_EQ(reloaded.doubleValue("tenth"), 0.1);
-    EXPECT_EQ(reloaded.doubleValue("sum"), 0.1 + 0.2);
-    EXPECT_EQ(reloaded.doubleValue("integralDouble"), 3.0);
-    EXPECT_EQ(reloaded.doubleValue("huge"), 1e300);
-    EXPECT_EQ(reloaded.doubleValue("float"), 1.5);
-    EXPECT_EQ(reloaded.doubleValue("negativeZero"), 0.0);
+    for (const auto &c : cases) {
+        EXPECT_TRUE(reloaded.contains(c.key)) << c.key;
+        EXPECT_EQ(reloaded.object(c.key).metaType(), c.read.metaType()) << c.key;
+        EXPECT_EQ(reloaded.object(c.key), c.read) << c.key;
+    }
+    EXPECT_EQ(reloaded.object("negativeZero").metaType().id(), QMetaType::Double);
     EXPECT_TRUE(std::signbit(reloaded.doubleValue("negativeZero")));
+    EXPECT_EQ(reloaded.object("nan").metaType().id(), QMetaType::Double);
     EXPECT_TRUE(std::isnan(reloaded.doubleValue("nan")));
-    EXPECT_EQ(reloaded.doubleValue("inf"), std::numeric_limits<double>::infinity());
-    EXPECT_EQ(reloaded.doubleValue("minusInf"), -std::numeric_limits<double>::infinity());
-
-    EXPECT_EQ(typeOf("falseText"), QMetaType::QString);
-    EXPECT_EQ(reloaded.string("falseText"), "false");
+    EXPECT_EQ(reloaded.doubleValue("sum"), 0.1 + 0.2);
     EXPECT_FALSE(reloaded.boolValue("falseText"));
-    EXPECT_EQ(typeOf("zeroText"), QMetaType::QString);
-    EXPECT_EQ(typeOf("emptyText"), QMetaType::QString);
-    EXPECT_TRUE(reloaded.contains("emptyText"));
-    EXPECT_EQ(reloaded.string("unicode"), QStringLiteral("Grüße, 日本語 😀 \"quoted\"\n"));
-
-    EXPECT_EQ(typeOf("list"), QMetaType::QStringList);
-    EXPECT_EQ(reloaded.stringArray("list"), (QStringList{"a", "", "b,c", "ü"}));
-    EXPECT_EQ(typeOf("emptyList"), QMetaType::QStringList);
-    EXPECT_TRUE(reloaded.stringArray("emptyList").isEmpty());
-
-    EXPECT_EQ(typeOf("binary"), QMetaType::QByteArray);
-    EXPECT_EQ(reloaded.data("binary"), binary);
-    EXPECT_EQ(typeOf("emptyBinary"), QMetaType::QByteArray);
-    EXPECT_TRUE(reloaded.contains("emptyBinary"));
 }
 
 TEST_F(PreferenceStoreTest, AMissingKeyIsDistinctFromStoredFalseAndZero)
@@ -523,11 +499,6 @@ TEST_F(PreferenceStoreTest, ObserversOfAKeyShareOneValueAndSeeEachWrite)
 
 TEST_F(PreferenceStoreTest, AWriteFromAWorkerReachesMainThreadObserversQueued)
 {
-    int argc = 1;
-    char name[] = "prefs";
-    char *argv[] = {name, nullptr};
-    QCoreApplication app(argc, argv);
-
     PreferenceStore store(dir.path());
     PreferenceValue *observer = store.observe("kestilCompletedLocalSummaries");
     QList<Qt::HANDLE> threads;

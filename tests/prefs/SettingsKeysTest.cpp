@@ -1,10 +1,9 @@
 #include "prefs/SettingsKeys.h"
-#include "prefs/ApplicationInfo.h"
 
 #include <QFile>
 #include <QTemporaryDir>
 
-#include "QtPrinting.h"
+#include "support/QtPrinters.h"
 
 #include <gtest/gtest.h>
 
@@ -24,115 +23,56 @@ protected:
     PreferenceStore store{dir.path()};
 };
 
-void expectTheDefaultsOfAFirstLaunch(const PreferenceStore &store)
+// Every switch reads as its default unless a boolean of the other value is
+// stored under its name; text, numbers or lists never switch it.
+TEST_F(SettingsKeysTest, ASwitchNeedsAStoredBooleanToLeaveItsDefault)
 {
-    EXPECT_EQ(settings::transcriptionLanguage(store), "en-US");
-    EXPECT_TRUE(settings::recordSystemAudio(store));
-    EXPECT_TRUE(settings::showRecordingWidget(store));
-    EXPECT_FALSE(settings::recordingWidgetPosition(store));
-    EXPECT_FALSE(settings::foldersExpanded(store));
-    EXPECT_FALSE(settings::showTags(store));
-    EXPECT_FALSE(settings::preferCleanedTranscript(store));
-    EXPECT_EQ(settings::selectedThemeColor(store), "Purple");
-    EXPECT_EQ(settings::selectedAppearanceMode(store), "System");
-    EXPECT_TRUE(settings::privateICloudSyncEnabled(store));
-    EXPECT_FALSE(settings::welcomeCompleted(store));
-    EXPECT_TRUE(settings::summaryNotificationsEnabled(store));
-    EXPECT_EQ(settings::completedLocalSummaries(store), 0);
-    EXPECT_TRUE(settings::supportClickedActions(store).isEmpty());
-    EXPECT_FALSE(settings::supportAutomaticRemindersStopped(store));
-    EXPECT_FALSE(settings::supportPresentedSummaryCount(store));
-    EXPECT_FALSE(settings::nativeReviewRequested(store));
-    EXPECT_FALSE(settings::localSpeechLastFailure(store));
-    EXPECT_FALSE(settings::obsidianSyncFolderBookmark(store));
-    EXPECT_TRUE(settings::syncFolderAutoSyncEnabled(store));
-    EXPECT_EQ(settings::syncFolderLastSyncTimestamp(store), 0.0);
-    EXPECT_TRUE(settings::syncFolderLastSyncError(store).isEmpty());
-}
-
-TEST_F(SettingsKeysTest, AnEmptyStoreReadsAsTheDefaults)
-{
-    expectTheDefaultsOfAFirstLaunch(store);
-}
-
-TEST_F(SettingsKeysTest, DeletingThePreferencesFileGivesAFirstLaunch)
-{
-    settings::setWelcomeCompleted(store, true);
-    settings::setRecordSystemAudio(store, false);
-    settings::setPrivateICloudSyncEnabled(store, false);
-    settings::setSummaryNotificationsEnabled(store, false);
-    settings::setTranscriptionLanguage(store, "fr-FR");
-    settings::setCompletedLocalSummaries(store, 12);
-    settings::setRecordingWidgetPosition(store, {10, 20});
-    ASSERT_TRUE(settings::welcomeCompleted(PreferenceStore(dir.path())));
-
-    ASSERT_TRUE(QFile::remove(store.filePath()));
-    const PreferenceStore fresh(dir.path());
-    EXPECT_TRUE(fresh.loadWarning().isEmpty());
-    EXPECT_TRUE(fresh.keys().isEmpty());
-    expectTheDefaultsOfAFirstLaunch(fresh);
-    // The information dictionary has no container, so the first launch is
-    // local-only even though the sync preference reads as on.
-    EXPECT_FALSE(ApplicationInfo::dictionary().contains(settings::keys::KestilCloudKitContainerIdentifier));
-}
-
-struct BoolCase {
-    const char *key;
-    bool (*read)(const PreferenceStore &);
-};
-
-TEST_F(SettingsKeysTest, KeysThatDefaultToTrueNeedAStoredFalseToBeOff)
-{
-    const BoolCase cases[] = {
-        {"recordSystemAudio", settings::recordSystemAudio},
-        {"showRecordingWidget", settings::showRecordingWidget},
-        {"kestilPrivateICloudSyncEnabled", settings::privateICloudSyncEnabled},
-        {"kestilSummaryNotificationsEnabled", settings::summaryNotificationsEnabled},
-        {"syncFolderAutoSyncEnabled", settings::syncFolderAutoSyncEnabled},
-        {"kestilOnDeviceLanguageModelEnabled.v1", settings::onDeviceLanguageModelEnabled},
+    const struct {
+        const char *key;
+        bool (*read)(const PreferenceStore &);
+        bool byDefault;
+    } cases[] = {
+        {"recordSystemAudio", settings::recordSystemAudio, true},
+        {"showRecordingWidget", settings::showRecordingWidget, true},
+        {"kestilPrivateICloudSyncEnabled", settings::privateICloudSyncEnabled, true},
+        {"kestilSummaryNotificationsEnabled", settings::summaryNotificationsEnabled, true},
+        {"syncFolderAutoSyncEnabled", settings::syncFolderAutoSyncEnabled, true},
+        {"kestilOnDeviceLanguageModelEnabled.v1", settings::onDeviceLanguageModelEnabled, true},
+        {"foldersExpanded", settings::foldersExpanded, false},
+        {"showTags", settings::showTags, false},
+        {"preferCleanedTranscript", settings::preferCleanedTranscript, false},
+        {"kestilWelcomeCompleted.v1", settings::welcomeCompleted, false},
+        {"kestilSupportAutomaticRemindersStopped.v1", settings::supportAutomaticRemindersStopped, false},
+        {"kestilNativeReviewRequested", settings::nativeReviewRequested, false},
     };
     const QVariant notBooleans[] = {QStringLiteral("false"),
-                                    QStringLiteral("NO"),
+                                    QStringLiteral("true"),
                                     QVariant::fromValue<qint64>(0),
+                                    1,
                                     0.0,
                                     QStringList{"false"},
                                     QByteArray("0"),
                                     QString()};
-    for (const BoolCase &c : cases) {
+    for (const auto &c : cases) {
+        EXPECT_EQ(c.read(store), c.byDefault) << c.key << " when missing";
         for (const QVariant &value : notBooleans) {
             store.set(c.key, value);
-            EXPECT_TRUE(c.read(store)) << c.key << " holding " << value.toString().toStdString();
+            EXPECT_EQ(c.read(store), c.byDefault) << c.key << " holding " << value.toString().toStdString();
         }
-        store.set(c.key, false);
-        EXPECT_FALSE(c.read(store)) << c.key;
-        EXPECT_FALSE(c.read(PreferenceStore(dir.path()))) << c.key << " after a reload";
-        store.set(c.key, true);
-        EXPECT_TRUE(c.read(store)) << c.key;
-        store.remove(c.key);
-        EXPECT_TRUE(c.read(PreferenceStore(dir.path()))) << c.key << " when missing";
-    }
-}
-
-TEST_F(SettingsKeysTest, KeysThatDefaultToFalseNeedAStoredTrueToBeOn)
-{
-    const BoolCase cases[] = {
-        {"foldersExpanded", settings::foldersExpanded},
-        {"showTags", settings::showTags},
-        {"preferCleanedTranscript", settings::preferCleanedTranscript},
-        {"kestilWelcomeCompleted.v1", settings::welcomeCompleted},
-        {"kestilSupportAutomaticRemindersStopped.v1", settings::supportAutomaticRemindersStopped},
-        {"kestilNativeReviewRequested", settings::nativeReviewRequested},
-    };
-    for (const BoolCase &c : cases) {
-        store.set(c.key, QStringLiteral("true"));
-        EXPECT_FALSE(c.read(store)) << c.key;
-        store.set(c.key, 1);
-        EXPECT_FALSE(c.read(store)) << c.key;
-        store.set(c.key, true);
-        EXPECT_TRUE(c.read(PreferenceStore(dir.path()))) << c.key;
+        store.set(c.key, !c.byDefault);
+        EXPECT_EQ(c.read(PreferenceStore(dir.path())), !c.byDefault) << c.key << " after a reload";
+        store.set(c.key, c.byDefault);
+        EXPECT_EQ(c.read(store), c.byDefault) << c.key;
     }
     settings::setWelcomeCompleted(store, true);
     EXPECT_EQ(store.object("kestilWelcomeCompleted.v1"), QVariant(true));
+
+    // Without the file, the next launch is a first launch again.
+    ASSERT_TRUE(QFile::remove(store.filePath()));
+    const PreferenceStore fresh(dir.path());
+    EXPECT_TRUE(fresh.loadWarning().isEmpty());
+    EXPECT_TRUE(fresh.keys().isEmpty());
+    EXPECT_FALSE(settings::welcomeCompleted(fresh));
 }
 
 TEST_F(SettingsKeysTest, TextSettingsFallBackToTheirDefaults)

@@ -80,11 +80,8 @@ TEST(AskNoteConversationTest, AnswersStreamAreSavedAndTheNextQuestionSeesTheLast
     EXPECT_EQ(conversation->messages().at(1).content, QStringLiteral("On Friday."));
     EXPECT_FALSE(conversation->error().has_value());
     ASSERT_EQ(rig.model.requests.size(), 1);
-    EXPECT_TRUE(
-        rig.model.requests.at(0).prompt.contains(QStringLiteral("RECENT CONVERSATION:\n\n\nQUESTION:")))
-        << "a question is not part of its own history: " << rig.model.requests.at(0).prompt.toStdString();
-    EXPECT_TRUE(rig.model.requests.at(0).prompt.contains(QStringLiteral("complete source")));
 
+    // The next question is asked with the saved exchange as its history.
     ASSERT_TRUE(ask(*conversation, QStringLiteral("Who owns the notes?")));
     ASSERT_EQ(rig.model.requests.size(), 2);
     EXPECT_TRUE(rig.model.requests.at(1).prompt.contains(
@@ -97,6 +94,8 @@ TEST(AskNoteConversationTest, AnswersStreamAreSavedAndTheNextQuestionSeesTheLast
         QStringLiteral("# Ask AI: Planning\n\n**You**\n\nWhen do we ship?\n\n**Kestil**\n\nOn Friday.")));
 }
 
+// The limits themselves are the chat prompt's (see its tests); here, what a
+// refusal leaves: the question in the field, no request, nothing saved.
 TEST(AskNoteConversationTest, RefusedQuestionsStayInTheFieldAndNothingIsSaved)
 {
     ChatRig rig;
@@ -104,20 +103,16 @@ TEST(AskNoteConversationTest, RefusedQuestionsStayInTheFieldAndNothingIsSaved)
     conversation->setInput(QStringLiteral("   \n"));
     EXPECT_FALSE(conversation->canSend()) << "a blank question cannot be sent";
 
-    const QString longest(800, QLatin1Char('a'));
-    conversation->setInput(QStringLiteral(" ") + longest + QLatin1Char('b') + QStringLiteral(" "));
+    const QString tooLong(801, QLatin1Char('a'));
+    conversation->setInput(QStringLiteral(" ") + tooLong + QStringLiteral(" "));
     conversation->send();
     EXPECT_EQ(conversation->error().value_or(QString()),
               QStringLiteral("Please shorten your question to 800 bytes or fewer."));
-    EXPECT_EQ(conversation->input().trimmed().size(), 801) << "the question stays to be shortened";
+    EXPECT_EQ(conversation->input().trimmed(), tooLong) << "the question stays to be shortened";
     EXPECT_TRUE(conversation->messages().isEmpty());
     EXPECT_TRUE(rig.model.requests.isEmpty());
     conversation->dismissError();
     EXPECT_FALSE(conversation->error().has_value());
-
-    rig.model.replies = {QStringLiteral("Yes.")};
-    ASSERT_TRUE(ask(*conversation, QStringLiteral("  ") + longest + QStringLiteral("\n")));
-    EXPECT_EQ(conversation->messages().size(), 2) << "exactly 800 bytes after trimming is accepted";
 
     rig.model.availabilityValue =
         LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
@@ -125,9 +120,8 @@ TEST(AskNoteConversationTest, RefusedQuestionsStayInTheFieldAndNothingIsSaved)
     ASSERT_TRUE(conversation->status().has_value());
     EXPECT_TRUE(conversation->status()->contains(QStringLiteral("Ask AI")))
         << conversation->status()->toStdString();
-    EXPECT_FALSE(conversation->status()->contains(QStringLiteral("summaries")));
     EXPECT_FALSE(conversation->canSend());
-    EXPECT_EQ(rig.saved().size(), 2);
+    EXPECT_TRUE(rig.saved().isEmpty());
 }
 
 TEST(AskNoteConversationTest, ANoteWithoutTextAsksForATranscriptAndASummaryServesWhenThereIsOne)

@@ -2,19 +2,18 @@
 // by PocketSphinx (the engine every machine has; Whisper's whole-file reading
 // is measured in the speech tests and the benchmark).
 #include "core/AudioFileImport.h"
+#include "core/CoreTestSupport.h"
 #include "support/CoreApplicationEnvironment.h"
+#include "support/QtPrinters.h"
 
 #include "capture/DurableAudioWriter.h"
 #include "capture/LocalRecordingManifest.h"
 #include "capture/RecordingFolder.h"
-#include "core/LocalAppModel.h"
 #include "core/NoteTranscript.h"
-#include "core/SharedPersistenceController.h"
 #include "prefs/PreferenceStore.h"
 #include "support/SoundFiles.h"
 #include "support/TmpfsMount.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QEventLoop>
 #include <QFile>
@@ -28,13 +27,6 @@
 #include <cstdlib>
 
 #include <unistd.h>
-
-QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
-QT_END_NAMESPACE
 
 using namespace kestil;
 
@@ -64,10 +56,7 @@ protected:
         QDir().mkpath(root_);
         qputenv("KESTIL_DATA_DIR", root_.toUtf8());
         preferences_ = std::make_unique<PreferenceStore>(dir_.path() + QStringLiteral("/config"));
-        LaunchEnvironment environment;
-        environment.root = root_;
-        environment.languageModelAvailability = [] { return LanguageModelAvailability::available; };
-        app_ = std::make_unique<LocalAppModel>(environment);
+        app_ = test::launchApp(root_);
         import_ = std::make_unique<AudioFileImport>(*app_, *preferences_);
     }
 

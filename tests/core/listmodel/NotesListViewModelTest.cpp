@@ -1,69 +1,24 @@
 // The notes list model against the real store and the real recording
 // session: real SQLite, real segments on disk, the file source, and a
 // speech engine that hears one word per second of audio.
-#include "capture/recorder/RecorderTestSupport.h"
-#include "core/store/StoreTestSupport.h"
+#include "core/CoreTestRig.h"
 
 #include "core/Folder.h"
-#include "core/LocalAppModel.h"
 #include "core/NoteTranscript.h"
-#include "core/NotesListRoles.h"
-#include "core/NotesListViewModel.h"
-#include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
 
 #include <QSignalSpy>
 
 using namespace kestil;
 using namespace kestil::test;
-using namespace kestil::testing;
 using namespace std::chrono_literals;
 
 namespace {
 
 const QString deleteRefused = QStringLiteral("Cancel or finish the current operation before deleting notes.");
 
-class NotesListViewModelTest : public ::testing::Test {
+class NotesListViewModelTest : public CoreRigTest {
 protected:
-    void SetUp() override
-    {
-        application();
-        ASSERT_TRUE(config.isValid());
-        tone = writeTone(config.filePath(QStringLiteral("tone.wav")), 2.5);
-        rig.useFile(tone);
-        preferences = std::make_unique<PreferenceStore>(config.filePath(QStringLiteral("prefs")));
-        LaunchEnvironment environment;
-        environment.root = root.path();
-        environment.languageModelAvailability = [] { return LanguageModelAvailability::available; };
-        app = std::make_unique<LocalAppModel>(environment);
-        ASSERT_TRUE(app->storeReady());
-    }
-
-    void TearDown() override
-    {
-        models.clear();
-        recorder.reset();
-    }
-
-    // The recorder and one list, made once the rig is as the test wants it.
-    NotesListViewModel &list()
-    {
-        if (!recorder)
-            recorder = std::make_unique<ProcessTapRecorder>(rig.environment());
-        if (models.empty())
-            models.push_back(std::make_unique<NotesListViewModel>(*app, *recorder, roles, *preferences));
-        return *models.front();
-    }
-
-    NotesListViewModel &anotherList()
-    {
-        list();
-        models.push_back(std::make_unique<NotesListViewModel>(*app, *recorder, roles, *preferences));
-        return *models.back();
-    }
-
-    SharedPersistenceController &store() { return *app->store(); }
-
     // Starts a new note's recording and waits until it runs.
     NotePtr record(NotesListViewModel &model)
     {
@@ -74,24 +29,6 @@ protected:
     }
 
     void stop(NotesListViewModel &model) { EXPECT_TRUE(waitFor(model.stopTranscription())); }
-
-    // What another process would read from the file.
-    NotePtr storedNote(const QUuid &id)
-    {
-        reopened = std::make_unique<SharedPersistenceController>(root.path());
-        return reopened->noteWithId(id);
-    }
-
-    TempRoot root;
-    QTemporaryDir config;
-    QString tone;
-    RecorderRig rig;
-    std::unique_ptr<PreferenceStore> preferences;
-    std::unique_ptr<LocalAppModel> app;
-    NotesListRoles roles;
-    std::unique_ptr<ProcessTapRecorder> recorder;
-    std::vector<std::unique_ptr<NotesListViewModel>> models;
-    std::unique_ptr<SharedPersistenceController> reopened;
 };
 
 } // namespace
@@ -192,8 +129,7 @@ TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStored)
 TEST_F(NotesListViewModelTest, RecordingIntoANoteWithTextKeepsItInFrontAndTimesTheNewWordsAfterIt)
 {
     NotesListViewModel &model = list();
-    const NotePtr note = store().createNote(QStringLiteral("Standup"), QStringLiteral("Earlier text."),
-                                            QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr note = makeNote(QStringLiteral("Standup"), QStringLiteral("Earlier text."));
     // Four seconds of earlier audio in the note's folder.
     writeSegment(root.path(), *note->id(), 4);
 
@@ -232,7 +168,7 @@ TEST_F(NotesListViewModelTest, ASecondNewTranscriptionWhileStartingChangesNothin
     EXPECT_FALSE(model.showSyncError());
     EXPECT_TRUE(model.syncErrorMessage().isEmpty());
     // Nor does a start into another note.
-    const NotePtr other = store().createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr other = makeNote({});
     EXPECT_TRUE(model.startTranscription(other).isFinished());
     EXPECT_EQ(model.newNoteBeingRecorded(), note);
 
@@ -316,7 +252,8 @@ TEST_F(NotesListViewModelTest, DeletingFromAnotherListStopsTheRecordingListFirst
     EXPECT_FALSE(other.showSyncError()) << other.syncErrorMessage().toStdString();
     EXPECT_FALSE(recorder->recording());
     EXPECT_FALSE(recording.newNoteBeingRecorded());
-    EXPECT_TRUE(note->isDeleted() || !store().noteWithId(*note->id()));
+    EXPECT_FALSE(store().noteWithId(*note->id()));
+    EXPECT_FALSE(store().activeRecording().has_value());
 }
 
 TEST_F(NotesListViewModelTest, DeletingWhileARecordingStartsOrFinishesIsRefusedWithWords)
@@ -325,8 +262,7 @@ TEST_F(NotesListViewModelTest, DeletingWhileARecordingStartsOrFinishesIsRefusedW
     auto gate = std::make_shared<Latch>();
     rig.engine->finishGate = gate;
     NotesListViewModel &model = list();
-    const NotePtr other =
-        store().createNote(QStringLiteral("Keep"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr other = makeNote(QStringLiteral("Keep"));
     const QFuture<void> started = model.startNewTranscription();
 
     EXPECT_TRUE(model.deleteNote(other).isFinished());
@@ -376,8 +312,7 @@ TEST_F(NotesListViewModelTest, QuitWithASaveThatFailsStaysRunningAndSaysWhy)
 {
     NotesListViewModel &model = list();
     roles.setActiveNotesViewModel(&model);
-    const NotePtr note =
-        store().createNote(QStringLiteral("Draft"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr note = makeNote(QStringLiteral("Draft"));
     note->setValue(QStringLiteral("notes"), QStringLiteral("unsaved words"));
     failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
 
@@ -442,7 +377,7 @@ TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWor
 TEST_F(NotesListViewModelTest, ANoteThatIsGoneCannotBeRecordedInto)
 {
     NotesListViewModel &model = list();
-    const NotePtr note = store().createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr note = makeNote({});
     store().deleteNote(note);
     ASSERT_TRUE(waitFor(model.startTranscription(note)));
     EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
@@ -455,14 +390,13 @@ TEST_F(NotesListViewModelTest, TheSpeechWarningIsShownAtStartAndNotAgainAtStop)
 {
     rig.speechFailure = QStringLiteral("No compatible on-device speech audio format.");
     NotesListViewModel &model = list();
-    const NotePtr note = record(model);
+    ASSERT_TRUE(record(model));
     EXPECT_TRUE(model.showSyncError());
     EXPECT_TRUE(model.syncErrorMessage().startsWith(QStringLiteral("Live transcription unavailable: ")));
     model.setShowSyncError(false);
     ASSERT_TRUE(rig.waitForFileDelivered());
     stop(model);
     EXPECT_FALSE(model.showSyncError());
-    EXPECT_EQ(DurableAudioWriter::frameCount(segmentsOf(root.path(), *note->id()).value(0)), 40000);
 }
 
 TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndSavesTheNote)
@@ -504,20 +438,16 @@ TEST_F(NotesListViewModelTest, PauseAndContinueFollowTheRecorder)
     EXPECT_FALSE(model.isTranscriptionPaused());
     ASSERT_TRUE(rig.waitForFileDelivered());
     stop(model);
-    EXPECT_EQ(segmentsOf(root.path(), *note->id()).size(), 2);
-    EXPECT_EQ(note->transcription(), QStringLiteral("word1 word2 word3 word4 word5"));
+    EXPECT_EQ(storedNote(*note->id())->transcription(), QStringLiteral("word1 word2 word3 word4 word5"));
 }
 
 TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOne)
 {
     NotesListViewModel &model = list();
-    const NotePtr plain =
-        store().createNote(QStringLiteral("A"), {}, QUuid::createUuid(), QStringLiteral("local"));
-    const NotePtr summarised =
-        store().createNote(QStringLiteral("B"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr plain = makeNote(QStringLiteral("A"));
+    const NotePtr summarised = makeNote(QStringLiteral("B"));
     summarised->setValue(QStringLiteral("summary"), QStringLiteral("## Points\n- one"));
-    const NotePtr generating =
-        store().createNote(QStringLiteral("C"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr generating = makeNote(QStringLiteral("C"));
     generating->setValue(QStringLiteral("summary"), QStringLiteral("Generating summary..."));
     store().save();
     QSignalSpy editorsSave(&model, &NotesListViewModel::kestilSaveCurrentNote);
@@ -549,11 +479,11 @@ TEST_F(NotesListViewModelTest, DeletingTheSelectedNotesGoesOnPastAFailureAndShow
     NotesListViewModel &model = list();
     QList<NotePtr> notes;
     for (int i = 0; i < 3; ++i)
-        notes << store().createNote(QString::number(i), {}, QUuid::createUuid(), QStringLiteral("local"));
+        notes << makeNote(QString::number(i));
     model.selectNote(notes[0], false);
     model.selectNote(notes[2], true);
     ASSERT_TRUE(waitFor(model.deleteSelectedNotes(notes)));
-    EXPECT_TRUE(notes[0]->isDeleted() || !store().noteWithId(*notes[0]->id()));
+    EXPECT_FALSE(store().noteWithId(*notes[0]->id()));
     EXPECT_TRUE(store().noteWithId(*notes[1]->id()));
     EXPECT_FALSE(store().noteWithId(*notes[2]->id()));
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
@@ -561,7 +491,7 @@ TEST_F(NotesListViewModelTest, DeletingTheSelectedNotesGoesOnPastAFailureAndShow
     // Deleting by position, with one note whose delete fails.
     QList<NotePtr> more = {notes[1]};
     for (int i = 0; i < 2; ++i)
-        more << store().createNote(QStringLiteral("more"), {}, QUuid::createUuid(), QStringLiteral("local"));
+        more << makeNote(QStringLiteral("more"));
     store().deleteNote(more[1]); // gone already: its delete fails
     ASSERT_TRUE(waitFor(model.deleteNotes({0, 1, 2, 7}, more)));
     EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
@@ -594,8 +524,7 @@ TEST_F(NotesListViewModelTest, ANewNoteLandsInTheFolderTheSidebarShows)
 TEST_F(NotesListViewModelTest, TheEditorsSaveChangesOnlyAndPutBackATypeThatCouldNotBeSaved)
 {
     NotesListViewModel &model = list();
-    const NotePtr note =
-        store().createNote(QStringLiteral("Title"), {}, QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr note = makeNote(QStringLiteral("Title"));
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
 
     model.setTitle(note, QStringLiteral("Title"));

@@ -28,8 +28,8 @@ TEST(DiskFullRecoveryTest, AFullDiskStopsCaptureKeepsItsAudioAndIsRepairedOnceTh
     QDir().mkpath(library.root());
     const QUuid id = library.createNote();
     // Room that the user frees later: a little, then enough.
-    ASSERT_TRUE(writeBytes(disk.path() + QStringLiteral("/small"), QByteArray(512 << 10, 'x')));
-    ASSERT_TRUE(writeBytes(disk.path() + QStringLiteral("/large"), QByteArray(8 << 20, 'x')));
+    writeFile(disk.path() + QStringLiteral("/small"), QByteArray(512 << 10, 'x'));
+    writeFile(disk.path() + QStringLiteral("/large"), QByteArray(8 << 20, 'x'));
 
     const QString segment = library.segment(id);
     std::vector<float> appended;

@@ -1,9 +1,7 @@
 #include "RecoveryTestSupport.h"
-#include "core/SqliteStore.h"
 #include "support/SoundFiles.h"
 
 #include <sndfile.h>
-#include <sqlite3.h>
 
 #include <sys/stat.h>
 
@@ -16,16 +14,6 @@ qint64 inode(const QString &path)
 {
     struct stat info;
     return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? qint64(info.st_ino) : -1;
-}
-
-// The playable file of a segment holds exactly its raw samples.
-void expectPlayable(const QString &segment, double rate)
-{
-    const auto sound = readSoundFile(RecordingFolder::finalAudioPath(segment));
-    ASSERT_TRUE(sound) << segment;
-    EXPECT_EQ(sound->sampleRate, int(rate));
-    EXPECT_EQ(sound->channels, 1);
-    EXPECT_EQ(sound->samples, readRawAudio(RecordingFolder::rawAudioPath(segment)));
 }
 
 class RecoveryTest : public ::testing::Test {
@@ -54,8 +42,7 @@ TEST_F(RecoveryTest, AnInterruptedSessionIsRebuiltLinkedAndMarkedLast)
     const QString segment = interruptedSegment(library.segment(id), id, 44100, ramp(70000));
     finishedSegment(library.segment(id), id, 44100, ramp(100));
     // Leftovers of a build that a crash cut short.
-    ASSERT_TRUE(
-        writeBytes(segment + QStringLiteral("/recovered-5E0B7C56-0000-4000-8000-000000000000.caf"), "torn"));
+    writeFile(segment + QStringLiteral("/recovered-5E0B7C56-0000-4000-8000-000000000000.caf"), "torn");
 
     const auto app = library.launch();
     EXPECT_EQ(app->message(), recoveredText(1));
@@ -147,13 +134,13 @@ TEST_F(RecoveryTest, FoldersThatAreNoSessionOrNoNoteAreLeftAlone)
     const QUuid id = library.createNote();
     // Audio without a manifest, a folder named like no note, a file among the
     // segments.
-    ASSERT_TRUE(writeBytes(library.segment(id, QStringLiteral("A")) + QStringLiteral("/audio.float32"),
-                           QByteArray(400, 1)));
+    writeFile(library.segment(id, QStringLiteral("A")) + QStringLiteral("/audio.float32"),
+              QByteArray(400, 1));
     interruptedSegment(library.root() + QStringLiteral("/Recordings/not-a-note/S"), id, 48000, ramp(100));
     interruptedSegment(library.root() + QStringLiteral("/Recordings/{") + RecordingFolder::uuidText(id) +
                            QStringLiteral("}/S"),
                        id, 48000, ramp(100));
-    ASSERT_TRUE(writeBytes(library.segment(id, QStringLiteral("notes.txt")), "x"));
+    writeFile(library.segment(id, QStringLiteral("notes.txt")), "x");
     const auto before = snapshot(library.root() + QStringLiteral("/Recordings"));
     EXPECT_EQ(library.launch()->message(), QString());
     EXPECT_EQ(snapshot(library.root() + QStringLiteral("/Recordings")), before);
@@ -168,7 +155,7 @@ TEST_F(RecoveryTest, DamagedManifestsAreReportedAndTheirFoldersUntouched)
           "rate-nan.json", "rate-zero.json", "rate-negative.json"}) {
         const QString fixture = QStringLiteral(KESTIL_TEST_DATA_DIR "/capture/manifests/") + file;
         ASSERT_TRUE(QFile::exists(fixture)) << file;
-        const QByteArray manifest = fileBytes(fixture);
+        const QByteArray manifest = readFile(fixture);
         // The decoder's own words, or, for a manifest that decodes, the
         // invalid-format text.
         QString description =
@@ -180,8 +167,8 @@ TEST_F(RecoveryTest, DamagedManifestsAreReportedAndTheirFoldersUntouched)
         }
         const QString segment = library.segment(id, QStringLiteral("S"));
         QDir(segment).removeRecursively();
-        ASSERT_TRUE(writeBytes(RecordingFolder::manifestPath(segment), manifest));
-        ASSERT_TRUE(writeBytes(RecordingFolder::rawAudioPath(segment), QByteArray(4000, 0)));
+        writeFile(RecordingFolder::manifestPath(segment), manifest);
+        writeFile(RecordingFolder::rawAudioPath(segment), QByteArray(4000, 0));
         const auto before = snapshot(library.root() + QStringLiteral("/Recordings"));
         EXPECT_EQ(library.launch()->message(), needsRecoveryText(description)) << file;
         EXPECT_EQ(snapshot(library.root() + QStringLiteral("/Recordings")), before) << file;
@@ -193,14 +180,14 @@ TEST_F(RecoveryTest, OneUnreadableFolderDoesNotStopTheOthersAndTheRecoveredTextW
 {
     const QUuid a = library.createNote(), b = library.createNote();
     const QString bad = library.segment(a, QStringLiteral("0-bad"));
-    ASSERT_TRUE(writeBytes(RecordingFolder::manifestPath(bad), "{"));
+    writeFile(RecordingFolder::manifestPath(bad), "{");
     const QString good1 =
         interruptedSegment(library.segment(a, QStringLiteral("1-good")), a, 48000, ramp(200));
     const QString good2 = interruptedSegment(library.segment(b), b, 48000, ramp(200));
     EXPECT_EQ(library.launch()->message(), recoveredText(2));
     EXPECT_TRUE(isComplete(good1));
     EXPECT_TRUE(isComplete(good2));
-    EXPECT_EQ(fileBytes(RecordingFolder::manifestPath(bad)), QByteArray("{"));
+    EXPECT_EQ(readFile(RecordingFolder::manifestPath(bad)), QByteArray("{"));
 
     // Alone, the failure is what the user reads, at every launch.
     EXPECT_TRUE(library.launch()->message().startsWith(QStringLiteral("Some audio needs recovery: ")));
@@ -248,7 +235,7 @@ TEST_F(RecoveryTest, LinksLeadingOutOfTheDataRootAreNeverWrittenThrough)
                             RecordingFolder::rawAudioPath(segment)));
     ASSERT_TRUE(QFile::link(outside.filePath(QStringLiteral("raw/recording.json")),
                             RecordingFolder::manifestPath(segment)));
-    ASSERT_TRUE(writeBytes(outside.filePath(QStringLiteral("old.caf")), "outside caf"));
+    writeFile(outside.filePath(QStringLiteral("old.caf")), "outside caf");
     ASSERT_TRUE(
         QFile::link(outside.filePath(QStringLiteral("old.caf")), RecordingFolder::finalAudioPath(segment)));
 
@@ -279,12 +266,7 @@ TEST_F(RecoveryTest, AFailedNoteUpdateLeavesTheManifestForTheNextLaunch)
     const QString segment = interruptedSegment(library.segment(id), id, 48000, ramp(500));
     {
         SharedPersistenceController store(library.root());
-        sqlite3 *db = store.store()->handle();
-        ASSERT_EQ(sqlite3_exec(db,
-                               "CREATE TRIGGER fail_note BEFORE UPDATE ON note BEGIN "
-                               "SELECT RAISE(ABORT, 'database or disk is full'); END;",
-                               nullptr, nullptr, nullptr),
-                  SQLITE_OK);
+        failWrites(store, QStringLiteral("note"), QStringLiteral("UPDATE"));
     }
     const QString message = library.launch()->message();
     EXPECT_TRUE(message.contains(QStringLiteral("disk is full"), Qt::CaseInsensitive)) << message;
@@ -293,8 +275,7 @@ TEST_F(RecoveryTest, AFailedNoteUpdateLeavesTheManifestForTheNextLaunch)
     const qint64 built = inode(RecordingFolder::finalAudioPath(segment));
     {
         SharedPersistenceController store(library.root());
-        ASSERT_EQ(sqlite3_exec(store.store()->handle(), "DROP TRIGGER fail_note", nullptr, nullptr, nullptr),
-                  SQLITE_OK);
+        allowWrites(store, QStringLiteral("note"), QStringLiteral("UPDATE"));
     }
     EXPECT_EQ(library.launch()->message(), recoveredText(1));
     EXPECT_EQ(inode(RecordingFolder::finalAudioPath(segment)), built) << "the good file was accepted";
@@ -304,7 +285,7 @@ TEST_F(RecoveryTest, AFailedNoteUpdateLeavesTheManifestForTheNextLaunch)
 TEST_F(RecoveryTest, RecordingsThatCannotBeListedStopTheScanWithTheReason)
 {
     library.createNote();
-    ASSERT_TRUE(writeBytes(library.root() + QStringLiteral("/Recordings"), "a file, not a folder"));
+    writeFile(library.root() + QStringLiteral("/Recordings"), "a file, not a folder");
     EXPECT_EQ(library.launch()->message(), QStringLiteral("Could not list “Recordings”: Not a directory"));
 }
 

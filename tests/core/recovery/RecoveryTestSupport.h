@@ -1,10 +1,12 @@
 #pragma once
 
+#include "core/CoreTestSupport.h"
+#include "support/QtPrinters.h"
+
 #include "capture/DurableAudioWriter.h"
 #include "capture/RecordingFolder.h"
 #include "core/InterruptedSessionRecovery.h"
-#include "core/LocalAppModel.h"
-#include "core/SharedPersistenceController.h"
+#include "support/SoundFiles.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,13 +16,11 @@
 #include <gtest/gtest.h>
 
 #include <ostream>
+
 #include <span>
 
+// QString in failure messages, for the many `<< path` of the recovery tests.
 QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
 inline std::ostream &operator<<(std::ostream &out, const QString &text)
 {
     return out << text.toStdString();
@@ -58,14 +58,7 @@ public:
         return id;
     }
 
-    std::unique_ptr<LocalAppModel> launch() const
-    {
-        LaunchEnvironment environment;
-        environment.root = root();
-        environment.languageModelAvailability = [] { return LanguageModelAvailability::available; };
-        environment.recoverInterruptedSessions = recoverInterruptedSessions;
-        return std::make_unique<LocalAppModel>(environment);
-    }
+    std::unique_ptr<LocalAppModel> launch() const { return launchApp(root()); }
 
     std::optional<QString> sourceURL(const QUuid &noteID) const
     {
@@ -114,19 +107,6 @@ inline std::vector<float> ramp(size_t count, float offset = 0)
     return samples;
 }
 
-inline QByteArray fileBytes(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-inline bool writeBytes(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).absolutePath());
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
-}
-
 // Every file under a folder with its contents (links as their targets).
 inline QMap<QString, QByteArray> snapshot(const QString &folder)
 {
@@ -139,9 +119,19 @@ inline QMap<QString, QByteArray> snapshot(const QString &folder)
         else if (entry.isDir())
             files.insert(snapshot(entry.absoluteFilePath()));
         else
-            files.insert(entry.absoluteFilePath(), fileBytes(entry.absoluteFilePath()));
+            files.insert(entry.absoluteFilePath(), readFile(entry.absoluteFilePath()));
     }
     return files;
+}
+
+// The playable file of a segment holds exactly its raw file's whole frames.
+inline void expectPlayable(const QString &segment, double rate)
+{
+    const auto sound = readSoundFile(RecordingFolder::finalAudioPath(segment));
+    ASSERT_TRUE(sound) << segment;
+    EXPECT_EQ(sound->sampleRate, int(rate));
+    EXPECT_EQ(sound->channels, 1);
+    EXPECT_EQ(sound->samples, readRawAudio(RecordingFolder::rawAudioPath(segment)));
 }
 
 inline bool isComplete(const QString &segment)

@@ -1,4 +1,5 @@
 #include "core/SpeakerIdentification.h"
+#include "core/CoreTestSupport.h"
 #include "support/CoreApplicationEnvironment.h"
 #include "support/QtPrinters.h"
 
@@ -6,10 +7,8 @@
 #include "base/Error.h"
 #include "capture/DurableAudioWriter.h"
 #include "capture/RecordingFolder.h"
-#include "core/LocalAppModel.h"
 #include "core/NoteAudio.h"
 #include "core/NoteTranscript.h"
-#include "core/SharedPersistenceController.h"
 #include "speech/SpeakerNames.h"
 
 #include <QEventLoop>
@@ -79,10 +78,7 @@ public:
     void SetUp() override
     {
         root_ = dir_.filePath(QStringLiteral("Kestil"));
-        LaunchEnvironment environment;
-        environment.root = root_;
-        environment.languageModelAvailability = [] { return LanguageModelAvailability::available; };
-        app_ = std::make_unique<LocalAppModel>(environment);
+        app_ = test::launchApp(root_);
         identification_ = std::make_unique<SpeakerIdentification>(
             *app_, [script = script_] { return std::make_unique<ScriptedDiarizer>(script); });
     }

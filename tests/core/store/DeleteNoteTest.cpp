@@ -1,7 +1,7 @@
-#include "StoreTestSupport.h"
+#include "core/CoreTestSupport.h"
 
 using namespace kestil;
-using namespace kestil::testing;
+using namespace kestil::test;
 
 namespace {
 

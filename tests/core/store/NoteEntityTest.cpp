@@ -1,4 +1,4 @@
-#include "StoreTestSupport.h"
+#include "core/CoreTestSupport.h"
 
 #include "core/Note.h"
 

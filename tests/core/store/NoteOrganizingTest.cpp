@@ -1,9 +1,9 @@
-#include "StoreTestSupport.h"
+#include "core/CoreTestSupport.h"
 
 #include "core/NoteOrganizing.h"
 
 using namespace kestil;
-using namespace kestil::testing;
+using namespace kestil::test;
 
 namespace {
 

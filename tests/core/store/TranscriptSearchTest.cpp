@@ -1,4 +1,4 @@
-#include "StoreTestSupport.h"
+#include "core/CoreTestSupport.h"
 
 #include "core/Note.h"
 #include "core/TranscriptSearchIndex.h"
@@ -7,7 +7,7 @@
 #include <QRandomGenerator>
 
 using namespace kestil;
-using namespace kestil::testing;
+using namespace kestil::test;
 
 namespace {
 

@@ -1,17 +1,22 @@
 #pragma once
 
+#include "core/LocalAppModel.h"
 #include "core/SharedPersistenceController.h"
 #include "core/SqliteStore.h"
 
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 
-namespace kestil::testing {
+// What every core test stands on: a data root in a temporary folder, the
+// application model launched on it as the program launches it, and the files
+// and rows of the real store read and written directly.
+namespace kestil::test {
 
 // A data root in a fresh temporary folder with a real store file in it.
 struct TempRoot {
@@ -92,4 +97,14 @@ inline QString idText(const QUuid &id)
     return id.toString(QUuid::WithoutBraces).toUpper();
 }
 
-} // namespace kestil::testing
+// The application model on a data root as the program starts it: notes
+// loaded, interrupted recordings repaired, the language model taken as there.
+inline std::unique_ptr<LocalAppModel> launchApp(const QString &root)
+{
+    LaunchEnvironment environment;
+    environment.root = root;
+    environment.languageModelAvailability = [] { return LanguageModelAvailability::available; };
+    return std::make_unique<LocalAppModel>(environment);
+}
+
+} // namespace kestil::test
