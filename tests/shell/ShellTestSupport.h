@@ -6,18 +6,40 @@
 
 #include "capture/recorder/RecorderTestSupport.h"
 #include "core/LocalAppModel.h"
+#include "core/NoteOrganizing.h"
 #include "core/NotesListViewModel.h"
 #include "prefs/PreferenceStore.h"
 #include "shell/KestilAppDelegate.h"
 #include "shell/MainWindow.h"
+#include "shell/NoteListItemModel.h"
 
 #include <QAbstractButton>
+#include <QCheckBox>
+#include <QListView>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
+#include <vector>
 
 namespace kestil::test {
+
+// A note written to the store before the window opens.
+struct SeedNote {
+    QString title;
+    QString transcript;
+    QStringList tags;
+    QString folder;
+    int hoursAgo = 0;
+};
+
+// A switch is clicked on its box: a click right of its text hits nothing.
+inline void clickButton(QAbstractButton *button)
+{
+    const QPoint at =
+        qobject_cast<QCheckBox *>(button) ? QPoint(6, button->height() / 2) : button->rect().center();
+    QTest::mouseClick(button, Qt::LeftButton, {}, at);
+}
 
 struct ShellRig {
     QTemporaryDir data;
@@ -28,6 +50,9 @@ struct ShellRig {
     std::unique_ptr<ProcessTapRecorder> recorder;
     std::unique_ptr<KestilAppDelegate> delegate;
     std::unique_ptr<MainWindow> window;
+    // Second readers of the store file. They stay open for the rest of the
+    // test: a note reads its transcript from its store when first asked.
+    std::vector<std::unique_ptr<SharedPersistenceController>> readers;
     int terminations = 0;
     bool exposed = false;
 
@@ -44,6 +69,28 @@ struct ShellRig {
         window.reset();
         delegate.reset();
         recorder.reset();
+    }
+
+    // Writes the library the window opens on through a store of its own;
+    // returns the notes' ids in the order given.
+    QList<QUuid> seed(const QList<SeedNote> &notes) const
+    {
+        SharedPersistenceController store(data.path());
+        QList<QUuid> ids;
+        for (const SeedNote &s : notes) {
+            ids.append(QUuid::createUuid());
+            auto note = store.createNote(s.title, s.transcript, ids.last(), QStringLiteral("transcription"));
+            note->setValue(QStringLiteral("timestamp"),
+                           QDateTime::currentDateTimeUtc().addSecs(-3600 * s.hoursAgo));
+            for (const QString &tag : s.tags)
+                note->addTag(tag);
+            if (!s.folder.isEmpty()) {
+                FolderPtr folder = findFolder(s.folder, store.context());
+                note->setFolder(folder ? folder : createFolder(s.folder, store.context()));
+            }
+            store.save();
+        }
+        return ids;
     }
 
     MainWindow &launch()
@@ -81,6 +128,40 @@ struct ShellRig {
     {
         return !recorder->recording() && !recorder->starting() && !recorder->finishing() &&
                !list().operationInProgress();
+    }
+
+    QListView *notesList() const { return find<QListView>(QStringLiteral("notesList")); }
+
+    QStringList shownTitles() const
+    {
+        QStringList titles;
+        const QAbstractItemModel *model = notesList()->model();
+        for (int row = 0; row < model->rowCount(); ++row)
+            titles << model->index(row, 0).data(NoteListItemModel::TitleRole).toString();
+        return titles;
+    }
+
+    void clickRow(int row, Qt::KeyboardModifiers modifiers = {}) const
+    {
+        QListView *view = notesList();
+        QTest::mouseClick(view->viewport(), Qt::LeftButton, modifiers,
+                          view->visualRect(view->model()->index(row, 0)).center());
+    }
+
+    NotePtr noteTitled(const QString &title) const
+    {
+        for (const NotePtr &note : app->notes()) {
+            if (note->title() == title)
+                return note;
+        }
+        return nullptr;
+    }
+
+    // The note as a second reader of the store file sees it.
+    NotePtr storedNote(const QUuid &id)
+    {
+        readers.push_back(std::make_unique<SharedPersistenceController>(data.path()));
+        return readers.back()->noteWithId(id);
     }
 };
 

@@ -116,16 +116,11 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
 {
     const NotePtr note = showNote(untitledNoteTitle());
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryEmpty")));
-    // One row per template, in their order, the note's own checked.
-    ASSERT_TRUE(templates());
-    const QList<QAction *> rows = templates()->menu()->actions();
-    ASSERT_EQ(rows.size(), 15);
-    EXPECT_EQ(rows.at(4)->objectName(), QStringLiteral("noteTemplate-meetings/general"));
-    EXPECT_EQ(rows.at(4)->text(), QStringLiteral("General Meeting"));
-    EXPECT_EQ(rows.at(13)->objectName(), QStringLiteral("noteTemplate-Concise"));
+    // One row per template, the note's own checked.
+    ASSERT_TRUE(templates() && row(QStringLiteral("meetings/general")));
+    EXPECT_EQ(row(QStringLiteral("meetings/general"))->text(), QStringLiteral("General Meeting"));
     EXPECT_EQ(templates()->text(), QStringLiteral("Auto"));
-    EXPECT_FALSE(templates()->icon().isNull());
-    for (QAction *action : rows)
+    for (QAction *action : templates()->menu()->actions())
         EXPECT_EQ(action->isChecked(), action == row(QStringLiteral("default-summary")))
             << action->objectName().toStdString();
     EXPECT_TRUE(templates()->isEnabled());
@@ -138,6 +133,9 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
                300ms},
         record(QStringLiteral("title"), QStringLiteral("Spring launch sync")),
         record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Launch")})};
+    QStringList lines;
+    QObject::connect(&rig.list(), &NotesListViewModel::streamingSummaryChanged,
+                     [&] { lines.append(progressLine()); });
     choose(QStringLiteral("meetings/general"));
 
     // While it runs: the stage in words, the text as it grows, and Cancel.
@@ -155,9 +153,8 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
     StructuredSummaryView *text = summaryView(QStringLiteral("noteDetailSummaryText"));
     EXPECT_TRUE(text->plainText().contains(QStringLiteral("Launch moves to April.")));
     EXPECT_FALSE(text->plainText().contains(QStringLiteral("**")));
-    // Each item of the saved summary is one element, named by its line.
-    for (const char *item : {"markdownListItem-1", "markdownListItem-2"})
-        EXPECT_TRUE(text->widget()->findChild<QWidget *>(QString::fromUtf8(item))) << item;
+    EXPECT_TRUE(lines.contains(QStringLiteral("Finishing note title…")));
+    EXPECT_TRUE(lines.contains(QStringLiteral("Organizing tags…")));
     EXPECT_EQ(note->summary(), finalSummary);
     EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/general"));
     EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Launch")});
@@ -170,7 +167,7 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
     EXPECT_FALSE(rig.window->alert());
 }
 
-TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndSummarizeAgainReplacesItOnlyWhenSaved)
+TEST_F(SummaryTabTest, CancelKeepsTheOldSummary)
 {
     const NotePtr note = showNote(QStringLiteral("Budget review"), QStringLiteral("Old **summary**"));
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
@@ -193,56 +190,6 @@ TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndSummarizeAgainReplacesItOnlyWh
     EXPECT_FALSE(rig.list().isGeneratingSummary());
     settle();
     EXPECT_FALSE(rig.window->alert()) << "a cancel says nothing";
-
-    // Again, to the end: the new summary replaces the old one.
-    model.replies = {finalSummary, record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Budget")})};
-    choose(QStringLiteral("meetings/brainstorming"));
-    ASSERT_TRUE(waitUntil([&] { return note->summary() == finalSummary; }));
-    EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/brainstorming"));
-    EXPECT_EQ(note->title(), QStringLiteral("Budget review"));
-    ASSERT_TRUE(waitUntil([&] {
-        return summaryView(QStringLiteral("noteDetailSummaryText"))
-            ->plainText()
-            .contains(QStringLiteral("Launch moves to April."));
-    }));
-}
-
-TEST_F(SummaryTabTest, LongTranscriptsShowTheSectionsAsTheyAreRead)
-{
-    // A small context: the transcript is read in sections for key points
-    // first, each request slowed so that the stage can be seen.
-    model.contextTokens = 1600;
-    model.onRequest = [](const ScriptedLanguageModel::Request &) { std::this_thread::sleep_for(150ms); };
-    model.responder = [](const ScriptedLanguageModel::Request &request) -> ScriptedLanguageModel::Reply {
-        if (request.streamed)
-            return finalSummary;
-        if (request.structured)
-            return request.instructions.startsWith(QStringLiteral("Create a concise"))
-                       ? record(QStringLiteral("title"), QStringLiteral("Long sync"))
-                       : record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Budget")});
-        return QStringLiteral("- The launch moves to April.");
-    };
-    QString longText;
-    for (int i = 0; i < 12; ++i)
-        longText += transcript + QLatin1Char(' ');
-    const NotePtr note = showNote(untitledNoteTitle(), std::nullopt, longText);
-
-    QStringList lines;
-    QObject::connect(&rig.list(), &NotesListViewModel::streamingSummaryChanged,
-                     [&] { lines.append(progressLine()); });
-    choose(QStringLiteral("default-summary"));
-    auto *bar = rig.find<QProgressBar>(QStringLiteral("noteDetailSummaryProgressBar"));
-    ASSERT_TRUE(
-        waitUntil([&] { return progressLine().startsWith(QStringLiteral("Reading transcript… 1 of ")); }));
-    EXPECT_TRUE(progressLine().endsWith(QStringLiteral(" sections reviewed")))
-        << progressLine().toStdString();
-    EXPECT_EQ(bar->maximum(), 1000);
-    EXPECT_GT(bar->value(), 0);
-    ASSERT_TRUE(waitUntil([&] { return note->summary() == finalSummary; }, 30s));
-    EXPECT_TRUE(lines.contains(QStringLiteral("Writing summary…")));
-    EXPECT_TRUE(lines.contains(QStringLiteral("Finishing note title…")));
-    EXPECT_TRUE(lines.contains(QStringLiteral("Organizing tags…")));
-    EXPECT_EQ(note->title(), QStringLiteral("Long sync"));
 }
 
 TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenTheUserCanFixIt)
@@ -302,7 +249,6 @@ TEST_F(SummaryTabTest, AFailedSummaryIsToldInTheAlertAndTheOldSummaryShowsAgain)
     EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
     StructuredSummaryView *text = summaryView(QStringLiteral("noteDetailSummaryText"));
     EXPECT_EQ(text->plainText(), QStringLiteral("Old summary"));
-    EXPECT_TRUE(text->widget()->findChild<QWidget *>(QStringLiteral("structuredSummaryOverview")));
     EXPECT_EQ(note->summary(), QStringLiteral("Old summary"));
     EXPECT_TRUE(templates()->isEnabled());
 }
@@ -339,6 +285,9 @@ TEST_F(SummaryTabTest, AStoppedSummaryOffersToContinueOrToStartAgain)
     choose(QStringLiteral("meetings/general"));
     ASSERT_TRUE(
         waitUntil([&] { return progressLine().startsWith(QStringLiteral("Reading transcript… 1 of 3")); }));
+    auto *bar = rig.find<QProgressBar>(QStringLiteral("noteDetailSummaryProgressBar"));
+    EXPECT_EQ(bar->maximum(), 1000);
+    EXPECT_GT(bar->value(), 0);
     rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryResumeOffer")); }, 2s));
     EXPECT_EQ(
@@ -399,19 +348,4 @@ TEST_F(SummaryTabTest, TheTranscriptCannotBeSavedWhileItIsSummarized)
     editor->reject();
     rig.list().cancelSummary();
     ASSERT_TRUE(waitUntil([&] { return !rig.list().isGeneratingSummary(); }, 2s));
-}
-
-TEST(SummaryTabProgressTest, EachStageReadsAsAFullLine)
-{
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::preparing()),
-              QStringLiteral("Preparing summary…"));
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::reading(2, 5, 0)),
-              QStringLiteral("Reading transcript… 2 of 5 sections reviewed"));
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::reading(1, 3, 1)),
-              QStringLiteral("Combining key points… 1 of 3 sections reviewed"));
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::writing()), QStringLiteral("Writing summary…"));
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::finishing()),
-              QStringLiteral("Finishing note title…"));
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::organizingTags()),
-              QStringLiteral("Organizing tags…"));
 }
