@@ -15,7 +15,6 @@
 #include "shell/TagView.h"
 
 #include <QComboBox>
-#include <QDir>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -35,19 +34,6 @@ QTreeWidgetItem *tagItem(TagFilterPopover *popover, const QString &tag)
 {
     const auto items = popover->tagList()->findItems(tag, Qt::MatchExactly, 0);
     return items.isEmpty() ? nullptr : items.first();
-}
-
-bool visiblePage(const ShellRig &rig, const QString &name)
-{
-    QWidget *page = rig.find(name);
-    return page && page->isVisible();
-}
-
-void picture(QWidget *widget, const QString &name)
-{
-    QDir().mkpath(QStringLiteral(KESTIL_SCREENSHOT_DIR));
-    settle();
-    widget->grab().save(QStringLiteral(KESTIL_SCREENSHOT_DIR "/") + name + QStringLiteral(".png"));
 }
 
 TEST(LibraryOrganizeTest, TheSearchFieldIsReachedByKeyboardAndSearchesTheStoredTranscripts)
@@ -73,14 +59,14 @@ TEST(LibraryOrganizeTest, TheSearchFieldIsReachedByKeyboardAndSearchesTheStoredT
     EXPECT_EQ(rig.shownTitles().size(), 3);
 
     QTest::keyClicks(field, QStringLiteral("zzz"));
-    EXPECT_TRUE(visiblePage(rig, QStringLiteral("notesListNoSearchResults")));
+    EXPECT_TRUE(rig.showing(QStringLiteral("notesListNoSearchResults")));
     EXPECT_EQ(rig.find<QLabel>(QStringLiteral("notesListNoSearchResultsTitle"))->text(),
               QStringLiteral("No Results for \"zzz\""));
     QTest::keyClick(field, Qt::Key_Escape);
     EXPECT_TRUE(field->text().isEmpty()) << "Escape clears the search";
     EXPECT_EQ(rig.shownTitles().size(), 3);
     field->setText(QString(10000, QLatin1Char('q')));
-    EXPECT_TRUE(visiblePage(rig, QStringLiteral("notesListNoSearchResults")));
+    EXPECT_TRUE(rig.showing(QStringLiteral("notesListNoSearchResults")));
 }
 
 TEST(LibraryOrganizeTest, TheTagPopoverAndTheSortPickerDriveTheList)
@@ -127,7 +113,7 @@ TEST(LibraryOrganizeTest, TheTagPopoverAndTheSortPickerDriveTheList)
     // Filters brings them back without leaving the folder.
     rig.window->folderSidebar()->select(FolderSelection::unfiled());
     rig.window->filterState()->toggleTag(QStringLiteral("nowhere"));
-    EXPECT_TRUE(visiblePage(rig, QStringLiteral("notesListFiltersHidingNotes")));
+    EXPECT_TRUE(rig.showing(QStringLiteral("notesListFiltersHidingNotes")));
     rig.click(QStringLiteral("notesListClearFiltersButton"));
     EXPECT_EQ(rig.shownTitles().size(), 4);
     EXPECT_EQ(rig.window->filterState()->selectedFolder(), FolderSelection::unfiled());
@@ -255,7 +241,7 @@ TEST(LibraryOrganizeTest, DeleteRemovesEveryNoteSelectedWithCtrl)
     rig.notesList()->setFocus();
     QTest::keyClick(rig.notesList(), Qt::Key_Delete);
     ASSERT_TRUE(waitUntil([&] { return rig.app->notes().size() == 1; }));
-    EXPECT_TRUE(visiblePage(rig, QStringLiteral("notesListNoSearchResults")))
+    EXPECT_TRUE(rig.showing(QStringLiteral("notesListNoSearchResults")))
         << "notes deleted while they matched the search leave it empty";
     EXPECT_EQ(rig.app->notes().first()->title(), QStringLiteral("Three"));
 }
@@ -293,18 +279,18 @@ TEST(LibraryOrganizeTest, DayHeadingsMarkEachDayOfTheList)
     EXPECT_EQ(heading(1), QString()) << "one heading per day";
     EXPECT_EQ(heading(4), FilterAndSortState::dayGroupTitle(today.addDays(-4), today).value_or(QString()));
     rig.window->resize(1280, 760);
-    picture(rig.window.get(), QStringLiteral("library-day-groups"));
+    screenshot(rig.window.get(), QStringLiteral("library-day-groups"));
 
     const FolderPtr product = findFolder(QStringLiteral("product"), rig.app->store()->context());
     rig.window->folderSidebar()->select(FolderSelection::folder(*product->id()));
     rig.list().selectNote(rig.noteTitled(QStringLiteral("Roadmap review")), false);
-    picture(rig.window.get(), QStringLiteral("library-folder"));
+    screenshot(rig.window.get(), QStringLiteral("library-folder"));
     rig.window->folderSidebar()->select(FolderSelection::all());
     rig.window->filterBar()->showPopover();
     TagFilterPopover *popover = rig.window->filterBar()->popover();
     tagItem(popover, QStringLiteral("q3"))->setCheckState(0, Qt::Checked);
-    picture(popover, QStringLiteral("library-tag-popover"));
-    picture(rig.window.get(), QStringLiteral("library-filtered-by-tag"));
+    screenshot(popover, QStringLiteral("library-tag-popover"));
+    screenshot(rig.window.get(), QStringLiteral("library-filtered-by-tag"));
 }
 
 } // namespace

@@ -15,9 +15,12 @@
 
 #include <QAbstractButton>
 #include <QCheckBox>
+#include <QDir>
 #include <QListView>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <gtest/gtest.h>
 
 #include <memory>
 #include <vector>
@@ -40,6 +43,25 @@ inline void clickButton(QAbstractButton *button)
         qobject_cast<QCheckBox *>(button) ? QPoint(6, button->height() / 2) : button->rect().center();
     QTest::mouseClick(button, Qt::LeftButton, {}, at);
 }
+
+// A named child of a window of its own (Settings, Welcome), reported when
+// missing.
+template <typename T = QWidget> T *childOf(const QWidget *root, const QString &name)
+{
+    T *widget = root ? root->findChild<T *>(name) : nullptr;
+    EXPECT_NE(widget, nullptr) << name.toStdString();
+    return widget;
+}
+
+#ifdef KESTIL_SCREENSHOT_DIR
+// A picture of a widget as the user sees it, in the build's screenshots/.
+inline void screenshot(QWidget *widget, const QString &name)
+{
+    QDir().mkpath(QStringLiteral(KESTIL_SCREENSHOT_DIR));
+    settle(std::chrono::milliseconds(100));
+    widget->grab().save(QStringLiteral(KESTIL_SCREENSHOT_DIR "/") + name + QStringLiteral(".png"));
+}
+#endif
 
 struct ShellRig {
     QTemporaryDir data;
@@ -112,6 +134,17 @@ struct ShellRig {
 
     NotesListViewModel &list() const { return *window->listModel(); }
 
+    // A note added to the open library through the program's own store.
+    NotePtr addNote(const QString &title, const QString &transcript) const
+    {
+        SharedPersistenceController &store = *app->store();
+        const NotePtr note =
+            store.createNote(title, transcript, QUuid::createUuid(), QStringLiteral("transcription"));
+        store.save();
+        app->refreshNotes();
+        return note;
+    }
+
     template <typename T = QWidget> T *find(const QString &name) const
     {
         return window->findChild<T *>(name);
@@ -122,6 +155,12 @@ struct ShellRig {
         auto *button = find<QAbstractButton>(name);
         if (button)
             QTest::mouseClick(button, Qt::LeftButton);
+    }
+
+    bool showing(const QString &name) const
+    {
+        QWidget *widget = find(name);
+        return widget && widget->isVisible();
     }
 
     bool idle() const

@@ -63,25 +63,17 @@ protected:
     NotePtr showNote(const QString &title, const std::optional<QString> &summary = std::nullopt,
                      const QString &text = transcript)
     {
-        SharedPersistenceController &store = *rig.app->store();
-        const NotePtr note =
-            store.createNote(title, text, QUuid::createUuid(), QStringLiteral("transcription"));
+        const NotePtr note = rig.addNote(title, text);
         if (summary) {
             note->setValue(QStringLiteral("summary"), *summary);
             note->setValue(QStringLiteral("summaryType"), QStringLiteral("Concise"));
+            rig.app->store()->save();
         }
-        store.save();
-        rig.app->refreshNotes();
         rig.list().selectNote(note, false);
         rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"))->setCurrentIndex(0);
         return note;
     }
-
-    bool showing(const QString &page) const
-    {
-        QWidget *widget = rig.find(page);
-        return widget && widget->isVisible();
-    }
+    bool showing(const QString &name) const { return rig.showing(name); }
 
     QString progressLine() const
     {
@@ -124,9 +116,6 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
         EXPECT_EQ(action->isChecked(), action == row(QStringLiteral("default-summary")))
             << action->objectName().toStdString();
     EXPECT_TRUE(templates()->isEnabled());
-    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryResumeOffer")));
-    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
-    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
 
     model.replies = {
         Stream{{QStringLiteral("## Decisions"), QStringLiteral("## Decisions\n- Launch moves"), finalSummary},
@@ -136,7 +125,11 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
     QStringList lines;
     QObject::connect(&rig.list(), &NotesListViewModel::streamingSummaryChanged,
                      [&] { lines.append(progressLine()); });
+    // The request waits, as behind an Ask AI answer, before the model takes it up.
+    model.queueWait = 500ms;
     choose(QStringLiteral("meetings/general"));
+    ASSERT_TRUE(waitUntil([&] { return progressLine() == SummaryTab::waitingText(); }));
+    EXPECT_EQ(progressLine(), QStringLiteral("Waiting for the on-device model to finish another request…"));
 
     // While it runs: the stage in words, the text as it grows, and Cancel.
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryGenerating")); }));
@@ -167,7 +160,7 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
     EXPECT_FALSE(rig.window->alert());
 }
 
-TEST_F(SummaryTabTest, CancelKeepsTheOldSummary)
+TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndTheTranscriptIsNotSavedMeanwhile)
 {
     const NotePtr note = showNote(QStringLiteral("Budget review"), QStringLiteral("Old **summary**"));
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
@@ -179,8 +172,24 @@ TEST_F(SummaryTabTest, CancelKeepsTheOldSummary)
     choose(QStringLiteral("meetings/brainstorming"));
     ASSERT_TRUE(waitUntil([&] { return progressLine() == QStringLiteral("Writing summary…"); }));
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryGenerating")));
-    rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
 
+    // Meanwhile the transcript editor refuses to save.
+    auto *tabs = rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"));
+    tabs->setCurrentIndex(1);
+    rig.click(QStringLiteral("noteDetailEditTranscriptButton"));
+    auto *editor = rig.window->findChild<QDialog *>(QStringLiteral("transcriptEditor"));
+    ASSERT_TRUE(editor);
+    editor->findChild<QPlainTextEdit *>(QStringLiteral("transcriptEditorText"))
+        ->setPlainText(QStringLiteral("Edited."));
+    QTest::mouseClick(editor->findChild<QPushButton *>(QStringLiteral("transcriptEditorSaveButton")),
+                      Qt::LeftButton);
+    EXPECT_EQ(editor->findChild<QLabel *>(QStringLiteral("transcriptEditorError"))->text(),
+              QStringLiteral("Finish transcription or processing before saving edits."));
+    EXPECT_EQ(note->transcription(), transcript);
+    editor->reject();
+
+    tabs->setCurrentIndex(0);
+    rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryText")); }, 2s));
     EXPECT_TRUE(summaryView(QStringLiteral("noteDetailSummaryText"))
                     ->plainText()
@@ -295,8 +304,6 @@ TEST_F(SummaryTabTest, AStoppedSummaryOffersToContinueOrToStartAgain)
         QStringLiteral("An unfinished “General Meeting” summary can be continued where it stopped: 1 of 3 "
                        "sections reviewed."));
     EXPECT_TRUE(button(QStringLiteral("noteDetailContinueSummaryButton"))->isEnabled());
-    EXPECT_EQ(button(QStringLiteral("noteDetailContinueSummaryButton"))->text(),
-              QStringLiteral("Continue Summary"));
 
     // Summarize Again drops what was read and begins at the first section.
     model.requests.clear();
@@ -311,41 +318,5 @@ TEST_F(SummaryTabTest, AStoppedSummaryOffersToContinueOrToStartAgain)
     ASSERT_TRUE(waitUntil([&] { return note->summary() == finalSummary; }));
     ASSERT_FALSE(model.requests.isEmpty());
     EXPECT_TRUE(model.requests.first().prompt.startsWith(LocalSummary::keyPointPrompt(longText.left(200))));
-    EXPECT_EQ(model.requests.size(), 5) << "three sections, the summary and the tags";
     ASSERT_TRUE(waitUntil([&] { return !showing(QStringLiteral("noteDetailSummaryResumeOffer")); }));
-}
-
-TEST_F(SummaryTabTest, AJobWaitingForTheModelSaysSo)
-{
-    showNote(QStringLiteral("Weekly sync"));
-    // The request waits, as behind an Ask AI answer, before the model takes it up.
-    model.queueWait = 800ms;
-    model.replies = {finalSummary, record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Launch")})};
-    choose(QStringLiteral("Concise"));
-    ASSERT_TRUE(waitUntil([&] { return progressLine() == SummaryTab::waitingText(); }));
-    EXPECT_EQ(progressLine(), QStringLiteral("Waiting for the on-device model to finish another request…"));
-    ASSERT_TRUE(waitUntil([&] { return progressLine() != SummaryTab::waitingText(); }));
-    EXPECT_FALSE(rig.window->alert());
-}
-
-TEST_F(SummaryTabTest, TheTranscriptCannotBeSavedWhileItIsSummarized)
-{
-    const NotePtr note = showNote(QStringLiteral("Weekly sync"));
-    model.replies = {Stall{}};
-    choose(QStringLiteral("Concise"));
-    ASSERT_TRUE(waitUntil([&] { return rig.list().isSummaryJobRunning(); }));
-    rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"))->setCurrentIndex(1);
-    rig.click(QStringLiteral("noteDetailEditTranscriptButton"));
-    auto *editor = rig.window->findChild<QDialog *>(QStringLiteral("transcriptEditor"));
-    ASSERT_TRUE(editor);
-    editor->findChild<QPlainTextEdit *>(QStringLiteral("transcriptEditorText"))
-        ->setPlainText(QStringLiteral("Edited."));
-    QTest::mouseClick(editor->findChild<QPushButton *>(QStringLiteral("transcriptEditorSaveButton")),
-                      Qt::LeftButton);
-    EXPECT_EQ(editor->findChild<QLabel *>(QStringLiteral("transcriptEditorError"))->text(),
-              QStringLiteral("Finish transcription or processing before saving edits."));
-    EXPECT_EQ(note->transcription(), transcript);
-    editor->reject();
-    rig.list().cancelSummary();
-    ASSERT_TRUE(waitUntil([&] { return !rig.list().isGeneratingSummary(); }, 2s));
 }
