@@ -203,41 +203,46 @@ TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndTheTranscriptIsNotSavedMeanwhi
 
 TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenTheUserCanFixIt)
 {
+    using Reason = LanguageModel::UnavailableReason;
     QSignalSpy settings(rig.window->summaryTab(), &SummaryTab::settingsRequested);
-    model.availabilityValue =
-        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
     const NotePtr note = showNote(untitledNoteTitle());
-    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
+    auto *gate = rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"));
     // A sentence that says what to do; the internal reason is not shown.
-    EXPECT_EQ(
-        rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"))->text(),
-        QStringLiteral("No on-device language model is installed yet. Download or import one in Settings "
-                       "to write summaries; your notes and transcripts remain available."));
-    EXPECT_FALSE(templates()->isEnabled());
-    ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
+    const struct {
+        Reason reason;
+        const char *says;
+        bool curable;
+    } cases[] = {
+        {Reason::modelNotReady,
+         "No on-device language model is installed yet. Download or import one in Settings to write "
+         "summaries; your notes and transcripts remain available.",
+         true},
+        {Reason::languageModelDisabled,
+         "On-device AI is switched off in Settings. Switch it on to write summaries; your notes and "
+         "transcripts remain available.",
+         true},
+        {Reason::deviceNotEligible,
+         "This computer cannot run the on-device language model, so summaries are unavailable; your notes "
+         "and transcripts remain available.",
+         false},
+    };
+    for (const auto &c : cases) {
+        model.availabilityValue = LanguageModel::Availability::unavailable(c.reason);
+        rig.window->summaryTab()->refresh();
+        EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
+        EXPECT_EQ(gate->text(), QString::fromUtf8(c.says));
+        EXPECT_FALSE(templates()->isEnabled());
+        EXPECT_EQ(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")), c.curable) << c.says;
+    }
+    model.availabilityValue = LanguageModel::Availability::unavailable(Reason::modelNotReady);
+    rig.window->summaryTab()->refresh();
     rig.click(QStringLiteral("noteDetailSummaryOpenSettingsButton"));
     EXPECT_EQ(settings.count(), 1);
     ASSERT_TRUE(rig.window->settingsWindow());
     EXPECT_TRUE(rig.window->settingsWindow()->isVisible());
     rig.window->settingsWindow()->close();
 
-    // Switched off by the user: curable too.
-    model.availabilityValue =
-        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::languageModelDisabled);
-    rig.window->summaryTab()->refresh();
-    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
-
-    // A machine that cannot run the model: the sentence, and no way out.
-    model.availabilityValue =
-        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::deviceNotEligible);
-    rig.window->summaryTab()->refresh();
-    EXPECT_EQ(rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"))->text(),
-              QStringLiteral("This computer cannot run the on-device language model, so summaries are "
-                             "unavailable; your notes and transcripts remain available."));
-    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
-    EXPECT_FALSE(templates()->isEnabled());
-
-    // Ready again: the button comes back and the sentence goes.
+    // Ready again: Summarize comes back and the sentence goes.
     model.availabilityValue = LanguageModel::Availability::available();
     rig.window->summaryTab()->refresh();
     EXPECT_TRUE(templates()->isEnabled());
