@@ -1,5 +1,7 @@
 #include "library/ElapsedTimeText.h"
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 #include <limits>

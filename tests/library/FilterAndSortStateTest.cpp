@@ -3,6 +3,8 @@
 #include <QHash>
 #include <QLocale>
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 using namespace kestil;

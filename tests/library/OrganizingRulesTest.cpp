@@ -2,6 +2,8 @@
 
 #include <QList>
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 using namespace kestil;

@@ -3,6 +3,8 @@
 #include "base/Error.h"
 #include "speech/TranscriptUtterancesJson.h"
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 using namespace kestil;

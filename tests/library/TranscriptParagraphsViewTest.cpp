@@ -1,5 +1,7 @@
 #include "library/TranscriptParagraphsView.h"
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 #include <limits>

@@ -1,6 +1,8 @@
 #include "library/TranscriptTabContent.h"
 #include "library/TranscriptFollowState.h"
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 using namespace kestil;

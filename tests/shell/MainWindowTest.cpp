@@ -89,13 +89,4 @@ TEST(MainWindowTest, FailedStoreShowsOnlyTheLaunchMessage)
     EXPECT_FALSE(rig.notesList());
 }
 
-TEST(MainWindowTest, EmptyLibraryShowsItsEmptyState)
-{
-    ShellRig rig;
-    rig.launch();
-    auto *empty = rig.find<QLabel>(QStringLiteral("noteDetailEmpty"));
-    ASSERT_TRUE(empty);
-    EXPECT_TRUE(empty->isVisible());
-}
-
 } // namespace

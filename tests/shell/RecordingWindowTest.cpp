@@ -34,6 +34,7 @@ TEST(RecordingWindowTest, NewNoteButtonRecordsAndTheBarPausesAndStops)
     ASSERT_TRUE(bar && list && tabs && tab);
     EXPECT_FALSE(bar->isVisible()) << "no recording bar before a recording";
     EXPECT_TRUE(rig.find(QStringLiteral("notesListNoNotesYet"))->isVisible());
+    EXPECT_TRUE(rig.find(QStringLiteral("noteDetailEmpty"))->isVisible());
 
     rig.click(QStringLiteral("notesListNewNoteButton"));
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
@@ -126,6 +127,8 @@ TEST(RecordingWindowTest, ClosingWhileRecordingGoesThroughQuitAndAFailedSaveKeep
     rig.window->alert()->accept();
 
     kestil::testing::allowWrites(*rig.app->store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
     QTest::keyClick(&window, Qt::Key_Q, Qt::ControlModifier);
     ASSERT_TRUE(waitUntil([&] { return rig.terminations == 1; }));
     EXPECT_TRUE(rig.delegate->quitApproved());

@@ -87,9 +87,7 @@ protected:
 
     template <typename T = QWidget> T *find(const QString &name) const
     {
-        T *widget = settings_->findChild<T *>(name);
-        EXPECT_NE(widget, nullptr) << name.toStdString();
-        return widget;
+        return test::childOf<T>(settings_.get(), name);
     }
     QString text(const QString &label) const { return find<QLabel>(label)->text(); }
     void click(const QString &name) const { test::clickButton(find<QAbstractButton>(name)); }

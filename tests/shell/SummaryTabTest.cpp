@@ -126,7 +126,7 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
     QObject::connect(&rig.list(), &NotesListViewModel::streamingSummaryChanged,
                      [&] { lines.append(progressLine()); });
     // The request waits, as behind an Ask AI answer, before the model takes it up.
-    model.queueWait = 500ms;
+    model.queueWait = 800ms;
     choose(QStringLiteral("meetings/general"));
     ASSERT_TRUE(waitUntil([&] { return progressLine() == SummaryTab::waitingText(); }));
     EXPECT_EQ(progressLine(), QStringLiteral("Waiting for the on-device model to finish another request…"));
