@@ -1,5 +1,7 @@
 #include "library/ElapsedTimeText.h"
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -8,22 +10,20 @@ using namespace kestil;
 
 namespace {
 
-TEST(ElapsedTimeTextTest, MinutesThenHoursAndNeverAheadOfTheClock)
+TEST(ElapsedTimeTextTest, MinutesThenHoursNeverAheadOfTheClockAndNoTimeReadsZero)
 {
-    EXPECT_EQ(elapsedTimeText(0), QStringLiteral("0:00"));
-    EXPECT_EQ(elapsedTimeText(59.99), QStringLiteral("0:59"));
-    EXPECT_EQ(elapsedTimeText(61.2), QStringLiteral("1:01"));
-    EXPECT_EQ(elapsedTimeText(3599.9), QStringLiteral("59:59"));
-    EXPECT_EQ(elapsedTimeText(3600), QStringLiteral("1:00:00"));
-    EXPECT_EQ(elapsedTimeText(2 * 3600 + 5 * 60 + 7), QStringLiteral("2:05:07"));
-}
-
-TEST(ElapsedTimeTextTest, NoTimeReadsZero)
-{
-    EXPECT_EQ(elapsedTimeText(-4), QStringLiteral("0:00"));
-    EXPECT_EQ(elapsedTimeText(std::numeric_limits<double>::quiet_NaN()), QStringLiteral("0:00"));
-    EXPECT_EQ(elapsedTimeText(std::numeric_limits<double>::infinity()), QStringLiteral("0:00"));
-    EXPECT_EQ(elapsedTimeText(1e30), QStringLiteral("999:59:59"));
+    const std::pair<double, const char *> cases[] = {{0, "0:00"},
+                                                     {59.99, "0:59"},
+                                                     {61.2, "1:01"},
+                                                     {3599.9, "59:59"},
+                                                     {3600, "1:00:00"},
+                                                     {7507, "2:05:07"},
+                                                     {-4, "0:00"},
+                                                     {std::numeric_limits<double>::quiet_NaN(), "0:00"},
+                                                     {std::numeric_limits<double>::infinity(), "0:00"},
+                                                     {1e30, "999:59:59"}};
+    for (const auto &[seconds, text] : cases)
+        EXPECT_EQ(elapsedTimeText(seconds), QString::fromLatin1(text)) << seconds;
 }
 
 } // namespace

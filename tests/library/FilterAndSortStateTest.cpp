@@ -3,6 +3,8 @@
 #include <QHash>
 #include <QLocale>
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 using namespace kestil;
@@ -66,58 +68,48 @@ protected:
     void SetUp() override { QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates)); }
 };
 
-struct SearchCase {
-    const char *name;
-    QString search;
-    Sample note;
-    bool matches;
-};
+Sample titled(const QString &title)
+{
+    return {title};
+}
+Sample saying(const QString &transcript)
+{
+    return {QStringLiteral("x"), 0, {}, transcript};
+}
+Sample tagged(const QStringList &tags)
+{
+    return {QStringLiteral("x"), 0, tags};
+}
 
 TEST_F(FilterAndSortStateTest, SearchLooksInTranscriptTitleAndJoinedTagsOnly)
 {
-    const QList<SearchCase> cases{
-        {"blanks match everything", QStringLiteral("  \n "), {QStringLiteral("x")}, true},
-        {"title ignores case", QStringLiteral("STANDUP"), {QStringLiteral("Daily standup")}, true},
-        {"transcript ignores case",
-         QStringLiteral("budget"),
-         {QStringLiteral("x"), 0, {}, QStringLiteral("The BUDGET.")},
-         true},
-        {"the search is trimmed",
-         QStringLiteral("  budget "),
-         {QStringLiteral("x"), 0, {}, QStringLiteral("budget")},
-         true},
-        {"full case folding", QStringLiteral("STRASSE"), {QStringLiteral("Straße")}, true},
-        {"a decomposed accent finds a composed one",
-         QStringLiteral("cafe\u0301"),
-         {QStringLiteral("Café")},
-         true},
-        {"accents still count", QStringLiteral("cafe"), {QStringLiteral("Café")}, false},
-        {"joined tag names",
-         QStringLiteral("alpha, beta"),
-         {QStringLiteral("x"), 0, {QStringLiteral("beta"), QStringLiteral("alpha")}},
-         true},
-        {"a comma finds two tags",
-         QStringLiteral(", "),
-         {QStringLiteral("x"), 0, {QStringLiteral("a"), QStringLiteral("b")}},
-         true},
-        {"a comma needs two tags",
-         QStringLiteral(", "),
-         {QStringLiteral("x"), 0, {QStringLiteral("a")}},
-         false},
-        {"punctuation only",
-         QStringLiteral("?!"),
-         {QStringLiteral("x"), 0, {}, QStringLiteral("Really?! Yes.")},
-         true},
-        {"an absent title matches nothing",
-         QStringLiteral("untitled"),
-         {QString(), 0, {}, QString(), {}, true},
-         false},
+    struct Case {
+        const char *name;
+        QString search;
+        Sample note;
+        bool matches;
+    };
+    Sample untitled;
+    untitled.titleMissing = true;
+    const QList<Case> cases{
+        {"blanks match everything", QStringLiteral("  \n "), titled(QStringLiteral("x")), true},
+        {"title ignores case", QStringLiteral("STANDUP"), titled(QStringLiteral("Daily standup")), true},
+        {"transcript ignores case", QStringLiteral("budget"), saying(QStringLiteral("The BUDGET.")), true},
+        {"the search is trimmed", QStringLiteral("  budget "), saying(QStringLiteral("budget")), true},
+        {"full case folding", QStringLiteral("STRASSE"), titled(QStringLiteral("Straße")), true},
+        {"decomposed finds composed", QStringLiteral("cafe\u0301"), titled(QStringLiteral("Café")), true},
+        {"accents still count", QStringLiteral("cafe"), titled(QStringLiteral("Café")), false},
+        {"joined tag names", QStringLiteral("alpha, beta"), tagged({"beta", "alpha"}), true},
+        {"a comma finds two tags", QStringLiteral(", "), tagged({"a", "b"}), true},
+        {"a comma needs two tags", QStringLiteral(", "), tagged({"a"}), false},
+        {"punctuation only", QStringLiteral("?!"), saying(QStringLiteral("Really?! Yes.")), true},
+        {"an absent title matches nothing", QStringLiteral("untitled"), untitled, false},
         {"nowhere",
          QStringLiteral("roadmap"),
          {QStringLiteral("Budget"), 0, {QStringLiteral("q3")}, QStringLiteral("money")},
          false},
     };
-    for (const SearchCase &c : cases) {
+    for (const Case &c : cases) {
         const Library library({c.note});
         EXPECT_EQ(FilterAndSortState::matchesSearch(library.notes.first(), c.search, library.exact()),
                   c.matches)
@@ -257,73 +249,33 @@ TEST_F(FilterAndSortStateTest, DayTitles)
 
 TEST_F(FilterAndSortStateTest, EmptyStates)
 {
+    using E = NotesListEmptyState;
     const QUuid work = QUuid::createUuid();
+    const FolderSelection all = FolderSelection::all(), unfiled = FolderSelection::unfiled();
+    const FolderSelection workFolder = FolderSelection::folder(work);
+    const FolderSelection unknown = FolderSelection::folder(QUuid::createUuid());
+    const Sample labelled{QStringLiteral("u"), 0, {QStringLiteral("x")}};
+    const Sample filed{QStringLiteral("f"), 0, {}, {}, work};
+    const QSet<QString> y{QStringLiteral("y")};
     struct Case {
         const char *name;
         QList<Sample> notes;
         FolderSelection folder;
         QSet<QString> tags;
         QString search;
-        NotesListEmptyState expected;
+        E expected;
     };
-    const Sample unfiledTagged{QStringLiteral("u"), 0, {QStringLiteral("x")}};
-    const Sample filed{QStringLiteral("f"), 0, {}, {}, work};
     const QList<Case> cases{
-        {"no notes", {}, FolderSelection::all(), {}, {}, NotesListEmptyState::noNotesYet},
-        {"no notes, with a search",
-         {},
-         FolderSelection::all(),
-         {},
-         QStringLiteral("x"),
-         NotesListEmptyState::noNotesYet},
-        {"a blank search is no search",
-         {filed},
-         FolderSelection::all(),
-         {},
-         QStringLiteral("  "),
-         NotesListEmptyState::none},
-        {"nothing found",
-         {filed},
-         FolderSelection::all(),
-         {},
-         QStringLiteral("zzz"),
-         NotesListEmptyState::noSearchResults},
-        {"a search wins over the folder",
-         {filed},
-         FolderSelection::unfiled(),
-         {},
-         QStringLiteral("f"),
-         NotesListEmptyState::noSearchResults},
-        {"unfiled with none unfiled",
-         {filed},
-         FolderSelection::unfiled(),
-         {},
-         {},
-         NotesListEmptyState::noNotesInFolder},
-        {"unfiled notes hidden by tags",
-         {unfiledTagged},
-         FolderSelection::unfiled(),
-         {QStringLiteral("y")},
-         {},
-         NotesListEmptyState::filtersHidingNotes},
-        {"an unknown folder",
-         {filed},
-         FolderSelection::folder(QUuid::createUuid()),
-         {},
-         {},
-         NotesListEmptyState::noNotesInFolder},
-        {"tags hide every note",
-         {unfiledTagged},
-         FolderSelection::all(),
-         {QStringLiteral("y")},
-         {},
-         NotesListEmptyState::filtersHidingNotes},
-        {"something shown",
-         {unfiledTagged, filed},
-         FolderSelection::folder(work),
-         {},
-         {},
-         NotesListEmptyState::none},
+        {"no notes", {}, all, {}, {}, E::noNotesYet},
+        {"no notes, with a search", {}, all, {}, QStringLiteral("x"), E::noNotesYet},
+        {"a blank search is no search", {filed}, all, {}, QStringLiteral("  "), E::none},
+        {"nothing found", {filed}, all, {}, QStringLiteral("zzz"), E::noSearchResults},
+        {"a search wins over the folder", {filed}, unfiled, {}, QStringLiteral("f"), E::noSearchResults},
+        {"unfiled with none unfiled", {filed}, unfiled, {}, {}, E::noNotesInFolder},
+        {"unfiled notes hidden by tags", {labelled}, unfiled, y, {}, E::filtersHidingNotes},
+        {"an unknown folder", {filed}, unknown, {}, {}, E::noNotesInFolder},
+        {"tags hide every note", {labelled}, all, y, {}, E::filtersHidingNotes},
+        {"something shown", {labelled, filed}, workFolder, {}, {}, E::none},
     };
     for (const Case &c : cases) {
         FilterAndSortState state;
@@ -373,19 +325,6 @@ TEST_F(FilterAndSortStateTest, TagCountsFollowTheSearchAlone)
     const QMap<QString, int> searched =
         state.tagCounts(library.notes, QStringLiteral("budget"), library.exact());
     EXPECT_EQ(searched, (QMap<QString, int>{{QStringLiteral("money"), 2}, {QStringLiteral("q3"), 1}}));
-}
-
-TEST_F(FilterAndSortStateTest, SortLabelsAndMatchModeTexts)
-{
-    QStringList labels;
-    for (NotesSortOption option : allNotesSortOptions())
-        labels << notesSortOptionLabel(option);
-    EXPECT_EQ(labels, (QStringList{QStringLiteral("Date (newest)"), QStringLiteral("Date (oldest)"),
-                                   QStringLiteral("Title A→Z"), QStringLiteral("Title Z→A"),
-                                   QStringLiteral("Most tags")}));
-    EXPECT_EQ(tagMatchModeLabel(TagMatchMode::any), QStringLiteral("Any"));
-    EXPECT_EQ(tagMatchModeHelp(TagMatchMode::all),
-              QStringLiteral("Match notes that have every selected tag"));
 }
 
 } // namespace

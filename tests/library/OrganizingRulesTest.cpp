@@ -2,6 +2,8 @@
 
 #include <QList>
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 using namespace kestil;
@@ -27,8 +29,6 @@ TEST(OrganizingRulesTest, DeletionSentenceCountsTheNotes)
 {
     EXPECT_EQ(folderDeletionMessage(QStringLiteral("Work"), 1),
               QStringLiteral("“Work” will be removed. 1 note in this folder will become Unfiled."));
-    EXPECT_EQ(folderDeletionMessage(QStringLiteral("Work"), 0),
-              QStringLiteral("“Work” will be removed. 0 notes in this folder will become Unfiled."));
     EXPECT_EQ(folderDeletionMessage(QStringLiteral("Q3"), 12),
               QStringLiteral("“Q3” will be removed. 12 notes in this folder will become Unfiled."));
 }

@@ -8,42 +8,34 @@ namespace {
 
 using Action = RecordingWidgetAction;
 
-// Drives the rule the way the controller does, remembering the panel.
-struct Indicator {
-    bool was = false;
-    bool panel = false;
-    Action pass(bool show, bool recording, bool active)
-    {
-        const Action a = recordingWidgetRule(show, recording, active, panel, was);
-        if (a == Action::show)
-            panel = true;
-        if (a == Action::hide)
-            panel = false;
-        return a;
+TEST(RecordingWidgetRuleTest, ShownOnlyWhileRecordingWithAnotherApplicationInFront)
+{
+    // Passes in a row, driven as the controller drives the rule: the panel
+    // exists after a show and until a hide.
+    struct Pass {
+        bool show, recording, active;
+        Action expected;
+        const char *why;
+    };
+    const Pass passes[] = {
+        {true, true, true, Action::none, "no panel over Kestil itself"},
+        {true, true, false, Action::show, "another application came in front"},
+        {true, true, false, Action::none, "an unchanged pass rebuilds nothing"},
+        {true, true, true, Action::hide, "Kestil came back in front"},
+        {true, true, true, Action::none, "still in front"},
+        {true, true, false, Action::show, "away again"},
+        {false, true, false, Action::hide, "the preference turned false"},
+        {false, true, false, Action::none, "still turned off"},
+        {true, true, false, Action::show, "turned on again"},
+        {true, false, false, Action::hide, "stopped while another application is in front"},
+        {true, false, true, Action::none, "stopped, nothing to hide"},
+    };
+    bool was = false, panel = false;
+    for (const Pass &p : passes) {
+        const Action action = recordingWidgetRule(p.show, p.recording, p.active, panel, was);
+        EXPECT_EQ(action, p.expected) << p.why;
+        panel = action == Action::show || (panel && action != Action::hide);
     }
-};
-
-TEST(RecordingWidgetRuleTest, ShownOnlyWhileAnotherApplicationIsInFront)
-{
-    Indicator w;
-    EXPECT_EQ(w.pass(true, true, true), Action::none) << "no panel over Kestil itself";
-    EXPECT_FALSE(w.panel);
-    EXPECT_EQ(w.pass(true, true, false), Action::show);
-    EXPECT_EQ(w.pass(true, true, false), Action::none) << "an unchanged pass rebuilds nothing";
-    EXPECT_EQ(w.pass(true, true, true), Action::hide);
-    EXPECT_EQ(w.pass(true, true, true), Action::none);
-    EXPECT_EQ(w.pass(true, true, false), Action::show);
-}
-
-TEST(RecordingWidgetRuleTest, TurnedOffOrStoppedHidesIt)
-{
-    Indicator w;
-    w.pass(true, true, false);
-    EXPECT_EQ(w.pass(false, true, false), Action::hide) << "the preference turned false";
-    EXPECT_EQ(w.pass(false, true, false), Action::none);
-    EXPECT_EQ(w.pass(true, true, false), Action::show);
-    EXPECT_EQ(w.pass(true, false, false), Action::hide) << "stopped while another application is in front";
-    EXPECT_EQ(w.pass(true, false, true), Action::none);
 }
 
 TEST(RecordingWidgetRuleTest, AMissingPanelThatShouldShowIsBuiltAgain)
@@ -53,19 +45,14 @@ TEST(RecordingWidgetRuleTest, AMissingPanelThatShouldShowIsBuiltAgain)
     EXPECT_EQ(recordingWidgetRule(true, true, false, true, was), Action::none);
 }
 
-TEST(RecordingWidgetOriginTest, SavedPositionIsUsedAsItIs)
+TEST(RecordingWidgetOriginTest, ASavedPositionIsUsedAsItIsOtherwiseTheBottomRightCorner)
 {
     EXPECT_EQ(recordingWidgetOrigin(RecordingWidgetPosition{-500.4, 3000.6}, QRect(0, 0, 1280, 800)),
               QPoint(-500, 3001));
     EXPECT_EQ(recordingWidgetOrigin(RecordingWidgetPosition{1e300, 10}, std::nullopt).y(), 10);
-}
-
-TEST(RecordingWidgetOriginTest, DefaultIsTheBottomRightCornerOfTheUsableArea)
-{
-    EXPECT_EQ(recordingWidgetOrigin(std::nullopt, QRect(0, 0, 1280, 800)),
-              QPoint(1280 - 220 - 24, 800 - 48 - 24));
-    EXPECT_EQ(recordingWidgetOrigin(std::nullopt, QRect(1920, 30, 1000, 700)),
-              QPoint(1920 + 1000 - 244, 30 + 700 - 72));
+    // The 220 by 48 panel, 24 points inside the usable area.
+    EXPECT_EQ(recordingWidgetOrigin(std::nullopt, QRect(0, 0, 1280, 800)), QPoint(1036, 728));
+    EXPECT_EQ(recordingWidgetOrigin(std::nullopt, QRect(1920, 30, 1000, 700)), QPoint(2676, 658));
     EXPECT_EQ(recordingWidgetOrigin(std::nullopt, std::nullopt), QPoint(20, 20));
 }
 

@@ -1,5 +1,7 @@
 #include "library/SearchFold.h"
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 using namespace kestil;

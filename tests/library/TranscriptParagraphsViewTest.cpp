@@ -1,5 +1,7 @@
 #include "library/TranscriptParagraphsView.h"
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 #include <limits>
@@ -27,21 +29,15 @@ QStringList labels(const QList<TimestampedUtterance> &list)
     return out;
 }
 
-TEST(TimestampLabelTest, MinutesAndSecondsRoundedNeverFoldedIntoHours)
+TEST(TimestampLabelTest, MinutesAndSecondsRoundedNeverFoldedIntoHoursAndNoLabelForNoTime)
 {
-    EXPECT_EQ(timestampLabel(75.5), QStringLiteral("1:16"));
-    EXPECT_EQ(timestampLabel(3725), QStringLiteral("62:05"));
-    EXPECT_EQ(timestampLabel(0.4), QStringLiteral("0:00"));
-    EXPECT_EQ(timestampLabel(59.6), QStringLiteral("1:00"));
-    EXPECT_EQ(timestampLabel(-3), QStringLiteral("0:00"));
-    EXPECT_EQ(timestampLabel(600), QStringLiteral("10:00"));
-}
-
-TEST(TimestampLabelTest, StartsThatAreNoTimeGetNoLabel)
-{
-    EXPECT_FALSE(timestampLabel(std::numeric_limits<double>::quiet_NaN()));
-    EXPECT_FALSE(timestampLabel(std::numeric_limits<double>::infinity()));
-    EXPECT_FALSE(timestampLabel(1e300));
+    const std::pair<double, const char *> cases[] = {{75.5, "1:16"}, {3725, "62:05"}, {0.4, "0:00"},
+                                                     {59.6, "1:00"}, {-3, "0:00"},    {600, "10:00"}};
+    for (const auto &[start, label] : cases)
+        EXPECT_EQ(timestampLabel(start), QString::fromLatin1(label)) << start;
+    for (double start :
+         {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity(), 1e300})
+        EXPECT_FALSE(timestampLabel(start)) << start;
 }
 
 TEST(TimestampedUtterancesTest, SavedTranscriptLabelsEveryTimedUtterance)
@@ -88,6 +84,13 @@ TEST(TranscriptParagraphsTest, UtterancesBecomeParagraphsFollowedByTheInterimTai
     EXPECT_EQ(paragraphs[2].text, QStringLiteral("still speaking"));
     EXPECT_EQ(paragraphs[3].kind, TranscriptParagraph::Kind::ellipsis);
     EXPECT_EQ(paragraphs[3].identity, QStringLiteral("ellipsis"));
+
+    // Nothing but the dots while a recording has no text yet.
+    view.isRecordingActive = true;
+    view.utterances.clear();
+    view.interimText.clear();
+    ASSERT_EQ(transcriptParagraphs(view).size(), 1);
+    EXPECT_EQ(transcriptParagraphs(view)[0].kind, TranscriptParagraph::Kind::ellipsis);
 }
 
 TEST(TranscriptParagraphsTest, RepeatedNeighboursAreShownOnce)
@@ -143,16 +146,6 @@ TEST(TranscriptParagraphsTest, EveryLiveParagraphShowsItsStartWhileTheRecordingR
     for (const auto &p : transcriptParagraphs(view))
         live << (p.timestampLabel.isEmpty() ? QStringLiteral("-") : p.timestampLabel);
     EXPECT_EQ(live, (QStringList{"-", "0:09", "0:16"})) << "only the first second has no label";
-}
-
-TEST(TranscriptParagraphsTest, NothingButTheDotsWhileARecordingHasNoTextYet)
-{
-    TranscriptParagraphsView view;
-    view.isRecordingActive = true;
-    view.showEllipsis = true;
-    const auto paragraphs = transcriptParagraphs(view);
-    ASSERT_EQ(paragraphs.size(), 1);
-    EXPECT_EQ(paragraphs[0].kind, TranscriptParagraph::Kind::ellipsis);
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "library/TranscriptTabContent.h"
 #include "library/TranscriptFollowState.h"
 
+#include "support/QtPrinters.h"
+
 #include <gtest/gtest.h>
 
 using namespace kestil;
@@ -15,15 +17,6 @@ TranscriptUtterance timed(double start, const QString &text)
     u.start = start;
     u.end = start + 1;
     return u;
-}
-
-TEST(TranscriptTabContentTest, LoadingComesFirst)
-{
-    TranscriptTabInputs inputs;
-    inputs.isLoading = true;
-    inputs.isActiveRecordingNote = true;
-    inputs.editableTranscript = QStringLiteral("text");
-    EXPECT_EQ(transcriptTabContent(inputs).state, TranscriptTabContent::State::loading);
 }
 
 TEST(TranscriptTabContentTest, LiveRecordingShowsTheRecorderTextWithTheDotsEvenBeforeAnyWords)
@@ -51,19 +44,21 @@ TEST(TranscriptTabContentTest, LiveRecordingShowsTheRecorderTextWithTheDotsEvenB
     EXPECT_EQ(content.view.utterances, inputs.recorderCombinedUtterances);
     EXPECT_EQ(content.view.interimText, QStringLiteral("and more"));
     EXPECT_EQ(noteReads, 0) << "the recorder's utterances make the note's unnecessary";
-}
 
-TEST(TranscriptTabContentTest, LiveRecordingFallsBackToTheNoteWhileTheSessionHasNothing)
-{
-    TranscriptTabInputs inputs;
+    // While the session has nothing yet, the note's own text and utterances.
+    inputs = {};
     inputs.isActiveRecordingNote = true;
     inputs.recorderFullTranscript = QStringLiteral("   ");
     inputs.editableTranscript = QStringLiteral("what the note held");
     const QList<TranscriptUtterance> stored{timed(1, QStringLiteral("what the note held"))};
     inputs.noteUtterances = [&] { return stored; };
-    const auto content = transcriptTabContent(inputs);
+    content = transcriptTabContent(inputs);
     EXPECT_EQ(content.view.transcript, QStringLiteral("what the note held"));
     EXPECT_EQ(content.view.utterances, stored);
+
+    inputs.isLoading = true;
+    EXPECT_EQ(transcriptTabContent(inputs).state, TranscriptTabContent::State::loading)
+        << "loading comes first";
 }
 
 TEST(TranscriptTabContentTest, SavedNoteShowsItsTextOrItsUtterancesAndOtherwiseTheEmptyState)

@@ -1,150 +1,92 @@
-#include "shell/MainWindow.h"
-#include "capture/ProcessTapRecorder.h"
-#include "core/LocalAppModel.h"
-#include "prefs/PreferenceStore.h"
-#include "shell/KestilAppDelegate.h"
-#include "shell/NoteListItemModel.h"
+#include "ShellTestSupport.h"
+
 #include "shell/TranscriptTab.h"
 
-#include <QApplication>
 #include <QFile>
 #include <QLabel>
 #include <QLineEdit>
-#include <QListView>
-#include <QPlainTextEdit>
-#include <QTemporaryDir>
-#include <QTest>
 
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace kestil::test;
 
 namespace {
 
-LaunchEnvironment environmentAt(const QString &root)
-{
-    LaunchEnvironment env;
-    env.root = root;
-    env.languageModelAvailability = [] { return LanguageModelAvailability::available; };
-    return env;
-}
-
-// The window with what the program gives it: a recorder (that these tests
-// never start) and preferences of its own.
-struct ShellFixture {
-    QTemporaryDir config;
-    PreferenceStore preferences{config.path()};
-    ProcessTapRecorder recorder;
-    KestilAppDelegate delegate;
-    MainWindow window;
-    explicit ShellFixture(LocalAppModel &app) : delegate(app, recorder, preferences), window(app, delegate) {}
-};
-
-void seed(const QString &root, const QStringList &titles)
-{
-    SharedPersistenceController controller(root);
-    int minutes = 0;
-    for (const auto &title : titles) {
-        auto note = controller.createNote(title, QStringLiteral("Transcript of ") + title,
-                                          QUuid::createUuid(), QStringLiteral("transcription"));
-        note->setValue(QStringLiteral("timestamp"), QDateTime::currentDateTimeUtc().addSecs(60 * minutes++));
-        controller.save();
-    }
-}
-
 TEST(MainWindowTest, LibraryListsNotesNewestFirstAndShowsTheSelection)
 {
-    QTemporaryDir dir;
-    seed(dir.path(), {QStringLiteral("Oldest"), QStringLiteral("Middle"), QStringLiteral("Newest")});
-    LocalAppModel app(environmentAt(dir.path()));
-    ShellFixture shell(app);
-    MainWindow &window = shell.window;
-    window.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+    ShellRig rig;
+    rig.seed({{QStringLiteral("Oldest"), QStringLiteral("Transcript of Oldest"), {}, {}, 3},
+              {QStringLiteral("Middle"), QStringLiteral("Transcript of Middle"), {}, {}, 2},
+              {QStringLiteral("Newest"), QStringLiteral("We met\n\nand talked."), {}, {}, 1}});
+    rig.launch();
+    ASSERT_TRUE(rig.exposed);
+    EXPECT_FALSE(rig.find<QLabel>(QStringLiteral("launchMessage")));
+    EXPECT_EQ(rig.shownTitles(), (QStringList{"Newest", "Middle", "Oldest"}));
+    EXPECT_EQ(rig.notesList()->model()->index(0, 0).data(NoteListItemModel::PreviewRole).toString(),
+              QStringLiteral("We met and talked."));
 
-    auto *list = window.findChild<QListView *>(QStringLiteral("notesList"));
-    ASSERT_TRUE(list);
-    EXPECT_FALSE(window.findChild<QLabel *>(QStringLiteral("launchMessage")));
-    ASSERT_EQ(list->model()->rowCount(), 3);
-    EXPECT_EQ(list->model()->index(0, 0).data(NoteListItemModel::TitleRole).toString(),
-              QStringLiteral("Newest"));
-    EXPECT_EQ(list->model()->index(2, 0).data(NoteListItemModel::TitleRole).toString(),
-              QStringLiteral("Oldest"));
-
-    auto *title = window.findChild<QLineEdit *>(QStringLiteral("noteDetailTitle"));
-    auto *transcript = window.findChild<TranscriptTab *>(QStringLiteral("noteDetailTranscriptTab"));
+    auto *title = rig.find<QLineEdit>(QStringLiteral("noteDetailTitle"));
+    auto *transcript = rig.find<TranscriptTab>(QStringLiteral("noteDetailTranscriptTab"));
     ASSERT_TRUE(title && transcript);
     EXPECT_EQ(title->text(), QStringLiteral("Newest")) << "the first note is adopted as the selection";
-
-    const QRect third = list->visualRect(list->model()->index(2, 0));
-    QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, third.center());
+    rig.clickRow(2);
     EXPECT_EQ(title->text(), QStringLiteral("Oldest"));
     EXPECT_EQ(transcript->plainText(), QStringLiteral("Transcript of Oldest"));
-    EXPECT_EQ(app.selectedNote()->title(), QStringLiteral("Oldest"));
+    EXPECT_EQ(rig.app->selectedNote()->title(), QStringLiteral("Oldest"));
+}
+
+TEST(MainWindowTest, TitlesAreRenamedInPlaceAndNotesDeletedWithTheKey)
+{
+    ShellRig rig;
+    const QList<QUuid> ids = rig.seed({{QStringLiteral("Note 2"), QStringLiteral("Words."), {}, {}, 48},
+                                       {QStringLiteral("Note 1"), QStringLiteral("Words."), {}, {}, 24}});
+    const QUuid older = ids[0], newer = ids[1];
+    rig.launch();
+    auto *title = rig.find<QLineEdit>(QStringLiteral("noteDetailTitle"));
+    ASSERT_TRUE(title);
+    ASSERT_EQ(title->text(), QStringLiteral("Note 1"));
+
+    title->selectAll();
+    QTest::keyClicks(title, QStringLiteral("Weekly sync"));
+    QTest::keyClick(title, Qt::Key_Return);
+    EXPECT_EQ(rig.storedNote(newer)->title(), QStringLiteral("Weekly sync"));
+    EXPECT_EQ(rig.shownTitles().first(), QStringLiteral("Weekly sync"));
+
+    // A title still being typed is saved when another note is chosen.
+    title->selectAll();
+    QTest::keyClicks(title, QStringLiteral("Weekly sync, part two"));
+    rig.clickRow(1);
+    EXPECT_EQ(title->text(), QStringLiteral("Note 2"));
+    EXPECT_EQ(rig.storedNote(newer)->title(), QStringLiteral("Weekly sync, part two"));
+
+    // A blank title is not written.
+    title->selectAll();
+    QTest::keyClick(title, Qt::Key_Delete);
+    QTest::keyClick(title, Qt::Key_Return);
+    EXPECT_EQ(title->text(), QStringLiteral("Note 2"));
+    EXPECT_EQ(rig.storedNote(older)->title(), QStringLiteral("Note 2"));
+
+    rig.notesList()->setFocus();
+    QTest::keyClick(rig.notesList(), Qt::Key_Delete);
+    ASSERT_TRUE(waitUntil([&] { return rig.notesList()->model()->rowCount() == 1; }));
+    EXPECT_FALSE(rig.storedNote(older)) << "the note is gone from the store";
+    EXPECT_TRUE(rig.storedNote(newer));
 }
 
 TEST(MainWindowTest, FailedStoreShowsOnlyTheLaunchMessage)
 {
-    QTemporaryDir dir;
-    const QString path = dir.path() + QStringLiteral("/KestilNotes.sqlite");
-    {
-        QFile f(path);
-        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-        f.write("this is not a notes database");
-    }
-    LocalAppModel app(environmentAt(dir.path()));
-    ShellFixture shell(app);
-    MainWindow &window = shell.window;
-    window.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
-    auto *message = window.findChild<QLabel *>(QStringLiteral("launchMessage"));
+    ShellRig rig;
+    QFile junk(rig.data.filePath(QStringLiteral("KestilNotes.sqlite")));
+    ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
+    junk.write("this is not a notes database");
+    junk.close();
+    rig.launch();
+    auto *message = rig.find<QLabel>(QStringLiteral("launchMessage"));
     ASSERT_TRUE(message);
     EXPECT_TRUE(message->text().startsWith(QStringLiteral("Unable to open local notes: ")));
     EXPECT_TRUE(message->text().endsWith(QStringLiteral("The store was preserved.")));
-    EXPECT_FALSE(window.findChild<QListView *>(QStringLiteral("notesList")));
-}
-
-TEST(MainWindowTest, EmptyLibraryShowsItsEmptyState)
-{
-    QTemporaryDir dir;
-    LocalAppModel app(environmentAt(dir.path()));
-    ShellFixture shell(app);
-    MainWindow &window = shell.window;
-    window.show();
-    auto *empty = window.findChild<QLabel *>(QStringLiteral("noteDetailEmpty"));
-    ASSERT_TRUE(empty);
-    EXPECT_TRUE(empty->isVisible());
-}
-
-} // namespace
-
-namespace {
-
-TEST(NoteRowTest, PreviewComesFromTheSummaryOrTheTranscriptWithoutMarkdownMarks)
-{
-    Note note;
-    note.setValue(QStringLiteral("transcription"), QStringLiteral("We met\n\nand talked."));
-    EXPECT_EQ(NoteListItemModel::previewText(note), QStringLiteral("We met and talked."));
-    note.setValue(
-        QStringLiteral("summary"),
-        QStringLiteral("## Decisions\n- Ship the **beta** on [Friday](https://example.com)\n- `v2` later"));
-    EXPECT_EQ(NoteListItemModel::previewText(note),
-              QStringLiteral("Decisions Ship the beta on Friday v2 later"));
-    EXPECT_FALSE(NoteListItemModel::isProcessingNote(note));
-
-    // A summary that is still being written is no content: the row shows the
-    // transcript, with the processing mark.
-    note.setValue(QStringLiteral("summary"), QStringLiteral("Generating summary..."));
-    EXPECT_EQ(NoteListItemModel::previewText(note), QStringLiteral("We met and talked."));
-    EXPECT_TRUE(NoteListItemModel::isProcessingNote(note));
-
-    note.setValue(QStringLiteral("summary"), QVariant());
-    note.setValue(QStringLiteral("transcription"), QStringLiteral(" Transcribing audio... "));
-    EXPECT_EQ(NoteListItemModel::previewText(note), QString());
-    EXPECT_TRUE(NoteListItemModel::isProcessingNote(note));
-    note.setValue(QStringLiteral("transcription"), QStringLiteral("Transcription failed: no audio"));
-    EXPECT_EQ(NoteListItemModel::previewText(note), QString());
-    EXPECT_FALSE(NoteListItemModel::isProcessingNote(note));
+    EXPECT_FALSE(rig.notesList());
 }
 
 } // namespace

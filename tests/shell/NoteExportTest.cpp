@@ -153,14 +153,12 @@ TEST_F(NoteExportTest, ObsidianExportFromSettingsCopiesPlayableAudioThenWritesTh
     ASSERT_TRUE(QTest::qWaitFor([&] { return !rig.window->obsidianExport()->running(); }, 20000));
     EXPECT_EQ(rig.app->message(), QStringLiteral("Markdown and audio exported to the selected folder."));
 
+    // What the files hold is tests/documents' ObsidianExportTest.
     const QStringList markdown = QDir(out.path()).entryList({QStringLiteral("Kestil-*.md")}, QDir::Files);
     ASSERT_EQ(markdown.size(), 1);
-    const QString base = markdown.first().chopped(3);
-    const QByteArray text = readAll(out.filePath(markdown.first()));
-    EXPECT_TRUE(text.startsWith("# Launch a/b:c\n\n## Overview")) << text.toStdString();
-    EXPECT_TRUE(text.endsWith(("\n![[" + base + "-audio/segment-1.caf]]\n").toUtf8())) << text.toStdString();
-    const QString copy = out.filePath(base + QStringLiteral("-audio/segment-1.caf"));
-    EXPECT_TRUE(readAll(copy).startsWith("caff"));
+    EXPECT_TRUE(readAll(out.filePath(markdown.first())).startsWith("# Launch a/b:c\n"));
+    EXPECT_TRUE(
+        QFile::exists(out.filePath(markdown.first().chopped(3) + QStringLiteral("-audio/segment-1.caf"))));
 }
 
 } // namespace

@@ -6,18 +6,62 @@
 
 #include "capture/recorder/RecorderTestSupport.h"
 #include "core/LocalAppModel.h"
+#include "core/NoteOrganizing.h"
 #include "core/NotesListViewModel.h"
 #include "prefs/PreferenceStore.h"
 #include "shell/KestilAppDelegate.h"
 #include "shell/MainWindow.h"
+#include "shell/NoteListItemModel.h"
 
 #include <QAbstractButton>
+#include <QCheckBox>
+#include <QDir>
+#include <QListView>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <gtest/gtest.h>
+
 #include <memory>
+#include <vector>
 
 namespace kestil::test {
+
+// A note written to the store before the window opens.
+struct SeedNote {
+    QString title;
+    QString transcript;
+    QStringList tags;
+    QString folder;
+    int hoursAgo = 0;
+};
+
+// A switch is clicked on its box: a click right of its text hits nothing.
+inline void clickButton(QAbstractButton *button)
+{
+    const QPoint at =
+        qobject_cast<QCheckBox *>(button) ? QPoint(6, button->height() / 2) : button->rect().center();
+    QTest::mouseClick(button, Qt::LeftButton, {}, at);
+}
+
+// A named child of a window of its own (Settings, Welcome), reported when
+// missing.
+template <typename T = QWidget> T *childOf(const QWidget *root, const QString &name)
+{
+    T *widget = root ? root->findChild<T *>(name) : nullptr;
+    EXPECT_NE(widget, nullptr) << name.toStdString();
+    return widget;
+}
+
+#ifdef KESTIL_SCREENSHOT_DIR
+// A picture of a widget as the user sees it, in the build's screenshots/.
+inline void screenshot(QWidget *widget, const QString &name)
+{
+    QDir().mkpath(QStringLiteral(KESTIL_SCREENSHOT_DIR));
+    settle(std::chrono::milliseconds(100));
+    widget->grab().save(QStringLiteral(KESTIL_SCREENSHOT_DIR "/") + name + QStringLiteral(".png"));
+}
+#endif
 
 struct ShellRig {
     QTemporaryDir data;
@@ -28,6 +72,9 @@ struct ShellRig {
     std::unique_ptr<ProcessTapRecorder> recorder;
     std::unique_ptr<KestilAppDelegate> delegate;
     std::unique_ptr<MainWindow> window;
+    // Second readers of the store file. They stay open for the rest of the
+    // test: a note reads its transcript from its store when first asked.
+    std::vector<std::unique_ptr<SharedPersistenceController>> readers;
     int terminations = 0;
     bool exposed = false;
 
@@ -44,6 +91,28 @@ struct ShellRig {
         window.reset();
         delegate.reset();
         recorder.reset();
+    }
+
+    // Writes the library the window opens on through a store of its own;
+    // returns the notes' ids in the order given.
+    QList<QUuid> seed(const QList<SeedNote> &notes) const
+    {
+        SharedPersistenceController store(data.path());
+        QList<QUuid> ids;
+        for (const SeedNote &s : notes) {
+            ids.append(QUuid::createUuid());
+            auto note = store.createNote(s.title, s.transcript, ids.last(), QStringLiteral("transcription"));
+            note->setValue(QStringLiteral("timestamp"),
+                           QDateTime::currentDateTimeUtc().addSecs(-3600 * s.hoursAgo));
+            for (const QString &tag : s.tags)
+                note->addTag(tag);
+            if (!s.folder.isEmpty()) {
+                FolderPtr folder = findFolder(s.folder, store.context());
+                note->setFolder(folder ? folder : createFolder(s.folder, store.context()));
+            }
+            store.save();
+        }
+        return ids;
     }
 
     MainWindow &launch()
@@ -65,6 +134,17 @@ struct ShellRig {
 
     NotesListViewModel &list() const { return *window->listModel(); }
 
+    // A note added to the open library through the program's own store.
+    NotePtr addNote(const QString &title, const QString &transcript) const
+    {
+        SharedPersistenceController &store = *app->store();
+        const NotePtr note =
+            store.createNote(title, transcript, QUuid::createUuid(), QStringLiteral("transcription"));
+        store.save();
+        app->refreshNotes();
+        return note;
+    }
+
     template <typename T = QWidget> T *find(const QString &name) const
     {
         return window->findChild<T *>(name);
@@ -77,10 +157,50 @@ struct ShellRig {
             QTest::mouseClick(button, Qt::LeftButton);
     }
 
+    bool showing(const QString &name) const
+    {
+        QWidget *widget = find(name);
+        return widget && widget->isVisible();
+    }
+
     bool idle() const
     {
         return !recorder->recording() && !recorder->starting() && !recorder->finishing() &&
                !list().operationInProgress();
+    }
+
+    QListView *notesList() const { return find<QListView>(QStringLiteral("notesList")); }
+
+    QStringList shownTitles() const
+    {
+        QStringList titles;
+        const QAbstractItemModel *model = notesList()->model();
+        for (int row = 0; row < model->rowCount(); ++row)
+            titles << model->index(row, 0).data(NoteListItemModel::TitleRole).toString();
+        return titles;
+    }
+
+    void clickRow(int row, Qt::KeyboardModifiers modifiers = {}) const
+    {
+        QListView *view = notesList();
+        QTest::mouseClick(view->viewport(), Qt::LeftButton, modifiers,
+                          view->visualRect(view->model()->index(row, 0)).center());
+    }
+
+    NotePtr noteTitled(const QString &title) const
+    {
+        for (const NotePtr &note : app->notes()) {
+            if (note->title() == title)
+                return note;
+        }
+        return nullptr;
+    }
+
+    // The note as a second reader of the store file sees it.
+    NotePtr storedNote(const QUuid &id)
+    {
+        readers.push_back(std::make_unique<SharedPersistenceController>(data.path()));
+        return readers.back()->noteWithId(id);
     }
 };
 

@@ -63,25 +63,17 @@ protected:
     NotePtr showNote(const QString &title, const std::optional<QString> &summary = std::nullopt,
                      const QString &text = transcript)
     {
-        SharedPersistenceController &store = *rig.app->store();
-        const NotePtr note =
-            store.createNote(title, text, QUuid::createUuid(), QStringLiteral("transcription"));
+        const NotePtr note = rig.addNote(title, text);
         if (summary) {
             note->setValue(QStringLiteral("summary"), *summary);
             note->setValue(QStringLiteral("summaryType"), QStringLiteral("Concise"));
+            rig.app->store()->save();
         }
-        store.save();
-        rig.app->refreshNotes();
         rig.list().selectNote(note, false);
         rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"))->setCurrentIndex(0);
         return note;
     }
-
-    bool showing(const QString &page) const
-    {
-        QWidget *widget = rig.find(page);
-        return widget && widget->isVisible();
-    }
+    bool showing(const QString &name) const { return rig.showing(name); }
 
     QString progressLine() const
     {
@@ -116,29 +108,28 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
 {
     const NotePtr note = showNote(untitledNoteTitle());
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryEmpty")));
-    // One row per template, in their order, the note's own checked.
-    ASSERT_TRUE(templates());
-    const QList<QAction *> rows = templates()->menu()->actions();
-    ASSERT_EQ(rows.size(), 15);
-    EXPECT_EQ(rows.at(4)->objectName(), QStringLiteral("noteTemplate-meetings/general"));
-    EXPECT_EQ(rows.at(4)->text(), QStringLiteral("General Meeting"));
-    EXPECT_EQ(rows.at(13)->objectName(), QStringLiteral("noteTemplate-Concise"));
+    // One row per template, the note's own checked.
+    ASSERT_TRUE(templates() && row(QStringLiteral("meetings/general")));
+    EXPECT_EQ(row(QStringLiteral("meetings/general"))->text(), QStringLiteral("General Meeting"));
     EXPECT_EQ(templates()->text(), QStringLiteral("Auto"));
-    EXPECT_FALSE(templates()->icon().isNull());
-    for (QAction *action : rows)
+    for (QAction *action : templates()->menu()->actions())
         EXPECT_EQ(action->isChecked(), action == row(QStringLiteral("default-summary")))
             << action->objectName().toStdString();
     EXPECT_TRUE(templates()->isEnabled());
-    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryResumeOffer")));
-    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
-    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
 
     model.replies = {
         Stream{{QStringLiteral("## Decisions"), QStringLiteral("## Decisions\n- Launch moves"), finalSummary},
                300ms},
         record(QStringLiteral("title"), QStringLiteral("Spring launch sync")),
         record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Launch")})};
+    QStringList lines;
+    QObject::connect(&rig.list(), &NotesListViewModel::streamingSummaryChanged,
+                     [&] { lines.append(progressLine()); });
+    // The request waits, as behind an Ask AI answer, before the model takes it up.
+    model.queueWait = 800ms;
     choose(QStringLiteral("meetings/general"));
+    ASSERT_TRUE(waitUntil([&] { return progressLine() == SummaryTab::waitingText(); }));
+    EXPECT_EQ(progressLine(), QStringLiteral("Waiting for the on-device model to finish another request…"));
 
     // While it runs: the stage in words, the text as it grows, and Cancel.
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryGenerating")); }));
@@ -155,9 +146,8 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
     StructuredSummaryView *text = summaryView(QStringLiteral("noteDetailSummaryText"));
     EXPECT_TRUE(text->plainText().contains(QStringLiteral("Launch moves to April.")));
     EXPECT_FALSE(text->plainText().contains(QStringLiteral("**")));
-    // Each item of the saved summary is one element, named by its line.
-    for (const char *item : {"markdownListItem-1", "markdownListItem-2"})
-        EXPECT_TRUE(text->widget()->findChild<QWidget *>(QString::fromUtf8(item))) << item;
+    EXPECT_TRUE(lines.contains(QStringLiteral("Finishing note title…")));
+    EXPECT_TRUE(lines.contains(QStringLiteral("Organizing tags…")));
     EXPECT_EQ(note->summary(), finalSummary);
     EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/general"));
     EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Launch")});
@@ -170,7 +160,7 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
     EXPECT_FALSE(rig.window->alert());
 }
 
-TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndSummarizeAgainReplacesItOnlyWhenSaved)
+TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndTheTranscriptIsNotSavedMeanwhile)
 {
     const NotePtr note = showNote(QStringLiteral("Budget review"), QStringLiteral("Old **summary**"));
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
@@ -182,8 +172,24 @@ TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndSummarizeAgainReplacesItOnlyWh
     choose(QStringLiteral("meetings/brainstorming"));
     ASSERT_TRUE(waitUntil([&] { return progressLine() == QStringLiteral("Writing summary…"); }));
     ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryGenerating")));
-    rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
 
+    // Meanwhile the transcript editor refuses to save.
+    auto *tabs = rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"));
+    tabs->setCurrentIndex(1);
+    rig.click(QStringLiteral("noteDetailEditTranscriptButton"));
+    auto *editor = rig.window->findChild<QDialog *>(QStringLiteral("transcriptEditor"));
+    ASSERT_TRUE(editor);
+    editor->findChild<QPlainTextEdit *>(QStringLiteral("transcriptEditorText"))
+        ->setPlainText(QStringLiteral("Edited."));
+    QTest::mouseClick(editor->findChild<QPushButton *>(QStringLiteral("transcriptEditorSaveButton")),
+                      Qt::LeftButton);
+    EXPECT_EQ(editor->findChild<QLabel *>(QStringLiteral("transcriptEditorError"))->text(),
+              QStringLiteral("Finish transcription or processing before saving edits."));
+    EXPECT_EQ(note->transcription(), transcript);
+    editor->reject();
+
+    tabs->setCurrentIndex(0);
+    rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryText")); }, 2s));
     EXPECT_TRUE(summaryView(QStringLiteral("noteDetailSummaryText"))
                     ->plainText()
@@ -193,95 +199,50 @@ TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndSummarizeAgainReplacesItOnlyWh
     EXPECT_FALSE(rig.list().isGeneratingSummary());
     settle();
     EXPECT_FALSE(rig.window->alert()) << "a cancel says nothing";
-
-    // Again, to the end: the new summary replaces the old one.
-    model.replies = {finalSummary, record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Budget")})};
-    choose(QStringLiteral("meetings/brainstorming"));
-    ASSERT_TRUE(waitUntil([&] { return note->summary() == finalSummary; }));
-    EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/brainstorming"));
-    EXPECT_EQ(note->title(), QStringLiteral("Budget review"));
-    ASSERT_TRUE(waitUntil([&] {
-        return summaryView(QStringLiteral("noteDetailSummaryText"))
-            ->plainText()
-            .contains(QStringLiteral("Launch moves to April."));
-    }));
-}
-
-TEST_F(SummaryTabTest, LongTranscriptsShowTheSectionsAsTheyAreRead)
-{
-    // A small context: the transcript is read in sections for key points
-    // first, each request slowed so that the stage can be seen.
-    model.contextTokens = 1600;
-    model.onRequest = [](const ScriptedLanguageModel::Request &) { std::this_thread::sleep_for(150ms); };
-    model.responder = [](const ScriptedLanguageModel::Request &request) -> ScriptedLanguageModel::Reply {
-        if (request.streamed)
-            return finalSummary;
-        if (request.structured)
-            return request.instructions.startsWith(QStringLiteral("Create a concise"))
-                       ? record(QStringLiteral("title"), QStringLiteral("Long sync"))
-                       : record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Budget")});
-        return QStringLiteral("- The launch moves to April.");
-    };
-    QString longText;
-    for (int i = 0; i < 12; ++i)
-        longText += transcript + QLatin1Char(' ');
-    const NotePtr note = showNote(untitledNoteTitle(), std::nullopt, longText);
-
-    QStringList lines;
-    QObject::connect(&rig.list(), &NotesListViewModel::streamingSummaryChanged,
-                     [&] { lines.append(progressLine()); });
-    choose(QStringLiteral("default-summary"));
-    auto *bar = rig.find<QProgressBar>(QStringLiteral("noteDetailSummaryProgressBar"));
-    ASSERT_TRUE(
-        waitUntil([&] { return progressLine().startsWith(QStringLiteral("Reading transcript… 1 of ")); }));
-    EXPECT_TRUE(progressLine().endsWith(QStringLiteral(" sections reviewed")))
-        << progressLine().toStdString();
-    EXPECT_EQ(bar->maximum(), 1000);
-    EXPECT_GT(bar->value(), 0);
-    ASSERT_TRUE(waitUntil([&] { return note->summary() == finalSummary; }, 30s));
-    EXPECT_TRUE(lines.contains(QStringLiteral("Writing summary…")));
-    EXPECT_TRUE(lines.contains(QStringLiteral("Finishing note title…")));
-    EXPECT_TRUE(lines.contains(QStringLiteral("Organizing tags…")));
-    EXPECT_EQ(note->title(), QStringLiteral("Long sync"));
 }
 
 TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenTheUserCanFixIt)
 {
+    using Reason = LanguageModel::UnavailableReason;
     QSignalSpy settings(rig.window->summaryTab(), &SummaryTab::settingsRequested);
-    model.availabilityValue =
-        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
     const NotePtr note = showNote(untitledNoteTitle());
-    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
+    auto *gate = rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"));
     // A sentence that says what to do; the internal reason is not shown.
-    EXPECT_EQ(
-        rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"))->text(),
-        QStringLiteral("No on-device language model is installed yet. Download or import one in Settings "
-                       "to write summaries; your notes and transcripts remain available."));
-    EXPECT_FALSE(templates()->isEnabled());
-    ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
+    const struct {
+        Reason reason;
+        const char *says;
+        bool curable;
+    } cases[] = {
+        {Reason::modelNotReady,
+         "No on-device language model is installed yet. Download or import one in Settings to write "
+         "summaries; your notes and transcripts remain available.",
+         true},
+        {Reason::languageModelDisabled,
+         "On-device AI is switched off in Settings. Switch it on to write summaries; your notes and "
+         "transcripts remain available.",
+         true},
+        {Reason::deviceNotEligible,
+         "This computer cannot run the on-device language model, so summaries are unavailable; your notes "
+         "and transcripts remain available.",
+         false},
+    };
+    for (const auto &c : cases) {
+        model.availabilityValue = LanguageModel::Availability::unavailable(c.reason);
+        rig.window->summaryTab()->refresh();
+        EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
+        EXPECT_EQ(gate->text(), QString::fromUtf8(c.says));
+        EXPECT_FALSE(templates()->isEnabled());
+        EXPECT_EQ(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")), c.curable) << c.says;
+    }
+    model.availabilityValue = LanguageModel::Availability::unavailable(Reason::modelNotReady);
+    rig.window->summaryTab()->refresh();
     rig.click(QStringLiteral("noteDetailSummaryOpenSettingsButton"));
     EXPECT_EQ(settings.count(), 1);
     ASSERT_TRUE(rig.window->settingsWindow());
     EXPECT_TRUE(rig.window->settingsWindow()->isVisible());
     rig.window->settingsWindow()->close();
 
-    // Switched off by the user: curable too.
-    model.availabilityValue =
-        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::languageModelDisabled);
-    rig.window->summaryTab()->refresh();
-    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
-
-    // A machine that cannot run the model: the sentence, and no way out.
-    model.availabilityValue =
-        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::deviceNotEligible);
-    rig.window->summaryTab()->refresh();
-    EXPECT_EQ(rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"))->text(),
-              QStringLiteral("This computer cannot run the on-device language model, so summaries are "
-                             "unavailable; your notes and transcripts remain available."));
-    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")));
-    EXPECT_FALSE(templates()->isEnabled());
-
-    // Ready again: the button comes back and the sentence goes.
+    // Ready again: Summarize comes back and the sentence goes.
     model.availabilityValue = LanguageModel::Availability::available();
     rig.window->summaryTab()->refresh();
     EXPECT_TRUE(templates()->isEnabled());
@@ -302,7 +263,6 @@ TEST_F(SummaryTabTest, AFailedSummaryIsToldInTheAlertAndTheOldSummaryShowsAgain)
     EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
     StructuredSummaryView *text = summaryView(QStringLiteral("noteDetailSummaryText"));
     EXPECT_EQ(text->plainText(), QStringLiteral("Old summary"));
-    EXPECT_TRUE(text->widget()->findChild<QWidget *>(QStringLiteral("structuredSummaryOverview")));
     EXPECT_EQ(note->summary(), QStringLiteral("Old summary"));
     EXPECT_TRUE(templates()->isEnabled());
 }
@@ -339,6 +299,9 @@ TEST_F(SummaryTabTest, AStoppedSummaryOffersToContinueOrToStartAgain)
     choose(QStringLiteral("meetings/general"));
     ASSERT_TRUE(
         waitUntil([&] { return progressLine().startsWith(QStringLiteral("Reading transcript… 1 of 3")); }));
+    auto *bar = rig.find<QProgressBar>(QStringLiteral("noteDetailSummaryProgressBar"));
+    EXPECT_EQ(bar->maximum(), 1000);
+    EXPECT_GT(bar->value(), 0);
     rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
     ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryResumeOffer")); }, 2s));
     EXPECT_EQ(
@@ -346,8 +309,6 @@ TEST_F(SummaryTabTest, AStoppedSummaryOffersToContinueOrToStartAgain)
         QStringLiteral("An unfinished “General Meeting” summary can be continued where it stopped: 1 of 3 "
                        "sections reviewed."));
     EXPECT_TRUE(button(QStringLiteral("noteDetailContinueSummaryButton"))->isEnabled());
-    EXPECT_EQ(button(QStringLiteral("noteDetailContinueSummaryButton"))->text(),
-              QStringLiteral("Continue Summary"));
 
     // Summarize Again drops what was read and begins at the first section.
     model.requests.clear();
@@ -362,56 +323,5 @@ TEST_F(SummaryTabTest, AStoppedSummaryOffersToContinueOrToStartAgain)
     ASSERT_TRUE(waitUntil([&] { return note->summary() == finalSummary; }));
     ASSERT_FALSE(model.requests.isEmpty());
     EXPECT_TRUE(model.requests.first().prompt.startsWith(LocalSummary::keyPointPrompt(longText.left(200))));
-    EXPECT_EQ(model.requests.size(), 5) << "three sections, the summary and the tags";
     ASSERT_TRUE(waitUntil([&] { return !showing(QStringLiteral("noteDetailSummaryResumeOffer")); }));
-}
-
-TEST_F(SummaryTabTest, AJobWaitingForTheModelSaysSo)
-{
-    showNote(QStringLiteral("Weekly sync"));
-    // The request waits, as behind an Ask AI answer, before the model takes it up.
-    model.queueWait = 800ms;
-    model.replies = {finalSummary, record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Launch")})};
-    choose(QStringLiteral("Concise"));
-    ASSERT_TRUE(waitUntil([&] { return progressLine() == SummaryTab::waitingText(); }));
-    EXPECT_EQ(progressLine(), QStringLiteral("Waiting for the on-device model to finish another request…"));
-    ASSERT_TRUE(waitUntil([&] { return progressLine() != SummaryTab::waitingText(); }));
-    EXPECT_FALSE(rig.window->alert());
-}
-
-TEST_F(SummaryTabTest, TheTranscriptCannotBeSavedWhileItIsSummarized)
-{
-    const NotePtr note = showNote(QStringLiteral("Weekly sync"));
-    model.replies = {Stall{}};
-    choose(QStringLiteral("Concise"));
-    ASSERT_TRUE(waitUntil([&] { return rig.list().isSummaryJobRunning(); }));
-    rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"))->setCurrentIndex(1);
-    rig.click(QStringLiteral("noteDetailEditTranscriptButton"));
-    auto *editor = rig.window->findChild<QDialog *>(QStringLiteral("transcriptEditor"));
-    ASSERT_TRUE(editor);
-    editor->findChild<QPlainTextEdit *>(QStringLiteral("transcriptEditorText"))
-        ->setPlainText(QStringLiteral("Edited."));
-    QTest::mouseClick(editor->findChild<QPushButton *>(QStringLiteral("transcriptEditorSaveButton")),
-                      Qt::LeftButton);
-    EXPECT_EQ(editor->findChild<QLabel *>(QStringLiteral("transcriptEditorError"))->text(),
-              QStringLiteral("Finish transcription or processing before saving edits."));
-    EXPECT_EQ(note->transcription(), transcript);
-    editor->reject();
-    rig.list().cancelSummary();
-    ASSERT_TRUE(waitUntil([&] { return !rig.list().isGeneratingSummary(); }, 2s));
-}
-
-TEST(SummaryTabProgressTest, EachStageReadsAsAFullLine)
-{
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::preparing()),
-              QStringLiteral("Preparing summary…"));
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::reading(2, 5, 0)),
-              QStringLiteral("Reading transcript… 2 of 5 sections reviewed"));
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::reading(1, 3, 1)),
-              QStringLiteral("Combining key points… 1 of 3 sections reviewed"));
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::writing()), QStringLiteral("Writing summary…"));
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::finishing()),
-              QStringLiteral("Finishing note title…"));
-    EXPECT_EQ(SummaryTab::progressText(LocalSummaryProgress::organizingTags()),
-              QStringLiteral("Organizing tags…"));
 }

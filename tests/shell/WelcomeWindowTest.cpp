@@ -12,7 +12,6 @@
 
 #include <QCheckBox>
 #include <QComboBox>
-#include <QDir>
 #include <QLabel>
 #include <QListWidget>
 #include <QProgressBar>
@@ -49,25 +48,11 @@ protected:
 
     template <typename T = QWidget> T *find(const QString &name) const
     {
-        T *widget = rig.window->welcomeWindow()->findChild<T *>(name);
-        EXPECT_NE(widget, nullptr) << name.toStdString();
-        return widget;
+        return childOf<T>(rig.window->welcomeWindow(), name);
     }
     QString text(const QString &label) const { return find<QLabel>(label)->text(); }
-    void click(const QString &name) const
-    {
-        auto *button = find<QAbstractButton>(name);
-        const QPoint at =
-            qobject_cast<QCheckBox *>(button) ? QPoint(6, button->height() / 2) : button->rect().center();
-        QTest::mouseClick(button, Qt::LeftButton, {}, at);
-    }
-    void shoot(const QString &name) const
-    {
-        QDir().mkpath(QStringLiteral(KESTIL_SCREENSHOT_DIR));
-        settle();
-        rig.window->welcomeWindow()->grab().save(QStringLiteral(KESTIL_SCREENSHOT_DIR "/") + name +
-                                                 QStringLiteral(".png"));
-    }
+    void click(const QString &name) const { clickButton(find<QAbstractButton>(name)); }
+    void shoot(const QString &name) const { screenshot(rig.window->welcomeWindow(), name); }
     void choose(const QString &languageId) const
     {
         auto *picker = find<QListWidget>(QStringLiteral("welcomeLanguagePicker"));
@@ -101,7 +86,6 @@ TEST_F(WelcomeWindowTest, ANewUserIsGuidedToAFirstRecordingInTheLanguageTheyChos
     click(QStringLiteral("welcomeContinueButton"));
 
     ASSERT_EQ(welcome.step(), Step::language);
-    EXPECT_EQ(find<QListWidget>(QStringLiteral("welcomeLanguagePicker"))->count(), 16);
     choose(QStringLiteral("de-DE"));
     EXPECT_EQ(settings::transcriptionLanguage(*rig.preferences), QStringLiteral("de-DE"));
     auto *setUp = find<QPushButton>(QStringLiteral("welcomeSpeechSetUpButton"));
