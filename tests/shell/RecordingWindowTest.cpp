@@ -2,7 +2,7 @@
 // source: the list model's rules for starting, stopping and quitting are
 // tested in tests/core/listmodel; here each control is pressed once.
 #include "ShellTestSupport.h"
-#include "core/store/StoreTestSupport.h"
+#include "core/CoreTestSupport.h"
 
 #include "shell/RecordingBar.h"
 #include "shell/StatusItem.h"
@@ -114,7 +114,7 @@ TEST(RecordingWindowTest, ClosingWhileRecordingGoesThroughQuitAndAFailedSaveKeep
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
     const NotePtr note = rig.list().newNoteBeingRecorded();
     ASSERT_TRUE(rig.recorderRig.waitForFileDelivered());
-    kestil::testing::failWrites(*rig.app->store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    kestil::test::failWrites(*rig.app->store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
 
     EXPECT_FALSE(window.close()) << "closing goes through quitting first";
     ASSERT_TRUE(waitUntil([&] { return !rig.delegate->quitting(); }));
@@ -126,7 +126,7 @@ TEST(RecordingWindowTest, ClosingWhileRecordingGoesThroughQuitAndAFailedSaveKeep
     EXPECT_TRUE(rig.idle()) << "the recording was stopped all the same";
     rig.window->alert()->accept();
 
-    kestil::testing::allowWrites(*rig.app->store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    kestil::test::allowWrites(*rig.app->store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
     window.activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
     QTest::keyClick(&window, Qt::Key_Q, Qt::ControlModifier);
