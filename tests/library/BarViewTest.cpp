@@ -30,10 +30,10 @@ TEST(BarViewLevelTest, WavingShowsAnyAudibleSoundAndStandingCompressesTheLevel)
     };
     const Case cases[] = {
         {0.005f, false, 0.05, true}, // audible but small: the least visible level
-        {0.1f, false, 0.54, true},   {0.2f, false, 1.0, true},       {5.0f, false, 1.0, true},
-        {0.0002f, false, 0.0, true}, {0.0001f, false, 0.0, false},   {0.0f, false, 0.0, false},
-        {-0.3f, false, 0.0, false},  {nan, false, 0.0, false},       {1.0f / 18, true, 1.0, true},
-        {0.01f, true, 0.5212, true}, {0.00001f, true, 0.0378, true}, {0.0f, true, 0.0, false},
+        {0.1f, false, 0.54, true},    {0.2f, false, 1.0, true},       {5.0f, false, 1.0, true},
+        {0.0002f, false, 0.05, true}, {0.0001f, false, 0.0, false},   {0.0f, false, 0.0, false},
+        {-0.3f, false, 0.0, false},   {nan, false, 0.0, false},       {1.0f / 18, true, 1.0, true},
+        {0.01f, true, 0.5212, true},  {0.00001f, true, 0.0378, true}, {0.0f, true, 0.0, false},
         {-1.0f, true, 0.0, false},
     };
     for (const Case &c : cases) {

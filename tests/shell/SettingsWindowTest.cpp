@@ -150,6 +150,8 @@ TEST_F(SettingsWindowTest, DownloadShowsProgressCancelsAndThenInstallsTheModelAn
     ASSERT_TRUE(startDownload());
     const QString during = text(QStringLiteral("settingsLanguageModelStatus"));
     EXPECT_TRUE(during.startsWith(QStringLiteral("Downloading “Tiny chat”: "))) << during.toStdString();
+    EXPECT_EQ(rig_.app->summaryStatus(), QStringLiteral("before"))
+        << "a download in progress changes no status";
     click(QStringLiteral("settingsLanguageModelCancelButton"));
     ASSERT_TRUE(QTest::qWaitFor([&] { return !settings_->languageModelBusy(); }, 10000));
     EXPECT_EQ(text(QStringLiteral("settingsLanguageModelMessage")),
@@ -157,7 +159,6 @@ TEST_F(SettingsWindowTest, DownloadShowsProgressCancelsAndThenInstallsTheModelAn
                              "download, and models already installed are unchanged."));
     EXPECT_TRUE(installedFiles().isEmpty());
     EXPECT_TRUE(download->isEnabled());
-    EXPECT_EQ(rig_.app->summaryStatus(), QStringLiteral("before"));
 
     ASSERT_TRUE(startDownload());
     ASSERT_TRUE(QTest::qWaitFor([&] { return !settings_->languageModelBusy(); }, 60000));

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <atomic>
 #include <cmath>
 #include <mutex>
@@ -99,7 +101,11 @@ TEST_F(LiveSpeech, ResultsBuildTheTranscriptAndFinishReturnsItAfterTheEngineFini
     EXPECT_EQ(final.finalizedText(), QStringLiteral("word1 tail"));
     EXPECT_TRUE(final.tentative.isEmpty());
     ASSERT_FALSE(seen.transcripts.empty());
-    EXPECT_EQ(seen.transcripts.front().tentative, QStringLiteral("partial"));
+    // However the buffers were batched, a part second was shown as volatile
+    // text before it was finished.
+    EXPECT_TRUE(std::any_of(seen.transcripts.begin(), seen.transcripts.end(), [](const LocalTranscript &t) {
+        return t.tentative == QStringLiteral("partial");
+    }));
     EXPECT_EQ(seen.transcripts.back(), final);
     EXPECT_TRUE(seen.failures.isEmpty());
 }
