@@ -7,6 +7,8 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
+#include <limits>
 #include <memory>
 
 namespace kestil {
@@ -25,6 +27,9 @@ QString stringValue(const gguf_context *context, const char *key)
     return QString::fromUtf8(gguf_get_val_str(context, id));
 }
 
+// A count or a length the file states; 0 when it states none, or one no
+// model can have (a negative number, or one past what a signed 64-bit integer
+// holds), as a damaged or hostile file may.
 qint64 integerValue(const gguf_context *context, const QByteArray &key)
 {
     const int64_t id = gguf_find_key(context, key.constData());
@@ -34,11 +39,13 @@ qint64 integerValue(const gguf_context *context, const QByteArray &key)
     case GGUF_TYPE_UINT32:
         return gguf_get_val_u32(context, id);
     case GGUF_TYPE_INT32:
-        return gguf_get_val_i32(context, id);
-    case GGUF_TYPE_UINT64:
-        return qint64(gguf_get_val_u64(context, id));
+        return std::max<qint64>(0, gguf_get_val_i32(context, id));
+    case GGUF_TYPE_UINT64: {
+        const uint64_t value = gguf_get_val_u64(context, id);
+        return value > uint64_t(std::numeric_limits<qint64>::max()) ? 0 : qint64(value);
+    }
     case GGUF_TYPE_INT64:
-        return gguf_get_val_i64(context, id);
+        return std::max<qint64>(0, gguf_get_val_i64(context, id));
     default:
         return 0;
     }
