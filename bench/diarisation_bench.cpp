@@ -22,6 +22,7 @@
 // (missed speech, false alarm and confusion over the true speech, 0.25 s
 // collar, best mapping of found to true speakers).
 
+#include "PeakMemory.h"
 #include "speech/SherpaSpeakerDiarizer.h"
 #include "support/DiarisationError.h"
 #include "support/SpeakerMix.h"
@@ -38,18 +39,9 @@
 #include <set>
 #include <vector>
 
-#include <sys/resource.h>
-
 using namespace kestil;
 
 namespace {
-
-double ownPeakMegabytes()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return double(usage.ru_maxrss) / 1024.0;
-}
 
 void printSettings(const char *name, const SherpaSpeakerDiarizer::Options &o)
 {
@@ -83,7 +75,7 @@ bool run(const char *name, const test::SpeakerMix &mix, int count,
                 "bench peak %.0f MB, %zu speakers found in %zu turns, DER %.2f%% (missed %.2f%%, false alarm "
                 "%.2f%%, confusion %.2f%%)\n",
                 name, count, seconds, seconds / mix.seconds(), helper.processorSeconds / mix.seconds(),
-                helper.peakMegabytes, ownPeakMegabytes(), speakers.size(), found.size(), 100.0 * error.rate(),
+                helper.peakMegabytes, peakMegabytes(), speakers.size(), found.size(), 100.0 * error.rate(),
                 100.0 * error.missed / error.speech, 100.0 * error.falseAlarm / error.speech,
                 100.0 * error.confusion / error.speech);
     std::fflush(stdout);

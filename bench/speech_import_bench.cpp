@@ -16,6 +16,7 @@
 // the real-time factor of copying and of transcribing, the words written and
 // the peak memory of the process.
 
+#include "PeakMemory.h"
 #include "core/AudioFileImport.h"
 #include "core/LocalAppModel.h"
 #include "prefs/PreferenceStore.h"
@@ -39,18 +40,9 @@
 #include <random>
 #include <vector>
 
-#include <sys/resource.h>
-
 using namespace kestil;
 
 namespace {
-
-double peakMegabytes()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return double(usage.ru_maxrss) / 1024.0;
-}
 
 // Writes `seconds` of read speech as 16-bit FLAC at 16 kHz.
 bool writeSpeech(const QString &path, double seconds)
@@ -85,7 +77,8 @@ bool writeSpeech(const QString &path, double seconds)
         piece.resize(piece.size() + std::size_t(pause(random) * 16000));
         for (std::size_t j = clips[i % clips.size()].size(); j < piece.size(); ++j)
             piece[j] = hiss(random);
-        written += sf_write_float(file, piece.data(), std::min<sf_count_t>(sf_count_t(piece.size()), total - written));
+        written += sf_write_float(file, piece.data(),
+                                  std::min<sf_count_t>(sf_count_t(piece.size()), total - written));
     }
     sf_close(file);
     return written == total;
@@ -124,7 +117,8 @@ int main(int argc, char **argv)
             convertCTranslate2Whisper(folder, installed);
             const double taken = double(clock.elapsed()) / 1000.0;
             std::printf("conversion of %s: %.1f s, %.0f MB written, peak memory so far %.0f MB\n",
-                        qPrintable(folder), taken, double(QFileInfo(installed).size()) / 1e6, peakMegabytes());
+                        qPrintable(folder), taken, double(QFileInfo(installed).size()) / 1e6,
+                        peakMegabytes());
         } else if (!QFile::link(model, installed)) {
             std::fprintf(stderr, "No model at %s.\n", qPrintable(model));
             return 1;
@@ -158,17 +152,19 @@ int main(int argc, char **argv)
     double copied = 0;
     AudioFileImport::Stage stage = AudioFileImport::Stage::idle;
     QObject::connect(&import, &AudioFileImport::progressChanged, &application, [&] {
-        if (import.stage() == AudioFileImport::Stage::transcribing && stage == AudioFileImport::Stage::copying)
+        if (import.stage() == AudioFileImport::Stage::transcribing &&
+            stage == AudioFileImport::Stage::copying)
             copied = double(clock.elapsed()) / 1000.0;
         stage = import.stage();
     });
     bool transcribed = false;
-    QObject::connect(&import, &AudioFileImport::finished, &application, [&](bool done, const QString &message) {
-        transcribed = done;
-        if (!done)
-            std::printf("import ended: %s\n", qPrintable(message));
-        application.quit();
-    });
+    QObject::connect(&import, &AudioFileImport::finished, &application,
+                     [&](bool done, const QString &message) {
+                         transcribed = done;
+                         if (!done)
+                             std::printf("import ended: %s\n", qPrintable(message));
+                         application.quit();
+                     });
     clock.start();
     if (!import.start(audio)) {
         std::printf("import refused: %s\n", qPrintable(import.lastMessage()));
@@ -176,13 +172,17 @@ int main(int argc, char **argv)
     }
     application.exec();
     const double total = double(clock.elapsed()) / 1000.0;
-    const qsizetype words =
-        import.note() ? import.note()->transcription().value_or(QString()).split(QLatin1Char(' '), Qt::SkipEmptyParts).size()
-                      : 0;
-    std::printf("import of %.0f s: copy %.1f s (RTF %.4f), transcription %.1f s (RTF %.3f), whole %.1f s (RTF "
-                "%.3f), %lld words (%.0f a minute), %s, peak memory %.0f MB\n",
-                seconds, copied, copied / seconds, total - copied, (total - copied) / seconds, total,
-                total / seconds, qint64(words), double(words) / (seconds / 60.0), transcribed ? "transcribed" : "NOT transcribed",
-                peakMegabytes());
+    const qsizetype words = import.note() ? import.note()
+                                                ->transcription()
+                                                .value_or(QString())
+                                                .split(QLatin1Char(' '), Qt::SkipEmptyParts)
+                                                .size()
+                                          : 0;
+    std::printf(
+        "import of %.0f s: copy %.1f s (RTF %.4f), transcription %.1f s (RTF %.3f), whole %.1f s (RTF "
+        "%.3f), %lld words (%.0f a minute), %s, peak memory %.0f MB\n",
+        seconds, copied, copied / seconds, total - copied, (total - copied) / seconds, total, total / seconds,
+        qint64(words), double(words) / (seconds / 60.0), transcribed ? "transcribed" : "NOT transcribed",
+        peakMegabytes());
     return transcribed ? 0 : 1;
 }

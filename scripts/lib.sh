@@ -13,7 +13,7 @@ KESTIL_APT_BUILD=(build-essential cmake ninja-build pkg-config git ca-certificat
 KESTIL_APT_RUN=(qt6-qpa-plugins fonts-dejavu-core pulseaudio-utils dbus)
 KESTIL_APT_TEST=(pulseaudio pulseaudio-utils espeak-ng sox xvfb xdotool x11-utils poppler-utils dbus dbus-x11
   dunst imagemagick pocketsphinx-testdata python3 python3-numpy python3-pip python3-venv xauth
-  strace desktop-file-utils appstream dpkg-dev fakeroot file xclip)
+  strace desktop-file-utils appstream dpkg-dev fakeroot file xclip clang-14 libclang-rt-14-dev)
 
 kestil_install_packages() {
   local missing=() p

@@ -187,8 +187,8 @@ def main():
             if not built:
                 outcome = "not built"
             else:
-                spec = "0,0,0," + ",".join(map(str, numbers))
-                code = run(["ctest", "-j", "2", "--timeout", "120", "--stop-on-failure", "-I", spec], build, 1800)
+                selection = "0,0,0," + ",".join(map(str, numbers))
+                code = run(["ctest", "-j", "2", "--timeout", "120", "--stop-on-failure", "-I", selection], build, 1800)
                 outcome = "killed" if code != 0 else "survived"
         finally:
             source.write_text(original, encoding="utf-8")

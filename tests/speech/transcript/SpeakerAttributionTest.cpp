@@ -11,10 +11,10 @@ using namespace kestil;
 namespace {
 
 // "one@0.5-1 two@1-1.9": each word with its start and end.
-QList<TimedWord> timedWords(const QString &spec)
+QList<TimedWord> timedWords(const QString &described)
 {
     QList<TimedWord> words;
-    for (const QString &item : spec.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
+    for (const QString &item : described.split(QLatin1Char(' '), Qt::SkipEmptyParts)) {
         const QStringList parts = item.split(QLatin1Char('@'));
         const QStringList times = parts[1].split(QLatin1Char('-'));
         words.append(TimedWord{parts[0], times[0].toDouble(), times[1].toDouble()});
