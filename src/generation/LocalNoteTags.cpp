@@ -244,10 +244,10 @@ QStringList resolvedNames(const QStringList &proposals, const QList<LocalTagCand
         // ("LIBRARY-TAGSJSON"); a heading names no topic of the note.
         static const QStringList headingKeys{key(QStringLiteral("library tags")),
                                              key(QStringLiteral("note summary"))};
+        static const QString tagsKey = key(QStringLiteral("tags"));
         const auto isHeading = [&](const QString &k) {
-            return k == key(QStringLiteral("tags")) ||
-                   std::any_of(headingKeys.begin(), headingKeys.end(),
-                               [&](const QString &h) { return k.startsWith(h); });
+            return k == tagsKey || std::any_of(headingKeys.begin(), headingKeys.end(),
+                                               [&](const QString &h) { return k.startsWith(h); });
         };
         if (proposalKey.isEmpty() || isHeading(proposalKey))
             continue;
