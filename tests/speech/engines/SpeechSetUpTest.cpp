@@ -186,10 +186,7 @@ TEST_F(SpeechSetUp, SetUpInstallsWhisperProvesItAndWhisperThenTranscribes)
     std::vector<float> audio = test::silence(0.5, 48000);
     test::appendTo(audio, test::noiseBurst(2.0, 0.1, 3, 48000));
     test::appendTo(audio, test::silence(1.0, 48000));
-    for (std::size_t at = 0; at < audio.size(); at += 4096) {
-        const std::size_t n = std::min<std::size_t>(4096, audio.size() - at);
-        session->append(audio.data() + at, qsizetype(n * sizeof(float)), 48000);
-    }
+    test::appendInBuffers(*session, audio, 48000);
     const LocalTranscript final = session->finish();
     ASSERT_EQ(final.utterances.size(), 1);
     EXPECT_NEAR(final.utterances[0].start, 0.5, 0.05);
