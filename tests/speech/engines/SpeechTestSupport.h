@@ -184,6 +184,14 @@ void appendInBuffers(Session &session, const std::vector<float> &samples, double
     }
 }
 
+inline std::vector<float> joined(std::initializer_list<std::vector<float>> parts)
+{
+    std::vector<float> out;
+    for (const auto &part : parts)
+        out.insert(out.end(), part.begin(), part.end());
+    return out;
+}
+
 inline void appendTo(std::vector<float> &to, const std::vector<float> &more)
 {
     to.insert(to.end(), more.begin(), more.end());
