@@ -22,16 +22,6 @@ QList<TimedWord> timedWords(const QString &described)
     return words;
 }
 
-WordTimedUtterance heard(const QString &id, const QString &text, std::optional<double> start,
-                         std::optional<double> end, const QString &words = {},
-                         std::optional<qint64> speaker = {})
-{
-    TranscriptUtterance u = utterance(id, text, start, end);
-    u.speaker = speaker;
-    u.confidence = 0.75;
-    return WordTimedUtterance{u, timedWords(words)};
-}
-
 TranscriptUtterance said(const QString &id, const QString &text, std::optional<double> start,
                          std::optional<double> end, std::optional<qint64> speaker)
 {
@@ -39,6 +29,13 @@ TranscriptUtterance said(const QString &id, const QString &text, std::optional<d
     u.speaker = speaker;
     u.confidence = 0.75;
     return u;
+}
+
+WordTimedUtterance heard(const QString &id, const QString &text, std::optional<double> start,
+                         std::optional<double> end, const QString &words = {},
+                         std::optional<qint64> speaker = {})
+{
+    return WordTimedUtterance{said(id, text, start, end, speaker), timedWords(words)};
 }
 
 struct AttributionCase {
