@@ -12,8 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <mutex>
-
 using namespace kestil;
 
 namespace {
@@ -52,32 +50,14 @@ protected:
     }
     void TearDown() override { qunsetenv("KESTIL_DATA_DIR"); }
 
-    // Feeds a clip as the recorder would: 48 kHz capture buffers of 4096
-    // frames, at four times real time, with a second of room noise around it.
+    // Feeds a clip as the recorder would, at four times real time, with a
+    // second of room noise around it.
     LocalTranscript transcribeLive(const test::Clip &clip, std::vector<LocalTranscript> *seen = nullptr)
     {
-        std::mutex mutex;
-        QStringList failures;
-        auto session = LiveSpeechSession::start(
-            QStringLiteral("en-US"),
-            [&](const Error &e) {
-                std::lock_guard lock(mutex);
-                failures << e.localizedDescription();
-            },
-            [&](const LocalTranscript &t) {
-                std::lock_guard lock(mutex);
-                if (seen)
-                    seen->push_back(t);
-            },
-            *preferences_);
-        std::vector<float> audio = test::steadyNoise(1.0, 0.0005, 1, clip.rate);
-        test::appendTo(audio, clip.samples);
-        test::appendTo(audio, test::steadyNoise(1.0, 0.0005, 2, clip.rate));
-        test::appendInBuffers(*session, test::resample(audio, clip.rate, 48000), 48000, 4);
-        const LocalTranscript final = session->finish();
-        std::lock_guard lock(mutex);
-        EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
-        return final;
+        return test::playLive(*preferences_,
+                              test::joined({test::steadyNoise(1.0, 0.0005, 1, clip.rate), clip.samples,
+                                            test::steadyNoise(1.0, 0.0005, 2, clip.rate)}),
+                              clip.rate, 4, seen);
     }
 
     QTemporaryDir data_;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "prefs/PreferenceStore.h"
 #include "speech/AudioFileReader.h"
+#include "speech/LiveSpeechSession.h"
 #include "speech/StreamResampler.h"
 #include "support/SoundFiles.h"
 
@@ -18,6 +20,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
+#include <mutex>
 #include <random>
 #include <thread>
 #include <vector>
@@ -176,12 +179,41 @@ inline std::vector<float> silence(double seconds, double rate = 16000)
 template <typename Session>
 void appendInBuffers(Session &session, const std::vector<float> &samples, double rate, double speed = 0)
 {
+    const auto started = std::chrono::steady_clock::now();
     for (std::size_t at = 0; at < samples.size(); at += 4096) {
         const std::size_t n = std::min<std::size_t>(4096, samples.size() - at);
         session.append(samples.data() + at, qsizetype(n * sizeof(float)), rate);
         if (speed > 0)
-            std::this_thread::sleep_for(std::chrono::microseconds(qint64(4096 * 1e6 / rate / speed)));
+            std::this_thread::sleep_until(
+                started + std::chrono::microseconds(qint64(double(at + n) / rate / speed * 1e6)));
     }
+}
+
+// Plays audio into an English live session as the recorder does: 48 kHz
+// capture buffers at `speed` times real time. Every transcript the session
+// reports is kept in `seen`; the session must not fail.
+inline LocalTranscript playLive(PreferenceStore &preferences, const std::vector<float> &audio, double rate,
+                                double speed, std::vector<LocalTranscript> *seen = nullptr)
+{
+    std::mutex mutex;
+    QStringList failures;
+    auto session = LiveSpeechSession::start(
+        QStringLiteral("en-US"),
+        [&](const Error &e) {
+            std::lock_guard lock(mutex);
+            failures << e.localizedDescription();
+        },
+        [&](const LocalTranscript &t) {
+            std::lock_guard lock(mutex);
+            if (seen)
+                seen->push_back(t);
+        },
+        preferences);
+    appendInBuffers(*session, resample(audio, rate, 48000), 48000, speed);
+    const LocalTranscript final = session->finish();
+    std::lock_guard lock(mutex);
+    EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
+    return final;
 }
 
 inline std::vector<float> joined(std::initializer_list<std::vector<float>> parts)
