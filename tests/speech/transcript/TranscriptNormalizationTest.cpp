@@ -24,21 +24,15 @@ List paragraphs(const List &list)
                                transcriptMaximumSentences, transcriptMaximumDuration);
 }
 
-QStringList idsOf(const List &list)
+template <QString TranscriptUtterance::*field> QStringList all(const List &list)
 {
-    QStringList ids;
+    QStringList values;
     for (const auto &u : list)
-        ids << u.id;
-    return ids;
+        values << u.*field;
+    return values;
 }
-
-QStringList textsOf(const List &list)
-{
-    QStringList texts;
-    for (const auto &u : list)
-        texts << u.text;
-    return texts;
-}
+constexpr auto idsOf = all<&TranscriptUtterance::id>;
+constexpr auto textsOf = all<&TranscriptUtterance::text>;
 
 TranscriptUtterance with(TranscriptUtterance u, std::optional<qint64> speaker,
                          std::optional<double> confidence = std::nullopt, bool interim = false)
