@@ -241,22 +241,20 @@ inline double wordErrorRate(const QString &reference, const QString &hypothesis)
 {
     const QStringList ref = words(reference);
     const QStringList hyp = words(hypothesis);
-    std::vector<std::vector<int>> d(std::size_t(ref.size() + 1),
-                                    std::vector<int>(std::size_t(hyp.size() + 1)));
-    for (qsizetype i = 0; i <= ref.size(); ++i)
-        d[std::size_t(i)][0] = int(i);
-    for (qsizetype j = 0; j <= hyp.size(); ++j)
-        d[0][std::size_t(j)] = int(j);
+    // One row of the distance table at a time: row[j] for the first j words of hyp.
+    std::vector<int> row(std::size_t(hyp.size() + 1));
+    for (std::size_t j = 0; j < row.size(); ++j)
+        row[j] = int(j);
     for (qsizetype i = 1; i <= ref.size(); ++i) {
-        for (qsizetype j = 1; j <= hyp.size(); ++j) {
-            const int substitution =
-                d[std::size_t(i - 1)][std::size_t(j - 1)] + (ref[i - 1] == hyp[j - 1] ? 0 : 1);
-            d[std::size_t(i)][std::size_t(j)] =
-                std::min({d[std::size_t(i - 1)][std::size_t(j)] + 1,
-                          d[std::size_t(i)][std::size_t(j - 1)] + 1, substitution});
+        int diagonal = row[0];
+        row[0] = int(i);
+        for (std::size_t j = 1; j < row.size(); ++j) {
+            const int substitution = diagonal + (ref[i - 1] == hyp[qsizetype(j) - 1] ? 0 : 1);
+            diagonal = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, substitution});
         }
     }
-    return ref.isEmpty() ? (hyp.isEmpty() ? 0.0 : 1.0) : double(d.back().back()) / double(ref.size());
+    return ref.isEmpty() ? (hyp.isEmpty() ? 0.0 : 1.0) : double(row.back()) / double(ref.size());
 }
 
 // The LibriVox clips one after the other, as someone reading with pauses:
