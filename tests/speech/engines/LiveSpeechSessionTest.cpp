@@ -54,15 +54,6 @@ QByteArray bytesOf(const std::vector<float> &samples)
                       qsizetype(samples.size() * sizeof(float)));
 }
 
-// Appends the samples in capture buffers of 4096 frames.
-void appendInBuffers(LiveSpeechSession &session, const std::vector<float> &samples, double rate)
-{
-    for (std::size_t at = 0; at < samples.size(); at += 4096) {
-        const std::size_t n = std::min<std::size_t>(4096, samples.size() - at);
-        session.append(samples.data() + at, qsizetype(n * sizeof(float)), rate);
-    }
-}
-
 QString finishError(LiveSpeechSession &session)
 {
     try {
@@ -170,8 +161,8 @@ TEST_F(LiveSpeech, ConvertsOtherRatesWithoutLosingAudioWhereTheRateChanges)
 {
     auto session = start();
     // 1 s at 48 kHz in capture buffers, then 1 s at 44.1 kHz.
-    appendInBuffers(*session, test::noiseBurst(1.0, 0.1, 1, 48000), 48000);
-    appendInBuffers(*session, test::noiseBurst(1.0, 0.1, 2, 44100), 44100);
+    test::appendInBuffers(*session, test::noiseBurst(1.0, 0.1, 1, 48000), 48000);
+    test::appendInBuffers(*session, test::noiseBurst(1.0, 0.1, 2, 44100), 44100);
     session->finish();
     // Nothing is lost at the change of rate or at the end: the old
     // converter's tail goes in before the new one starts.
@@ -184,7 +175,7 @@ TEST_F(LiveSpeech, KeepsItsConverterWhileTheRateStaysTheSameAndPassesTheEngineRa
     // A tone cut into capture buffers must come out as one clean tone: a
     // converter made anew for each buffer would break it at every seam.
     auto session = start();
-    appendInBuffers(*session, test::sine(440, 48000, 96000), 48000);
+    test::appendInBuffers(*session, test::sine(440, 48000, 96000), 48000);
     session->finish();
     const std::vector<float> out = probe->received();
     ASSERT_NEAR(double(out.size()), 32000.0, 2.0);

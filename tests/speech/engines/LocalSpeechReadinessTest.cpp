@@ -65,10 +65,9 @@ TEST(LocalSpeechKeys, LanguageKeyFollowsLanguageAndForChineseTheScript)
 
 TEST(LocalSpeechKeys, IdentifiersComeOutInBcp47Form)
 {
-    EXPECT_EQ(bcp47Identifier("en_us"), QStringLiteral("en-US"));
-    EXPECT_EQ(bcp47Identifier("zh_hans_cn"), QStringLiteral("zh-Hans-CN"));
-    EXPECT_EQ(bcp47Identifier("de_DE.UTF-8"), QStringLiteral("de-DE"));
-    EXPECT_EQ(bcp47Identifier("es-419"), QStringLiteral("es-419"));
+    for (const auto &[id, bcp47] : {std::pair{"en_us", "en-US"}, std::pair{"zh_hans_cn", "zh-Hans-CN"},
+                                    std::pair{"de_DE.UTF-8", "de-DE"}, std::pair{"es-419", "es-419"}})
+        EXPECT_EQ(bcp47Identifier(id), QString::fromLatin1(bcp47));
 }
 
 TEST(LocalSpeechReadiness, ALanguageWithoutKeyIsUnsupportedWithoutAskingForAssets)
@@ -111,6 +110,9 @@ TEST(LocalSpeechReadiness, TheEngineChosenFollowsWhatIsInstalledAndOffered)
 {
     const Asset unsupported{Status::unsupported, 0, "/w"};
     const Asset sphinx{Status::installed, 1, "/sphinx"};
+    const QString needsSetUp =
+        QStringLiteral("The on-device speech model for this language needs setup. Open Settings and choose "
+                       "Set Up On-Device Speech. The on-device language model uses a separate model.");
     struct Case {
         const char *what;
         const char *locale;
@@ -129,13 +131,9 @@ TEST(LocalSpeechReadiness, TheEngineChosenFollowsWhatIsInstalledAndOffered)
          Engine::speech, Status::installed, "en-US",
          QStringLiteral("On-device speech is ready. Transcription works offline.")},
         {"installed without usable formats needs set-up", "de-AT", Asset{Status::installed, 0, "/m"}, sphinx,
-         true, whisperLocales, Engine::speech, Status::supported, "de-DE",
-         QStringLiteral("The on-device speech model for this language needs setup. Open Settings and choose "
-                        "Set Up On-Device Speech. The on-device language model uses a separate model.")},
+         true, whisperLocales, Engine::speech, Status::supported, "de-DE", needsSetUp},
         {"downloading needs set-up", "fr-FR", Asset{Status::downloading, 0, "/m"}, sphinx, true,
-         whisperLocales, Engine::speech, Status::downloading, "fr-FR",
-         QStringLiteral("The on-device speech model for this language needs setup. Open Settings and choose "
-                        "Set Up On-Device Speech. The on-device language model uses a separate model.")},
+         whisperLocales, Engine::speech, Status::downloading, "fr-FR", needsSetUp},
         {"a language only the fallback offers", "en-US", Asset{Status::supported, 0, "/m"}, sphinx, true,
          QStringList{"de-DE"}, Engine::dictation, Status::installed, "en-US"},
         {"the fallback without whisper", "en-US", Asset{Status::supported, 0, "/m"}, sphinx, false,
@@ -189,13 +187,8 @@ TEST(LocalSpeechLanguages, OneEntryPerKeyInItsMaximalRegionSortedByName)
     FakeComputer computer;
     const QList<Language> list = languages(computer.inventory());
     ASSERT_EQ(list.size(), 16);
-    QStringList ids;
-    for (const auto &l : list)
-        ids << l.id;
-    EXPECT_TRUE(ids.contains("en-US"));
-    EXPECT_TRUE(ids.contains("pt-BR"));
-    EXPECT_TRUE(ids.contains("zh-Hans-CN"));
-    EXPECT_TRUE(ids.contains("zh-Hant-TW"));
+    for (const char *id : {"en-US", "pt-BR", "zh-Hans-CN", "zh-Hant-TW"})
+        EXPECT_TRUE(list.contains(Language{QString::fromLatin1(id)})) << id;
     QCollator collator;
     collator.setNumericMode(true);
     for (qsizetype i = 1; i < list.size(); ++i)

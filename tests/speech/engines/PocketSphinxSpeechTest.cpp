@@ -9,38 +9,23 @@
 
 #include <QFile>
 #include <QTemporaryDir>
-#include <QTextStream>
 
 #include <gtest/gtest.h>
-
-#include <mutex>
-#include <thread>
 
 using namespace kestil;
 
 namespace {
 
-struct TableClip {
-    QString source;
-    QString reference;
-};
-
-QList<TableClip> clipTable()
+// The message of the LocalError that `action` throws.
+template <typename Action> QString localError(Action action)
 {
-    QFile file(QStringLiteral(KESTIL_TEST_DATA_DIR "/speech/clips.tsv"));
-    EXPECT_TRUE(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    QList<TableClip> clips;
-    QTextStream in(&file);
-    while (!in.atEnd()) {
-        const QString line = in.readLine();
-        if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
-            continue;
-        const QStringList fields = line.split(QLatin1Char('\t'));
-        EXPECT_EQ(fields.size(), 2) << line.toStdString();
-        if (fields.size() == 2)
-            clips.append(TableClip{fields[0], fields[1]});
+    try {
+        action();
+    } catch (const LocalError &e) {
+        return e.message();
     }
-    return clips;
+    ADD_FAILURE() << "no error";
+    return {};
 }
 
 test::Clip load(const QString &source)
@@ -65,37 +50,14 @@ protected:
     }
     void TearDown() override { qunsetenv("KESTIL_DATA_DIR"); }
 
-    // Feeds a clip as the recorder would: 48 kHz capture buffers of 4096
-    // frames, at four times real time, with a second of room noise around it.
+    // Feeds a clip as the recorder would, at four times real time, with a
+    // second of room noise around it.
     LocalTranscript transcribeLive(const test::Clip &clip, std::vector<LocalTranscript> *seen = nullptr)
     {
-        std::mutex mutex;
-        QStringList failures;
-        auto session = LiveSpeechSession::start(
-            QStringLiteral("en-US"),
-            [&](const Error &e) {
-                std::lock_guard lock(mutex);
-                failures << e.localizedDescription();
-            },
-            [&](const LocalTranscript &t) {
-                std::lock_guard lock(mutex);
-                if (seen)
-                    seen->push_back(t);
-            },
-            *preferences_);
-        std::vector<float> audio = test::steadyNoise(1.0, 0.0005, 1, clip.rate);
-        test::appendTo(audio, clip.samples);
-        test::appendTo(audio, test::steadyNoise(1.0, 0.0005, 2, clip.rate));
-        const std::vector<float> capture = test::resample(audio, clip.rate, 48000);
-        for (std::size_t at = 0; at < capture.size(); at += 4096) {
-            const std::size_t n = std::min<std::size_t>(4096, capture.size() - at);
-            session->append(capture.data() + at, qsizetype(n * sizeof(float)), 48000);
-            std::this_thread::sleep_for(std::chrono::microseconds(4096 * 1000000LL / 48000 / 4));
-        }
-        const LocalTranscript final = session->finish();
-        std::lock_guard lock(mutex);
-        EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
-        return final;
+        return test::playLive(*preferences_,
+                              test::joined({test::steadyNoise(1.0, 0.0005, 1, clip.rate), clip.samples,
+                                            test::steadyNoise(1.0, 0.0005, 2, clip.rate)}),
+                              clip.rate, 4, seen);
     }
 
     QTemporaryDir data_;
@@ -115,13 +77,9 @@ TEST_F(PocketSphinxSpeech, WithoutAWhisperModelEnglishRunsOnPocketSphinx)
     // German has no engine ready until set-up downloads whisper's model.
     EXPECT_EQ(LocalSpeech::readiness(QStringLiteral("de-DE"), *preferences_).status,
               LocalSpeech::Readiness::Status::supported);
-    try {
-        LocalSpeech::configuration(QStringLiteral("de-DE"), *preferences_);
-        FAIL() << "German needs set-up";
-    } catch (const LocalError &e) {
-        EXPECT_TRUE(e.message().startsWith(
-            QStringLiteral("The on-device speech model for this language needs setup.")));
-    }
+    EXPECT_TRUE(localError([&] {
+                    LocalSpeech::configuration(QStringLiteral("de-DE"), *preferences_);
+                }).startsWith(QStringLiteral("The on-device speech model for this language needs setup.")));
     const auto failure = settings::localSpeechLastFailure(*preferences_);
     ASSERT_TRUE(failure.has_value());
     EXPECT_TRUE(failure->contains(QStringLiteral(" · de-DE\n")));
@@ -130,21 +88,16 @@ TEST_F(PocketSphinxSpeech, WithoutAWhisperModelEnglishRunsOnPocketSphinx)
 
 TEST_F(PocketSphinxSpeech, ASessionThatCannotStartSaysWhyAndAGoodStartClearsTheRecord)
 {
-    try {
-        LiveSpeechSession::start(QStringLiteral("de-DE"), {}, {}, *preferences_);
-        FAIL() << "German has no engine yet";
-    } catch (const LocalError &e) {
-        EXPECT_TRUE(e.message().startsWith(
-            QStringLiteral("The on-device speech model for this language needs setup.")));
-    }
+    const auto start = [&](const char *locale) {
+        return localError(
+            [&] { LiveSpeechSession::start(QString::fromLatin1(locale), {}, {}, *preferences_); });
+    };
+    EXPECT_TRUE(start("de-DE").startsWith(
+        QStringLiteral("The on-device speech model for this language needs setup.")));
     EXPECT_TRUE(settings::localSpeechLastFailure(*preferences_).has_value());
-    try {
-        LiveSpeechSession::start(QStringLiteral("zh"), {}, {}, *preferences_);
-        FAIL() << "Chinese without a script has no language key";
-    } catch (const LocalError &e) {
-        EXPECT_TRUE(
-            e.message().startsWith(QStringLiteral("Transcription is unavailable for the selected language")));
-    }
+    // Chinese without a script has no language key.
+    EXPECT_TRUE(
+        start("zh").startsWith(QStringLiteral("Transcription is unavailable for the selected language")));
 
     auto session = LiveSpeechSession::start(QStringLiteral("en-US"), {}, {}, *preferences_);
     EXPECT_FALSE(settings::localSpeechLastFailure(*preferences_).has_value());
@@ -162,7 +115,7 @@ TEST_F(PocketSphinxSpeech, RealSpeechThroughALiveSessionHoldsTheSpokenWords)
     constexpr double overallBound = 0.45;
     double errors = 0;
     double referenceWords = 0;
-    for (const TableClip &clip : clipTable()) {
+    for (const test::TableClip &clip : test::clipTable()) {
         std::vector<LocalTranscript> seen;
         const LocalTranscript transcript = transcribeLive(load(clip.source), &seen);
         const double wer = test::wordErrorRate(clip.reference, transcript.finalizedText());
@@ -192,11 +145,7 @@ TEST_F(PocketSphinxSpeech, AReadingIsTimedWhereEachPassageStartsWithoutOverlaps)
     // pause; the decoder counts its frames from there, not from each utterance.
     const test::ReadingTrack reading = test::libriVoxReading(13.0, 2.0);
     auto session = LiveSpeechSession::start(QStringLiteral("en-US"), {}, {}, *preferences_);
-    for (std::size_t at = 0; at < reading.samples.size(); at += 4096) {
-        const std::size_t n = std::min<std::size_t>(4096, reading.samples.size() - at);
-        session->append(reading.samples.data() + at, qsizetype(n * sizeof(float)), 16000);
-        std::this_thread::sleep_for(std::chrono::microseconds(4096 * 1000000LL / 16000 / 4));
-    }
+    test::appendInBuffers(*session, reading.samples, 16000, 4);
     const LocalTranscript transcript = session->finish();
     test::expectTimesOfTheReading(transcript.utterances, reading);
 }

@@ -45,16 +45,16 @@ TEST_P(SpeakerTurnOrder, SortsJoinsAndNumbersByFirstAppearance)
     EXPECT_EQ(orderedSpeakerTurns(GetParam().raw), GetParam().ordered);
 }
 
-INSTANTIATE_TEST_SUITE_P(Table, SpeakerTurnOrder,
-                         ::testing::Values(OrderCase{"NumberedInOrderOfFirstAppearance",
-                                                     {{5, 6, 7}, {1, 2, 3}, {3, 4, 7}},
-                                                     {{1, 2, 0}, {3, 4, 1}, {5, 6, 1}}},
-                                           OrderCase{"OnePersonsTouchingTurnsJoinOthersMayOverlap",
-                                                     {{0, 2, 4}, {1.5, 3, 4}, {3, 4, 4}, {2.5, 3.5, 9}},
-                                                     {{0, 4, 0}, {2.5, 3.5, 1}}},
-                                           OrderCase{"EmptyAndBackwardTurnsDropped",
-                                                     {{1, 1, 0}, {3, 2, 1}, {4, 5, 2}},
-                                                     {{4, 5, 0}}}),
+const OrderCase orderCases[] = {
+    {"NumberedInOrderOfFirstAppearance",
+     {{5, 6, 7}, {1, 2, 3}, {3, 4, 7}},
+     {{1, 2, 0}, {3, 4, 1}, {5, 6, 1}}},
+    {"OnePersonsTouchingTurnsJoinOthersMayOverlap",
+     {{0, 2, 4}, {1.5, 3, 4}, {3, 4, 4}, {2.5, 3.5, 9}},
+     {{0, 4, 0}, {2.5, 3.5, 1}}},
+    {"EmptyAndBackwardTurnsDropped", {{1, 1, 0}, {3, 2, 1}, {4, 5, 2}}, {{4, 5, 0}}},
+};
+INSTANTIATE_TEST_SUITE_P(Table, SpeakerTurnOrder, ::testing::ValuesIn(orderCases),
                          [](const auto &param) { return std::string(param.param.name); });
 
 // The measure the diarisation tests and the benchmark rely on.
@@ -68,21 +68,13 @@ TEST_P(DiarisationErrorRate, CountsMissedFalseAndConfusedSpeechUnderTheBestMappi
     EXPECT_NEAR(error.rate(), c.rate, 0.002);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, DiarisationErrorRate,
-    ::testing::Values(
-        ErrorCase{
-            "OtherNumbersSameTurns", {{0, 10, 0}, {10, 20, 1}}, {{0, 10, 1}, {10, 20, 0}}, 0, 0, 0, 0, 0},
-        ErrorCase{"NothingFound", {{0, 10, 0}, {10, 20, 1}}, {}, 0, 20, 0, 0, 1},
-        ErrorCase{"TwoPeopleHeardAsOne", {{0, 10, 0}, {10, 20, 1}}, {{0, 20, 0}}, 0, 0, 0, 10, 0.5},
-        ErrorCase{"SpeechFoundInSilence", {{0, 10, 0}}, {{0, 15, 0}}, 0, 0, 5, 0, 0.5},
-        ErrorCase{"OverlapMissed", {{0, 10, 0}, {5, 15, 1}}, {{0, 10, 0}}, 0, 10, 0, 0, 0.5},
-        ErrorCase{"CollarForgivesTheEdges",
-                  {{0, 10, 0}, {10, 20, 1}},
-                  {{0.2, 10.2, 0}, {10.2, 20, 1}},
-                  0.25,
-                  0,
-                  0,
-                  0,
-                  0}),
-    [](const auto &param) { return std::string(param.param.name); });
+const ErrorCase errorCases[] = {
+    {"OtherNumbersSameTurns", {{0, 10, 0}, {10, 20, 1}}, {{0, 10, 1}, {10, 20, 0}}, 0, 0, 0, 0, 0},
+    {"NothingFound", {{0, 10, 0}, {10, 20, 1}}, {}, 0, 20, 0, 0, 1},
+    {"TwoPeopleHeardAsOne", {{0, 10, 0}, {10, 20, 1}}, {{0, 20, 0}}, 0, 0, 0, 10, 0.5},
+    {"SpeechFoundInSilence", {{0, 10, 0}}, {{0, 15, 0}}, 0, 0, 5, 0, 0.5},
+    {"OverlapMissed", {{0, 10, 0}, {5, 15, 1}}, {{0, 10, 0}}, 0, 10, 0, 0, 0.5},
+    {"CollarForgivesTheEdges", {{0, 10, 0}, {10, 20, 1}}, {{0.2, 10.2, 0}, {10.2, 20, 1}}, 0.25, 0, 0, 0, 0},
+};
+INSTANTIATE_TEST_SUITE_P(Table, DiarisationErrorRate, ::testing::ValuesIn(errorCases),
+                         [](const auto &param) { return std::string(param.param.name); });

@@ -32,6 +32,13 @@ QByteArray contentOf(const QString &path)
     return file.readAll();
 }
 
+void writeFile(const QString &path, const QByteArray &bytes, QIODevice::OpenMode mode)
+{
+    QFile file(path);
+    ASSERT_TRUE(file.open(mode));
+    file.write(bytes);
+}
+
 QByteArray sha256(const QByteArray &bytes)
 {
     return QCryptographicHash::hash(bytes, QCryptographicHash::Sha256).toHex();
@@ -70,6 +77,26 @@ protected:
     {
         return LocalSpeech::readiness(locale,
                                       LocalSpeech::Inventory::current(*preferences_, catalogue_, directory_));
+    }
+
+    LocalSpeech::SetUpOptions withCatalogue() const
+    {
+        LocalSpeech::SetUpOptions options;
+        options.catalogue = catalogue_;
+        return options;
+    }
+
+    QString setUpFailure(const char *locale, const LocalSpeech::SetUpOptions &options)
+    {
+        return failureOf([&] { LocalSpeech::setUp(QString::fromLatin1(locale), *preferences_, options); });
+    }
+
+    // Serves `bytes` as the multilingual model, with their checksum in the catalogue.
+    void serveAsMultilingual(const QByteArray &bytes)
+    {
+        server_.setFile(QStringLiteral("ggml-base.bin"), bytes);
+        catalogue_[1].sha256 = sha256(bytes);
+        useServer("good");
     }
 
     QString failureOf(const std::function<void()> &action)
@@ -111,10 +138,7 @@ TEST_F(SpeechSetUp, AServedModelIsInstalledOnlyOnceItsChecksumMatched)
         EXPECT_GE(progress[i].first, progress[i - 1].first);
 
     // A file that changed after its check no longer counts.
-    QFile file(modelPath());
-    ASSERT_TRUE(file.open(QIODevice::Append));
-    file.write("x");
-    file.close();
+    writeFile(modelPath(), "x", QIODevice::Append);
     EXPECT_FALSE(isWhisperModelInstalled(directory_, catalogue_[0]));
 }
 
@@ -129,8 +153,7 @@ TEST_F(SpeechSetUp, AFileWithTheWrongChecksumIsDeleted)
     EXPECT_FALSE(QFile::exists(modelPath() + QStringLiteral(".part")));
 }
 
-// Resuming, ranges, cancelling and the server's errors are the downloader's
-// and tested with it; here, what a cut-off download leaves installed.
+// Resuming, ranges and the server's errors are the downloader's and tested with it.
 TEST_F(SpeechSetUp, ADownloadCutOffMidTransferInstallsNothing)
 {
     const QString first =
@@ -147,10 +170,7 @@ TEST_F(SpeechSetUp, ADownloadCutOffMidTransferInstallsNothing)
 TEST_F(SpeechSetUp, AFinishedFileWithoutItsRecordIsCheckedWithoutADownload)
 {
     QDir().mkpath(directory_);
-    QFile file(modelPath());
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(english_);
-    file.close();
+    writeFile(modelPath(), english_, QIODevice::WriteOnly);
     EXPECT_FALSE(isWhisperModelInstalled(directory_, catalogue_[0]));
     installWhisperModel(directory_, catalogue_[0], base("good"), {});
     EXPECT_TRUE(isWhisperModelInstalled(directory_, catalogue_[0]));
@@ -164,9 +184,7 @@ TEST_F(SpeechSetUp, SetUpInstallsWhisperProvesItAndWhisperThenTranscribes)
     // Until set-up runs, the installed fallback answers for English.
     EXPECT_EQ(readiness(QStringLiteral("en-US")).configuration->engine, LocalSpeech::Engine::dictation);
 
-    LocalSpeech::SetUpOptions options;
-    options.catalogue = catalogue_;
-    LocalSpeech::setUp(QStringLiteral("en-US"), *preferences_, options);
+    LocalSpeech::setUp(QStringLiteral("en-US"), *preferences_, withCatalogue());
 
     EXPECT_FALSE(settings::localSpeechLastFailure(*preferences_).has_value());
     const LocalSpeech::Readiness ready = LocalSpeech::readiness(QStringLiteral("en-US"), *preferences_);
@@ -183,23 +201,19 @@ TEST_F(SpeechSetUp, SetUpInstallsWhisperProvesItAndWhisperThenTranscribes)
         QStringLiteral("en-US"), [](const Error &) {}, [&](const LocalTranscript &t) { seen.push_back(t); },
         *preferences_);
     EXPECT_EQ(session->format(), 16000.0);
-    std::vector<float> audio = test::silence(0.5, 48000);
-    test::appendTo(audio, test::noiseBurst(2.0, 0.1, 3, 48000));
-    test::appendTo(audio, test::silence(1.0, 48000));
-    for (std::size_t at = 0; at < audio.size(); at += 4096) {
-        const std::size_t n = std::min<std::size_t>(4096, audio.size() - at);
-        session->append(audio.data() + at, qsizetype(n * sizeof(float)), 48000);
-    }
+    test::appendInBuffers(*session,
+                          test::joined({test::silence(0.5, 48000), test::noiseBurst(2.0, 0.1, 3, 48000),
+                                        test::silence(1.0, 48000)}),
+                          48000);
     const LocalTranscript final = session->finish();
     ASSERT_EQ(final.utterances.size(), 1);
     EXPECT_NEAR(final.utterances[0].start, 0.5, 0.05);
     EXPECT_FALSE(final.utterances[0].text.isEmpty());
 
     // And a recording on disk, timed from the start of its file.
-    std::vector<float> memo = test::silence(0.7, 44100);
-    test::appendTo(memo, test::noiseBurst(2.0, 0.1, 4, 44100));
-    test::appendTo(memo, test::silence(2.5, 44100));
-    test::appendTo(memo, test::noiseBurst(1.0, 0.1, 5, 44100));
+    const std::vector<float> memo =
+        test::joined({test::silence(0.7, 44100), test::noiseBurst(2.0, 0.1, 4, 44100),
+                      test::silence(2.5, 44100), test::noiseBurst(1.0, 0.1, 5, 44100)});
     const QString caf = data_.filePath(QStringLiteral("memo.caf"));
     ASSERT_TRUE(test::writeSoundFile(caf, SF_FORMAT_CAF | SF_FORMAT_FLOAT, 44100, 1, memo));
     const LocalTranscript file = LocalSpeech::transcribe(caf, QStringLiteral("en-US"), *preferences_);
@@ -215,10 +229,7 @@ TEST_F(SpeechSetUp, SetUpInstallsWhisperProvesItAndWhisperThenTranscribes)
 TEST_F(SpeechSetUp, AFailedSetUpIsRecordedAndLeavesNothingInstalled)
 {
     useServer("truncated");
-    LocalSpeech::SetUpOptions options;
-    options.catalogue = catalogue_;
-    const QString message =
-        failureOf([&] { LocalSpeech::setUp(QStringLiteral("de-DE"), *preferences_, options); });
+    const QString message = setUpFailure("de-DE", withCatalogue());
     EXPECT_TRUE(message.contains(QStringLiteral("did not match its published checksum")));
     const QString record = settings::localSpeechLastFailure(*preferences_).value_or(QString());
     const QStringList lines = record.split(QLatin1Char('\n'));
@@ -233,8 +244,7 @@ TEST_F(SpeechSetUp, ACancelledSetUpLeavesTheLastFailureAsItWas)
 {
     useServer("slow");
     settings::setLocalSpeechLastFailure(*preferences_, QStringLiteral("an earlier failure"));
-    LocalSpeech::SetUpOptions options;
-    options.catalogue = catalogue_;
+    LocalSpeech::SetUpOptions options = withCatalogue();
     std::atomic<bool> cancel{false};
     bool sawDownloading = false;
     options.download.progress = [&](qint64 received, qint64) {
@@ -266,15 +276,8 @@ TEST_F(SpeechSetUp, ALanguageOutsideTheKeysIsRefusedAndRecorded)
 TEST_F(SpeechSetUp, AFileThatIsNoModelNeverCountsInstalled)
 {
     // The server's file matches its checksum but is no whisper model.
-    const QByteArray junk(4096, 'j');
-    server_.setFile(QStringLiteral("ggml-base.bin"), junk);
-    catalogue_[1].sha256 = sha256(junk);
-    useServer("good");
-    LocalSpeech::SetUpOptions options;
-    options.catalogue = catalogue_;
-    const QString message =
-        failureOf([&] { LocalSpeech::setUp(QStringLiteral("fr-FR"), *preferences_, options); });
-    EXPECT_EQ(message,
+    serveAsMultilingual(QByteArray(4096, 'j'));
+    EXPECT_EQ(setUpFailure("fr-FR", withCatalogue()),
               QStringLiteral("Kestil has not finished installing this language's speech model. Connect to "
                              "the internet and try Set Up On-Device Speech again."));
     const LocalSpeech::Readiness r = readiness(QStringLiteral("fr-FR"));
@@ -290,14 +293,9 @@ TEST_F(SpeechSetUp, AModelWhisperCannotLoadFailsTheProofAndSaysSo)
     const qsizetype at = odd.indexOf("decoder.ln.bias");
     ASSERT_GT(at, 0);
     odd.replace(at, 15, "decoder.xx.bias");
-    server_.setFile(QStringLiteral("ggml-base.bin"), odd);
-    catalogue_[1].sha256 = sha256(odd);
-    useServer("good");
-    LocalSpeech::SetUpOptions options;
-    options.catalogue = catalogue_;
-    const QString message =
-        failureOf([&] { LocalSpeech::setUp(QStringLiteral("fr-FR"), *preferences_, options); });
-    EXPECT_EQ(message, QStringLiteral("Whisper could not load the speech model “ggml-base.bin”."));
+    serveAsMultilingual(odd);
+    EXPECT_EQ(setUpFailure("fr-FR", withCatalogue()),
+              QStringLiteral("Whisper could not load the speech model “ggml-base.bin”."));
     const QString record = settings::localSpeechLastFailure(*preferences_).value_or(QString());
     EXPECT_TRUE(record.endsWith(QStringLiteral("\nSetup verification: Whisper fr-FR")))
         << record.toStdString();

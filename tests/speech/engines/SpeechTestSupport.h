@@ -1,6 +1,8 @@
 #pragma once
 
+#include "prefs/PreferenceStore.h"
 #include "speech/AudioFileReader.h"
+#include "speech/LiveSpeechSession.h"
 #include "speech/StreamResampler.h"
 #include "support/SoundFiles.h"
 
@@ -16,8 +18,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <mutex>
 #include <random>
+#include <thread>
 #include <vector>
 
 namespace kestil::test {
@@ -42,7 +47,6 @@ inline QString tinyEnglishModel()
 {
     return generatedModel(QStringLiteral("whisper-test-tiny.en.bin"));
 }
-
 inline QString tinyMultilingualModel()
 {
     return generatedModel(QStringLiteral("whisper-test-tiny.bin"));
@@ -53,41 +57,36 @@ inline QString pocketSphinxTestData()
     return QStringLiteral("/usr/share/pocketsphinx/test/data");
 }
 
-// OpenAI's Whisper "base" (multilingual), converted from its CTranslate2 form
-// by Kestil's own import in scripts/test-models.sh, with its record.
-inline QString realWhisperModel()
-{
-    return generatedModel(QStringLiteral("ggml-base.bin"));
-}
-
-// Installs the real model into a data folder's Models/speech/ as an import
-// leaves it: the file (a link to the cached one) and its record.
+// Installs OpenAI's Whisper "base", as scripts/test-models.sh imports it, into
+// a data folder's Models/speech/ as an import leaves it: the file and its record.
 inline void installRealWhisperModel(const QString &dataRoot)
 {
     const QString models = dataRoot + QStringLiteral("/Models/speech");
     ASSERT_TRUE(QDir().mkpath(models));
-    const QString model = realWhisperModel();
+    const QString model = generatedModel(QStringLiteral("ggml-base.bin"));
     ASSERT_TRUE(QFile::link(model, models + QStringLiteral("/ggml-base.bin")));
     ASSERT_TRUE(
         QFile::copy(model + QStringLiteral(".verified"), models + QStringLiteral("/ggml-base.bin.verified")));
 }
 
-// The LibriVox recordings of pocketsphinx-testdata with what is said in them.
-struct ReferenceClip {
-    QString path;
+// The rows of tests/data/speech/clips.tsv: a clip's source and what is said in it.
+struct TableClip {
+    QString source;
     QString reference;
 };
 
-inline QList<ReferenceClip> libriVoxClips()
+inline QList<TableClip> clipTable()
 {
     QFile file(QStringLiteral(KESTIL_TEST_DATA_DIR "/speech/clips.tsv"));
     EXPECT_TRUE(file.open(QIODevice::ReadOnly | QIODevice::Text));
-    QList<ReferenceClip> clips;
+    QList<TableClip> clips;
     for (const QString &line : QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'))) {
+        if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
+            continue;
         const QStringList fields = line.split(QLatin1Char('\t'));
-        if (fields.size() == 2 && fields[0].startsWith(QStringLiteral("testdata:librivox/")))
-            clips.append(
-                ReferenceClip{pocketSphinxTestData() + QLatin1Char('/') + fields[0].mid(9), fields[1]});
+        EXPECT_EQ(fields.size(), 2) << line.toStdString();
+        if (fields.size() == 2)
+            clips.append(TableClip{fields[0], fields[1]});
     }
     return clips;
 }
@@ -148,35 +147,81 @@ inline std::vector<float> resample(const std::vector<float> &samples, double fro
     return out;
 }
 
-// Noise shaped like speech for the energy measure: bursts at a talking level.
-inline std::vector<float> noiseBurst(double seconds, double level = 0.1, unsigned seed = 7,
-                                     double rate = 16000)
+// Noise at one steady level, like a fan or an idle stream's hiss; with
+// `syllables`, shaped like speech for the energy measure: a rhythm of about
+// 4 Hz keeps the level moving like a voice.
+inline std::vector<float> steadyNoise(double seconds, double level, unsigned seed = 9, double rate = 16000,
+                                      bool syllables = false)
 {
     std::mt19937 random(seed);
     std::normal_distribution<float> noise(0.0f, float(level));
     std::vector<float> out(std::size_t(seconds * rate));
-    for (std::size_t i = 0; i < out.size(); ++i) {
-        // A syllable rhythm of about 4 Hz keeps the level moving like a voice.
-        const double envelope = 0.6 + 0.4 * std::sin(2.0 * M_PI * 4.0 * double(i) / rate);
-        out[i] = float(envelope) * noise(random);
-    }
+    for (std::size_t i = 0; i < out.size(); ++i)
+        out[i] = noise(random) *
+                 (syllables ? float(0.6 + 0.4 * std::sin(2.0 * M_PI * 4.0 * double(i) / rate)) : 1.0f);
     return out;
 }
 
-// Noise at one steady level, like a fan or an idle stream's hiss.
-inline std::vector<float> steadyNoise(double seconds, double level, unsigned seed = 9, double rate = 16000)
+// Bursts at a talking level.
+inline std::vector<float> noiseBurst(double seconds, double level = 0.1, unsigned seed = 7,
+                                     double rate = 16000)
 {
-    std::mt19937 random(seed);
-    std::normal_distribution<float> noise(0.0f, float(level));
-    std::vector<float> out(std::size_t(seconds * rate));
-    for (float &s : out)
-        s = noise(random);
-    return out;
+    return steadyNoise(seconds, level, seed, rate, true);
 }
 
 inline std::vector<float> silence(double seconds, double rate = 16000)
 {
     return std::vector<float>(std::size_t(seconds * rate), 0.0f);
+}
+
+// Appends the samples to a live session in capture buffers of 4096 frames,
+// at `speed` times real time, or at once without it.
+template <typename Session>
+void appendInBuffers(Session &session, const std::vector<float> &samples, double rate, double speed = 0)
+{
+    const auto started = std::chrono::steady_clock::now();
+    for (std::size_t at = 0; at < samples.size(); at += 4096) {
+        const std::size_t n = std::min<std::size_t>(4096, samples.size() - at);
+        session.append(samples.data() + at, qsizetype(n * sizeof(float)), rate);
+        if (speed > 0)
+            std::this_thread::sleep_until(
+                started + std::chrono::microseconds(qint64(double(at + n) / rate / speed * 1e6)));
+    }
+}
+
+// Plays audio into an English live session as the recorder does: 48 kHz
+// capture buffers at `speed` times real time. Every transcript the session
+// reports is kept in `seen`; the session must not fail.
+inline LocalTranscript playLive(PreferenceStore &preferences, const std::vector<float> &audio, double rate,
+                                double speed, std::vector<LocalTranscript> *seen = nullptr)
+{
+    std::mutex mutex;
+    QStringList failures;
+    auto session = LiveSpeechSession::start(
+        QStringLiteral("en-US"),
+        [&](const Error &e) {
+            std::lock_guard lock(mutex);
+            failures << e.localizedDescription();
+        },
+        [&](const LocalTranscript &t) {
+            std::lock_guard lock(mutex);
+            if (seen)
+                seen->push_back(t);
+        },
+        preferences);
+    appendInBuffers(*session, resample(audio, rate, 48000), 48000, speed);
+    const LocalTranscript final = session->finish();
+    std::lock_guard lock(mutex);
+    EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
+    return final;
+}
+
+inline std::vector<float> joined(std::initializer_list<std::vector<float>> parts)
+{
+    std::vector<float> out;
+    for (const auto &part : parts)
+        out.insert(out.end(), part.begin(), part.end());
+    return out;
 }
 
 inline void appendTo(std::vector<float> &to, const std::vector<float> &more)
@@ -196,22 +241,20 @@ inline double wordErrorRate(const QString &reference, const QString &hypothesis)
 {
     const QStringList ref = words(reference);
     const QStringList hyp = words(hypothesis);
-    std::vector<std::vector<int>> d(std::size_t(ref.size() + 1),
-                                    std::vector<int>(std::size_t(hyp.size() + 1)));
-    for (qsizetype i = 0; i <= ref.size(); ++i)
-        d[std::size_t(i)][0] = int(i);
-    for (qsizetype j = 0; j <= hyp.size(); ++j)
-        d[0][std::size_t(j)] = int(j);
+    // One row of the distance table at a time: row[j] for the first j words of hyp.
+    std::vector<int> row(std::size_t(hyp.size() + 1));
+    for (std::size_t j = 0; j < row.size(); ++j)
+        row[j] = int(j);
     for (qsizetype i = 1; i <= ref.size(); ++i) {
-        for (qsizetype j = 1; j <= hyp.size(); ++j) {
-            const int substitution =
-                d[std::size_t(i - 1)][std::size_t(j - 1)] + (ref[i - 1] == hyp[j - 1] ? 0 : 1);
-            d[std::size_t(i)][std::size_t(j)] =
-                std::min({d[std::size_t(i - 1)][std::size_t(j)] + 1,
-                          d[std::size_t(i)][std::size_t(j - 1)] + 1, substitution});
+        int diagonal = row[0];
+        row[0] = int(i);
+        for (std::size_t j = 1; j < row.size(); ++j) {
+            const int substitution = diagonal + (ref[i - 1] == hyp[qsizetype(j) - 1] ? 0 : 1);
+            diagonal = row[j];
+            row[j] = std::min({row[j] + 1, row[j - 1] + 1, substitution});
         }
     }
-    return ref.isEmpty() ? (hyp.isEmpty() ? 0.0 : 1.0) : double(d.back().back()) / double(ref.size());
+    return ref.isEmpty() ? (hyp.isEmpty() ? 0.0 : 1.0) : double(row.back()) / double(ref.size());
 }
 
 // The LibriVox clips one after the other, as someone reading with pauses:
@@ -229,8 +272,10 @@ inline ReadingTrack libriVoxReading(double lead, double pause)
     ReadingTrack track;
     track.samples = steadyNoise(lead, 0.0005, 21);
     unsigned seed = 22;
-    for (const ReferenceClip &clip : libriVoxClips()) {
-        const Clip audio = readAudioFile(clip.path);
+    for (const TableClip &clip : clipTable()) {
+        if (!clip.source.startsWith(QStringLiteral("testdata:librivox/")))
+            continue;
+        const Clip audio = readAudioFile(pocketSphinxTestData() + QLatin1Char('/') + clip.source.mid(9));
         track.starts.push_back(double(track.samples.size()) / 16000.0);
         appendTo(track.samples, resample(audio.samples, audio.rate, 16000));
         track.ends.push_back(double(track.samples.size()) / 16000.0);

@@ -15,13 +15,16 @@
 // what whisper.cpp returns.
 
 using namespace kestil;
+using test::joined;
+using test::noiseBurst;
+using test::silence;
 
 namespace {
 
-WhisperEngine::Options english()
+WhisperEngine::Options options(const char *language = "en")
 {
     WhisperEngine::Options options;
-    options.language = QStringLiteral("en");
+    options.language = QString::fromLatin1(language);
     options.threads = 1;
     return options;
 }
@@ -29,6 +32,7 @@ WhisperEngine::Options english()
 struct FedResults {
     std::vector<SpeechResult> results;
     std::vector<double> fedWhenReported;
+    std::vector<SpeechResult> finals;
 };
 
 // Feeds the engine in 0.25 s buffers, as a live session would.
@@ -36,83 +40,69 @@ FedResults feedInSteps(WhisperEngine &engine, const std::vector<float> &audio, b
 {
     FedResults run;
     double fed = 0;
+    const auto take = [&](const std::vector<SpeechResult> &results) {
+        for (const auto &r : results) {
+            run.results.push_back(r);
+            run.fedWhenReported.push_back(fed);
+            if (r.isFinal)
+                run.finals.push_back(r);
+        }
+    };
     for (std::size_t at = 0; at < audio.size(); at += 4000) {
         const std::size_t n = std::min<std::size_t>(4000, audio.size() - at);
         fed += double(n) / 16000.0;
-        for (auto &r : engine.feed(std::span<const float>(audio).subspan(at, n))) {
-            run.results.push_back(r);
-            run.fedWhenReported.push_back(fed);
-        }
+        take(engine.feed(std::span<const float>(audio).subspan(at, n)));
     }
-    if (finish) {
-        for (auto &r : engine.finish()) {
-            run.results.push_back(r);
-            run.fedWhenReported.push_back(fed);
-        }
-    }
+    if (finish)
+        take(engine.finish());
     return run;
 }
 
-std::vector<SpeechResult> finals(const FedResults &run)
+FedResults transcribed(const std::vector<float> &audio)
 {
-    std::vector<SpeechResult> out;
-    for (const auto &r : run.results) {
-        if (r.isFinal)
-            out.push_back(r);
-    }
-    return out;
+    WhisperEngine engine(test::tinyEnglishModel(), options());
+    return feedInSteps(engine, audio);
 }
 
 } // namespace
 
 TEST(WhisperEngine, LoadsAGeneratedModelAndRefusesOnesItCannotUse)
 {
-    EXPECT_NO_THROW(WhisperEngine(test::tinyEnglishModel(), english()));
-    WhisperEngine::Options german = english();
-    german.language = QStringLiteral("de");
-    EXPECT_NO_THROW(WhisperEngine(test::tinyMultilingualModel(), german));
+    EXPECT_NO_THROW(WhisperEngine(test::tinyEnglishModel(), options()));
+    EXPECT_NO_THROW(WhisperEngine(test::tinyMultilingualModel(), options("de")));
     try {
-        WhisperEngine(test::tinyEnglishModel(), german);
+        WhisperEngine(test::tinyEnglishModel(), options("de"));
         FAIL() << "an English-only model took German";
     } catch (const LocalError &e) {
         EXPECT_TRUE(e.message().contains(QStringLiteral("understands English only")));
     }
-    WhisperEngine::Options klingon = english();
-    klingon.language = QStringLiteral("tlh");
-    EXPECT_THROW(WhisperEngine(test::tinyMultilingualModel(), klingon), LocalError);
+    EXPECT_THROW(WhisperEngine(test::tinyMultilingualModel(), options("tlh")), LocalError);
 
     QTemporaryDir dir;
     QFile source(test::tinyEnglishModel());
     ASSERT_TRUE(source.open(QIODevice::ReadOnly));
-    const QString truncated = dir.filePath(QStringLiteral("ggml-base.en.bin"));
-    QFile out(truncated);
-    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
-    out.write(source.read(source.size() / 2));
-    out.close();
-    EXPECT_THROW(WhisperEngine(truncated, english()), LocalError);
-    EXPECT_THROW(WhisperEngine(dir.filePath(QStringLiteral("missing.bin")), english()), LocalError);
+    QFile truncated(dir.filePath(QStringLiteral("ggml-base.en.bin")));
+    ASSERT_TRUE(truncated.open(QIODevice::WriteOnly));
+    truncated.write(source.read(source.size() / 2));
+    truncated.close();
+    EXPECT_THROW(WhisperEngine(truncated.fileName(), options()), LocalError);
+    EXPECT_THROW(WhisperEngine(dir.filePath(QStringLiteral("missing.bin")), options()), LocalError);
 }
 
 TEST(WhisperEngine, SpeechIsVolatileFirstThenFinalTimedWithinTheAudioFed)
 {
-    WhisperEngine engine(test::tinyEnglishModel(), english());
-    std::vector<float> audio = test::silence(0.5);
-    test::appendTo(audio, test::noiseBurst(3.0, 0.1, 1));
-    test::appendTo(audio, test::silence(2.5));
-    test::appendTo(audio, test::noiseBurst(2.5, 0.1, 2));
-    test::appendTo(audio, test::silence(2.0));
-    const FedResults run = feedInSteps(engine, audio);
-
+    WhisperEngine engine(test::tinyEnglishModel(), options());
+    const FedResults run = feedInSteps(engine, joined({silence(0.5), noiseBurst(3.0, 0.1, 1), silence(2.5),
+                                                       noiseBurst(2.5, 0.1, 2), silence(2.0)}));
     ASSERT_FALSE(run.results.empty());
     EXPECT_FALSE(run.results.front().isFinal) << "text shows while the speech still runs";
     EXPECT_FALSE(run.results.front().text.isEmpty());
 
-    const auto settled = finals(run);
-    ASSERT_EQ(settled.size(), 2u) << "two stretches of speech, 2.5 s apart";
-    EXPECT_NEAR(settled[0].start, 0.5, 0.05);
-    EXPECT_NEAR(settled[0].end, 3.5, 0.1);
-    EXPECT_NEAR(settled[1].start, 6.0, 0.05);
-    EXPECT_NEAR(settled[1].end, 8.5, 0.1);
+    ASSERT_EQ(run.finals.size(), 2u) << "two stretches of speech, 2.5 s apart";
+    EXPECT_NEAR(run.finals[0].start, 0.5, 0.05);
+    EXPECT_NEAR(run.finals[0].end, 3.5, 0.1);
+    EXPECT_NEAR(run.finals[1].start, 6.0, 0.05);
+    EXPECT_NEAR(run.finals[1].end, 8.5, 0.1);
     for (std::size_t i = 0; i < run.results.size(); ++i) {
         const SpeechResult &r = run.results[i];
         EXPECT_LE(r.start, r.end);
@@ -124,39 +114,31 @@ TEST(WhisperEngine, SpeechIsVolatileFirstThenFinalTimedWithinTheAudioFed)
 
 TEST(WhisperEngine, SpeechAfterAShortPauseRevisesTheLastFinalUnderItsStart)
 {
-    WhisperEngine engine(test::tinyEnglishModel(), english());
-    std::vector<float> audio = test::silence(0.3);
-    test::appendTo(audio, test::noiseBurst(2.0, 0.1, 3));
-    test::appendTo(audio, test::silence(1.0)); // a pause that settles, short enough to revise
-    test::appendTo(audio, test::noiseBurst(2.0, 0.1, 4));
-    test::appendTo(audio, test::silence(2.0));
-    const FedResults run = feedInSteps(engine, audio);
-
-    const auto settled = finals(run);
-    ASSERT_EQ(settled.size(), 2u);
-    EXPECT_EQ(settled[1].start, settled[0].start) << "the revision repeats the start it corrects";
-    EXPECT_GT(settled[1].end, settled[0].end + 2.5);
+    // A pause of 1 s settles, and is short enough to revise.
+    const FedResults run = transcribed(
+        joined({silence(0.3), noiseBurst(2.0, 0.1, 3), silence(1.0), noiseBurst(2.0, 0.1, 4), silence(2.0)}));
+    ASSERT_EQ(run.finals.size(), 2u);
+    EXPECT_EQ(run.finals[1].start, run.finals[0].start) << "the revision repeats the start it corrects";
+    EXPECT_GT(run.finals[1].end, run.finals[0].end + 2.5);
 
     LocalTranscript transcript;
     for (const auto &r : run.results)
         applySpeechResult(transcript, r);
     ASSERT_EQ(transcript.utterances.size(), 1);
-    EXPECT_EQ(transcript.utterances[0].text, settled[1].text);
+    EXPECT_EQ(transcript.utterances[0].text, run.finals[1].text);
 }
 
 TEST(WhisperEngine, ALongFinalOrALongPauseStartsANewFinalInsteadOfRevising)
 {
     // A final longer than a revisable fragment, then a short pause; a short
     // final, then a pause too long to revise under.
-    const std::pair<double, double> cases[] = {{5.0, 1.0}, {2.0, 2.0}};
-    for (const auto &[speech, pause] : cases) {
-        WhisperEngine engine(test::tinyEnglishModel(), english());
-        std::vector<float> audio = test::noiseBurst(speech, 0.1, 13);
-        test::appendTo(audio, test::silence(pause));
-        test::appendTo(audio, test::noiseBurst(2.0, 0.1, 14));
-        const auto settled = finals(feedInSteps(engine, audio));
-        ASSERT_EQ(settled.size(), 2u) << speech << " s then " << pause << " s";
-        EXPECT_LT(settled[0].start, settled[1].start) << speech << " s then " << pause << " s";
+    for (const auto &[speech, pause] : {std::pair{5.0, 1.0}, std::pair{2.0, 2.0}}) {
+        SCOPED_TRACE(testing::Message() << speech << " s then " << pause << " s");
+        const auto finals =
+            transcribed(joined({noiseBurst(speech, 0.1, 13), silence(pause), noiseBurst(2.0, 0.1, 14)}))
+                .finals;
+        ASSERT_EQ(finals.size(), 2u);
+        EXPECT_LT(finals[0].start, finals[1].start);
     }
 }
 
@@ -164,10 +146,9 @@ TEST(WhisperEngine, SilenceHissAndSteadyNoiseNeverReachWhisper)
 {
     // An idle system-audio stream: digital silence, then hiss at about -58
     // dBFS; and a fan at about -40 dBFS, there from the first buffer on.
-    std::vector<float> idle = test::silence(10.0);
-    test::appendTo(idle, test::steadyNoise(20.0, 0.00125));
-    for (const std::vector<float> &audio : {idle, test::steadyNoise(20.0, 0.01, 12)}) {
-        WhisperEngine engine(test::tinyEnglishModel(), english());
+    for (const std::vector<float> &audio :
+         {joined({silence(10.0), test::steadyNoise(20.0, 0.00125)}), test::steadyNoise(20.0, 0.01, 12)}) {
+        WhisperEngine engine(test::tinyEnglishModel(), options());
         EXPECT_TRUE(feedInSteps(engine, audio).results.empty());
         EXPECT_EQ(engine.decodeSeconds(), 0.0) << "no decode means no phantom sentences";
     }
@@ -175,11 +156,10 @@ TEST(WhisperEngine, SilenceHissAndSteadyNoiseNeverReachWhisper)
 
 TEST(WhisperEngine, AWindowAtItsLimitSettlesWithoutWaitingForAPause)
 {
-    WhisperEngine::Options options = english();
-    options.maxWindowSeconds = 4.0;
-    WhisperEngine engine(test::tinyEnglishModel(), options);
-    const FedResults run = feedInSteps(engine, test::noiseBurst(10.0, 0.1, 8), false);
-    const auto settled = finals(run);
+    WhisperEngine::Options limited = options();
+    limited.maxWindowSeconds = 4.0;
+    WhisperEngine engine(test::tinyEnglishModel(), limited);
+    const auto settled = feedInSteps(engine, noiseBurst(10.0, 0.1, 8), false).finals;
     ASSERT_GE(settled.size(), 2u) << "10 s of unbroken speech in a 4 s window";
     for (std::size_t i = 1; i < settled.size(); ++i) {
         EXPECT_GT(settled[i].start, settled[i - 1].start) << "a cut at the limit is never revised";
@@ -189,16 +169,14 @@ TEST(WhisperEngine, AWindowAtItsLimitSettlesWithoutWaitingForAPause)
 
 TEST(WhisperEngine, FinishTurnsTheUnsettledTailFinal)
 {
-    WhisperEngine engine(test::tinyEnglishModel(), english());
-    std::vector<float> audio = test::silence(0.4);
-    test::appendTo(audio, test::noiseBurst(2.5, 0.1, 9));
-    const FedResults fed = feedInSteps(engine, audio, false);
-    EXPECT_TRUE(finals(fed).empty()) << "no pause yet";
+    WhisperEngine engine(test::tinyEnglishModel(), options());
+    EXPECT_TRUE(feedInSteps(engine, joined({silence(0.4), noiseBurst(2.5, 0.1, 9)}), false).finals.empty())
+        << "no pause yet";
     const std::vector<SpeechResult> last = engine.finish();
     ASSERT_EQ(last.size(), 1u);
     EXPECT_TRUE(last[0].isFinal);
     EXPECT_NEAR(last[0].start, 0.4, 0.05);
     EXPECT_LE(last[0].end, 2.9 + 1e-9);
     EXPECT_TRUE(engine.finish().empty()) << "a finished engine takes nothing more";
-    EXPECT_TRUE(engine.feed(test::noiseBurst(1.0)).empty());
+    EXPECT_TRUE(engine.feed(noiseBurst(1.0)).empty());
 }

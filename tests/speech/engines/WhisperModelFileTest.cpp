@@ -15,20 +15,19 @@ using namespace kestil;
 
 namespace {
 
-QString copyOf(const QTemporaryDir &dir, const QString &source, const char *name, qint64 keep = -1,
-               const QByteArray &extra = {})
+QString written(const QTemporaryDir &dir, const QString &name, const QByteArray &bytes)
 {
-    QFile in(source);
-    EXPECT_TRUE(in.open(QIODevice::ReadOnly));
-    QByteArray bytes = in.readAll();
-    if (keep >= 0)
-        bytes.truncate(keep);
-    bytes += extra;
-    const QString path = dir.filePath(QString::fromLatin1(name));
-    QFile out(path);
+    QFile out(dir.filePath(name));
     EXPECT_TRUE(out.open(QIODevice::WriteOnly));
     out.write(bytes);
-    return path;
+    return out.fileName();
+}
+
+QByteArray tinyEnglishBytes()
+{
+    QFile in(test::tinyEnglishModel());
+    EXPECT_TRUE(in.open(QIODevice::ReadOnly));
+    return in.readAll();
 }
 
 void expectDamaged(const QString &path)
@@ -58,37 +57,23 @@ TEST(WhisperModelFile, AcceptsAWholeModelAndReadsItsShape)
 TEST(WhisperModelFile, RefusesTruncatedPaddedAndForeignFiles)
 {
     QTemporaryDir dir;
-    const QString model = test::tinyEnglishModel();
-    const qint64 size = QFileInfo(model).size();
-    expectDamaged(copyOf(dir, model, "cut-in-weights.bin", size - 1000));
-    expectDamaged(copyOf(dir, model, "cut-in-header.bin", 30));
-    expectDamaged(copyOf(dir, model, "padded.bin", -1, QByteArray(64, '\0')));
-    expectDamaged(copyOf(dir, model, "empty.bin", 0));
-
-    const QString text = dir.filePath("notes.bin");
-    QFile f(text);
-    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-    f.write("This is a text file, not a speech model.\n");
-    f.close();
-    expectDamaged(text);
+    const QByteArray model = tinyEnglishBytes();
+    expectDamaged(written(dir, "cut-in-weights.bin", model.first(model.size() - 1000)));
+    expectDamaged(written(dir, "cut-in-header.bin", model.first(30)));
+    expectDamaged(written(dir, "padded.bin", model + QByteArray(64, '\0')));
+    expectDamaged(written(dir, "empty.bin", {}));
+    expectDamaged(written(dir, "notes.bin", "This is a text file, not a speech model.\n"));
 }
 
 TEST(WhisperModelFile, RefusesWeightTypesGgmlCannotMap)
 {
     // ggml stops the program on these instead of failing the load.
     QTemporaryDir dir;
-    QFile source(test::tinyEnglishModel());
-    ASSERT_TRUE(source.open(QIODevice::ReadOnly));
-    const QByteArray model = source.readAll();
+    const QByteArray model = tinyEnglishBytes();
     for (const qint32 type : {4, 5, 6, 29, 50, 1004}) {
         QByteArray odd = model;
         std::memcpy(odd.data() + 44, &type, 4);
-        const QString path = dir.filePath(QStringLiteral("type-%1.bin").arg(type));
-        QFile out(path);
-        ASSERT_TRUE(out.open(QIODevice::WriteOnly));
-        out.write(odd);
-        out.close();
-        expectDamaged(path);
+        expectDamaged(written(dir, QStringLiteral("type-%1.bin").arg(type), odd));
     }
 }
 

@@ -11,10 +11,7 @@
 
 #include <sndfile.h>
 
-#include <chrono>
 #include <iostream>
-#include <mutex>
-#include <thread>
 
 // Whisper "base" with its real weights, as Kestil's own import converted it:
 // what the user hears from the preferred engine.
@@ -34,36 +31,9 @@ protected:
     }
     void TearDown() override { qunsetenv("KESTIL_DATA_DIR"); }
 
-    // Plays 16 kHz audio into a live session as the recorder does: 48 kHz
-    // capture buffers of 4096 frames, `pace` times faster than real time.
-    // Every transcript the session reports is kept.
     LocalTranscript playLive(const std::vector<float> &audio, double pace, std::vector<LocalTranscript> &seen)
     {
-        std::mutex mutex;
-        QStringList failures;
-        auto session = LiveSpeechSession::start(
-            QStringLiteral("en-US"),
-            [&](const Error &e) {
-                std::lock_guard lock(mutex);
-                failures << e.localizedDescription();
-            },
-            [&](const LocalTranscript &t) {
-                std::lock_guard lock(mutex);
-                seen.push_back(t);
-            },
-            *preferences_);
-        const std::vector<float> capture = test::resample(audio, 16000, 48000);
-        const auto started = std::chrono::steady_clock::now();
-        for (std::size_t at = 0; at < capture.size(); at += 4096) {
-            const std::size_t n = std::min<std::size_t>(4096, capture.size() - at);
-            session->append(capture.data() + at, qsizetype(n * sizeof(float)), 48000);
-            std::this_thread::sleep_until(
-                started + std::chrono::microseconds(qint64(double(at + n) / 48000.0 / pace * 1e6)));
-        }
-        const LocalTranscript final = session->finish();
-        std::lock_guard lock(mutex);
-        EXPECT_TRUE(failures.isEmpty()) << failures.join(' ').toStdString();
-        return final;
+        return test::playLive(*preferences_, audio, 16000, pace, &seen);
     }
 
     QString writeWav(const std::vector<float> &audio)

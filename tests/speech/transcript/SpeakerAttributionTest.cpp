@@ -22,16 +22,6 @@ QList<TimedWord> timedWords(const QString &described)
     return words;
 }
 
-WordTimedUtterance heard(const QString &id, const QString &text, std::optional<double> start,
-                         std::optional<double> end, const QString &words = {},
-                         std::optional<qint64> speaker = {})
-{
-    TranscriptUtterance u = utterance(id, text, start, end);
-    u.speaker = speaker;
-    u.confidence = 0.75;
-    return WordTimedUtterance{u, timedWords(words)};
-}
-
 TranscriptUtterance said(const QString &id, const QString &text, std::optional<double> start,
                          std::optional<double> end, std::optional<qint64> speaker)
 {
@@ -39,6 +29,13 @@ TranscriptUtterance said(const QString &id, const QString &text, std::optional<d
     u.speaker = speaker;
     u.confidence = 0.75;
     return u;
+}
+
+WordTimedUtterance heard(const QString &id, const QString &text, std::optional<double> start,
+                         std::optional<double> end, const QString &words = {},
+                         std::optional<qint64> speaker = {})
+{
+    return WordTimedUtterance{said(id, text, start, end, speaker), timedWords(words)};
 }
 
 struct AttributionCase {
@@ -61,49 +58,46 @@ TEST_P(SpeakerAttribution, GivesEachUtteranceTheSpeakerOfItsTime)
     EXPECT_EQ(attributeSpeakers(c.utterances, c.turns), c.expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, SpeakerAttribution,
-    ::testing::Values(
-        AttributionCase{"WithinOneTurn",
-                        twoTurns,
-                        {heard("u", "hello there", 0.2, 1.8)},
-                        {said("u", "hello there", 0.2, 1.8, 0)}},
-        AttributionCase{"WithoutWordTimesTheLargerShareTakesItWhole",
-                        twoTurns,
-                        {heard("u", "one two three", 1.0, 4.0)},
-                        {said("u", "one two three", 1.0, 4.0, 1)}},
-        AttributionCase{"EqualSharesGoToTheSpeakerHeardFirst",
-                        twoTurns,
-                        {heard("u", "one two", 1.0, 3.0)},
-                        {said("u", "one two", 1.0, 3.0, 0)}},
-        AttributionCase{
-            "WordTimesCutItWhereTheSpeakerChanges",
-            twoTurns,
-            {heard("u", "One two, three four.", 0.5, 3.5, "One@0.5-1 two,@1-1.9 three@2.1-3 four.@3-3.5")},
-            {said("u-0", "One two,", 0.5, 1.9, 0), said("u-1", "three four.", 2.1, 3.5, 1)}},
-        AttributionCase{"AWordInAPauseStaysWithTheWordBefore",
-                        {{0, 2, 0}, {3, 5, 1}},
-                        {heard("u", "a b c", 0.0, 4.0, "a@0-1.5 b@2.2-2.8 c@3.1-4")},
-                        {said("u-0", "a b", 0.0, 2.8, 0), said("u-1", "c", 3.1, 4.0, 1)}},
-        AttributionCase{
-            "ASpeakerReturningMakesAThirdPiece",
-            {{0, 2, 0}, {2, 4, 1}, {4, 6, 0}},
-            {heard("u", "x y z", 0.5, 5.5, "x@0.5-1.5 y@2.5-3.5 z@4.5-5.5")},
-            {said("u-0", "x", 0.5, 1.5, 0), said("u-1", "y", 2.5, 3.5, 1), said("u-2", "z", 4.5, 5.5, 0)}},
-        AttributionCase{"WordsOfOneSpeakerKeepItWhole",
-                        twoTurns,
-                        {heard("u", "late start", 1.5, 4.0, "late@2.2-3 start@3-4")},
-                        {said("u", "late start", 1.5, 4.0, 1)}},
-        AttributionCase{"NeighboursOfOneSpeakerStaySeparate",
-                        twoTurns,
-                        {heard("a", "first", 2.1, 3.0), heard("b", "second", 3.2, 4.8)},
-                        {said("a", "first", 2.1, 3.0, 1), said("b", "second", 3.2, 4.8, 1)}},
-        AttributionCase{"UntimedOrUnheardGetsNoSpeaker",
-                        twoTurns,
-                        {heard("untimed", "no times", std::nullopt, std::nullopt, {}, 3),
-                         heard("half", "start only", 1.0, std::nullopt, {}, 3),
-                         heard("later", "after everyone", 6.0, 7.0, "after@6-6.5 everyone@6.5-7", 3)},
-                        {said("untimed", "no times", std::nullopt, std::nullopt, std::nullopt),
-                         said("half", "start only", 1.0, std::nullopt, std::nullopt),
-                         said("later", "after everyone", 6.0, 7.0, std::nullopt)}}),
-    [](const auto &param) { return std::string(param.param.name); });
+const AttributionCase cases[] = {
+    {"WithinOneTurn",
+     twoTurns,
+     {heard("u", "hello there", 0.2, 1.8)},
+     {said("u", "hello there", 0.2, 1.8, 0)}},
+    {"WithoutWordTimesTheLargerShareTakesItWhole",
+     twoTurns,
+     {heard("u", "one two three", 1.0, 4.0)},
+     {said("u", "one two three", 1.0, 4.0, 1)}},
+    {"EqualSharesGoToTheSpeakerHeardFirst",
+     twoTurns,
+     {heard("u", "one two", 1.0, 3.0)},
+     {said("u", "one two", 1.0, 3.0, 0)}},
+    {"WordTimesCutItWhereTheSpeakerChanges",
+     twoTurns,
+     {heard("u", "One two, three four.", 0.5, 3.5, "One@0.5-1 two,@1-1.9 three@2.1-3 four.@3-3.5")},
+     {said("u-0", "One two,", 0.5, 1.9, 0), said("u-1", "three four.", 2.1, 3.5, 1)}},
+    {"AWordInAPauseStaysWithTheWordBefore",
+     {{0, 2, 0}, {3, 5, 1}},
+     {heard("u", "a b c", 0.0, 4.0, "a@0-1.5 b@2.2-2.8 c@3.1-4")},
+     {said("u-0", "a b", 0.0, 2.8, 0), said("u-1", "c", 3.1, 4.0, 1)}},
+    {"ASpeakerReturningMakesAThirdPiece",
+     {{0, 2, 0}, {2, 4, 1}, {4, 6, 0}},
+     {heard("u", "x y z", 0.5, 5.5, "x@0.5-1.5 y@2.5-3.5 z@4.5-5.5")},
+     {said("u-0", "x", 0.5, 1.5, 0), said("u-1", "y", 2.5, 3.5, 1), said("u-2", "z", 4.5, 5.5, 0)}},
+    {"WordsOfOneSpeakerKeepItWhole",
+     twoTurns,
+     {heard("u", "late start", 1.5, 4.0, "late@2.2-3 start@3-4")},
+     {said("u", "late start", 1.5, 4.0, 1)}},
+    {"NeighboursOfOneSpeakerStaySeparate",
+     twoTurns,
+     {heard("a", "first", 2.1, 3.0), heard("b", "second", 3.2, 4.8)},
+     {said("a", "first", 2.1, 3.0, 1), said("b", "second", 3.2, 4.8, 1)}},
+    {"UntimedOrUnheardGetsNoSpeaker",
+     twoTurns,
+     {heard("untimed", "no times", std::nullopt, std::nullopt, {}, 3),
+      heard("half", "start only", 1.0, std::nullopt, {}, 3),
+      heard("later", "after everyone", 6.0, 7.0, "after@6-6.5 everyone@6.5-7", 3)},
+     {said("untimed", "no times", std::nullopt, std::nullopt, std::nullopt),
+      said("half", "start only", 1.0, std::nullopt, std::nullopt),
+      said("later", "after everyone", 6.0, 7.0, std::nullopt)}}};
+INSTANTIATE_TEST_SUITE_P(Table, SpeakerAttribution, ::testing::ValuesIn(cases),
+                         [](const auto &param) { return std::string(param.param.name); });

@@ -16,6 +16,13 @@ using namespace kestil;
 namespace {
 
 const QString noteKey = "kestil://notes/Note/p1";
+const QString shortText = "Good morning everyone.";
+
+TranscriptUtterance with(TranscriptUtterance u, bool interim)
+{
+    u.isInterim = interim;
+    return u;
+}
 
 class TranscriptUtterancesCacheTest : public ::testing::Test {
 protected:
@@ -34,30 +41,19 @@ QList<TranscriptUtterance> timedList()
 
 } // namespace
 
-TEST_F(TranscriptUtterancesCacheTest, EmptyOrInterimOnlyWriteClearsTheAttributeAndTheEntry)
+TEST_F(TranscriptUtterancesCacheTest, AnEmptyInterimOnlyOrUnwritableListClearsTheAttributeAndTheEntry)
 {
-    const QString transcription = "Good morning everyone.";
-    ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), transcription));
-    ASSERT_TRUE(cached(noteKey));
-
-    EXPECT_EQ(writeTranscriptUtterances(noteKey, {}, transcription), std::nullopt);
-    EXPECT_FALSE(cached(noteKey));
-
-    ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), transcription));
-    TranscriptUtterance interim = utterance("I", "and so", 5.0, 6.0);
-    interim.isInterim = true;
-    EXPECT_EQ(writeTranscriptUtterances(noteKey, {interim, interim}, transcription), std::nullopt);
-    EXPECT_FALSE(cached(noteKey));
-    EXPECT_EQ(transcriptUtterancesCache().count(), 0);
-}
-
-TEST_F(TranscriptUtterancesCacheTest, UnwritableListLeavesTheAttributeNilAndNoEntry)
-{
-    ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), QString()));
-    auto list = timedList();
-    list[2].end = std::numeric_limits<double>::infinity();
-    EXPECT_EQ(writeTranscriptUtterances(noteKey, list, QString()), std::nullopt);
-    EXPECT_FALSE(cached(noteKey));
+    const TranscriptUtterance interim = with(utterance("I", "and so", 5.0, 6.0), true);
+    auto unwritable = timedList();
+    unwritable[2].end = std::numeric_limits<double>::infinity();
+    for (const QList<TranscriptUtterance> &list :
+         {QList<TranscriptUtterance>(), {interim, interim}, unwritable}) {
+        ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), shortText));
+        ASSERT_TRUE(cached(noteKey));
+        EXPECT_EQ(writeTranscriptUtterances(noteKey, list, shortText), std::nullopt);
+        EXPECT_FALSE(cached(noteKey));
+        EXPECT_EQ(transcriptUtterancesCache().count(), 0);
+    }
 }
 
 TEST_F(TranscriptUtterancesCacheTest, WriteStoresNormalisedJsonAndTheNextReadIsAHit)
@@ -81,7 +77,7 @@ TEST_F(TranscriptUtterancesCacheTest, WriteStoresNormalisedJsonAndTheNextReadIsA
 
 TEST_F(TranscriptUtterancesCacheTest, EntryIsUsedOnlyWhileBothTextsAreUnchanged)
 {
-    const QString transcription = "Good morning everyone.";
+    const QString transcription = shortText;
     const auto json = writeTranscriptUtterances(noteKey, timedList(), transcription);
     ASSERT_TRUE(json);
     const auto hit = readTranscriptUtterances(noteKey, json, transcription);
@@ -111,27 +107,25 @@ TEST_F(TranscriptUtterancesCacheTest, EntryIsUsedOnlyWhileBothTextsAreUnchanged)
 
 TEST_F(TranscriptUtterancesCacheTest, EmptyListFallsBackToTranscriptionWithNewIdsOnEachUncachedRead)
 {
-    const QString empty = "[]";
-    const QString hello = "Hello there.";
-    const auto first = readTranscriptUtterances(noteKey, empty, hello);
+    const auto read = [] { return readTranscriptUtterances(noteKey, QStringLiteral("[]"), "Hello there."); };
+    const auto first = read();
     ASSERT_EQ(first.size(), 1);
-    EXPECT_EQ(first[0].text, hello);
+    EXPECT_EQ(first[0].text, "Hello there.");
     EXPECT_FALSE(first[0].start || first[0].end || first[0].speaker || first[0].confidence);
     EXPECT_EQ(first[0].id.size(), 36);
     EXPECT_EQ(first[0].id, first[0].id.toUpper());
 
-    EXPECT_EQ(readTranscriptUtterances(noteKey, empty, hello)[0].id, first[0].id);
+    EXPECT_EQ(read()[0].id, first[0].id);
     transcriptUtterancesCache().removeAll();
-    EXPECT_NE(readTranscriptUtterances(noteKey, empty, hello)[0].id, first[0].id);
+    EXPECT_NE(read()[0].id, first[0].id);
 }
 
 TEST_F(TranscriptUtterancesCacheTest, CorruptOrMissingJsonFallsBackToPlainParagraphs)
 {
     const QString text = "First paragraph of the note.\n\nSecond one.";
-    for (const std::optional<QString> &payload :
-         {std::optional<QString>(), std::optional<QString>(QString()),
-          std::optional<QString>("[{\"id\":\"a\",\"text\":\"lost\"}]"),
-          std::optional<QString>("not json at all")}) {
+    for (const std::optional<QString> &payload : {std::optional<QString>(), std::optional<QString>(QString()),
+                                                  std::optional<QString>(R"([{"id":"a","text":"lost"}])"),
+                                                  std::optional<QString>("not json at all")}) {
         transcriptUtterancesCache().removeAll();
         const auto list = readTranscriptUtterances(noteKey, payload, text);
         ASSERT_EQ(list.size(), 2);
@@ -150,9 +144,7 @@ TEST_F(TranscriptUtterancesCacheTest, ReadNormalisesButDoesNotRewriteWhatIsStore
     QList<TranscriptUtterance> raw = timedList();
     raw.insert(1, raw[0]);
     raw[1].id = "REPEAT";
-    raw.append(utterance("T", "maybe", 5.0, 5.5));
-    raw.last().isInterim = true;
-    const QString json = *encodeTranscriptUtterances(raw);
+    const QString json = *encodeTranscriptUtterances(raw << with(utterance("T", "maybe", 5.0, 5.5), true));
 
     const auto list = readTranscriptUtterances(noteKey, json, QString());
     EXPECT_EQ(list, normalizedUtterances(timedList()));
@@ -194,9 +186,7 @@ TEST_F(TranscriptUtterancesCacheTest, CostCountsUtf8BytesOfBothTextsAndEachUtter
     box.utterances = {utterance("ignored-id", "😀 a"), utterance("x", QString())};
     EXPECT_EQ(box.cost(), (2 + 2) + 3 + (96 + 6) + 96);
 
-    const QString text = "Good morning everyone.";
-    const auto json = writeTranscriptUtterances(noteKey, timedList(), text);
-    ASSERT_TRUE(json);
+    ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), shortText));
     EXPECT_EQ(transcriptUtterancesCache().totalCost(), transcriptUtterancesCache().object(noteKey)->cost());
 }
 
@@ -247,7 +237,7 @@ TEST_F(TranscriptUtterancesCacheTest, EvictsBeyondEightMebibytes)
 
 TEST_F(TranscriptUtterancesCacheTest, ConcurrentReadersSeeTheSameList)
 {
-    const QString text = "Good morning everyone.";
+    const QString text = shortText;
     const QString json = *writeTranscriptUtterances(noteKey, timedList(), text);
     const auto written = normalizedUtterances(timedList());
     const auto reread = normalizedUtterances(written);

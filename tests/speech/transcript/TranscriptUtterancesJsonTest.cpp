@@ -64,22 +64,10 @@ TEST(TranscriptUtterancesJson, EscapesStringsLikeAStandardEncoder)
 
 TEST(TranscriptUtterancesJson, NumbersRoundTripExactly)
 {
-    const QList<double> values = {0.0,
-                                  -0.0,
-                                  0.1,
-                                  1.0 / 3.0,
-                                  1e-7,
-                                  123456.789,
-                                  7200.123456789,
-                                  1e21,
-                                  9223372036854775808.0,
-                                  5e-324,
-                                  3.0,
-                                  -2.5,
-                                  1e300,
-                                  std::numeric_limits<double>::max()};
+    const double third = 1.0 / 3.0, largest = std::numeric_limits<double>::max();
     QList<TranscriptUtterance> list;
-    for (double v : values) {
+    for (double v : {0.0, -0.0, 0.1, third, 1e-7, 123456.789, 7200.123456789, 1e21, 9223372036854775808.0,
+                     5e-324, 3.0, -2.5, 1e300, largest}) {
         TranscriptUtterance u = utterance("n", "n", v, v);
         u.confidence = v;
         list.append(u);
@@ -92,9 +80,7 @@ TEST(TranscriptUtterancesJson, NumbersRoundTripExactly)
 
     const auto json = encodeTranscriptUtterances(list);
     ASSERT_TRUE(json);
-    const auto back = decodeTranscriptUtterances(*json);
-    ASSERT_TRUE(back);
-    EXPECT_EQ(*back, list);
+    EXPECT_EQ(decodeTranscriptUtterances(*json), list);
 }
 
 TEST(TranscriptUtterancesJson, NonFiniteNumbersCannotBeWritten)
@@ -130,17 +116,13 @@ TEST(TranscriptUtterancesJson, AnyFaultFailsTheWholeList)
     const char *good = R"({"id":"a","text":"ok","isInterim":false})";
     ASSERT_FALSE(fails((QByteArray("[") + good + "]").constData()));
 
-    // A required key missing or null in any element.
+    // A required key missing or null, or a value of the wrong type, in any element.
     for (const char *bad :
          {R"({"text":"t","isInterim":false})", R"({"id":"a","isInterim":false})", R"({"id":"a","text":"t"})",
           R"({"id":null,"text":"t","isInterim":false})", R"({"id":"a","text":null,"isInterim":false})",
-          R"({"id":"a","text":"t","isInterim":null})"}) {
-        EXPECT_TRUE(fails((QByteArray("[") + good + "," + bad + "]").constData())) << bad;
-    }
-    // Values of the wrong type.
-    for (const char *bad :
-         {R"({"id":1,"text":"t","isInterim":false})", R"({"id":"a","text":["t"],"isInterim":false})",
-          R"({"id":"a","text":"t","isInterim":0})", R"({"id":"a","text":"t","isInterim":"false"})",
+          R"({"id":"a","text":"t","isInterim":null})", R"({"id":1,"text":"t","isInterim":false})",
+          R"({"id":"a","text":["t"],"isInterim":false})", R"({"id":"a","text":"t","isInterim":0})",
+          R"({"id":"a","text":"t","isInterim":"false"})",
           R"({"id":"a","text":"t","isInterim":false,"start":"1.5"})",
           R"({"id":"a","text":"t","isInterim":false,"end":true})",
           R"({"id":"a","text":"t","isInterim":false,"speaker":1.5})",
@@ -159,11 +141,11 @@ TEST(TranscriptUtterancesJson, AnyFaultFailsTheWholeList)
 
 TEST(TranscriptUtterancesJson, IntegralSpeakerWrittenWithFractionStillReads)
 {
-    const auto list = decoded(R"([{"id":"a","text":"t","speaker":0,"isInterim":false},)"
-                              R"({"id":"b","text":"t","speaker":1.0,"isInterim":false},)"
-                              R"({"id":"c","text":"t","speaker":-7,"isInterim":false}])");
-    ASSERT_EQ(list.size(), 3);
-    EXPECT_EQ(list[0].speaker, 0);
-    EXPECT_EQ(list[1].speaker, 1);
-    EXPECT_EQ(list[2].speaker, -7);
+    for (const auto &[written, speaker] : {std::pair{"0", 0}, std::pair{"1.0", 1}, std::pair{"-7", -7}}) {
+        const auto list =
+            decoded((QByteArray(R"([{"id":"a","text":"t","speaker":)") + written + R"(,"isInterim":false}])")
+                        .constData());
+        ASSERT_EQ(list.size(), 1) << written;
+        EXPECT_EQ(list[0].speaker, speaker) << written;
+    }
 }
