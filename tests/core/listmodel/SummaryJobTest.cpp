@@ -45,6 +45,8 @@ QJsonObject tagsRecord(const QStringList &tags)
     return QJsonObject{{QStringLiteral("tags"), QJsonArray::fromStringList(tags)}};
 }
 
+const QJsonObject budgetTags = tagsRecord({QStringLiteral("Budget")});
+
 bool isTitleRequest(const ScriptedLanguageModel::Request &request)
 {
     return request.instructions.startsWith(QStringLiteral("Create a concise descriptive title"));
@@ -69,9 +71,20 @@ protected:
     }
 
     // Runs a job to its end; false when it did not end in time.
-    bool summarise(const NotePtr &note, const QString &templateKey = QStringLiteral("meetings/general"))
+    bool summarise(const NotePtr &note)
     {
-        return waitFor(list().generateSummary(note, templateKey));
+        return waitFor(list().generateSummary(note, QStringLiteral("meetings/general")));
+    }
+
+    bool waitUntilWriting()
+    {
+        return waitUntil(
+            [&] { return list().streamingSummaryViewModel().progress() == LocalSummaryProgress::writing(); });
+    }
+
+    bool waitUntilStreaming()
+    {
+        return waitUntil([&] { return !list().streamingSummaryViewModel().summary().isEmpty(); });
     }
 
     ScriptedLanguageModel model;
@@ -133,7 +146,6 @@ TEST_F(SummaryJobTest, SummarisesTitlesAndTagsANoteAndSavesThemTogether)
     EXPECT_EQ(texts.at(texts.size() - 2), finalSummary);
     EXPECT_EQ(texts.last(), QString()) << "the streaming text goes when the job ends";
 
-    // One save wrote summary, template, title and tags.
     EXPECT_EQ(saves.count(), 1);
     EXPECT_EQ(note->summary(), finalSummary);
     EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/general"));
@@ -219,8 +231,7 @@ TEST_F(SummaryJobTest, CancellingStopsTheModelPromptlyAndWritesNothing)
     model.replies = {Stall{}};
 
     const QFuture<void> job = jobs.generateSummary(note, QStringLiteral("Concise"));
-    ASSERT_TRUE(waitUntil(
-        [&] { return jobs.streamingSummaryViewModel().progress() == LocalSummaryProgress::writing(); }));
+    ASSERT_TRUE(waitUntilWriting());
     QElapsedTimer clock;
     clock.start();
     jobs.cancelSummary();
@@ -237,9 +248,21 @@ TEST_F(SummaryJobTest, CancellingStopsTheModelPromptlyAndWritesNothing)
     EXPECT_FALSE(jobs.isGeneratingSummary());
 
     // The slot is free again.
-    model.replies = {finalSummary, tagsRecord({QStringLiteral("Budget")})};
+    model.replies = {finalSummary, budgetTags};
     ASSERT_TRUE(summarise(note));
     EXPECT_EQ(note->summary(), finalSummary);
+
+    // A list closed during a job stops its model work.
+    const NotePtr other = makeNote(untitledNoteTitle());
+    model.replies = {Stall{}};
+    const qsizetype asked = model.requests.size();
+    const QFuture<void> closed = jobs.generateSummary(other, QString());
+    ASSERT_TRUE(waitUntil([&] { return model.requests.size() == asked + 1; }));
+    clock.restart();
+    models.clear();
+    EXPECT_LT(clock.elapsed(), 1000);
+    EXPECT_TRUE(closed.isFinished());
+    EXPECT_FALSE(other->summary().has_value());
 }
 
 TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItAndNothingIsWrittenBack)
@@ -251,8 +274,7 @@ TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItAndNothingIsWrittenBack)
     model.replies = {Stall{}};
 
     const QFuture<void> job = jobs.generateSummary(note, QString());
-    ASSERT_TRUE(waitUntil(
-        [&] { return jobs.streamingSummaryViewModel().progress() == LocalSummaryProgress::writing(); }));
+    ASSERT_TRUE(waitUntilWriting());
     // Deleting another note leaves the job alone.
     ASSERT_TRUE(waitFor(jobs.deleteNote(other)));
     settle();
@@ -277,11 +299,11 @@ TEST_F(SummaryJobTest, ANoteDeletedByAnotherListDuringAJobStaysDeleted)
     // The other list does not own the job, so nothing cancels it: the job
     // finds the note gone before its save.
     model.replies = {Stream{{QStringLiteral("## Summary"), finalSummary}, 400ms},
-                     titleRecord(QStringLiteral("Spring campaign")), tagsRecord({QStringLiteral("Budget")})};
+                     titleRecord(QStringLiteral("Spring campaign")), budgetTags};
     QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
 
     const QFuture<void> job = jobs.generateSummary(note, QString());
-    ASSERT_TRUE(waitUntil([&] { return !jobs.streamingSummaryViewModel().summary().isEmpty(); }));
+    ASSERT_TRUE(waitUntilStreaming());
     ASSERT_TRUE(waitFor(elsewhere.deleteNote(note)));
     ASSERT_TRUE(waitFor(job));
 
@@ -300,7 +322,7 @@ TEST_F(SummaryJobTest, OnlyATitleTheUserDidNotChooseIsReplaced)
 
     // A typed title survives, and no title is even asked for.
     const NotePtr typed = makeNote(QStringLiteral("Budget review with Sam"));
-    model.replies = {finalSummary, tagsRecord({QStringLiteral("Budget")})};
+    model.replies = {finalSummary, budgetTags};
     ASSERT_TRUE(summarise(typed));
     EXPECT_EQ(typed->title(), QStringLiteral("Budget review with Sam"));
     EXPECT_EQ(typed->summary(), finalSummary);
@@ -313,8 +335,7 @@ TEST_F(SummaryJobTest, OnlyATitleTheUserDidNotChooseIsReplaced)
     store().save();
     ASSERT_TRUE(dated->isDateLikeTitle());
     model.requests.clear();
-    model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign sync")),
-                     tagsRecord({QStringLiteral("Budget")})};
+    model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign sync")), budgetTags};
     ASSERT_TRUE(summarise(dated));
     EXPECT_EQ(dated->title(), QStringLiteral("Spring campaign sync"));
     ASSERT_EQ(model.requests.size(), 3);
@@ -323,9 +344,9 @@ TEST_F(SummaryJobTest, OnlyATitleTheUserDidNotChooseIsReplaced)
     // A title typed while the job runs wins over the generated one.
     const NotePtr renamed = makeNote(untitledNoteTitle());
     model.replies = {Stream{{QStringLiteral("## Summary"), finalSummary}, 300ms},
-                     titleRecord(QStringLiteral("Generated title")), tagsRecord({QStringLiteral("Budget")})};
+                     titleRecord(QStringLiteral("Generated title")), budgetTags};
     const QFuture<void> job = jobs.generateSummary(renamed, QString());
-    ASSERT_TRUE(waitUntil([&] { return !jobs.streamingSummaryViewModel().summary().isEmpty(); }));
+    ASSERT_TRUE(waitUntilStreaming());
     jobs.setTitle(renamed, QStringLiteral("Typed meanwhile"));
     ASSERT_TRUE(waitFor(job));
     EXPECT_EQ(renamed->title(), QStringLiteral("Typed meanwhile"));
@@ -353,7 +374,7 @@ TEST_F(SummaryJobTest, ATitleFailureKeepsTheSummaryAndSaysSoTruly)
         const NotePtr note = makeNote(untitledNoteTitle());
         QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
         jobs.setShowSyncError(false);
-        model.replies = {finalSummary, c.title, tagsRecord({QStringLiteral("Budget")})};
+        model.replies = {finalSummary, c.title, budgetTags};
         ASSERT_TRUE(summarise(note));
 
         EXPECT_TRUE(jobs.showSyncError());
@@ -407,8 +428,7 @@ TEST_F(SummaryJobTest, AFailedSaveLeavesTheNoteAsItWas)
 {
     NotesListViewModel &jobs = list();
     const NotePtr note = makeNote(untitledNoteTitle(), transcript, QStringLiteral("Old summary"));
-    model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign")),
-                     tagsRecord({QStringLiteral("Budget")})};
+    model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign")), budgetTags};
     failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
     ASSERT_TRUE(summarise(note));
 
@@ -425,35 +445,12 @@ TEST_F(SummaryJobTest, AFailedSaveLeavesTheNoteAsItWas)
     EXPECT_EQ(countRows(*reopened, QStringLiteral("tag")), 0);
 }
 
-TEST_F(SummaryJobTest, AListClosedDuringAJobStopsItsModelWork)
-{
-    const NotePtr note = makeNote(untitledNoteTitle());
-    model.replies = {Stall{}};
-    const QFuture<void> job = list().generateSummary(note, QString());
-    ASSERT_TRUE(waitUntil([&] { return model.requests.size() == 1; }));
-    QElapsedTimer clock;
-    clock.start();
-    models.clear();
-    EXPECT_LT(clock.elapsed(), 1000);
-    EXPECT_TRUE(job.isFinished());
-    EXPECT_FALSE(note->summary().has_value());
-}
-
-namespace {
-
-// Three sections for the scripted model of a small context.
-QString longTranscript()
-{
-    return transcript.repeated(40).left(12000);
-}
-
-} // namespace
-
 TEST_F(SummaryJobTest, AStoppedJobContinuesFromItsFirstUnfinishedSection)
 {
     NotesListViewModel &jobs = list();
     model.contextTokens = 2400;
-    const NotePtr note = makeNote(QStringLiteral("Planning"), longTranscript());
+    // Three sections for the scripted model of a small context.
+    const NotePtr note = makeNote(QStringLiteral("Planning"), transcript.repeated(40).left(12000));
     const SummaryCheckpointStore kept(root.path());
     model.replies = {QStringLiteral("Fact one."), Stall{}};
     const QFuture<void> job = jobs.generateSummary(note, QStringLiteral("meetings/general"));
@@ -473,8 +470,7 @@ TEST_F(SummaryJobTest, AStoppedJobContinuesFromItsFirstUnfinishedSection)
     const QStringList sections = *kept.read(*note->id()).stored->checkpoint.sections;
 
     model.requests.clear();
-    model.replies = {QStringLiteral("Fact two."), QStringLiteral("Fact three."), finalSummary,
-                     tagsRecord({QStringLiteral("Budget")})};
+    model.replies = {QStringLiteral("Fact two."), QStringLiteral("Fact three."), finalSummary, budgetTags};
     ASSERT_TRUE(waitFor(jobs.continueSummary(note)));
     EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
     ASSERT_EQ(model.requests.size(), 4);
@@ -573,7 +569,7 @@ TEST_F(SummaryJobTest, AKeptSummaryThatCannotBeWrittenLetsTheSummaryGoOnAndSaysS
     ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
     blocker.close();
     const NotePtr note = makeNote(QStringLiteral("Planning"));
-    model.replies = {finalSummary, tagsRecord({QStringLiteral("Budget")})};
+    model.replies = {finalSummary, budgetTags};
     ASSERT_TRUE(summarise(note));
 
     EXPECT_EQ(note->summary(), finalSummary);
