@@ -241,18 +241,15 @@ TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsA
     EXPECT_FALSE(QDir(root.file(QStringLiteral("DeletedRecordings/") + idText(id))).exists());
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
     EXPECT_FALSE(store().activeRecording().has_value());
-}
 
-TEST_F(NotesListViewModelTest, DeletingFromAnotherListStopsTheRecordingListFirst)
-{
-    NotesListViewModel &recording = list();
+    // Deleting from another list stops the recording list first.
     NotesListViewModel &other = anotherList();
-    const NotePtr note = record(recording);
-    ASSERT_TRUE(waitFor(other.deleteNote(note)));
+    const NotePtr second = record(model);
+    ASSERT_TRUE(waitFor(other.deleteNote(second)));
     EXPECT_FALSE(other.showSyncError()) << other.syncErrorMessage().toStdString();
     EXPECT_FALSE(recorder->recording());
-    EXPECT_FALSE(recording.newNoteBeingRecorded());
-    EXPECT_FALSE(store().noteWithId(*note->id()));
+    EXPECT_FALSE(model.newNoteBeingRecorded());
+    EXPECT_FALSE(store().noteWithId(*second->id()));
     EXPECT_FALSE(store().activeRecording().has_value());
 }
 
@@ -308,35 +305,6 @@ TEST_F(NotesListViewModelTest, QuittingWhileRecordingStopsSavesAndMayEnd)
         EXPECT_TRUE(LocalRecordingManifest::read(segment).complete);
 }
 
-TEST_F(NotesListViewModelTest, QuitWithASaveThatFailsStaysRunningAndSaysWhy)
-{
-    NotesListViewModel &model = list();
-    roles.setActiveNotesViewModel(&model);
-    const NotePtr note = makeNote(QStringLiteral("Draft"));
-    note->setValue(QStringLiteral("notes"), QStringLiteral("unsaved words"));
-    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-
-    QFuture<bool> quit = roles.prepareToQuit(&store());
-    ASSERT_TRUE(waitFor(quit));
-    EXPECT_FALSE(quit.result());
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive))
-        << model.syncErrorMessage().toStdString();
-    // Nothing was lost: the words are still in memory for the next try.
-    EXPECT_EQ(note->notes(), QStringLiteral("unsaved words"));
-
-    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-    quit = roles.prepareToQuit(&store());
-    ASSERT_TRUE(waitFor(quit));
-    EXPECT_TRUE(quit.result());
-    EXPECT_EQ(storedNote(*note->id())->notes(), QStringLiteral("unsaved words"));
-
-    // Without a store there is nothing to keep the program open for.
-    quit = roles.prepareToQuit(nullptr);
-    ASSERT_TRUE(waitFor(quit));
-    EXPECT_TRUE(quit.result());
-}
-
 TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWorks)
 {
     auto probe = std::make_shared<SourceProbe>();
@@ -372,18 +340,6 @@ TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWor
     EXPECT_NE(note, notes[0]);
     EXPECT_EQ(*systemAudioFlags, (QList<bool>{false, true}));
     stop(model);
-}
-
-TEST_F(NotesListViewModelTest, ANoteThatIsGoneCannotBeRecordedInto)
-{
-    NotesListViewModel &model = list();
-    const NotePtr note = makeNote({});
-    store().deleteNote(note);
-    ASSERT_TRUE(waitFor(model.startTranscription(note)));
-    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
-    EXPECT_FALSE(model.operationInProgress());
-    EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(*rig.speechStarts, 0);
 }
 
 TEST_F(NotesListViewModelTest, TheSpeechWarningIsShownAtStartAndNotAgainAtStop)
@@ -424,9 +380,17 @@ TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndS
     EXPECT_EQ(storedNote(*note->id())->transcription(), QStringLiteral("word1 tail"));
 }
 
-TEST_F(NotesListViewModelTest, PauseAndContinueFollowTheRecorder)
+TEST_F(NotesListViewModelTest, AGoneNoteCannotBeRecordedIntoAndPauseFollowsTheRecorder)
 {
     NotesListViewModel &model = list();
+    const NotePtr gone = makeNote({});
+    store().deleteNote(gone);
+    ASSERT_TRUE(waitFor(model.startTranscription(gone)));
+    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
+    EXPECT_FALSE(model.operationInProgress());
+    EXPECT_FALSE(store().activeRecording().has_value());
+    EXPECT_EQ(*rig.speechStarts, 0);
+
     model.togglePause();
     EXPECT_FALSE(model.isTranscriptionPaused());
     const NotePtr note = record(model);
@@ -472,11 +436,9 @@ TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOne)
     EXPECT_EQ(other.pendingFolderSelection(), FolderSelection::unfiled());
     other.listAppeared({plain}, FolderSelection::all());
     EXPECT_EQ(other.selectedNoteIDs(), QList<ObjectId>{summarised->objectId()});
-}
 
-TEST_F(NotesListViewModelTest, DeletingTheSelectedNotesGoesOnPastAFailureAndShowsTheLast)
-{
-    NotesListViewModel &model = list();
+    // Deleting the selected notes; then by position, going on past a note
+    // whose delete fails and showing its error.
     QList<NotePtr> notes;
     for (int i = 0; i < 3; ++i)
         notes << makeNote(QString::number(i));
@@ -487,12 +449,8 @@ TEST_F(NotesListViewModelTest, DeletingTheSelectedNotesGoesOnPastAFailureAndShow
     EXPECT_TRUE(store().noteWithId(*notes[1]->id()));
     EXPECT_FALSE(store().noteWithId(*notes[2]->id()));
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
-
-    // Deleting by position, with one note whose delete fails.
-    QList<NotePtr> more = {notes[1]};
-    for (int i = 0; i < 2; ++i)
-        more << makeNote(QStringLiteral("more"));
-    store().deleteNote(more[1]); // gone already: its delete fails
+    QList<NotePtr> more = {notes[1], makeNote(QStringLiteral("more")), makeNote(QStringLiteral("more"))};
+    store().deleteNote(more[1]);
     ASSERT_TRUE(waitFor(model.deleteNotes({0, 1, 2, 7}, more)));
     EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
     EXPECT_FALSE(store().noteWithId(*more[0]->id()));
@@ -521,9 +479,10 @@ TEST_F(NotesListViewModelTest, ANewNoteLandsInTheFolderTheSidebarShows)
     stop(model);
 }
 
-TEST_F(NotesListViewModelTest, TheEditorsSaveChangesOnlyAndPutBackATypeThatCouldNotBeSaved)
+TEST_F(NotesListViewModelTest, EditsAndQuitsThatCannotBeSavedArePutBackOrKeptAndSayWhy)
 {
     NotesListViewModel &model = list();
+    roles.setActiveNotesViewModel(&model);
     const NotePtr note = makeNote(QStringLiteral("Title"));
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
 
@@ -542,6 +501,28 @@ TEST_F(NotesListViewModelTest, TheEditorsSaveChangesOnlyAndPutBackATypeThatCould
     EXPECT_EQ(note->summaryType(), QStringLiteral("meeting"));
     EXPECT_TRUE(model.showSyncError());
     EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive));
+
+    // A quit whose save fails stays running and says why; the words stay in
+    // memory for the next try.
+    model.setShowSyncError(false);
+    note->setValue(QStringLiteral("notes"), QStringLiteral("unsaved words"));
+    QFuture<bool> quit = roles.prepareToQuit(&store());
+    ASSERT_TRUE(waitFor(quit));
+    EXPECT_FALSE(quit.result());
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive))
+        << model.syncErrorMessage().toStdString();
+    EXPECT_EQ(note->notes(), QStringLiteral("unsaved words"));
+
+    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    quit = roles.prepareToQuit(&store());
+    ASSERT_TRUE(waitFor(quit));
+    EXPECT_TRUE(quit.result());
+    EXPECT_EQ(storedNote(*note->id())->notes(), QStringLiteral("unsaved words"));
+    // Without a store there is nothing to keep the program open for.
+    quit = roles.prepareToQuit(nullptr);
+    ASSERT_TRUE(waitFor(quit));
+    EXPECT_TRUE(quit.result());
 }
 
 TEST_F(NotesListViewModelTest, ASnapshotThatCannotBeSavedIsReportedAndTheRecordingGoesOn)
