@@ -265,7 +265,7 @@ TEST_F(SummaryJobTest, CancellingStopsTheModelPromptlyAndWritesNothing)
     EXPECT_FALSE(other->summary().has_value());
 }
 
-TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItAndNothingIsWrittenBack)
+TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItOrFindsItGoneAndNothingIsWrittenBack)
 {
     NotesListViewModel &jobs = list();
     const NotePtr note = makeNote(untitledNoteTitle());
@@ -288,30 +288,26 @@ TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItAndNothingIsWrittenBack)
     EXPECT_FALSE(jobs.isGeneratingSummary());
     EXPECT_FALSE(storedNote(id));
     EXPECT_EQ(countRows(*reopened, QStringLiteral("note")), 0);
-}
 
-TEST_F(SummaryJobTest, ANoteDeletedByAnotherListDuringAJobStaysDeleted)
-{
-    NotesListViewModel &jobs = list();
     NotesListViewModel &elsewhere = anotherList();
-    const NotePtr note = makeNote(untitledNoteTitle());
-    const QUuid id = *note->id();
+    const NotePtr second = makeNote(untitledNoteTitle());
+    const QUuid secondId = *second->id();
     // The other list does not own the job, so nothing cancels it: the job
     // finds the note gone before its save.
     model.replies = {Stream{{QStringLiteral("## Summary"), finalSummary}, 400ms},
                      titleRecord(QStringLiteral("Spring campaign")), budgetTags};
     QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
 
-    const QFuture<void> job = jobs.generateSummary(note, QString());
+    const QFuture<void> unowned = jobs.generateSummary(second, QString());
     ASSERT_TRUE(waitUntilStreaming());
-    ASSERT_TRUE(waitFor(elsewhere.deleteNote(note)));
-    ASSERT_TRUE(waitFor(job));
+    ASSERT_TRUE(waitFor(elsewhere.deleteNote(second)));
+    ASSERT_TRUE(waitFor(unowned));
 
     EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
     EXPECT_FALSE(elsewhere.showSyncError()) << elsewhere.syncErrorMessage().toStdString();
     EXPECT_EQ(completions.count(), 0);
-    EXPECT_TRUE(note->isDeleted());
-    EXPECT_FALSE(storedNote(id));
+    EXPECT_TRUE(second->isDeleted());
+    EXPECT_FALSE(storedNote(secondId));
     EXPECT_EQ(countRows(*reopened, QStringLiteral("note")), 0);
     EXPECT_EQ(countRows(*reopened, QStringLiteral("tag")), 0);
 }
@@ -320,14 +316,24 @@ TEST_F(SummaryJobTest, OnlyATitleTheUserDidNotChooseIsReplaced)
 {
     NotesListViewModel &jobs = list();
 
-    // A typed title survives, and no title is even asked for.
+    // A typed title survives, and no title is even asked for. A failed tag
+    // request falls back to tags from the text without a word: without the
+    // model's proposals the library (empty here) and the text decide, as for
+    // any note, and sixty words earn two tags.
     const NotePtr typed = makeNote(QStringLiteral("Budget review with Sam"));
-    model.replies = {finalSummary, budgetTags};
+    model.replies = {finalSummary, LocalError(QStringLiteral("The model ran out of memory."))};
     ASSERT_TRUE(summarise(typed));
+    EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
     EXPECT_EQ(typed->title(), QStringLiteral("Budget review with Sam"));
     EXPECT_EQ(typed->summary(), finalSummary);
     for (const auto &request : model.requests)
         EXPECT_FALSE(isTitleRequest(request));
+    const QStringList tags = typed->sortedTagNames();
+    const QStringList fromText =
+        LocalNoteTags::completedNames(std::nullopt, transcriptForReading(*typed), finalSummary, {});
+    EXPECT_EQ(tags.size(), 2);
+    EXPECT_EQ(QSet<QString>(tags.begin(), tags.end()), QSet<QString>(fromText.begin(), fromText.end()));
+    EXPECT_EQ(storedNote(*typed->id())->sortedTagNames(), tags);
 
     // A title of the automatic date shape is the system's own: replaced.
     const NotePtr dated = makeNote(QString());
@@ -387,26 +393,7 @@ TEST_F(SummaryJobTest, ATitleFailureKeepsTheSummaryAndSaysSoTruly)
     }
 }
 
-TEST_F(SummaryJobTest, AFailedTagRequestFallsBackToTagsFromTheTextWithoutAWord)
-{
-    NotesListViewModel &jobs = list();
-    const NotePtr note = makeNote(QStringLiteral("Weekly sync"));
-    model.replies = {finalSummary, LocalError(QStringLiteral("The model ran out of memory."))};
-    ASSERT_TRUE(summarise(note));
-
-    EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
-    EXPECT_EQ(note->summary(), finalSummary);
-    // Without the model's proposals the library (empty here) and the text
-    // decide, as for any note: sixty words earn two tags.
-    const QStringList tags = note->sortedTagNames();
-    const QStringList fromText =
-        LocalNoteTags::completedNames(std::nullopt, transcriptForReading(*note), finalSummary, {});
-    EXPECT_EQ(tags.size(), 2);
-    EXPECT_EQ(QSet<QString>(tags.begin(), tags.end()), QSet<QString>(fromText.begin(), fromText.end()));
-    EXPECT_EQ(storedNote(*note->id())->sortedTagNames(), tags);
-}
-
-TEST_F(SummaryJobTest, ALanguageTheModelDoesNotKnowIsRefusedBeforeAnyRequest)
+TEST_F(SummaryJobTest, AnUnknownLanguageOrAFailedSaveLeavesTheNoteAsItWas)
 {
     NotesListViewModel &jobs = list();
     const NotePtr note = makeNote(untitledNoteTitle(), transcript, QStringLiteral("Old summary"));
@@ -417,17 +404,14 @@ TEST_F(SummaryJobTest, ALanguageTheModelDoesNotKnowIsRefusedBeforeAnyRequest)
     EXPECT_TRUE(jobs.showSyncError());
     EXPECT_EQ(jobs.syncErrorMessage(),
               QStringLiteral("The on-device summary model does not support this language."));
-    EXPECT_TRUE(model.requests.isEmpty());
+    EXPECT_TRUE(model.requests.isEmpty()) << "refused before any request";
     EXPECT_EQ(saves.count(), 0);
     EXPECT_EQ(note->summary(), QStringLiteral("Old summary"));
     EXPECT_EQ(note->title(), untitledNoteTitle());
     EXPECT_FALSE(jobs.isGeneratingSummary());
-}
 
-TEST_F(SummaryJobTest, AFailedSaveLeavesTheNoteAsItWas)
-{
-    NotesListViewModel &jobs = list();
-    const NotePtr note = makeNote(untitledNoteTitle(), transcript, QStringLiteral("Old summary"));
+    preferences->set(QString(settings::keys::transcriptionLanguage), QString());
+    jobs.setShowSyncError(false);
     model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign")), budgetTags};
     failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
     ASSERT_TRUE(summarise(note));
