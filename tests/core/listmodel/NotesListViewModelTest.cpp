@@ -33,9 +33,16 @@ protected:
 
 } // namespace
 
-TEST_F(NotesListViewModelTest, NewTranscriptionRecordsIntoANewNoteAndSavesEveryCommittedSnapshot)
+TEST_F(NotesListViewModelTest,
+       NewTranscriptionRecordsIntoANewNoteInTheShownFolderAndSavesEveryCommittedSnapshot)
 {
+    auto folder = store().context().insert<Folder>();
+    const QUuid folderID = QUuid::createUuid();
+    folder->setValue(QStringLiteral("id"), folderID);
+    folder->setValue(QStringLiteral("name"), QStringLiteral("Meetings"));
+    store().save();
     NotesListViewModel &model = list();
+    model.setPendingFolderSelection(FolderSelection::folder(folderID));
     const QFuture<void> started = model.startNewTranscription();
 
     // At once: the note, its lease, its folder name and the transcript tab.
@@ -83,6 +90,13 @@ TEST_F(NotesListViewModelTest, NewTranscriptionRecordsIntoANewNoteAndSavesEveryC
     const QStringList segments = segmentsOf(root.path(), id);
     ASSERT_EQ(segments.size(), 1);
     EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
+    ASSERT_TRUE(note->folder());
+    EXPECT_EQ(note->folder()->id(), folderID);
+
+    // With all notes shown a new note lands in no folder.
+    model.setPendingFolderSelection(FolderSelection::all());
+    EXPECT_FALSE(record(model)->folder());
+    stop(model);
 }
 
 TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStored)
@@ -455,28 +469,6 @@ TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOne)
     EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
     EXPECT_FALSE(store().noteWithId(*more[0]->id()));
     EXPECT_FALSE(store().noteWithId(*more[2]->id()));
-}
-
-TEST_F(NotesListViewModelTest, ANewNoteLandsInTheFolderTheSidebarShows)
-{
-    auto folder = store().context().insert<Folder>();
-    const QUuid folderID = QUuid::createUuid();
-    folder->setValue(QStringLiteral("id"), folderID);
-    folder->setValue(QStringLiteral("name"), QStringLiteral("Meetings"));
-    store().save();
-    NotesListViewModel &model = list();
-
-    model.setPendingFolderSelection(FolderSelection::folder(folderID));
-    NotePtr note = record(model);
-    ASSERT_TRUE(note);
-    ASSERT_TRUE(note->folder());
-    EXPECT_EQ(note->folder()->id(), folderID);
-    stop(model);
-
-    model.setPendingFolderSelection(FolderSelection::all());
-    note = record(model);
-    EXPECT_FALSE(note->folder());
-    stop(model);
 }
 
 TEST_F(NotesListViewModelTest, EditsAndQuitsThatCannotBeSavedArePutBackOrKeptAndSayWhy)
