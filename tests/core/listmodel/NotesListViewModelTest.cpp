@@ -167,10 +167,14 @@ TEST_F(NotesListViewModelTest, RecordingIntoANoteWithTextKeepsItInFrontAndTimesT
     EXPECT_EQ(segmentsOf(root.path(), *note->id()).size(), 2);
 }
 
-TEST_F(NotesListViewModelTest, ASecondNewTranscriptionWhileStartingChangesNothingAndSaysNothing)
+TEST_F(NotesListViewModelTest,
+       WhileARecordingStartsOrFinishesStartsChangeNothingAndDeletesAreRefusedWithWords)
 {
     rig.speechStartGate = std::make_shared<Latch>();
+    auto gate = std::make_shared<Latch>();
+    rig.engine->finishGate = gate;
     NotesListViewModel &model = list();
+    const NotePtr kept = makeNote(QStringLiteral("Keep"));
     const QFuture<void> first = model.startNewTranscription();
     const NotePtr note = model.newNoteBeingRecorded();
     const qsizetype notes = store().fetchNotes().size();
@@ -186,11 +190,28 @@ TEST_F(NotesListViewModelTest, ASecondNewTranscriptionWhileStartingChangesNothin
     EXPECT_TRUE(model.startTranscription(other).isFinished());
     EXPECT_EQ(model.newNoteBeingRecorded(), note);
 
+    EXPECT_TRUE(model.deleteNote(kept).isFinished());
+    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_TRUE(store().noteWithId(*kept->id()));
+
+    model.setShowSyncError(false);
     rig.speechStartGate->open();
     ASSERT_TRUE(waitFor(first));
     EXPECT_EQ(*rig.speechStarts, 1);
     EXPECT_TRUE(recorder->recording());
-    stop(model);
+    const QFuture<void> stopping = model.stopTranscription();
+    ASSERT_TRUE(recorder->finishing());
+    EXPECT_TRUE(model.deleteNote(kept).isFinished());
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
+    EXPECT_TRUE(store().noteWithId(*kept->id()));
+    gate->open();
+    ASSERT_TRUE(waitFor(stopping));
+
+    // Afterwards the delete goes through.
+    ASSERT_TRUE(waitFor(model.deleteNote(kept)));
+    EXPECT_FALSE(store().noteWithId(*kept->id()));
 }
 
 TEST_F(NotesListViewModelTest, TwoStopsRunOneAndBothReturnAfterIt)
@@ -265,37 +286,6 @@ TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsA
     EXPECT_FALSE(model.newNoteBeingRecorded());
     EXPECT_FALSE(store().noteWithId(*second->id()));
     EXPECT_FALSE(store().activeRecording().has_value());
-}
-
-TEST_F(NotesListViewModelTest, DeletingWhileARecordingStartsOrFinishesIsRefusedWithWords)
-{
-    rig.speechStartGate = std::make_shared<Latch>();
-    auto gate = std::make_shared<Latch>();
-    rig.engine->finishGate = gate;
-    NotesListViewModel &model = list();
-    const NotePtr other = makeNote(QStringLiteral("Keep"));
-    const QFuture<void> started = model.startNewTranscription();
-
-    EXPECT_TRUE(model.deleteNote(other).isFinished());
-    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(store().noteWithId(*other->id()));
-
-    model.setShowSyncError(false);
-    rig.speechStartGate->open();
-    ASSERT_TRUE(waitFor(started));
-    const QFuture<void> stopping = model.stopTranscription();
-    ASSERT_TRUE(recorder->finishing());
-    EXPECT_TRUE(model.deleteNote(other).isFinished());
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
-    EXPECT_TRUE(store().noteWithId(*other->id()));
-    gate->open();
-    ASSERT_TRUE(waitFor(stopping));
-
-    // Afterwards the delete goes through.
-    ASSERT_TRUE(waitFor(model.deleteNote(other)));
-    EXPECT_FALSE(store().noteWithId(*other->id()));
 }
 
 TEST_F(NotesListViewModelTest, QuittingWhileRecordingStopsSavesAndMayEnd)
