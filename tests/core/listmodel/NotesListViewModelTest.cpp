@@ -19,7 +19,6 @@ const QString deleteRefused = QStringLiteral("Cancel or finish the current opera
 
 class NotesListViewModelTest : public CoreRigTest {
 protected:
-    // Starts a new note's recording and waits until it runs.
     NotePtr record(NotesListViewModel &model)
     {
         const QFuture<void> started = model.startNewTranscription();
@@ -209,7 +208,6 @@ TEST_F(NotesListViewModelTest,
     gate->open();
     ASSERT_TRUE(waitFor(stopping));
 
-    // Afterwards the delete goes through.
     ASSERT_TRUE(waitFor(model.deleteNote(kept)));
     EXPECT_FALSE(store().noteWithId(*kept->id()));
 }

@@ -70,7 +70,6 @@ protected:
         return note;
     }
 
-    // Runs a job to its end; false when it did not end in time.
     bool summarise(const NotePtr &note)
     {
         return waitFor(list().generateSummary(note, QStringLiteral("meetings/general")));
@@ -247,7 +246,6 @@ TEST_F(SummaryJobTest, CancellingStopsTheModelPromptlyAndWritesNothing)
     EXPECT_EQ(jobs.streamingSummaryViewModel().summary(), QString());
     EXPECT_FALSE(jobs.isGeneratingSummary());
 
-    // The slot is free again.
     model.replies = {finalSummary, budgetTags};
     ASSERT_TRUE(summarise(note));
     EXPECT_EQ(note->summary(), finalSummary);

@@ -108,7 +108,6 @@ public:
         return note;
     }
 
-    // Runs to the end; `during` runs once the work has begun.
     std::pair<bool, QString> run(const NotePtr &note, const std::function<void()> &during = {})
     {
         std::pair<bool, QString> outcome{false, QStringLiteral("(no end)")};
