@@ -12,7 +12,6 @@
 #include "speech/SpeakerNames.h"
 
 #include <QEventLoop>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTimer>
 
