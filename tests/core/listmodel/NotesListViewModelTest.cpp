@@ -98,7 +98,7 @@ TEST_F(NotesListViewModelTest,
     stop(model);
 }
 
-TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStored)
+TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStoredAndAFailedSaveIsRetried)
 {
     auto probe = std::make_shared<SourceProbe>();
     rig.useScript(ScriptedSource::Script{AudioFormat{AudioSampleFormat::float32, 16000, 1}}, probe);
@@ -136,6 +136,20 @@ TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStored)
     model.receiveSnapshot(committed);
     EXPECT_EQ(saves.count(), 2);
     EXPECT_EQ(note->transcription(), QStringLiteral(" hello there  and then some"));
+
+    // A snapshot that cannot be saved is reported, the recording goes on, and
+    // the next snapshot writes and tries again.
+    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    committed.utterances.append(LocalUtterance{QStringLiteral("first words"), 2.5, 3.5});
+    model.receiveSnapshot(committed);
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_TRUE(recorder->recording());
+    EXPECT_TRUE(model.newNoteBeingRecorded());
+    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    committed.utterances.append(LocalUtterance{QStringLiteral("more words"), 3.5, 4.5});
+    model.receiveSnapshot(committed);
+    EXPECT_EQ(storedNote(*note->id())->transcription(),
+              QStringLiteral(" hello there  and then some first words more words"));
     stop(model);
 }
 
@@ -503,27 +517,4 @@ TEST_F(NotesListViewModelTest, EditsAndQuitsThatCannotBeSavedArePutBackOrKeptAnd
     quit = roles.prepareToQuit(nullptr);
     ASSERT_TRUE(waitFor(quit));
     EXPECT_TRUE(quit.result());
-}
-
-TEST_F(NotesListViewModelTest, ASnapshotThatCannotBeSavedIsReportedAndTheRecordingGoesOn)
-{
-    auto probe = std::make_shared<SourceProbe>();
-    rig.useScript(ScriptedSource::Script{AudioFormat{AudioSampleFormat::float32, 16000, 1}}, probe);
-    NotesListViewModel &model = list();
-    const NotePtr note = record(model);
-    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-
-    LocalTranscript first;
-    first.utterances = {LocalUtterance{QStringLiteral("first words"), 0, 1}};
-    model.receiveSnapshot(first);
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(recorder->recording());
-    EXPECT_TRUE(model.newNoteBeingRecorded());
-
-    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-    LocalTranscript second = first;
-    second.utterances.append(LocalUtterance{QStringLiteral("more words"), 1, 2});
-    model.receiveSnapshot(second);
-    EXPECT_EQ(storedNote(*note->id())->transcription(), QStringLiteral("first words more words"));
-    stop(model);
 }
