@@ -92,6 +92,18 @@ inline QByteArray readFile(const QString &path)
     return f.readAll();
 }
 
+// The message of the LocalError that `action` throws; a failure when it throws none.
+template <typename Action> QString errorOf(Action &&action)
+{
+    try {
+        action();
+    } catch (const LocalError &e) {
+        return e.message();
+    }
+    ADD_FAILURE() << "no LocalError was thrown";
+    return QStringLiteral("<nothing thrown>");
+}
+
 inline QString idText(const QUuid &id)
 {
     return id.toString(QUuid::WithoutBraces).toUpper();

@@ -45,10 +45,15 @@ struct ChatRig {
     }
 };
 
-bool ask(AskNoteConversation &conversation, const QString &question)
+void submit(AskNoteConversation &conversation, const QString &question)
 {
     conversation.setInput(question);
     conversation.send();
+}
+
+bool ask(AskNoteConversation &conversation, const QString &question)
+{
+    submit(conversation, question);
     return waitUntil([&] { return !conversation.isRunning(); }, std::chrono::seconds(10));
 }
 
@@ -104,8 +109,7 @@ TEST(AskNoteConversationTest, RefusedQuestionsStayInTheFieldAndNothingIsSaved)
     EXPECT_FALSE(conversation->canSend()) << "a blank question cannot be sent";
 
     const QString tooLong(801, QLatin1Char('a'));
-    conversation->setInput(QStringLiteral(" ") + tooLong + QStringLiteral(" "));
-    conversation->send();
+    submit(*conversation, QStringLiteral(" ") + tooLong + QStringLiteral(" "));
     EXPECT_EQ(conversation->error().value_or(QString()),
               QStringLiteral("Please shorten your question to 800 bytes or fewer."));
     EXPECT_EQ(conversation->input().trimmed(), tooLong) << "the question stays to be shortened";
@@ -128,8 +132,7 @@ TEST(AskNoteConversationTest, ANoteWithoutTextAsksForATranscriptAndASummaryServe
 {
     ChatRig rig(QStringLiteral("  \n "));
     auto conversation = rig.open();
-    conversation->setInput(QStringLiteral("What happened?"));
-    conversation->send();
+    submit(*conversation, QStringLiteral("What happened?"));
     EXPECT_EQ(conversation->error().value_or(QString()),
               QStringLiteral("Transcribe this note before asking a question."));
     EXPECT_TRUE(rig.saved().isEmpty());
@@ -148,8 +151,7 @@ TEST(AskNoteConversationTest, StoppingKeepsTheQuestionWithoutAnAnswerAndALateRes
     auto conversation = rig.open();
     QSignalSpy ended(conversation.get(), &AskNoteConversation::requestEnded);
     const int idle = KestilEngagement::shared().processingCount();
-    conversation->setInput(QStringLiteral("When do we ship?"));
-    conversation->send();
+    submit(*conversation, QStringLiteral("When do we ship?"));
     ASSERT_TRUE(conversation->isRunning());
     EXPECT_EQ(KestilEngagement::shared().processingCount(), idle + 1) << "an answer is model work";
     EXPECT_FALSE(conversation->canSend()) << "one request at a time";
@@ -182,8 +184,7 @@ TEST(AskNoteConversationTest, ClosingWhileStreamingStopsAndSavesNoAnswer)
     const int idle = KestilEngagement::shared().processingCount();
     {
         auto conversation = rig.open();
-        conversation->setInput(QStringLiteral("Tell me everything."));
-        conversation->send();
+        submit(*conversation, QStringLiteral("Tell me everything."));
         ASSERT_TRUE(waitUntil([&] { return !conversation->preview().isEmpty(); }));
     }
     settle();
@@ -228,8 +229,7 @@ TEST(AskNoteConversationTest, AnAnswerForADeletedNoteIsNotSaved)
     ASSERT_TRUE(ask(*conversation, QStringLiteral("When do we ship?")));
     EXPECT_EQ(conversation->messages().size(), 1);
     EXPECT_FALSE(conversation->isRunning());
-    conversation->setInput(QStringLiteral("Still there?"));
-    conversation->send();
+    submit(*conversation, QStringLiteral("Still there?"));
     EXPECT_FALSE(conversation->isRunning()) << "a deleted note takes no question";
 }
 

@@ -84,6 +84,15 @@ protected:
 
     QList<NotePtr> notes() { return app_->store()->fetchNotes(); }
 
+    // The one recording folder an import gives its note.
+    QString segmentOf(const NotePtr &note)
+    {
+        const QString folder = RecordingFolder::noteFolder(root_, *note->id());
+        const QStringList segments = QDir(folder).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        EXPECT_EQ(segments.size(), 1);
+        return folder + QLatin1Char('/') + segments.value(0);
+    }
+
     QString file(const QString &name) const { return dir_.filePath(name); }
 
     QTemporaryDir dir_;
@@ -104,15 +113,11 @@ TEST_F(AudioFileImportTest, AFileBecomesANoteWithItsAudioStoredAsARecordingAndIt
 {
     // FLAC at 44.1 kHz in stereo: decoded, mixed to mono, stored at its own rate.
     const test::SoundFile clip = speech();
-    std::vector<float> stereo;
-    const std::vector<float> at441 = [&] {
-        std::vector<float> out;
-        for (std::size_t i = 0; i < std::size_t(clip.frames() * 44100 / 16000); ++i)
-            out.push_back(clip.samples[std::min<std::size_t>(clip.samples.size() - 1, i * 16000 / 44100)]);
-        return out;
-    }();
-    for (float s : at441)
-        stereo.insert(stereo.end(), {s, s});
+    std::vector<float> at441, stereo;
+    for (std::size_t i = 0; i < std::size_t(clip.frames() * 44100 / 16000); ++i) {
+        at441.push_back(clip.samples[std::min<std::size_t>(clip.samples.size() - 1, i * 16000 / 44100)]);
+        stereo.insert(stereo.end(), {at441.back(), at441.back()});
+    }
     const QString flac = file(QStringLiteral("Young man.flac"));
     ASSERT_TRUE(test::writeSoundFile(flac, SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 44100, 2, stereo));
 
@@ -139,28 +144,21 @@ TEST_F(AudioFileImportTest, AFileBecomesANoteWithItsAudioStoredAsARecordingAndIt
     ASSERT_FALSE(utterances.isEmpty());
     EXPECT_LE(utterances.last().end.value_or(99), double(at441.size()) / 44100 + 0.01);
 
-    const QString noteFolder = RecordingFolder::noteFolder(root_, *note->id());
-    const QStringList segments = QDir(noteFolder).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    ASSERT_EQ(segments.size(), 1);
-    const QString segment = noteFolder + QLatin1Char('/') + segments.first();
+    const QString segment = segmentOf(note);
     const auto manifest = LocalRecordingManifest::read(segment);
     EXPECT_TRUE(manifest.complete);
     EXPECT_EQ(manifest.sampleRate, 44100.0);
     EXPECT_EQ(DurableAudioWriter::frameCount(segment), qint64(at441.size()));
     EXPECT_TRUE(DurableAudioWriter::hasValidFinalAudio(segment, manifest));
     const std::vector<float> raw = test::readRawAudio(RecordingFolder::rawAudioPath(segment));
+    ASSERT_GT(raw.size(), 1000u);
     EXPECT_NEAR(raw[1000], at441[1000], 1.0 / 32768 + 1e-6) << "the samples themselves, mixed to mono";
 }
 
 TEST_F(AudioFileImportTest, FilesThatAreNoUsableAudioAreRefusedBeforeAnythingIsWritten)
 {
-    QFile text(file(QStringLiteral("notes.wav")));
-    ASSERT_TRUE(text.open(QIODevice::WriteOnly));
-    text.write("This is a shopping list, not a recording.\n");
-    text.close();
-    QFile empty(file(QStringLiteral("empty.flac")));
-    ASSERT_TRUE(empty.open(QIODevice::WriteOnly));
-    empty.close();
+    test::writeFile(file(QStringLiteral("notes.wav")), "This is a shopping list, not a recording.\n");
+    test::writeFile(file(QStringLiteral("empty.flac")), {});
     // A name that is not UTF-8 arrives with a replacement character.
     const QByteArray latin1 = QFile::encodeName(dir_.path()) + "/caf\xe9.wav";
     {
@@ -204,10 +202,8 @@ TEST_F(AudioFileImportTest, ATruncatedFlacKeepsWhatCouldBeDecodedAndSaysSo)
 {
     const QString flac = file(QStringLiteral("cut.flac"));
     ASSERT_TRUE(test::writeSoundFile(flac, SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 16000, 1, speech().samples));
-    QFile whole(flac);
-    ASSERT_TRUE(whole.open(QIODevice::ReadWrite));
-    ASSERT_TRUE(whole.resize(whole.size() / 2));
-    whole.close();
+    const QByteArray whole = test::readFile(flac);
+    test::writeFile(flac, whole.left(whole.size() / 2));
     const Outcome outcome = run(flac);
     ASSERT_TRUE(outcome.began);
     EXPECT_TRUE(outcome.message.contains(QStringLiteral("The file ends early: the first 0:0")))
@@ -230,9 +226,7 @@ TEST_F(AudioFileImportTest, EightChannelsAt192kHzAreMixedAndStoredAt48kHz)
     EXPECT_TRUE(outcome.transcribed) << outcome.message.toStdString();
     const NotePtr note = notes().value(0);
     ASSERT_TRUE(note);
-    const QString noteFolder = RecordingFolder::noteFolder(root_, *note->id());
-    const QString segment = noteFolder + QLatin1Char('/') +
-                            QDir(noteFolder).entryList(QDir::Dirs | QDir::NoDotAndDotDot).value(0);
+    const QString segment = segmentOf(note);
     EXPECT_EQ(LocalRecordingManifest::read(segment).sampleRate, 48000.0);
     EXPECT_NEAR(double(DurableAudioWriter::frameCount(segment)) / 48000.0, double(clip.frames()) / 16000.0,
                 0.01);

@@ -19,7 +19,6 @@ const QString deleteRefused = QStringLiteral("Cancel or finish the current opera
 
 class NotesListViewModelTest : public CoreRigTest {
 protected:
-    // Starts a new note's recording and waits until it runs.
     NotePtr record(NotesListViewModel &model)
     {
         const QFuture<void> started = model.startNewTranscription();
@@ -33,9 +32,16 @@ protected:
 
 } // namespace
 
-TEST_F(NotesListViewModelTest, NewTranscriptionRecordsIntoANewNoteAndSavesEveryCommittedSnapshot)
+TEST_F(NotesListViewModelTest,
+       NewTranscriptionRecordsIntoANewNoteInTheShownFolderAndSavesEveryCommittedSnapshot)
 {
+    auto folder = store().context().insert<Folder>();
+    const QUuid folderID = QUuid::createUuid();
+    folder->setValue(QStringLiteral("id"), folderID);
+    folder->setValue(QStringLiteral("name"), QStringLiteral("Meetings"));
+    store().save();
     NotesListViewModel &model = list();
+    model.setPendingFolderSelection(FolderSelection::folder(folderID));
     const QFuture<void> started = model.startNewTranscription();
 
     // At once: the note, its lease, its folder name and the transcript tab.
@@ -83,9 +89,16 @@ TEST_F(NotesListViewModelTest, NewTranscriptionRecordsIntoANewNoteAndSavesEveryC
     const QStringList segments = segmentsOf(root.path(), id);
     ASSERT_EQ(segments.size(), 1);
     EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
+    ASSERT_TRUE(note->folder());
+    EXPECT_EQ(note->folder()->id(), folderID);
+
+    // With all notes shown a new note lands in no folder.
+    model.setPendingFolderSelection(FolderSelection::all());
+    EXPECT_FALSE(record(model)->folder());
+    stop(model);
 }
 
-TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStored)
+TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStoredAndAFailedSaveIsRetried)
 {
     auto probe = std::make_shared<SourceProbe>();
     rig.useScript(ScriptedSource::Script{AudioFormat{AudioSampleFormat::float32, 16000, 1}}, probe);
@@ -123,6 +136,20 @@ TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStored)
     model.receiveSnapshot(committed);
     EXPECT_EQ(saves.count(), 2);
     EXPECT_EQ(note->transcription(), QStringLiteral(" hello there  and then some"));
+
+    // A snapshot that cannot be saved is reported, the recording goes on, and
+    // the next snapshot writes and tries again.
+    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    committed.utterances.append(LocalUtterance{QStringLiteral("first words"), 2.5, 3.5});
+    model.receiveSnapshot(committed);
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_TRUE(recorder->recording());
+    EXPECT_TRUE(model.newNoteBeingRecorded());
+    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    committed.utterances.append(LocalUtterance{QStringLiteral("more words"), 3.5, 4.5});
+    model.receiveSnapshot(committed);
+    EXPECT_EQ(storedNote(*note->id())->transcription(),
+              QStringLiteral(" hello there  and then some first words more words"));
     stop(model);
 }
 
@@ -153,10 +180,14 @@ TEST_F(NotesListViewModelTest, RecordingIntoANoteWithTextKeepsItInFrontAndTimesT
     EXPECT_EQ(segmentsOf(root.path(), *note->id()).size(), 2);
 }
 
-TEST_F(NotesListViewModelTest, ASecondNewTranscriptionWhileStartingChangesNothingAndSaysNothing)
+TEST_F(NotesListViewModelTest,
+       WhileARecordingStartsOrFinishesStartsChangeNothingAndDeletesAreRefusedWithWords)
 {
     rig.speechStartGate = std::make_shared<Latch>();
+    auto gate = std::make_shared<Latch>();
+    rig.engine->finishGate = gate;
     NotesListViewModel &model = list();
+    const NotePtr kept = makeNote(QStringLiteral("Keep"));
     const QFuture<void> first = model.startNewTranscription();
     const NotePtr note = model.newNoteBeingRecorded();
     const qsizetype notes = store().fetchNotes().size();
@@ -172,11 +203,27 @@ TEST_F(NotesListViewModelTest, ASecondNewTranscriptionWhileStartingChangesNothin
     EXPECT_TRUE(model.startTranscription(other).isFinished());
     EXPECT_EQ(model.newNoteBeingRecorded(), note);
 
+    EXPECT_TRUE(model.deleteNote(kept).isFinished());
+    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_TRUE(store().noteWithId(*kept->id()));
+
+    model.setShowSyncError(false);
     rig.speechStartGate->open();
     ASSERT_TRUE(waitFor(first));
     EXPECT_EQ(*rig.speechStarts, 1);
     EXPECT_TRUE(recorder->recording());
-    stop(model);
+    const QFuture<void> stopping = model.stopTranscription();
+    ASSERT_TRUE(recorder->finishing());
+    EXPECT_TRUE(model.deleteNote(kept).isFinished());
+    EXPECT_TRUE(model.showSyncError());
+    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
+    EXPECT_TRUE(store().noteWithId(*kept->id()));
+    gate->open();
+    ASSERT_TRUE(waitFor(stopping));
+
+    ASSERT_TRUE(waitFor(model.deleteNote(kept)));
+    EXPECT_FALSE(store().noteWithId(*kept->id()));
 }
 
 TEST_F(NotesListViewModelTest, TwoStopsRunOneAndBothReturnAfterIt)
@@ -241,50 +288,16 @@ TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsA
     EXPECT_FALSE(QDir(root.file(QStringLiteral("DeletedRecordings/") + idText(id))).exists());
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
     EXPECT_FALSE(store().activeRecording().has_value());
-}
 
-TEST_F(NotesListViewModelTest, DeletingFromAnotherListStopsTheRecordingListFirst)
-{
-    NotesListViewModel &recording = list();
+    // Deleting from another list stops the recording list first.
     NotesListViewModel &other = anotherList();
-    const NotePtr note = record(recording);
-    ASSERT_TRUE(waitFor(other.deleteNote(note)));
+    const NotePtr second = record(model);
+    ASSERT_TRUE(waitFor(other.deleteNote(second)));
     EXPECT_FALSE(other.showSyncError()) << other.syncErrorMessage().toStdString();
     EXPECT_FALSE(recorder->recording());
-    EXPECT_FALSE(recording.newNoteBeingRecorded());
-    EXPECT_FALSE(store().noteWithId(*note->id()));
+    EXPECT_FALSE(model.newNoteBeingRecorded());
+    EXPECT_FALSE(store().noteWithId(*second->id()));
     EXPECT_FALSE(store().activeRecording().has_value());
-}
-
-TEST_F(NotesListViewModelTest, DeletingWhileARecordingStartsOrFinishesIsRefusedWithWords)
-{
-    rig.speechStartGate = std::make_shared<Latch>();
-    auto gate = std::make_shared<Latch>();
-    rig.engine->finishGate = gate;
-    NotesListViewModel &model = list();
-    const NotePtr other = makeNote(QStringLiteral("Keep"));
-    const QFuture<void> started = model.startNewTranscription();
-
-    EXPECT_TRUE(model.deleteNote(other).isFinished());
-    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(store().noteWithId(*other->id()));
-
-    model.setShowSyncError(false);
-    rig.speechStartGate->open();
-    ASSERT_TRUE(waitFor(started));
-    const QFuture<void> stopping = model.stopTranscription();
-    ASSERT_TRUE(recorder->finishing());
-    EXPECT_TRUE(model.deleteNote(other).isFinished());
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
-    EXPECT_TRUE(store().noteWithId(*other->id()));
-    gate->open();
-    ASSERT_TRUE(waitFor(stopping));
-
-    // Afterwards the delete goes through.
-    ASSERT_TRUE(waitFor(model.deleteNote(other)));
-    EXPECT_FALSE(store().noteWithId(*other->id()));
 }
 
 TEST_F(NotesListViewModelTest, QuittingWhileRecordingStopsSavesAndMayEnd)
@@ -306,35 +319,6 @@ TEST_F(NotesListViewModelTest, QuittingWhileRecordingStopsSavesAndMayEnd)
     EXPECT_EQ(stored->notes(), QStringLiteral("typed before quitting"));
     for (const QString &segment : segmentsOf(root.path(), *note->id()))
         EXPECT_TRUE(LocalRecordingManifest::read(segment).complete);
-}
-
-TEST_F(NotesListViewModelTest, QuitWithASaveThatFailsStaysRunningAndSaysWhy)
-{
-    NotesListViewModel &model = list();
-    roles.setActiveNotesViewModel(&model);
-    const NotePtr note = makeNote(QStringLiteral("Draft"));
-    note->setValue(QStringLiteral("notes"), QStringLiteral("unsaved words"));
-    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-
-    QFuture<bool> quit = roles.prepareToQuit(&store());
-    ASSERT_TRUE(waitFor(quit));
-    EXPECT_FALSE(quit.result());
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive))
-        << model.syncErrorMessage().toStdString();
-    // Nothing was lost: the words are still in memory for the next try.
-    EXPECT_EQ(note->notes(), QStringLiteral("unsaved words"));
-
-    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-    quit = roles.prepareToQuit(&store());
-    ASSERT_TRUE(waitFor(quit));
-    EXPECT_TRUE(quit.result());
-    EXPECT_EQ(storedNote(*note->id())->notes(), QStringLiteral("unsaved words"));
-
-    // Without a store there is nothing to keep the program open for.
-    quit = roles.prepareToQuit(nullptr);
-    ASSERT_TRUE(waitFor(quit));
-    EXPECT_TRUE(quit.result());
 }
 
 TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWorks)
@@ -372,18 +356,6 @@ TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWor
     EXPECT_NE(note, notes[0]);
     EXPECT_EQ(*systemAudioFlags, (QList<bool>{false, true}));
     stop(model);
-}
-
-TEST_F(NotesListViewModelTest, ANoteThatIsGoneCannotBeRecordedInto)
-{
-    NotesListViewModel &model = list();
-    const NotePtr note = makeNote({});
-    store().deleteNote(note);
-    ASSERT_TRUE(waitFor(model.startTranscription(note)));
-    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
-    EXPECT_FALSE(model.operationInProgress());
-    EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(*rig.speechStarts, 0);
 }
 
 TEST_F(NotesListViewModelTest, TheSpeechWarningIsShownAtStartAndNotAgainAtStop)
@@ -424,9 +396,17 @@ TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndS
     EXPECT_EQ(storedNote(*note->id())->transcription(), QStringLiteral("word1 tail"));
 }
 
-TEST_F(NotesListViewModelTest, PauseAndContinueFollowTheRecorder)
+TEST_F(NotesListViewModelTest, AGoneNoteCannotBeRecordedIntoAndPauseFollowsTheRecorder)
 {
     NotesListViewModel &model = list();
+    const NotePtr gone = makeNote({});
+    store().deleteNote(gone);
+    ASSERT_TRUE(waitFor(model.startTranscription(gone)));
+    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
+    EXPECT_FALSE(model.operationInProgress());
+    EXPECT_FALSE(store().activeRecording().has_value());
+    EXPECT_EQ(*rig.speechStarts, 0);
+
     model.togglePause();
     EXPECT_FALSE(model.isTranscriptionPaused());
     const NotePtr note = record(model);
@@ -472,11 +452,9 @@ TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOne)
     EXPECT_EQ(other.pendingFolderSelection(), FolderSelection::unfiled());
     other.listAppeared({plain}, FolderSelection::all());
     EXPECT_EQ(other.selectedNoteIDs(), QList<ObjectId>{summarised->objectId()});
-}
 
-TEST_F(NotesListViewModelTest, DeletingTheSelectedNotesGoesOnPastAFailureAndShowsTheLast)
-{
-    NotesListViewModel &model = list();
+    // Deleting the selected notes; then by position, going on past a note
+    // whose delete fails and showing its error.
     QList<NotePtr> notes;
     for (int i = 0; i < 3; ++i)
         notes << makeNote(QString::number(i));
@@ -487,43 +465,18 @@ TEST_F(NotesListViewModelTest, DeletingTheSelectedNotesGoesOnPastAFailureAndShow
     EXPECT_TRUE(store().noteWithId(*notes[1]->id()));
     EXPECT_FALSE(store().noteWithId(*notes[2]->id()));
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
-
-    // Deleting by position, with one note whose delete fails.
-    QList<NotePtr> more = {notes[1]};
-    for (int i = 0; i < 2; ++i)
-        more << makeNote(QStringLiteral("more"));
-    store().deleteNote(more[1]); // gone already: its delete fails
+    QList<NotePtr> more = {notes[1], makeNote(QStringLiteral("more")), makeNote(QStringLiteral("more"))};
+    store().deleteNote(more[1]);
     ASSERT_TRUE(waitFor(model.deleteNotes({0, 1, 2, 7}, more)));
     EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
     EXPECT_FALSE(store().noteWithId(*more[0]->id()));
     EXPECT_FALSE(store().noteWithId(*more[2]->id()));
 }
 
-TEST_F(NotesListViewModelTest, ANewNoteLandsInTheFolderTheSidebarShows)
-{
-    auto folder = store().context().insert<Folder>();
-    const QUuid folderID = QUuid::createUuid();
-    folder->setValue(QStringLiteral("id"), folderID);
-    folder->setValue(QStringLiteral("name"), QStringLiteral("Meetings"));
-    store().save();
-    NotesListViewModel &model = list();
-
-    model.setPendingFolderSelection(FolderSelection::folder(folderID));
-    NotePtr note = record(model);
-    ASSERT_TRUE(note);
-    ASSERT_TRUE(note->folder());
-    EXPECT_EQ(note->folder()->id(), folderID);
-    stop(model);
-
-    model.setPendingFolderSelection(FolderSelection::all());
-    note = record(model);
-    EXPECT_FALSE(note->folder());
-    stop(model);
-}
-
-TEST_F(NotesListViewModelTest, TheEditorsSaveChangesOnlyAndPutBackATypeThatCouldNotBeSaved)
+TEST_F(NotesListViewModelTest, EditsAndQuitsThatCannotBeSavedArePutBackOrKeptAndSayWhy)
 {
     NotesListViewModel &model = list();
+    roles.setActiveNotesViewModel(&model);
     const NotePtr note = makeNote(QStringLiteral("Title"));
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
 
@@ -542,27 +495,26 @@ TEST_F(NotesListViewModelTest, TheEditorsSaveChangesOnlyAndPutBackATypeThatCould
     EXPECT_EQ(note->summaryType(), QStringLiteral("meeting"));
     EXPECT_TRUE(model.showSyncError());
     EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive));
-}
 
-TEST_F(NotesListViewModelTest, ASnapshotThatCannotBeSavedIsReportedAndTheRecordingGoesOn)
-{
-    auto probe = std::make_shared<SourceProbe>();
-    rig.useScript(ScriptedSource::Script{AudioFormat{AudioSampleFormat::float32, 16000, 1}}, probe);
-    NotesListViewModel &model = list();
-    const NotePtr note = record(model);
-    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-
-    LocalTranscript first;
-    first.utterances = {LocalUtterance{QStringLiteral("first words"), 0, 1}};
-    model.receiveSnapshot(first);
+    // A quit whose save fails stays running and says why; the words stay in
+    // memory for the next try.
+    model.setShowSyncError(false);
+    note->setValue(QStringLiteral("notes"), QStringLiteral("unsaved words"));
+    QFuture<bool> quit = roles.prepareToQuit(&store());
+    ASSERT_TRUE(waitFor(quit));
+    EXPECT_FALSE(quit.result());
     EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(recorder->recording());
-    EXPECT_TRUE(model.newNoteBeingRecorded());
+    EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive))
+        << model.syncErrorMessage().toStdString();
+    EXPECT_EQ(note->notes(), QStringLiteral("unsaved words"));
 
     allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-    LocalTranscript second = first;
-    second.utterances.append(LocalUtterance{QStringLiteral("more words"), 1, 2});
-    model.receiveSnapshot(second);
-    EXPECT_EQ(storedNote(*note->id())->transcription(), QStringLiteral("first words more words"));
-    stop(model);
+    quit = roles.prepareToQuit(&store());
+    ASSERT_TRUE(waitFor(quit));
+    EXPECT_TRUE(quit.result());
+    EXPECT_EQ(storedNote(*note->id())->notes(), QStringLiteral("unsaved words"));
+    // Without a store there is nothing to keep the program open for.
+    quit = roles.prepareToQuit(nullptr);
+    ASSERT_TRUE(waitFor(quit));
+    EXPECT_TRUE(quit.result());
 }

@@ -1,21 +1,17 @@
 // The unfinished summaries kept beside the store: one file per note, replaced
 // in one step, read back with every way a file can be unusable told apart.
 #include "core/SummaryCheckpointStore.h"
+#include "core/CoreTestSupport.h"
 
 #include "base/Error.h"
 #include "support/TmpfsMount.h"
-
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
 
 #include <csignal>
 #include <sys/wait.h>
 #include <unistd.h>
 
 using namespace kestil;
+using kestil::test::writeFile;
 
 namespace {
 
@@ -28,14 +24,6 @@ StoredSummaryCheckpoint stored(const QUuid &note, const QString &input, int fact
     for (int i = 0; i < facts; ++i)
         checkpoint.facts.append(QStringLiteral("Fact %1.").arg(i));
     return {note, QStringLiteral("model.gguf:1234"), checkpoint};
-}
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
 }
 
 } // namespace

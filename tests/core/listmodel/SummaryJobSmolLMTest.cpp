@@ -9,7 +9,6 @@
 #include "generation/LlamaLanguageModel.h"
 #include "generation/LocalNoteTags.h"
 
-#include <QFile>
 #include <QSignalSpy>
 
 using namespace kestil;
@@ -17,12 +16,6 @@ using namespace kestil::test;
 using namespace std::chrono_literals;
 
 namespace {
-
-QString weeklySync()
-{
-    QFile file(QStringLiteral(KESTIL_TEST_DATA_DIR "/generation/weekly-sync-transcript.txt"));
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-}
 
 // The level of a Markdown heading line ("## x" is 2), 0 for any other line.
 qsizetype headingLevel(const QString &line)
@@ -79,7 +72,8 @@ TEST(SummaryJobSmolLM, SummarisesARealNoteAndSavesSummaryTemplateTitleAndTags)
     rig.languageModel = &languageModel;
     NotesListViewModel &list = rig.list();
 
-    const QString text = weeklySync();
+    const QString text = QString::fromUtf8(
+        readFile(QStringLiteral(KESTIL_TEST_DATA_DIR "/generation/weekly-sync-transcript.txt")));
     ASSERT_GT(text.size(), 1500);
     const NotePtr note = rig.makeNote(untitledNoteTitle(), text, QStringLiteral("transcription"));
     QList<LocalSummaryProgress::Stage> stages;

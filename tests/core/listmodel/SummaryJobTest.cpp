@@ -45,6 +45,8 @@ QJsonObject tagsRecord(const QStringList &tags)
     return QJsonObject{{QStringLiteral("tags"), QJsonArray::fromStringList(tags)}};
 }
 
+const QJsonObject budgetTags = tagsRecord({QStringLiteral("Budget")});
+
 bool isTitleRequest(const ScriptedLanguageModel::Request &request)
 {
     return request.instructions.startsWith(QStringLiteral("Create a concise descriptive title"));
@@ -68,10 +70,20 @@ protected:
         return note;
     }
 
-    // Runs a job to its end; false when it did not end in time.
-    bool summarise(const NotePtr &note, const QString &templateKey = QStringLiteral("meetings/general"))
+    bool summarise(const NotePtr &note)
     {
-        return waitFor(list().generateSummary(note, templateKey));
+        return waitFor(list().generateSummary(note, QStringLiteral("meetings/general")));
+    }
+
+    bool waitUntilWriting()
+    {
+        return waitUntil(
+            [&] { return list().streamingSummaryViewModel().progress() == LocalSummaryProgress::writing(); });
+    }
+
+    bool waitUntilStreaming()
+    {
+        return waitUntil([&] { return !list().streamingSummaryViewModel().summary().isEmpty(); });
     }
 
     ScriptedLanguageModel model;
@@ -133,7 +145,6 @@ TEST_F(SummaryJobTest, SummarisesTitlesAndTagsANoteAndSavesThemTogether)
     EXPECT_EQ(texts.at(texts.size() - 2), finalSummary);
     EXPECT_EQ(texts.last(), QString()) << "the streaming text goes when the job ends";
 
-    // One save wrote summary, template, title and tags.
     EXPECT_EQ(saves.count(), 1);
     EXPECT_EQ(note->summary(), finalSummary);
     EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/general"));
@@ -219,8 +230,7 @@ TEST_F(SummaryJobTest, CancellingStopsTheModelPromptlyAndWritesNothing)
     model.replies = {Stall{}};
 
     const QFuture<void> job = jobs.generateSummary(note, QStringLiteral("Concise"));
-    ASSERT_TRUE(waitUntil(
-        [&] { return jobs.streamingSummaryViewModel().progress() == LocalSummaryProgress::writing(); }));
+    ASSERT_TRUE(waitUntilWriting());
     QElapsedTimer clock;
     clock.start();
     jobs.cancelSummary();
@@ -236,13 +246,24 @@ TEST_F(SummaryJobTest, CancellingStopsTheModelPromptlyAndWritesNothing)
     EXPECT_EQ(jobs.streamingSummaryViewModel().summary(), QString());
     EXPECT_FALSE(jobs.isGeneratingSummary());
 
-    // The slot is free again.
-    model.replies = {finalSummary, tagsRecord({QStringLiteral("Budget")})};
+    model.replies = {finalSummary, budgetTags};
     ASSERT_TRUE(summarise(note));
     EXPECT_EQ(note->summary(), finalSummary);
+
+    // A list closed during a job stops its model work.
+    const NotePtr other = makeNote(untitledNoteTitle());
+    model.replies = {Stall{}};
+    const qsizetype asked = model.requests.size();
+    const QFuture<void> closed = jobs.generateSummary(other, QString());
+    ASSERT_TRUE(waitUntil([&] { return model.requests.size() == asked + 1; }));
+    clock.restart();
+    models.clear();
+    EXPECT_LT(clock.elapsed(), 1000);
+    EXPECT_TRUE(closed.isFinished());
+    EXPECT_FALSE(other->summary().has_value());
 }
 
-TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItAndNothingIsWrittenBack)
+TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItOrFindsItGoneAndNothingIsWrittenBack)
 {
     NotesListViewModel &jobs = list();
     const NotePtr note = makeNote(untitledNoteTitle());
@@ -251,8 +272,7 @@ TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItAndNothingIsWrittenBack)
     model.replies = {Stall{}};
 
     const QFuture<void> job = jobs.generateSummary(note, QString());
-    ASSERT_TRUE(waitUntil(
-        [&] { return jobs.streamingSummaryViewModel().progress() == LocalSummaryProgress::writing(); }));
+    ASSERT_TRUE(waitUntilWriting());
     // Deleting another note leaves the job alone.
     ASSERT_TRUE(waitFor(jobs.deleteNote(other)));
     settle();
@@ -266,30 +286,26 @@ TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItAndNothingIsWrittenBack)
     EXPECT_FALSE(jobs.isGeneratingSummary());
     EXPECT_FALSE(storedNote(id));
     EXPECT_EQ(countRows(*reopened, QStringLiteral("note")), 0);
-}
 
-TEST_F(SummaryJobTest, ANoteDeletedByAnotherListDuringAJobStaysDeleted)
-{
-    NotesListViewModel &jobs = list();
     NotesListViewModel &elsewhere = anotherList();
-    const NotePtr note = makeNote(untitledNoteTitle());
-    const QUuid id = *note->id();
+    const NotePtr second = makeNote(untitledNoteTitle());
+    const QUuid secondId = *second->id();
     // The other list does not own the job, so nothing cancels it: the job
     // finds the note gone before its save.
     model.replies = {Stream{{QStringLiteral("## Summary"), finalSummary}, 400ms},
-                     titleRecord(QStringLiteral("Spring campaign")), tagsRecord({QStringLiteral("Budget")})};
+                     titleRecord(QStringLiteral("Spring campaign")), budgetTags};
     QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
 
-    const QFuture<void> job = jobs.generateSummary(note, QString());
-    ASSERT_TRUE(waitUntil([&] { return !jobs.streamingSummaryViewModel().summary().isEmpty(); }));
-    ASSERT_TRUE(waitFor(elsewhere.deleteNote(note)));
-    ASSERT_TRUE(waitFor(job));
+    const QFuture<void> unowned = jobs.generateSummary(second, QString());
+    ASSERT_TRUE(waitUntilStreaming());
+    ASSERT_TRUE(waitFor(elsewhere.deleteNote(second)));
+    ASSERT_TRUE(waitFor(unowned));
 
     EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
     EXPECT_FALSE(elsewhere.showSyncError()) << elsewhere.syncErrorMessage().toStdString();
     EXPECT_EQ(completions.count(), 0);
-    EXPECT_TRUE(note->isDeleted());
-    EXPECT_FALSE(storedNote(id));
+    EXPECT_TRUE(second->isDeleted());
+    EXPECT_FALSE(storedNote(secondId));
     EXPECT_EQ(countRows(*reopened, QStringLiteral("note")), 0);
     EXPECT_EQ(countRows(*reopened, QStringLiteral("tag")), 0);
 }
@@ -298,14 +314,24 @@ TEST_F(SummaryJobTest, OnlyATitleTheUserDidNotChooseIsReplaced)
 {
     NotesListViewModel &jobs = list();
 
-    // A typed title survives, and no title is even asked for.
+    // A typed title survives, and no title is even asked for. A failed tag
+    // request falls back to tags from the text without a word: without the
+    // model's proposals the library (empty here) and the text decide, as for
+    // any note, and sixty words earn two tags.
     const NotePtr typed = makeNote(QStringLiteral("Budget review with Sam"));
-    model.replies = {finalSummary, tagsRecord({QStringLiteral("Budget")})};
+    model.replies = {finalSummary, LocalError(QStringLiteral("The model ran out of memory."))};
     ASSERT_TRUE(summarise(typed));
+    EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
     EXPECT_EQ(typed->title(), QStringLiteral("Budget review with Sam"));
     EXPECT_EQ(typed->summary(), finalSummary);
     for (const auto &request : model.requests)
         EXPECT_FALSE(isTitleRequest(request));
+    const QStringList tags = typed->sortedTagNames();
+    const QStringList fromText =
+        LocalNoteTags::completedNames(std::nullopt, transcriptForReading(*typed), finalSummary, {});
+    EXPECT_EQ(tags.size(), 2);
+    EXPECT_EQ(QSet<QString>(tags.begin(), tags.end()), QSet<QString>(fromText.begin(), fromText.end()));
+    EXPECT_EQ(storedNote(*typed->id())->sortedTagNames(), tags);
 
     // A title of the automatic date shape is the system's own: replaced.
     const NotePtr dated = makeNote(QString());
@@ -313,8 +339,7 @@ TEST_F(SummaryJobTest, OnlyATitleTheUserDidNotChooseIsReplaced)
     store().save();
     ASSERT_TRUE(dated->isDateLikeTitle());
     model.requests.clear();
-    model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign sync")),
-                     tagsRecord({QStringLiteral("Budget")})};
+    model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign sync")), budgetTags};
     ASSERT_TRUE(summarise(dated));
     EXPECT_EQ(dated->title(), QStringLiteral("Spring campaign sync"));
     ASSERT_EQ(model.requests.size(), 3);
@@ -323,9 +348,9 @@ TEST_F(SummaryJobTest, OnlyATitleTheUserDidNotChooseIsReplaced)
     // A title typed while the job runs wins over the generated one.
     const NotePtr renamed = makeNote(untitledNoteTitle());
     model.replies = {Stream{{QStringLiteral("## Summary"), finalSummary}, 300ms},
-                     titleRecord(QStringLiteral("Generated title")), tagsRecord({QStringLiteral("Budget")})};
+                     titleRecord(QStringLiteral("Generated title")), budgetTags};
     const QFuture<void> job = jobs.generateSummary(renamed, QString());
-    ASSERT_TRUE(waitUntil([&] { return !jobs.streamingSummaryViewModel().summary().isEmpty(); }));
+    ASSERT_TRUE(waitUntilStreaming());
     jobs.setTitle(renamed, QStringLiteral("Typed meanwhile"));
     ASSERT_TRUE(waitFor(job));
     EXPECT_EQ(renamed->title(), QStringLiteral("Typed meanwhile"));
@@ -353,7 +378,7 @@ TEST_F(SummaryJobTest, ATitleFailureKeepsTheSummaryAndSaysSoTruly)
         const NotePtr note = makeNote(untitledNoteTitle());
         QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
         jobs.setShowSyncError(false);
-        model.replies = {finalSummary, c.title, tagsRecord({QStringLiteral("Budget")})};
+        model.replies = {finalSummary, c.title, budgetTags};
         ASSERT_TRUE(summarise(note));
 
         EXPECT_TRUE(jobs.showSyncError());
@@ -366,26 +391,7 @@ TEST_F(SummaryJobTest, ATitleFailureKeepsTheSummaryAndSaysSoTruly)
     }
 }
 
-TEST_F(SummaryJobTest, AFailedTagRequestFallsBackToTagsFromTheTextWithoutAWord)
-{
-    NotesListViewModel &jobs = list();
-    const NotePtr note = makeNote(QStringLiteral("Weekly sync"));
-    model.replies = {finalSummary, LocalError(QStringLiteral("The model ran out of memory."))};
-    ASSERT_TRUE(summarise(note));
-
-    EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
-    EXPECT_EQ(note->summary(), finalSummary);
-    // Without the model's proposals the library (empty here) and the text
-    // decide, as for any note: sixty words earn two tags.
-    const QStringList tags = note->sortedTagNames();
-    const QStringList fromText =
-        LocalNoteTags::completedNames(std::nullopt, transcriptForReading(*note), finalSummary, {});
-    EXPECT_EQ(tags.size(), 2);
-    EXPECT_EQ(QSet<QString>(tags.begin(), tags.end()), QSet<QString>(fromText.begin(), fromText.end()));
-    EXPECT_EQ(storedNote(*note->id())->sortedTagNames(), tags);
-}
-
-TEST_F(SummaryJobTest, ALanguageTheModelDoesNotKnowIsRefusedBeforeAnyRequest)
+TEST_F(SummaryJobTest, AnUnknownLanguageOrAFailedSaveLeavesTheNoteAsItWas)
 {
     NotesListViewModel &jobs = list();
     const NotePtr note = makeNote(untitledNoteTitle(), transcript, QStringLiteral("Old summary"));
@@ -396,19 +402,15 @@ TEST_F(SummaryJobTest, ALanguageTheModelDoesNotKnowIsRefusedBeforeAnyRequest)
     EXPECT_TRUE(jobs.showSyncError());
     EXPECT_EQ(jobs.syncErrorMessage(),
               QStringLiteral("The on-device summary model does not support this language."));
-    EXPECT_TRUE(model.requests.isEmpty());
+    EXPECT_TRUE(model.requests.isEmpty()) << "refused before any request";
     EXPECT_EQ(saves.count(), 0);
     EXPECT_EQ(note->summary(), QStringLiteral("Old summary"));
     EXPECT_EQ(note->title(), untitledNoteTitle());
     EXPECT_FALSE(jobs.isGeneratingSummary());
-}
 
-TEST_F(SummaryJobTest, AFailedSaveLeavesTheNoteAsItWas)
-{
-    NotesListViewModel &jobs = list();
-    const NotePtr note = makeNote(untitledNoteTitle(), transcript, QStringLiteral("Old summary"));
-    model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign")),
-                     tagsRecord({QStringLiteral("Budget")})};
+    preferences->set(QString(settings::keys::transcriptionLanguage), QString());
+    jobs.setShowSyncError(false);
+    model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign")), budgetTags};
     failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
     ASSERT_TRUE(summarise(note));
 
@@ -425,35 +427,12 @@ TEST_F(SummaryJobTest, AFailedSaveLeavesTheNoteAsItWas)
     EXPECT_EQ(countRows(*reopened, QStringLiteral("tag")), 0);
 }
 
-TEST_F(SummaryJobTest, AListClosedDuringAJobStopsItsModelWork)
-{
-    const NotePtr note = makeNote(untitledNoteTitle());
-    model.replies = {Stall{}};
-    const QFuture<void> job = list().generateSummary(note, QString());
-    ASSERT_TRUE(waitUntil([&] { return model.requests.size() == 1; }));
-    QElapsedTimer clock;
-    clock.start();
-    models.clear();
-    EXPECT_LT(clock.elapsed(), 1000);
-    EXPECT_TRUE(job.isFinished());
-    EXPECT_FALSE(note->summary().has_value());
-}
-
-namespace {
-
-// Three sections for the scripted model of a small context.
-QString longTranscript()
-{
-    return transcript.repeated(40).left(12000);
-}
-
-} // namespace
-
 TEST_F(SummaryJobTest, AStoppedJobContinuesFromItsFirstUnfinishedSection)
 {
     NotesListViewModel &jobs = list();
     model.contextTokens = 2400;
-    const NotePtr note = makeNote(QStringLiteral("Planning"), longTranscript());
+    // Three sections for the scripted model of a small context.
+    const NotePtr note = makeNote(QStringLiteral("Planning"), transcript.repeated(40).left(12000));
     const SummaryCheckpointStore kept(root.path());
     model.replies = {QStringLiteral("Fact one."), Stall{}};
     const QFuture<void> job = jobs.generateSummary(note, QStringLiteral("meetings/general"));
@@ -473,8 +452,7 @@ TEST_F(SummaryJobTest, AStoppedJobContinuesFromItsFirstUnfinishedSection)
     const QStringList sections = *kept.read(*note->id()).stored->checkpoint.sections;
 
     model.requests.clear();
-    model.replies = {QStringLiteral("Fact two."), QStringLiteral("Fact three."), finalSummary,
-                     tagsRecord({QStringLiteral("Budget")})};
+    model.replies = {QStringLiteral("Fact two."), QStringLiteral("Fact three."), finalSummary, budgetTags};
     ASSERT_TRUE(waitFor(jobs.continueSummary(note)));
     EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
     ASSERT_EQ(model.requests.size(), 4);
@@ -573,7 +551,7 @@ TEST_F(SummaryJobTest, AKeptSummaryThatCannotBeWrittenLetsTheSummaryGoOnAndSaysS
     ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
     blocker.close();
     const NotePtr note = makeNote(QStringLiteral("Planning"));
-    model.replies = {finalSummary, tagsRecord({QStringLiteral("Budget")})};
+    model.replies = {finalSummary, budgetTags};
     ASSERT_TRUE(summarise(note));
 
     EXPECT_EQ(note->summary(), finalSummary);

@@ -166,7 +166,6 @@ TEST_F(CrashRecoveryTest, KilledWhileRecordingLosesNothingItHadHandedToTheWriter
     for (int trial = 0; trial < trials; ++trial) {
         SCOPED_TRACE(::testing::Message() << "trial " << trial);
         Library library(work.filePath(QStringLiteral("root-%1").arg(trial)));
-        QDir().mkpath(library.root());
         const QUuid id = library.createNote();
         const QString segment = library.segment(id);
 
@@ -232,7 +231,6 @@ TEST_F(CrashRecoveryTest, KilledWhileBuildingThePlayableFileTheNextLaunchFinishe
     for (int trial = 0; trial < 6; ++trial) {
         SCOPED_TRACE(::testing::Message() << "trial " << trial);
         Library library(work.filePath(QStringLiteral("root-%1").arg(trial)));
-        QDir().mkpath(library.root());
         const QUuid id = library.createNote();
         const QString segment = interruptedSegment(library.segment(id), id, 48000, samples);
         // A playable file from an earlier, shorter build is replaced.
@@ -263,7 +261,6 @@ TEST_F(CrashRecoveryTest, KilledDuringTheLaunchRepairTheNextLaunchFinishesIt)
     for (int trial = 0; trial < 6; ++trial) {
         SCOPED_TRACE(::testing::Message() << "trial " << trial);
         Library library(work.filePath(QStringLiteral("root-%1").arg(trial)));
-        QDir().mkpath(library.root());
         // Six notes with two interrupted sessions each.
         std::vector<std::pair<QUuid, QString>> segments;
         for (int n = 0; n < 6; ++n) {

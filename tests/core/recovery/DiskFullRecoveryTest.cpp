@@ -25,7 +25,6 @@ TEST(DiskFullRecoveryTest, AFullDiskStopsCaptureKeepsItsAudioAndIsRepairedOnceTh
                                sine(440, 48000, 48000 * 60, 0.3f)));
 
     Library library(disk.path() + QStringLiteral("/Kestil"));
-    QDir().mkpath(library.root());
     const QUuid id = library.createNote();
     // Room that the user frees later: a little, then enough.
     writeFile(disk.path() + QStringLiteral("/small"), QByteArray(512 << 10, 'x'));

@@ -23,16 +23,25 @@ protected:
 
 } // namespace
 
-TEST_F(RecoveryTest, AFinishedLibraryProducesNoMessageAndBuildsNothing)
+TEST_F(RecoveryTest, ALibraryWithNothingToRepairSaysNothingAndTouchesNothing)
 {
+    const QUuid id = library.createNote();
+    EXPECT_EQ(library.launch()->message(), QString()) << "no recordings at all";
     for (int n = 0; n < 3; ++n) {
-        const QUuid id = library.createNote();
+        const QUuid other = library.createNote();
         for (int s = 0; s < 3; ++s)
-            finishedSegment(library.segment(id), id, 48000, ramp(1000));
+            finishedSegment(library.segment(other), other, 48000, ramp(1000));
     }
+    // Audio without a manifest, folders named like no note, a file among the segments.
+    writeFile(library.segment(id, QStringLiteral("A")) + QStringLiteral("/audio.float32"),
+              QByteArray(400, 1));
+    interruptedSegment(library.root() + QStringLiteral("/Recordings/not-a-note/S"), id, 48000, ramp(100));
+    interruptedSegment(library.root() + QStringLiteral("/Recordings/{") + RecordingFolder::uuidText(id) +
+                           QStringLiteral("}/S"),
+                       id, 48000, ramp(100));
+    writeFile(library.segment(id, QStringLiteral("notes.txt")), "x");
     const auto before = snapshot(library.root() + QStringLiteral("/Recordings"));
-    const auto app = library.launch();
-    EXPECT_EQ(app->message(), QString());
+    EXPECT_EQ(library.launch()->message(), QString());
     EXPECT_EQ(snapshot(library.root() + QStringLiteral("/Recordings")), before);
 }
 
@@ -59,91 +68,50 @@ TEST_F(RecoveryTest, AnInterruptedSessionIsRebuiltLinkedAndMarkedLast)
     EXPECT_EQ(library.launch()->message(), QString());
 }
 
-TEST_F(RecoveryTest, AGoodPlayableFileIsKeptAsItIs)
+TEST_F(RecoveryTest, EverySessionIsRepairedAndCountedOncePerNote)
 {
-    const QUuid id = library.createNote();
-    const QString segment = interruptedSegment(library.segment(id), id, 48000, ramp(5000));
-    DurableAudioWriter::rebuildFinalAudio(segment);
-    const qint64 built = inode(RecordingFolder::finalAudioPath(segment));
-    EXPECT_EQ(library.launch()->message(), recoveredText(1));
-    EXPECT_EQ(inode(RecordingFolder::finalAudioPath(segment)), built);
-    EXPECT_TRUE(isComplete(segment));
-}
-
-TEST_F(RecoveryTest, APlayableFileThatDoesNotMatchIsRebuilt)
-{
-    const QUuid id = library.createNote();
+    const QUuid first = library.createNote(), second = library.createNote(), third = library.createNote(),
+                fourth = library.createNote();
+    const QUuid gone = QUuid::createUuid();
+    std::vector<std::pair<QString, double>> repaired{
+        {interruptedSegment(library.segment(first), first, 48000, ramp(1000)), 48000},
+        {interruptedSegment(library.segment(first), first, 16000, ramp(2000)), 16000},
+        {interruptedSegment(library.segment(second), second, 48000, ramp(3000)), 48000},
+        // Audio of a deleted note is repaired but not counted.
+        {interruptedSegment(library.segment(gone), gone, 48000, ramp(3000)), 48000}};
+    // A good playable file is kept as it is.
+    const QString good = interruptedSegment(library.segment(fourth), fourth, 48000, ramp(5000));
+    DurableAudioWriter::rebuildFinalAudio(good);
+    const qint64 built = inode(RecordingFolder::finalAudioPath(good));
+    // Playable files that do not match are rebuilt.
     const struct {
         int rate;
         int channels;
         qint64 frames;
     } wrong[] = {{44100, 1, 5000}, {48000, 2, 5000}, {48000, 1, 4999}};
     for (const auto &w : wrong) {
-        const QString segment = interruptedSegment(library.segment(id), id, 48000, ramp(5000));
+        const QString segment = interruptedSegment(library.segment(third), third, 48000, ramp(5000));
         std::vector<float> other(size_t(w.frames * w.channels), 0.5f);
         ASSERT_TRUE(writeSoundFile(RecordingFolder::finalAudioPath(segment), SF_FORMAT_CAF | SF_FORMAT_FLOAT,
                                    w.rate, w.channels, other));
+        repaired.emplace_back(segment, 48000);
     }
-    EXPECT_EQ(library.launch()->message(), recoveredText(1));
-    for (const QString &name :
-         QDir(RecordingFolder::noteFolder(library.root(), id)).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const QString segment = RecordingFolder::noteFolder(library.root(), id) + QLatin1Char('/') + name;
-        expectPlayable(segment, 48000);
-        EXPECT_TRUE(isComplete(segment));
+    // A note that had its source gets the same value again.
+    const QString thirdSource = QStringLiteral("Recordings/") + RecordingFolder::uuidText(third);
+    {
+        SharedPersistenceController store(library.root());
+        store.applyGeneratedFields(store.noteWithId(third), {{QStringLiteral("sourceURL"), thirdSource}});
     }
-}
 
-TEST_F(RecoveryTest, SessionsAreCountedOncePerNote)
-{
-    const QUuid first = library.createNote(), second = library.createNote();
-    const QString a = interruptedSegment(library.segment(first), first, 48000, ramp(1000));
-    const QString b = interruptedSegment(library.segment(first), first, 16000, ramp(2000));
-    const QString c = interruptedSegment(library.segment(second), second, 48000, ramp(3000));
-    EXPECT_EQ(library.launch()->message(), recoveredText(2));
-    for (const auto &[segment, rate] : {std::pair{a, 48000.0}, {b, 16000.0}, {c, 48000.0}}) {
+    EXPECT_EQ(library.launch()->message(), recoveredText(4));
+    for (const auto &[segment, rate] : repaired) {
+        SCOPED_TRACE(segment.toStdString());
         expectPlayable(segment, rate);
         EXPECT_TRUE(isComplete(segment));
     }
-}
-
-TEST_F(RecoveryTest, AudioOfADeletedNoteIsRepairedButNotCounted)
-{
-    const QUuid gone = QUuid::createUuid();
-    library.createNote();
-    const QString segment = interruptedSegment(library.segment(gone), gone, 48000, ramp(3000));
-    EXPECT_EQ(library.launch()->message(), QString());
-    expectPlayable(segment, 48000);
-    EXPECT_TRUE(isComplete(segment));
-}
-
-TEST_F(RecoveryTest, ANoteThatHadItsSourceGetsTheSameValueAgain)
-{
-    const QUuid id = library.createNote();
-    const QString expected = QStringLiteral("Recordings/") + RecordingFolder::uuidText(id);
-    {
-        SharedPersistenceController store(library.root());
-        store.applyGeneratedFields(store.noteWithId(id), {{QStringLiteral("sourceURL"), expected}});
-    }
-    interruptedSegment(library.segment(id), id, 48000, ramp(100));
-    EXPECT_EQ(library.launch()->message(), recoveredText(1));
-    EXPECT_EQ(library.sourceURL(id), expected);
-}
-
-TEST_F(RecoveryTest, FoldersThatAreNoSessionOrNoNoteAreLeftAlone)
-{
-    const QUuid id = library.createNote();
-    // Audio without a manifest, a folder named like no note, a file among the
-    // segments.
-    writeFile(library.segment(id, QStringLiteral("A")) + QStringLiteral("/audio.float32"),
-              QByteArray(400, 1));
-    interruptedSegment(library.root() + QStringLiteral("/Recordings/not-a-note/S"), id, 48000, ramp(100));
-    interruptedSegment(library.root() + QStringLiteral("/Recordings/{") + RecordingFolder::uuidText(id) +
-                           QStringLiteral("}/S"),
-                       id, 48000, ramp(100));
-    writeFile(library.segment(id, QStringLiteral("notes.txt")), "x");
-    const auto before = snapshot(library.root() + QStringLiteral("/Recordings"));
-    EXPECT_EQ(library.launch()->message(), QString());
-    EXPECT_EQ(snapshot(library.root() + QStringLiteral("/Recordings")), before);
+    EXPECT_EQ(inode(RecordingFolder::finalAudioPath(good)), built);
+    EXPECT_TRUE(isComplete(good));
+    EXPECT_EQ(library.sourceURL(third), thirdSource);
 }
 
 TEST_F(RecoveryTest, DamagedManifestsAreReportedAndTheirFoldersUntouched)
@@ -287,10 +255,4 @@ TEST_F(RecoveryTest, RecordingsThatCannotBeListedStopTheScanWithTheReason)
     library.createNote();
     writeFile(library.root() + QStringLiteral("/Recordings"), "a file, not a folder");
     EXPECT_EQ(library.launch()->message(), QStringLiteral("Could not list “Recordings”: Not a directory"));
-}
-
-TEST_F(RecoveryTest, NoRecordingsNoMessage)
-{
-    library.createNote();
-    EXPECT_EQ(library.launch()->message(), QString());
 }

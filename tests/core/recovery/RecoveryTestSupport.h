@@ -16,7 +16,6 @@
 #include <gtest/gtest.h>
 
 #include <ostream>
-
 #include <span>
 
 // QString in failure messages, for the many `<< path` of the recovery tests.
@@ -46,7 +45,7 @@ inline QString needsRecoveryText(const QString &description)
 class Library {
 public:
     Library() = default;
-    explicit Library(const QString &root) : root_(root) {}
+    explicit Library(const QString &root) : root_(root) { QDir().mkpath(root_); }
 
     QString root() const { return root_.isEmpty() ? dir_.path() : root_; }
 
@@ -81,22 +80,22 @@ private:
     QString root_;
 };
 
-// A segment whose writer died without completing: what a crash leaves.
+// A segment whose writer died without completing (what a crash leaves), or
+// one that was completed.
 inline QString interruptedSegment(const QString &segment, const QUuid &noteID, double rate,
-                                  std::span<const float> samples)
+                                  std::span<const float> samples, bool complete = false)
 {
     DurableAudioWriter writer(segment, noteID, rate);
     writer.append(samples);
+    if (complete)
+        writer.complete();
     return segment;
 }
 
 inline QString finishedSegment(const QString &segment, const QUuid &noteID, double rate,
                                std::span<const float> samples)
 {
-    DurableAudioWriter writer(segment, noteID, rate);
-    writer.append(samples);
-    writer.complete();
-    return segment;
+    return interruptedSegment(segment, noteID, rate, samples, true);
 }
 
 inline std::vector<float> ramp(size_t count, float offset = 0)

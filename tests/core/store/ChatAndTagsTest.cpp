@@ -42,12 +42,7 @@ TEST_F(ChatTest, RefusesBadMessagesAndMissingNotes)
          {std::pair{message(QStringLiteral("system"), QStringLiteral("x"), now), *note->id()},
           std::pair{message(QStringLiteral("user"), QString(), now), *note->id()},
           std::pair{message(QStringLiteral("user"), QStringLiteral("x"), now), QUuid::createUuid()}}) {
-        try {
-            controller->appendChatMessage(m, noteId);
-            FAIL();
-        } catch (const LocalError &e) {
-            EXPECT_EQ(e.message(), refusal);
-        }
+        EXPECT_EQ(errorOf([&] { controller->appendChatMessage(m, noteId); }), refusal);
     }
     EXPECT_EQ(countRows(*controller, QStringLiteral("note_chat_message")), 0);
 }

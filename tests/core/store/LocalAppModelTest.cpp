@@ -17,20 +17,17 @@ environmentFor(const TempRoot &root,
     return env;
 }
 
-TEST(LaunchTest, UnsupportedMachineOpensNothing)
+TEST(LaunchTest, AnUnsupportedMachineOpensNothingAndACurableModelStateOpensTheLibrary)
 {
     TempRoot root;
-    LocalAppModel app(environmentFor(root, LanguageModelAvailability::unavailableForGood));
-    EXPECT_EQ(app.message(), LocalAppModel::unsupportedMachineMessage());
-    EXPECT_FALSE(app.store());
-    EXPECT_FALSE(app.storeReady());
-    EXPECT_EQ(app.speechStatus(), QStringLiteral("Checking installed speech models…"));
-    EXPECT_FALSE(QFile::exists(root.file(QStringLiteral("KestilNotes.sqlite"))));
-}
-
-TEST(LaunchTest, CurableModelStateStillOpensTheLibrary)
-{
-    TempRoot root;
+    {
+        LocalAppModel app(environmentFor(root, LanguageModelAvailability::unavailableForGood));
+        EXPECT_EQ(app.message(), LocalAppModel::unsupportedMachineMessage());
+        EXPECT_FALSE(app.store());
+        EXPECT_FALSE(app.storeReady());
+        EXPECT_EQ(app.speechStatus(), QStringLiteral("Checking installed speech models…"));
+        EXPECT_FALSE(QFile::exists(root.file(QStringLiteral("KestilNotes.sqlite"))));
+    }
     LocalAppModel app(environmentFor(root, LanguageModelAvailability::curable));
     EXPECT_TRUE(app.storeReady());
     EXPECT_TRUE(app.message().isEmpty());
@@ -80,8 +77,7 @@ TEST(LaunchTest, SelectionIsAdoptedOnlyWhenNoneIsSet)
     EXPECT_EQ(app.selectedNote(), first);
 
     auto second = app.store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
-    second->setValue(QStringLiteral("timestamp"),
-                     first->timestamp()->addSecs(1)); // never the same millisecond
+    second->setValue(QStringLiteral("timestamp"), first->timestamp()->addSecs(1));
     app.store()->save();
     app.refreshNotes();
     EXPECT_EQ(app.selected(), first->id()) << "an existing selection stays";
@@ -98,34 +94,23 @@ TEST(LaunchTest, NoteAudioDirectoryStaysInsideTheRoot)
     TempRoot root;
     LocalAppModel app(environmentFor(root));
     auto note = app.store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
-    auto expectRefusal = [&](const QVariant &source, const QString &text) {
-        note->setValue(QStringLiteral("sourceURL"), source);
-        try {
-            app.noteAudioDirectory(*note);
-            ADD_FAILURE() << source.toString().toStdString();
-        } catch (const LocalError &e) {
-            EXPECT_EQ(e.message(), text) << source.toString().toStdString();
-        }
-    };
     const QString noAudio = QStringLiteral("This note has no local audio.");
     const QString outside = QStringLiteral("Audio path is outside the local store.");
-    expectRefusal(QVariant(), noAudio);
-    expectRefusal(QString(), noAudio);
-    expectRefusal(QStringLiteral("/etc"), noAudio);
-    expectRefusal(QStringLiteral("file:Recordings/x"), noAudio);
-    expectRefusal(QStringLiteral("Recordings/../../elsewhere"), outside);
-    expectRefusal(QStringLiteral("."), outside); // the root itself
+    for (const auto &[source, text] :
+         {std::pair{QVariant(), noAudio}, std::pair{QVariant(QString()), noAudio},
+          std::pair{QVariant(QStringLiteral("/etc")), noAudio},
+          std::pair{QVariant(QStringLiteral("file:Recordings/x")), noAudio},
+          std::pair{QVariant(QStringLiteral("Recordings/../../elsewhere")), outside},
+          std::pair{QVariant(QStringLiteral(".")), outside}}) {
+        note->setValue(QStringLiteral("sourceURL"), source);
+        EXPECT_EQ(errorOf([&] { app.noteAudioDirectory(*note); }), text) << source.toString().toStdString();
+    }
     note->setValue(QStringLiteral("sourceURL"), QStringLiteral("Recordings/") + idText(*note->id()));
     EXPECT_EQ(app.noteAudioDirectory(*note), root.file(QStringLiteral("Recordings/") + idText(*note->id())));
 
-    LaunchEnvironment unsupported = environmentFor(root, LanguageModelAvailability::unavailableForGood);
-    LocalAppModel without(unsupported);
-    try {
-        without.noteAudioDirectory(*note);
-        FAIL();
-    } catch (const LocalError &e) {
-        EXPECT_EQ(e.message(), QStringLiteral("Local storage is unavailable."));
-    }
+    LocalAppModel without(environmentFor(root, LanguageModelAvailability::unavailableForGood));
+    EXPECT_EQ(errorOf([&] { without.noteAudioDirectory(*note); }),
+              QStringLiteral("Local storage is unavailable."));
 }
 
 } // namespace

@@ -13,17 +13,14 @@ protected:
     void setTitle(const QString &t) { note->setValue(QStringLiteral("title"), t); }
 };
 
-TEST_F(NoteEntityTest, DisplayTitleTrimsAndFallsBack)
+TEST_F(NoteEntityTest, DisplayTitleTrimsAndFallsBackAndSummaryContentIgnoresBlanksAndThePlaceholder)
 {
     EXPECT_EQ(note->displayTitle(), QStringLiteral("Untitled Note"));
     setTitle(QStringLiteral("  \n "));
     EXPECT_EQ(note->displayTitle(), QStringLiteral("Untitled Note"));
     setTitle(QStringLiteral("  Weekly sync \n"));
     EXPECT_EQ(note->displayTitle(), QStringLiteral("Weekly sync"));
-}
 
-TEST_F(NoteEntityTest, SummaryContentIgnoresBlanksAndThePlaceholder)
-{
     EXPECT_FALSE(note->hasSummaryContent());
     note->setValue(QStringLiteral("summary"), QStringLiteral("   "));
     EXPECT_FALSE(note->hasSummaryContent());
@@ -64,9 +61,8 @@ TEST_F(NoteEntityTest, DateLikeTitles)
 
 TEST(TagNameTest, CanonicalAndDisplayForms)
 {
-    EXPECT_EQ(canonicalTagName(QStringLiteral("Project Alpha")), QStringLiteral("projectalpha"));
-    EXPECT_EQ(canonicalTagName(QStringLiteral("project-alpha")), QStringLiteral("projectalpha"));
-    EXPECT_EQ(canonicalTagName(QStringLiteral("PROJECT ALPHA!")), QStringLiteral("projectalpha"));
+    for (const char *typed : {"Project Alpha", "project-alpha", "PROJECT ALPHA!"})
+        EXPECT_EQ(canonicalTagName(QString::fromLatin1(typed)), QStringLiteral("projectalpha")) << typed;
     EXPECT_EQ(canonicalTagName(QStringLiteral("Café Crème")), QStringLiteral("cafécrème"));
     EXPECT_EQ(displayTagName(QStringLiteral("Plan B!")), QStringLiteral("Plan-B"));
     EXPECT_EQ(displayTagName(QStringLiteral("Q3 roadmap (draft)")), QStringLiteral("Q3-roadmap-draft"));
@@ -97,16 +93,15 @@ TEST_F(NoteEntityTest, AddTagReusesByCanonicalNameAndRemoveKeepsTheRow)
 
 TEST_F(NoteEntityTest, GeneratedFieldsCarryTheTitleOnlyWhenNeeded)
 {
-    auto fields =
-        generatedNoteFields(QStringLiteral("S"), QStringLiteral("general"), QStringLiteral(" New "), *note);
+    const auto fieldsFor = [&](const QString &title) {
+        return generatedNoteFields(QStringLiteral("S"), QStringLiteral("general"), title, *note);
+    };
+    auto fields = fieldsFor(QStringLiteral(" New "));
     EXPECT_EQ(fields.value(QStringLiteral("title")).toString(), QStringLiteral(" New "));
     EXPECT_EQ(fields.value(QStringLiteral("summaryType")).toString(), QStringLiteral("general"));
-    fields =
-        generatedNoteFields(QStringLiteral("S"), QStringLiteral("general"), QStringLiteral("   "), *note);
-    EXPECT_FALSE(fields.contains(QStringLiteral("title")));
+    EXPECT_FALSE(fieldsFor(QStringLiteral("   ")).contains(QStringLiteral("title")));
     setTitle(QStringLiteral("Chosen by the user"));
-    fields =
-        generatedNoteFields(QStringLiteral("S"), QStringLiteral("general"), QStringLiteral("New"), *note);
+    fields = fieldsFor(QStringLiteral("New"));
     EXPECT_FALSE(fields.contains(QStringLiteral("title")));
     EXPECT_TRUE(fields.contains(QStringLiteral("summary")));
 }

@@ -21,18 +21,7 @@ protected:
     }
 };
 
-TEST_F(NoteOperationsTest, CreateNoteWritesItsFieldsInOneSave)
-{
-    const QUuid id = QUuid::createUuid();
-    auto note =
-        controller->createNote(QStringLiteral("T"), QStringLiteral("text"), id, QStringLiteral("local"));
-    EXPECT_FALSE(controller->context().hasChanges());
-    EXPECT_EQ(countRows(*controller, QStringLiteral("note")), 1);
-    EXPECT_EQ(note->transcription(), QStringLiteral("text"));
-    EXPECT_TRUE(note->timestamp().has_value());
-}
-
-TEST_F(NoteOperationsTest, FailedCreateLeavesNoRowAnywhere)
+TEST_F(NoteOperationsTest, CreateNoteWritesItsFieldsInOneSaveOrLeavesNoRowAnywhere)
 {
     failWrites(*controller, QStringLiteral("note"), QStringLiteral("INSERT"));
     EXPECT_THROW(makeNote(), SystemError);
@@ -40,21 +29,26 @@ TEST_F(NoteOperationsTest, FailedCreateLeavesNoRowAnywhere)
     EXPECT_TRUE(controller->context().fetch<Note>(FetchRequest{}).isEmpty());
     EXPECT_FALSE(controller->context().hasChanges());
     allowWrites(*controller, QStringLiteral("note"), QStringLiteral("INSERT"));
-    makeNote();
+
+    auto note = controller->createNote(QStringLiteral("T"), QStringLiteral("text"), QUuid::createUuid(),
+                                       QStringLiteral("local"));
+    EXPECT_FALSE(controller->context().hasChanges());
     EXPECT_EQ(countRows(*controller, QStringLiteral("note")), 1);
+    EXPECT_EQ(note->transcription(), QStringLiteral("text"));
+    EXPECT_TRUE(note->timestamp().has_value());
 }
 
 TEST_F(NoteOperationsTest, GeneratedFieldsAcceptOnlyNoteAttributes)
 {
     auto note = makeNote();
     for (const char *key : {"tags", "folder", "titel", "notesList"}) {
-        try {
-            controller->applyGeneratedFields(note, {{QStringLiteral("summary"), QStringLiteral("S")},
-                                                    {QString::fromLatin1(key), QStringLiteral("x")}});
-            FAIL() << key;
-        } catch (const LocalError &e) {
-            EXPECT_EQ(e.message(), QStringLiteral("Generated content contains an unsupported note field."));
-        }
+        EXPECT_EQ(errorOf([&] {
+                      controller->applyGeneratedFields(note,
+                                                       {{QStringLiteral("summary"), QStringLiteral("S")},
+                                                        {QString::fromLatin1(key), QStringLiteral("x")}});
+                  }),
+                  QStringLiteral("Generated content contains an unsupported note field."))
+            << key;
         EXPECT_FALSE(note->summary().has_value()) << "nothing written before the refusal";
     }
     controller->applyGeneratedFields(note, {{QStringLiteral("summary"), QStringLiteral("## Done")},
@@ -67,12 +61,10 @@ TEST_F(NoteOperationsTest, GeneratedFieldsRefuseAnUnusableNote)
 {
     auto note = makeNote();
     controller->context().deleteObject(note);
-    try {
-        controller->applyGeneratedFields(note, {{QStringLiteral("summary"), QStringLiteral("S")}});
-        FAIL();
-    } catch (const LocalError &e) {
-        EXPECT_EQ(e.message(), QStringLiteral("This note is unavailable."));
-    }
+    EXPECT_EQ(errorOf([&] {
+                  controller->applyGeneratedFields(note, {{QStringLiteral("summary"), QStringLiteral("S")}});
+              }),
+              QStringLiteral("This note is unavailable."));
     SharedPersistenceController other(std::nullopt, true);
     auto foreign = other.createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
     EXPECT_THROW(controller->applyGeneratedFields(foreign, {}), LocalError);
@@ -133,12 +125,8 @@ TEST_F(NoteOperationsTest, RecordingLeaseIsSingleAndReleasedOnlyByItsToken)
     auto b = makeNote();
     const QUuid lease = controller->beginRecording(a);
     EXPECT_EQ(controller->activeRecording()->noteId, a->objectId());
-    try {
-        controller->beginRecording(b);
-        FAIL();
-    } catch (const LocalError &e) {
-        EXPECT_EQ(e.message(), QStringLiteral("Finish the current transcription first."));
-    }
+    EXPECT_EQ(errorOf([&] { controller->beginRecording(b); }),
+              QStringLiteral("Finish the current transcription first."));
     controller->endRecording(QUuid::createUuid()); // stale
     EXPECT_TRUE(controller->activeRecording().has_value());
     controller->endRecording(lease);

@@ -12,27 +12,21 @@ QVariantMap infoWith(const QVariant &identifier)
     return {{QStringLiteral("KestilCloudKitContainerIdentifier"), identifier}};
 }
 
-TEST(ContainerIdentifierTest, ValidationRules)
+TEST(ContainerIdentifierTest, ValidationAndTheSyncPreference)
 {
-    using LocalPaths::validatedContainerIdentifier;
+    using namespace LocalPaths;
     EXPECT_FALSE(validatedContainerIdentifier({}));
-    EXPECT_FALSE(validatedContainerIdentifier(infoWith(QStringLiteral("iCloud."))));
     EXPECT_EQ(validatedContainerIdentifier(infoWith(QStringLiteral("iCloud.a"))), QStringLiteral("iCloud.a"));
-    EXPECT_FALSE(validatedContainerIdentifier(infoWith(QStringLiteral("iCloud.com.example_notes"))));
-    EXPECT_FALSE(validatedContainerIdentifier(infoWith(QStringLiteral("cloud.com.example"))));
-    EXPECT_FALSE(validatedContainerIdentifier(infoWith(42)));
-}
+    for (const QVariant &bad :
+         {QVariant(QStringLiteral("iCloud.")), QVariant(QStringLiteral("iCloud.com.example_notes")),
+          QVariant(QStringLiteral("cloud.com.example")), QVariant(42)})
+        EXPECT_FALSE(validatedContainerIdentifier(infoWith(bad))) << bad.toString().toStdString();
 
-TEST(ContainerIdentifierTest, OnlyABooleanFalseSwitchesSyncOff)
-{
-    using LocalPaths::resolveContainerIdentifier;
+    // Only a boolean false switches sync off; without an identifier it cannot be on.
     const auto info = infoWith(QStringLiteral("iCloud.com.example.notes"));
     EXPECT_FALSE(resolveContainerIdentifier(info, QVariant(false)));
-    EXPECT_TRUE(resolveContainerIdentifier(info, QVariant(true)));
-    EXPECT_TRUE(resolveContainerIdentifier(info, QVariant()));
-    EXPECT_TRUE(resolveContainerIdentifier(info, QVariant(QStringLiteral("false"))));
-    EXPECT_TRUE(resolveContainerIdentifier(info, QVariant(0)));
-    // Without an identifier the preference cannot turn sync on.
+    for (const QVariant &on : {QVariant(true), QVariant(), QVariant(QStringLiteral("false")), QVariant(0)})
+        EXPECT_TRUE(resolveContainerIdentifier(info, on)) << on.toString().toStdString();
     EXPECT_FALSE(resolveContainerIdentifier({}, QVariant(true)));
 }
 
@@ -61,7 +55,7 @@ TEST(StoreFileTest, NotesSurviveAReopenWithTheirLinks)
     EXPECT_EQ(note->id(), id);
     EXPECT_EQ(note->title(), QStringLiteral("Standup"));
     EXPECT_EQ(note->noteType(), QStringLiteral("local"));
-    EXPECT_FALSE(note->summary().has_value()); // never written stays missing
+    EXPECT_FALSE(note->summary().has_value());
     ASSERT_TRUE(note->folder());
     EXPECT_EQ(note->folder()->name(), QStringLiteral("Work"));
     EXPECT_EQ(note->folder()->sortOrder(), 3);
@@ -111,53 +105,35 @@ TEST(StoreFileTest, CorruptFileIsPreservedByteForByte)
     ASSERT_TRUE(controller.errorMessage());
     EXPECT_TRUE(controller.errorMessage()->startsWith(QStringLiteral("Unable to open local notes: ")));
     EXPECT_TRUE(controller.errorMessage()->endsWith(QStringLiteral(". The store was preserved.")));
-    try {
-        controller.save();
-        FAIL() << "save on a store that is not ready";
-    } catch (const LocalError &e) {
-        EXPECT_EQ(e.message(), QStringLiteral("Local store is unavailable; no changes were saved."));
-    }
-    try {
-        controller.fetchNotes();
-        FAIL();
-    } catch (const LocalError &e) {
-        EXPECT_EQ(e.message(), *controller.errorMessage());
-    }
+    EXPECT_EQ(errorOf([&] { controller.save(); }),
+              QStringLiteral("Local store is unavailable; no changes were saved."));
+    EXPECT_EQ(errorOf([&] { controller.fetchNotes(); }), *controller.errorMessage());
     EXPECT_THROW(controller.createNote({}, {}, QUuid::createUuid(), QStringLiteral("local")), LocalError);
     EXPECT_EQ(fileDigest(path), before);
     EXPECT_FALSE(QFile::exists(path + QStringLiteral("-wal")));
 }
 
-TEST(StoreFileTest, DamagedDatabaseBodyIsPreserved)
+TEST(StoreFileTest, DamagedOrUnreadableStoreIsPreserved)
 {
     TempRoot root;
     const QString path = root.file(QStringLiteral("KestilNotes.sqlite"));
-    {
-        auto controller = root.open();
-        controller->createNote(QStringLiteral("A"), {}, QUuid::createUuid(), QStringLiteral("local"));
-    }
+    root.open()->createNote(QStringLiteral("A"), {}, QUuid::createUuid(), QStringLiteral("local"));
     // Keep the header, wreck the schema page.
     QByteArray bytes = readFile(path);
     ASSERT_GT(bytes.size(), 200);
-    for (int i = 100; i < bytes.size(); ++i)
-        bytes[i] = char(0xA5);
+    std::fill(bytes.begin() + 100, bytes.end(), char(0xA5));
     writeFile(path, bytes);
     QFile::remove(path + QStringLiteral("-wal"));
     QFile::remove(path + QStringLiteral("-shm"));
     const QByteArray before = fileDigest(path);
-    SharedPersistenceController controller(root.path());
-    EXPECT_FALSE(controller.ready());
+    EXPECT_FALSE(root.open()->ready());
     EXPECT_EQ(fileDigest(path), before);
-}
 
-TEST(StoreFileTest, UnreadableStoreReportsAndKeepsTheItem)
-{
-    TempRoot root;
     // A folder where the file should be cannot be read as a store.
-    ASSERT_TRUE(QDir().mkpath(root.file(QStringLiteral("KestilNotes.sqlite"))));
-    SharedPersistenceController controller(root.path());
-    EXPECT_FALSE(controller.ready());
-    EXPECT_TRUE(QFileInfo(root.file(QStringLiteral("KestilNotes.sqlite"))).isDir());
+    TempRoot other;
+    ASSERT_TRUE(QDir().mkpath(other.file(QStringLiteral("KestilNotes.sqlite"))));
+    EXPECT_FALSE(other.open()->ready());
+    EXPECT_TRUE(QFileInfo(other.file(QStringLiteral("KestilNotes.sqlite"))).isDir());
 }
 
 TEST(StoreFileTest, NewerSchemaIsRefusedUntouched)
@@ -173,19 +149,13 @@ TEST(StoreFileTest, NewerSchemaIsRefusedUntouched)
         execSql(*controller, "PRAGMA wal_checkpoint(TRUNCATE)");
     }
     const QByteArray before = fileDigest(path);
-    try {
-        SharedPersistenceController controller(root.path());
-        FAIL() << "a store from a newer version must be refused";
-    } catch (const LocalError &e) {
-        EXPECT_EQ(e.message(),
-                  QStringLiteral("The bundled notes model could not be loaded. No data was changed."));
-    }
+    EXPECT_EQ(errorOf([&] { root.open(); }),
+              QStringLiteral("The bundled notes model could not be loaded. No data was changed."));
     EXPECT_EQ(fileDigest(path), before);
 }
 
 TEST(StoreFileTest, OlderSchemaMigratesForwardKeepingNotes)
 {
-    // Every earlier version of the file, the first and the one just before.
     for (int version = 1; version < SqliteStore::latestSchemaVersion(); ++version) {
         SCOPED_TRACE(version);
         TempRoot root;
@@ -193,14 +163,12 @@ TEST(StoreFileTest, OlderSchemaMigratesForwardKeepingNotes)
         {
             auto old = SqliteStore::openAtVersionForTesting(path, version);
             ASSERT_EQ(old->schemaVersion(), version);
-            char *error = nullptr;
             ASSERT_EQ(sqlite3_exec(old->handle(),
                                    "INSERT INTO kestil_metadata VALUES ('storeId', 'OLD-STORE');"
                                    "INSERT INTO note (pk, id, title, timestamp) VALUES "
                                    "(1, 'A0B1C2D3-0000-4000-8000-000000000001', 'From before', 1700000000.5)",
-                                   nullptr, nullptr, &error),
-                      SQLITE_OK)
-                << error;
+                                   nullptr, nullptr, nullptr),
+                      SQLITE_OK);
         }
         {
             auto controller = root.open();
@@ -221,27 +189,19 @@ TEST(StoreFileTest, OlderSchemaMigratesForwardKeepingNotes)
     }
 }
 
-TEST(StoreFileTest, InMemoryStoresNeverShareARootOrRestore)
+TEST(StoreFileTest, InMemoryStoresIgnoreTheContainerAndAMalformedOneOpensNoFile)
 {
     SharedPersistenceController a(std::nullopt, true, QStringLiteral("iCloud.com.example"));
     SharedPersistenceController b(std::nullopt, true);
     EXPECT_NE(a.root(), b.root());
     EXPECT_TRUE(a.ready());
-    // A container identifier is ignored in memory.
     EXPECT_TRUE(a.syncMode().isLocalOnly());
     EXPECT_FALSE(QFile::exists(a.storePath()));
-}
 
-TEST(StoreFileTest, MalformedContainerIdentifierOpensNoStore)
-{
     TempRoot root;
-    try {
-        SharedPersistenceController controller(root.path(), false, QStringLiteral("iCloud.bad_id"));
-        FAIL();
-    } catch (const LocalError &e) {
-        EXPECT_EQ(e.message(),
-                  QStringLiteral("The cloud container identifier is invalid. No store was opened."));
-    }
+    EXPECT_EQ(
+        errorOf([&] { SharedPersistenceController(root.path(), false, QStringLiteral("iCloud.bad_id")); }),
+        QStringLiteral("The cloud container identifier is invalid. No store was opened."));
     EXPECT_FALSE(QFile::exists(root.file(QStringLiteral("KestilNotes.sqlite"))));
 }
 

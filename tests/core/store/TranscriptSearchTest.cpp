@@ -34,14 +34,8 @@ const QStringList &vocabulary()
 
 QString recased(const QString &word, QRandomGenerator &random)
 {
-    switch (random.bounded(4)) {
-    case 0:
-        return word.toUpper();
-    case 1:
-        return word.toLower();
-    default:
-        return word;
-    }
+    const int how = int(random.bounded(4));
+    return how == 0 ? word.toUpper() : how == 1 ? word.toLower() : word;
 }
 
 QString generatedTranscript(QRandomGenerator &random, int words)
@@ -70,9 +64,8 @@ protected:
 
     NotePtr addNote(const QString &transcript)
     {
-        auto note =
-            store->createNote(QStringLiteral("n"), transcript, QUuid::createUuid(), QStringLiteral("local"));
-        return note;
+        return store->createNote(QStringLiteral("n"), transcript, QUuid::createUuid(),
+                                 QStringLiteral("local"));
     }
 
     // Every note whose transcript contains the query by the exact definition,
@@ -112,9 +105,8 @@ TEST_F(TranscriptSearchTest, IndexAnswersExactlyAsTheDefinitionOnAGeneratedLibra
     }
     // Some change afterwards: saved (out of the index again), unsaved (in
     // memory only) and deleted.
-    for (int i = 0; i < 12; ++i) {
+    for (int i = 0; i < 12; ++i)
         notes[i * 7]->setValue(QStringLiteral("transcription"), generatedTranscript(random, 400));
-    }
     store->save();
     notes[1]->setValue(QStringLiteral("transcription"), QStringLiteral("only in memory: Straße"));
     for (int i = 0; i < 4; ++i)
@@ -132,7 +124,7 @@ TEST_F(TranscriptSearchTest, IndexAnswersExactlyAsTheDefinitionOnAGeneratedLibra
         expectAgreement(query);
     for (int i = 0; i < 250; ++i) {
         const QString source = notes[int(random.bounded(notes.size()))]->transcription().value_or(QString());
-        QString query = pieceOf(source, random, i % 10 == 0 ? 120 : 12);
+        const QString query = pieceOf(source, random, i % 10 == 0 ? 120 : 12);
         expectAgreement(random.bounded(2) ? query.toUpper() : query);
     }
     EXPECT_GT(queriesWithMatches, queries / 2) << "the queries must mostly find something to compare";
