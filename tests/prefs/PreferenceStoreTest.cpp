@@ -27,9 +27,7 @@ namespace {
 QByteArray readFile(const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return file.readAll();
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 void writeFile(const QString &path, const QByteArray &bytes)
@@ -44,7 +42,6 @@ QStringList entriesOf(const QString &directory)
     return QDir(directory).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name);
 }
 
-// Records every signal of a store, in order.
 struct Recorder {
     explicit Recorder(PreferenceStore &store)
     {
@@ -212,34 +209,23 @@ TEST_F(PreferenceStoreTest, EveryWriteLeavesAWholeFileThatReloadsToTheStoreInMem
     PreferenceStore store(dir.path());
     for (int i = 0; i < 40; ++i) {
         const QString key = QStringLiteral("key%1").arg(i % 7);
-        switch (i % 4) {
-        case 0:
-            store.set(key, i);
-            break;
-        case 1:
-            store.set(key, QString(i * 50, QChar('x')));
-            break;
-        case 2:
-            store.set(key, QStringList(i, "item"));
-            break;
-        default:
+        SCOPED_TRACE(i);
+        if (i % 4 == 3)
             store.remove(QStringLiteral("key%1").arg((i + 3) % 7));
-        }
-        const QByteArray bytes = readFile(path());
-        ASSERT_NO_THROW(decodePreferenceFile(bytes)) << "after write " << i;
+        else
+            store.set(key, i % 4 == 0   ? QVariant(i)
+                           : i % 4 == 1 ? QVariant(QString(i * 50, QChar('x')))
+                                        : QVariant(QStringList(i, "item")));
+        ASSERT_NO_THROW(decodePreferenceFile(readFile(path())));
         PreferenceStore reloaded(dir.path());
-        ASSERT_EQ(reloaded.keys(), store.keys()) << "after write " << i;
+        ASSERT_EQ(reloaded.keys(), store.keys());
         for (const QString &k : store.keys())
-            ASSERT_EQ(reloaded.object(k), store.object(k))
-                << "after write " << i << " of " << k.toStdString();
-        // Nothing is left beside the file by the replace.
-        ASSERT_EQ(entriesOf(dir.path()), QStringList{"preferences.json"}) << "after write " << i;
+            ASSERT_EQ(reloaded.object(k), store.object(k)) << k.toStdString();
+        ASSERT_EQ(entriesOf(dir.path()), QStringList{"preferences.json"});
     }
     EXPECT_TRUE(store.lastWriteError().isEmpty());
 }
 
-// A write that fails half way (here: the file size limit stops it) must leave
-// the previous file exactly as it was and keep the new value in memory.
 TEST_F(PreferenceStoreTest, AWriteCutOffHalfWayLeavesThePreviousFile)
 {
     PreferenceStore store(dir.path());
@@ -266,7 +252,6 @@ TEST_F(PreferenceStoreTest, AWriteCutOffHalfWayLeavesThePreviousFile)
     EXPECT_EQ(store.lastWriteError(), recorder.failures[0]);
     EXPECT_EQ(recorder.changed, (QStringList{"small", "large"}));
 
-    // The next write saves everything held in memory, the earlier value too.
     store.set("small", false);
     EXPECT_TRUE(store.lastWriteError().isEmpty());
     PreferenceStore reloaded(dir.path());
@@ -276,8 +261,6 @@ TEST_F(PreferenceStoreTest, AWriteCutOffHalfWayLeavesThePreviousFile)
 
 TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsAndKeepsTheValue)
 {
-    // A regular file where the folder's parent should be stops any write,
-    // also for root.
     const QString blocker = dir.filePath("blocker");
     writeFile(blocker, "not a folder");
     const QString configDir = blocker + "/Kestil";
@@ -294,8 +277,7 @@ TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsAndKeepsTheValue)
     EXPECT_TRUE(message.endsWith('.')) << message.toStdString();
     EXPECT_TRUE(message.contains("until Kestil quits")) << message.toStdString();
 
-    // Writing the same value again retries the save rather than skipping it,
-    // though the value itself did not change.
+    // The same value again retries the save.
     store.set("recordSystemAudio", false);
     EXPECT_EQ(recorder.failures.size(), 2);
     EXPECT_EQ(recorder.changed.size(), 1);
@@ -306,7 +288,7 @@ TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsAndKeepsTheValue)
     EXPECT_TRUE(store.lastWriteError().isEmpty());
     EXPECT_EQ(PreferenceStore(configDir).object("recordSystemAudio"), QVariant(false));
 
-    // Once saved, writing the same value again writes nothing at all.
+    // Once saved, the same value writes nothing.
     ASSERT_TRUE(QFile::remove(store.filePath()));
     store.set("recordSystemAudio", false);
     EXPECT_FALSE(QFile::exists(store.filePath()));
@@ -325,7 +307,6 @@ TEST_F(PreferenceStoreTest, SeveralKeysAreSavedTogetherOrNotAtAll)
 
     QStringList seenInsideSignal;
     QObject::connect(&store, &PreferenceStore::changed, [&](const QString &key) {
-        // Every key of the batch is in place before the first signal.
         seenInsideSignal << key + "=" + QString::number(store.doubleValue("y"));
     });
     store.set(QVariantMap{{"x", 1.0}, {"y", 2.0}, {"z", QStringLiteral("z")}});
@@ -334,17 +315,6 @@ TEST_F(PreferenceStoreTest, SeveralKeysAreSavedTogetherOrNotAtAll)
     const PreferenceStore reloaded(dir.path());
     EXPECT_EQ(reloaded.doubleValue("y"), 2.0);
     EXPECT_EQ(reloaded.string("z"), "z");
-}
-
-TEST_F(PreferenceStoreTest, ASettingsFileReplacedByAFolderReportsOnWrite)
-{
-    PreferenceStore store(dir.path());
-    Recorder recorder(store);
-    ASSERT_TRUE(QDir().mkpath(path()));
-    store.set("showTags", true);
-    ASSERT_EQ(recorder.failures.size(), 1);
-    EXPECT_TRUE(QFileInfo(path()).isDir()) << "the folder in the way is not removed";
-    EXPECT_TRUE(store.boolValue("showTags"));
 }
 
 TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
@@ -374,7 +344,6 @@ TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
         EXPECT_TRUE(warning.contains(QDir::toNativeSeparators(aside))) << warning.toStdString();
         EXPECT_EQ(readFile(aside), bytes);
 
-        // A new file takes its place; the one kept aside stays as it was.
         store.set("showTags", true);
         EXPECT_TRUE(store.lastWriteError().isEmpty());
         EXPECT_EQ(readFile(aside), bytes);
@@ -398,11 +367,18 @@ TEST_F(PreferenceStoreTest, SuccessiveCorruptFilesAreAllKept)
     EXPECT_EQ(contents, (QStringList{"first", "second"}));
 }
 
-TEST_F(PreferenceStoreTest, AFolderInPlaceOfTheFileIsMovedAside)
+TEST_F(PreferenceStoreTest, AFolderInPlaceOfTheFileFailsWritesUntilALoadMovesItAside)
 {
-    ASSERT_TRUE(QDir().mkpath(path()));
+    {
+        PreferenceStore store(dir.path());
+        Recorder recorder(store);
+        ASSERT_TRUE(QDir().mkpath(path()));
+        store.set("showTags", true);
+        ASSERT_EQ(recorder.failures.size(), 1);
+        EXPECT_TRUE(QFileInfo(path()).isDir()) << "the folder in the way is not removed";
+        EXPECT_TRUE(store.boolValue("showTags"));
+    }
     writeFile(path() + "/inside", "kept");
-
     PreferenceStore store(dir.path());
     EXPECT_FALSE(store.loadWarning().isEmpty());
     store.set("foldersExpanded", true);
@@ -440,7 +416,6 @@ TEST_F(PreferenceStoreTest, EntriesThatCannotBeReadAreWrittenBackUnchanged)
     EXPECT_EQ(reloaded.string("replaced"), "now text");
     EXPECT_EQ(reloaded.keys(), (QStringList{"good", "other", "replaced"}));
 
-    // Removing a key that only an unreadable entry holds removes that entry.
     reloaded.remove("badInteger");
     EXPECT_FALSE(readFile(path()).contains("badInteger"));
 }
@@ -492,7 +467,6 @@ TEST_F(PreferenceStoreTest, ObserversOfAKeyShareOneValueAndSeeEachWrite)
     EXPECT_FALSE(seen[2].isValid());
     EXPECT_EQ(otherChanges, 0);
 
-    // The observer reads what the store saved, so a fresh store agrees.
     first->setValue(QStringLiteral("on"));
     EXPECT_EQ(PreferenceStore(dir.path()).string("showRecordingWidget"), "on");
 }
@@ -550,14 +524,9 @@ TEST(PreferenceStoreLocation, FollowsTheConfigurationVariables)
     standard.set("transcriptionLanguage", QStringLiteral("de-DE"));
     EXPECT_TRUE(QFile::exists(scratch.filePath("preferences.json")));
 
-    auto restore = [](const char *name, const QByteArray &value) {
-        if (value.isNull())
-            qunsetenv(name);
-        else
-            qputenv(name, value);
-    };
-    restore("KESTIL_CONFIG_DIR", savedConfig);
-    restore("XDG_CONFIG_HOME", savedXdg);
+    for (const auto &[name, value] :
+         {std::pair{"KESTIL_CONFIG_DIR", savedConfig}, {"XDG_CONFIG_HOME", savedXdg}})
+        value.isNull() ? qunsetenv(name) : qputenv(name, value);
 }
 
 } // namespace
