@@ -20,14 +20,13 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const QUuid noteID = QUuid::fromString(QStringLiteral("0a1b2c3d-4e5f-4061-8293-a4b5c6d7e8f9"));
+const QUuid noteID = QUuid::fromString("0a1b2c3d-4e5f-4061-8293-a4b5c6d7e8f9");
 
 class DurableAudioWriterTest : public ::testing::Test {
 protected:
-    QString segmentPath(const QString &name = QStringLiteral("S1")) const
+    QString segmentPath(const QString &name = "S1") const
     {
-        return root.filePath(QStringLiteral("Recordings/") + RecordingFolder::uuidText(noteID) +
-                             QLatin1Char('/') + name);
+        return root.filePath("Recordings/" + RecordingFolder::uuidText(noteID) + QLatin1Char('/') + name);
     }
     QString noteFolder() const { return RecordingFolder::noteFolder(root.path(), noteID); }
 
@@ -91,8 +90,7 @@ TEST_F(DurableAudioWriterTest, CreatesTheManifestAndRawFileThenAppendsLittleEndi
     EXPECT_FALSE(writer.isOpen());
     EXPECT_TRUE(LocalRecordingManifest::read(segmentPath()).complete);
     EXPECT_EQ(DurableAudioWriter::frameCount(segmentPath()), 10000);
-    EXPECT_EQ(thrownText([&] { writer.append(samples); }),
-              QStringLiteral("Transcription audio capture is closed."));
+    EXPECT_EQ(thrownText([&] { writer.append(samples); }), "Transcription audio capture is closed.");
     EXPECT_EQ(DurableAudioWriter::frameCount(segmentPath()), 10000);
 
     // A second complete rewrites the manifest and leaves it complete.
@@ -110,13 +108,13 @@ TEST_F(DurableAudioWriterTest, ExistingAudioIsPreservedByteForByte)
     const auto before = snapshot(root.path());
 
     EXPECT_EQ(thrownText([&] { DurableAudioWriter(segmentPath(), noteID, 48000); }),
-              QStringLiteral("Transcription audio already exists; it was preserved."));
+              "Transcription audio already exists; it was preserved.");
     EXPECT_EQ(snapshot(root.path()), before);
 
     // A dangling link under the raw file's name counts as existing audio too.
-    const QString other = segmentPath(QStringLiteral("S2"));
+    const QString other = segmentPath("S2");
     QDir().mkpath(other);
-    ASSERT_TRUE(QFile::link(root.filePath(QStringLiteral("nowhere")), RecordingFolder::rawAudioPath(other)));
+    ASSERT_TRUE(QFile::link(root.filePath("nowhere"), RecordingFolder::rawAudioPath(other)));
     EXPECT_THROW(DurableAudioWriter(other, noteID, 48000), LocalError);
     EXPECT_FALSE(QFile::exists(RecordingFolder::manifestPath(other)));
 }
@@ -174,21 +172,20 @@ TEST_F(DurableAudioWriterTest, AppendsFromTheAudioThreadNeverInterleave)
 TEST_F(DurableAudioWriterTest, RecordedDurationAddsSegmentsEachAtItsOwnRate)
 {
     EXPECT_EQ(DurableAudioWriter::recordedDuration(noteFolder()), 0.0) << "no folder yet";
-    finishedSegment(QStringLiteral("A"), 48000, std::vector<float>(48000 * 2, 0.1f));
-    finishedSegment(QStringLiteral("B"), 16000, std::vector<float>(8000, 0.1f));
+    finishedSegment("A", 48000, std::vector<float>(48000 * 2, 0.1f));
+    finishedSegment("B", 16000, std::vector<float>(8000, 0.1f));
     // Audio without a manifest is no segment; an empty segment adds nothing.
-    QDir().mkpath(segmentPath(QStringLiteral("C")));
-    ASSERT_TRUE(
-        writeBytes(RecordingFolder::rawAudioPath(segmentPath(QStringLiteral("C"))), QByteArray(400000, 1)));
-    DurableAudioWriter empty(segmentPath(QStringLiteral("D")), noteID, 44100);
+    QDir().mkpath(segmentPath("C"));
+    ASSERT_TRUE(writeBytes(RecordingFolder::rawAudioPath(segmentPath("C")), QByteArray(400000, 1)));
+    DurableAudioWriter empty(segmentPath("D"), noteID, 44100);
     EXPECT_DOUBLE_EQ(DurableAudioWriter::recordedDuration(noteFolder()), 2.5);
 }
 
 TEST_F(DurableAudioWriterTest, RecordedDurationRefusesARateThatIsNoRateAndTouchesNothing)
 {
-    finishedSegment(QStringLiteral("A"), 48000, std::vector<float>(4800, 0.1f));
-    const QString manifest = RecordingFolder::manifestPath(segmentPath(QStringLiteral("B")));
-    QDir().mkpath(segmentPath(QStringLiteral("B")));
+    finishedSegment("A", 48000, std::vector<float>(4800, 0.1f));
+    const QString manifest = RecordingFolder::manifestPath(segmentPath("B"));
+    QDir().mkpath(segmentPath("B"));
     for (const char *file : {"rate-zero.json", "rate-negative.json"}) {
         ASSERT_TRUE(writeBytes(manifest, fileBytes(dataPath(QStringLiteral("manifests/") + file))));
         const auto before = snapshot(root.path());
@@ -196,16 +193,16 @@ TEST_F(DurableAudioWriterTest, RecordedDurationRefusesARateThatIsNoRateAndTouche
                   invalidFormatText());
         EXPECT_EQ(snapshot(root.path()), before) << file;
     }
-    ASSERT_TRUE(writeBytes(manifest, fileBytes(dataPath(QStringLiteral("manifests/truncated.json")))));
+    ASSERT_TRUE(writeBytes(manifest, fileBytes(dataPath("manifests/truncated.json"))));
     EXPECT_TRUE(thrownText([&] {
                     DurableAudioWriter::recordedDuration(noteFolder());
-                }).startsWith(QStringLiteral("The recording manifest “recording.json” is damaged")));
+                }).startsWith("The recording manifest “recording.json” is damaged"));
 }
 
 TEST_F(DurableAudioWriterTest, FinalAudioIsARealCafWithTheRawSamples)
 {
     const auto samples = ramp(100000);
-    const QString segment = finishedSegment(QStringLiteral("A"), 44100, samples);
+    const QString segment = finishedSegment("A", 44100, samples);
     const QString url = DurableAudioWriter::finalAudioURL(segment);
     EXPECT_EQ(url, RecordingFolder::finalAudioPath(segment));
 
@@ -233,7 +230,7 @@ TEST_F(DurableAudioWriterTest, FinalAudioIsARealCafWithTheRawSamples)
 TEST_F(DurableAudioWriterTest, AFinalAudioThatDoesNotMatchTheRawFileIsRebuilt)
 {
     const auto samples = ramp(9000);
-    const QString segment = finishedSegment(QStringLiteral("A"), 48000, samples);
+    const QString segment = finishedSegment("A", 48000, samples);
     const QString caf = RecordingFolder::finalAudioPath(segment);
     // A frame short or long, another rate, two channels.
     for (const auto &[rate, channels, frames] :
@@ -289,23 +286,23 @@ TEST_F(DurableAudioWriterTest, ABuildThatCannotWorkFailsInItsOwnWordsAndLeavesNo
         EXPECT_FALSE(QFile::exists(RecordingFolder::finalAudioPath(segment)));
     }
 
-    const QString missing = manifestOnly(QStringLiteral("S1"), 48000);
+    const QString missing = manifestOnly("S1", 48000);
     EXPECT_EQ(thrownText([&] { DurableAudioWriter::rebuildFinalAudio(missing); }),
-              QStringLiteral("Could not read “audio.float32”: No such file or directory"));
+              "Could not read “audio.float32”: No such file or directory");
     EXPECT_EQ(thrownText([&] { DurableAudioWriter::frameCount(missing); }),
-              QStringLiteral("Could not read the size of “audio.float32”: No such file or directory"));
+              "Could not read the size of “audio.float32”: No such file or directory");
 
-    const QString segment = finishedSegment(QStringLiteral("A"), 48000, ramp(1000));
+    const QString segment = finishedSegment("A", 48000, ramp(1000));
     DurableAudioWriter::finalAudioURL(segment);
     const QByteArray oldCaf = fileBytes(RecordingFolder::finalAudioPath(segment));
     // A raw "file" that opens but cannot be read: the build fails after it
     // made its temporary file.
     const QString raw = RecordingFolder::rawAudioPath(segment);
-    ASSERT_TRUE(QFile::rename(raw, raw + QStringLiteral(".kept")));
+    ASSERT_TRUE(QFile::rename(raw, raw + ".kept"));
     ASSERT_TRUE(QDir().mkdir(raw));
     EXPECT_EQ(thrownText([&] { DurableAudioWriter::rebuildFinalAudio(segment); }),
-              QStringLiteral("Could not read “audio.float32”: Is a directory"));
-    EXPECT_EQ(QDir(segment).entryList({QStringLiteral("recovered-*")}, QDir::Files), QStringList{});
+              "Could not read “audio.float32”: Is a directory");
+    EXPECT_EQ(QDir(segment).entryList({"recovered-*"}, QDir::Files), QStringList{});
     EXPECT_EQ(fileBytes(RecordingFolder::finalAudioPath(segment)), oldCaf);
 }
 
@@ -316,9 +313,9 @@ TEST_F(DurableAudioWriterTest, ARawFileThatCannotBeCreatedLeavesFolderAndManifes
     TmpfsMount disk(1 << 20, 5);
     if (!disk.mounted())
         GTEST_SKIP() << disk.error().toStdString();
-    const QString segment = disk.path() + QStringLiteral("/Recordings/N/S");
+    const QString segment = disk.path() + "/Recordings/N/S";
     EXPECT_EQ(thrownText([&] { DurableAudioWriter(segment, noteID, 48000); }),
-              QStringLiteral("Unable to create local audio file."));
+              "Unable to create local audio file.");
     EXPECT_FALSE(LocalRecordingManifest::read(segment).complete);
     EXPECT_FALSE(QFile::exists(RecordingFolder::rawAudioPath(segment)));
 }
@@ -328,9 +325,9 @@ TEST_F(DurableAudioWriterTest, AFullDiskStopsAppendsAndKeepsEverythingWrittenBef
     TmpfsMount disk(256 * 1024);
     if (!disk.mounted())
         GTEST_SKIP() << disk.error().toStdString();
-    const QString filler = disk.path() + QStringLiteral("/filler");
+    const QString filler = disk.path() + "/filler";
     ASSERT_TRUE(writeBytes(filler, QByteArray(64 * 1024, 'x')));
-    const QString segment = disk.path() + QStringLiteral("/Recordings/N/S");
+    const QString segment = disk.path() + "/Recordings/N/S";
     DurableAudioWriter writer(segment, noteID, 48000);
     std::vector<float> appended;
     QString failure;
@@ -343,7 +340,7 @@ TEST_F(DurableAudioWriterTest, AFullDiskStopsAppendsAndKeepsEverythingWrittenBef
             failure = error.localizedDescription();
         }
     }
-    EXPECT_EQ(failure, QStringLiteral("Could not write “audio.float32”: No space left on device"));
+    EXPECT_EQ(failure, "Could not write “audio.float32”: No space left on device");
     const auto raw = readRawAudio(RecordingFolder::rawAudioPath(segment));
     ASSERT_GE(raw.size(), appended.size());
     EXPECT_TRUE(std::equal(appended.begin(), appended.end(), raw.begin())) << "audio before the failure";
@@ -353,7 +350,7 @@ TEST_F(DurableAudioWriterTest, AFullDiskStopsAppendsAndKeepsEverythingWrittenBef
 
     // No room for a build either: it fails and leaves nothing behind.
     EXPECT_THROW(DurableAudioWriter::rebuildFinalAudio(segment), Error);
-    EXPECT_EQ(QDir(segment).entryList({QStringLiteral("recovered-*")}, QDir::Files), QStringList{});
+    EXPECT_EQ(QDir(segment).entryList({"recovered-*"}, QDir::Files), QStringList{});
     EXPECT_EQ(readRawAudio(RecordingFolder::rawAudioPath(segment)), raw);
 
     // Once there is room again, what follows lines up with what came before.

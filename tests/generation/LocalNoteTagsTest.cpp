@@ -109,7 +109,7 @@ TEST(LocalNoteTags, ProposalsResolveToTheLibrarySpellingOrAreDropped)
     EXPECT_EQ(LocalNoteTags::resolvedNames({"a", "b", "c", "d", "e", "f"}, {}),
               (QStringList{"a", "b", "c", "d", "e"}));
     // 121 bytes whose key is short: never offered, still matched by key.
-    const QString longName = QStringLiteral("Team ") + QString(116, QLatin1Char('!'));
+    const QString longName = "Team " + QString(116, QLatin1Char('!'));
     EXPECT_TRUE(LocalNoteTags::candidates(QString(), {{longName, 3}}).isEmpty());
     EXPECT_EQ(LocalNoteTags::resolvedNames({"team"}, {{longName, 3}}), QStringList{longName});
 }

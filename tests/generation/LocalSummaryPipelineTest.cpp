@@ -27,7 +27,7 @@ QString message(const std::function<void()> &run)
     } catch (const LocalError &error) {
         return error.message();
     }
-    return QStringLiteral("(no error)");
+    return "(no error)";
 }
 
 ScriptedLanguageModel scripted(QList<ScriptedLanguageModel::Reply> replies = {})
@@ -46,8 +46,8 @@ ScriptedLanguageModel smallModel(QList<ScriptedLanguageModel::Reply> replies = {
     return model;
 }
 
-const QString tooLong = QStringLiteral("This note is too long to summarize in one result. Generation "
-                                       "stopped; your existing content is preserved.");
+const QString tooLong = "This note is too long to summarize in one result. Generation "
+                        "stopped; your existing content is preserved.";
 
 } // namespace
 
@@ -68,8 +68,7 @@ TEST(LocalSummaryPipeline, ASourceThatFitsIsWrittenInOneStreamedRequest)
     EXPECT_TRUE(request.streamed);
     EXPECT_EQ(request.instructions, LocalSummary::instructions());
     // The transcript, instructions and all, is the source at the end of the prompt.
-    EXPECT_EQ(request.prompt,
-              LocalSummaryTemplates::finalPromptHead(tmpl) + QStringLiteral("\nSource:\n") + text);
+    EXPECT_EQ(request.prompt, LocalSummaryTemplates::finalPromptHead(tmpl) + "\nSource:\n" + text);
     EXPECT_EQ(request.options.temperature, 0.2);
     EXPECT_EQ(request.options.maximumResponseTokens, 512);
 
@@ -159,8 +158,8 @@ TEST(LocalSummaryPipeline, KeyPointsThatStillDoNotFitAreCombinedInASecondPass)
 
 TEST(LocalSummaryPipeline, KeyPointsThatDoNotShrinkTheSourceStopTheRun)
 {
-    const QString expected = QStringLiteral("The on-device model could not condense this note. Generation "
-                                            "stopped; your existing content is preserved.");
+    const QString expected = "The on-device model could not condense this note. Generation "
+                             "stopped; your existing content is preserved.";
     // As long as the source in bytes, though not empty: 4799 + 2 + 2399 = 7200.
     ScriptedLanguageModel model = smallModel({words(4799), words(2399)});
     PipelineRun run;
@@ -389,8 +388,7 @@ TEST(LocalSummaryPipeline, ATenMegabyteLineWithoutSpacesIsSummarised)
 {
     ScriptedLanguageModel model;
     model.responder = [](const ScriptedLanguageModel::Request &request) -> ScriptedLanguageModel::Reply {
-        const bool keyPoints =
-            request.prompt.startsWith(LocalSummary::keyPointHead() + QStringLiteral("\nSource:\n"));
+        const bool keyPoints = request.prompt.startsWith(LocalSummary::keyPointHead() + "\nSource:\n");
         return keyPoints ? QStringLiteral("k") : QStringLiteral("## Summary\nLong.");
     };
     const QString line(10 * 1024 * 1024, QLatin1Char('x'));

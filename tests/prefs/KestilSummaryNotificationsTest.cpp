@@ -94,8 +94,7 @@ protected:
 
 TEST_F(KestilSummaryNotificationsTest, PostsOnlyWhenAllowedWantedAndNotInFront)
 {
-    const QString postingFailed =
-        QStringLiteral("The summary was saved, but its notification could not be shown.");
+    const QString postingFailed = "The summary was saved, but its notification could not be shown.";
     const struct {
         const char *name;
         QVariant preference; // invalid: the key is missing
@@ -106,7 +105,7 @@ TEST_F(KestilSummaryNotificationsTest, PostsOnlyWhenAllowedWantedAndNotInFront)
         std::optional<QString> error;
     } cases[] = {
         {"wanted by default", QVariant(), Status::authorized, false, false, true, std::nullopt},
-        {"text counts as on", QStringLiteral("false"), Status::provisional, false, false, true, std::nullopt},
+        {"text counts as on", "false", Status::provisional, false, false, true, std::nullopt},
         {"switched off", false, Status::authorized, false, false, false, std::nullopt},
         {"no service is no error", QVariant(), Status::denied, false, false, false, std::nullopt},
         {"never asked in the background", QVariant(), Status::notDetermined, false, false, false,
@@ -156,15 +155,14 @@ TEST_F(KestilSummaryNotificationsTest, ARequestIsPostedOnceAndTheRecordStaysBoun
 
 TEST_F(KestilSummaryNotificationsTest, TheRequestHoldsNoNoteTextOnlyTheNoteToOpen)
 {
-    const QUuid request = QUuid::fromString(QStringLiteral("1b4e28ba-2fa1-11d2-883f-0016d3cca427"));
+    const QUuid request = QUuid::fromString("1b4e28ba-2fa1-11d2-883f-0016d3cca427");
     ASSERT_TRUE(settled(make().deliver(note, request)));
     ASSERT_EQ(center.posted.size(), 1);
     const SummaryNotificationRequest &posted = center.posted.constFirst();
-    EXPECT_EQ(posted.title, QStringLiteral("Summary ready"));
-    EXPECT_EQ(posted.body, QStringLiteral("Your summary is saved. Open Kestil to read it."));
-    EXPECT_EQ(posted.identifier, QStringLiteral("kestil.summary.1B4E28BA-2FA1-11D2-883F-0016D3CCA427"));
-    EXPECT_EQ(posted.userInfo,
-              (QVariantMap{{QStringLiteral("noteID"), note.toString(QUuid::WithoutBraces).toUpper()}}));
+    EXPECT_EQ(posted.title, "Summary ready");
+    EXPECT_EQ(posted.body, "Your summary is saved. Open Kestil to read it.");
+    EXPECT_EQ(posted.identifier, "kestil.summary.1B4E28BA-2FA1-11D2-883F-0016D3CCA427");
+    EXPECT_EQ(posted.userInfo, (QVariantMap{{"noteID", note.toString(QUuid::WithoutBraces).toUpper()}}));
 }
 
 TEST_F(KestilSummaryNotificationsTest, TheDesktopIsAskedOnlyWhileKestilIsInFrontAndAFailureSaysSo)
@@ -182,8 +180,7 @@ TEST_F(KestilSummaryNotificationsTest, TheDesktopIsAskedOnlyWhileKestilIsInFront
     n.startPermissionFlow();
     finishPermissionFlow();
     EXPECT_EQ(center.requests, 1);
-    EXPECT_EQ(n.deliveryError(),
-              QStringLiteral("Notifications could not be enabled. Your summaries still work normally."));
+    EXPECT_EQ(n.deliveryError(), "Notifications could not be enabled. Your summaries still work normally.");
 
     center.requestThrows = false;
     center.statusAfterRequest = Status::authorized;
@@ -214,7 +211,7 @@ TEST_F(KestilSummaryNotificationsTest, ASummaryEndingDuringTheQuestionUsesItsAns
 
 TEST_F(KestilSummaryNotificationsTest, OnlyTheDefaultActionWithAValidNoteOpensIt)
 {
-    const QString someNote = QStringLiteral("6F9619FF-8B86-D011-B42D-00C04FC964FF");
+    const QString someNote = "6F9619FF-8B86-D011-B42D-00C04FC964FF";
     const struct {
         QString action;
         QVariantMap userInfo;

@@ -56,7 +56,7 @@ struct Recorder {
 class PreferenceStoreTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(dir.isValid()); }
-    QString path() const { return dir.filePath(QStringLiteral("preferences.json")); }
+    QString path() const { return dir.filePath("preferences.json"); }
 
     QTemporaryDir dir;
 };
@@ -85,9 +85,9 @@ TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
         {"float", 1.5f, 1.5},
         {"inf", infinity},
         {"minusInf", -infinity},
-        {"falseText", QStringLiteral("false")},
+        {"falseText", "false"},
         {"emptyText", QString()},
-        {"unicode", QStringLiteral("Grüße, 日本語 😀 \"quoted\"\n")},
+        {"unicode", "Grüße, 日本語 😀 \"quoted\"\n"},
         {"list", QStringList{"a", "", "b,c", "ü"}},
         {"emptyList", QStringList()},
         {"binary", QByteArray("\x00\xff\x80 data\n", 9)},
@@ -144,8 +144,8 @@ TEST_F(PreferenceStoreTest, AMissingKeyIsDistinctFromStoredFalseAndZero)
 TEST_F(PreferenceStoreTest, ReadersGiveEmptyValuesForOtherTypes)
 {
     PreferenceStore store(dir.path());
-    store.set("text", QStringLiteral("42"));
-    store.set("trueText", QStringLiteral("true"));
+    store.set("text", "42");
+    store.set("trueText", "true");
     store.set("one", 1);
     store.set("fraction", 3.9);
     store.set("negativeFraction", -3.9);
@@ -307,7 +307,7 @@ TEST_F(PreferenceStoreTest, SeveralKeysAreSavedTogetherOrNotAtAll)
     QObject::connect(&store, &PreferenceStore::changed, [&](const QString &key) {
         seenInsideSignal << key + "=" + QString::number(store.doubleValue("y"));
     });
-    store.set(QVariantMap{{"x", 1.0}, {"y", 2.0}, {"z", QStringLiteral("z")}});
+    store.set(QVariantMap{{"x", 1.0}, {"y", 2.0}, {"z", "z"}});
     EXPECT_EQ(recorder.changed, (QStringList{"x", "y", "z"}));
     EXPECT_EQ(seenInsideSignal, (QStringList{"y=2", "z=2"}));
     const PreferenceStore reloaded(dir.path());
@@ -405,7 +405,7 @@ TEST_F(PreferenceStoreTest, EntriesThatCannotBeReadAreWrittenBackUnchanged)
     EXPECT_FALSE(store.object("fromANewerVersion").isValid());
 
     store.set("other", true);
-    store.set("replaced", QStringLiteral("now text"));
+    store.set("replaced", "now text");
 
     const QJsonObject values = QJsonDocument::fromJson(readFile(path())).object().value("values").toObject();
     EXPECT_EQ(values.value("fromANewerVersion").toObject().value("type").toString(), "colour");
@@ -427,7 +427,7 @@ TEST_F(PreferenceStoreTest, ChangeSignalsNameExactlyTheWrittenKey)
     store.set("b", 1);
     store.set("a", true); // same value: nothing written
     store.set("b", 1.0);  // same number, another type: a change
-    store.set("a", QStringLiteral("true"));
+    store.set("a", "true");
     store.remove("b");
     store.remove("b"); // already missing
     store.remove("neverSet");
@@ -465,7 +465,7 @@ TEST_F(PreferenceStoreTest, ObserversOfAKeyShareOneValueAndSeeEachWrite)
     EXPECT_FALSE(seen[2].isValid());
     EXPECT_EQ(otherChanges, 0);
 
-    first->setValue(QStringLiteral("on"));
+    first->setValue("on");
     EXPECT_EQ(PreferenceStore(dir.path()).string("showRecordingWidget"), "on");
 }
 
@@ -519,7 +519,7 @@ TEST(PreferenceStoreLocation, FollowsTheConfigurationVariables)
     PreferenceStore &standard = PreferenceStore::standard();
     EXPECT_EQ(&standard, &PreferenceStore::standard());
     EXPECT_EQ(standard.directory(), scratch.path());
-    standard.set("transcriptionLanguage", QStringLiteral("de-DE"));
+    standard.set("transcriptionLanguage", "de-DE");
     EXPECT_TRUE(QFile::exists(scratch.filePath("preferences.json")));
 
     for (const auto &[name, value] :

@@ -359,9 +359,8 @@ TEST_F(ProcessTapRecorderTest, ACaptureFailureRunsTheOwnersStopOnceWhenThereIsOn
         waitUntil([&] { return stopActions == 1 && !recorder->finishing() && !recorder->recording(); }));
     settle();
     EXPECT_EQ(stopActions, 1);
-    EXPECT_EQ(recorder->errorMessage(),
-              QStringLiteral("Capture stopped: The sound server ended the microphone "
-                             "recording: gone. Captured audio was preserved."));
+    EXPECT_EQ(recorder->errorMessage(), "Capture stopped: The sound server ended the microphone "
+                                        "recording: gone. Captured audio was preserved.");
     EXPECT_EQ(DurableAudioWriter::frameCount(onlySegment()), 3200);
 }
 
@@ -391,9 +390,8 @@ TEST_F(ProcessTapRecorderTest, WithoutLiveSpeechCaptureRunsAndTheWarningStaysUnt
     rig.speechFailure = "No compatible on-device speech audio format.";
     auto recorder = makeRecorder();
     start(*recorder);
-    const QString warning =
-        QStringLiteral("Live transcription unavailable: No compatible on-device speech audio "
-                       "format. Captured audio remains available locally.");
+    const QString warning = "Live transcription unavailable: No compatible on-device speech audio "
+                            "format. Captured audio remains available locally.";
     EXPECT_TRUE(recorder->recording());
     EXPECT_EQ(recorder->errorMessage(), warning);
     EXPECT_EQ(recorder->speechWarning(), warning);
@@ -520,7 +518,7 @@ TEST_F(ProcessTapRecorderTest, AFullDiskAtPauseKeepsTheRawAudioAndStillPauses)
     const QString segment = segmentsOf(root, noteID).value(0);
     ASSERT_TRUE(waitUntil([&] { return DurableAudioWriter::frameCount(segment) == 8000; }));
 
-    QFile filler(disk.path() + QStringLiteral("/filler"));
+    QFile filler(disk.path() + "/filler");
     ASSERT_TRUE(filler.open(QIODevice::WriteOnly));
     const QByteArray block(4096, 'x');
     while (filler.write(block) == block.size() && filler.flush()) {
@@ -541,7 +539,7 @@ TEST_F(ProcessTapRecorderTest, AFullDiskAtPauseKeepsTheRawAudioAndStillPauses)
     EXPECT_FALSE(segmentComplete(segment));
     EXPECT_EQ(DurableAudioWriter::frameCount(segment), 8000);
 
-    QFile::remove(disk.path() + QStringLiteral("/filler"));
+    QFile::remove(disk.path() + "/filler");
     stop(*recorder);
     EXPECT_FALSE(recorder->recording());
 }
