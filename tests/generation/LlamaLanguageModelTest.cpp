@@ -65,16 +65,14 @@ TEST(LlamaLanguageModel, AvailabilityFollowsTheInstalledModelAndTheSwitch)
                                         LanguageModel::UnavailableReason::languageModelDisabled));
 }
 
-TEST_F(TinyLlama, CountsTokensWithTheModelsTokenizer)
+TEST_F(TinyLlama, CountsTokensWithTheModelsTokenizerAndReadsBrokenTextAsText)
 {
-
     const qint64 emptyPrompt = model.tokenCount(LanguageModel::Prompt{QString()});
     const qint64 hello = model.tokenCount(LanguageModel::Prompt{"Hello world"});
     // The template's own turn markers plus the two words of the SentencePiece vocabulary.
     EXPECT_GT(emptyPrompt, 2);
     EXPECT_EQ(hello - emptyPrompt, 2);
-    const qint64 instructions = model.tokenCount(LanguageModel::Instructions{"Be brief."});
-    EXPECT_GT(instructions, 3);
+    EXPECT_GT(model.tokenCount(LanguageModel::Instructions{"Be brief."}), 3);
     // Note text that spells the beginning-of-text marker is text, not a marker.
     EXPECT_GT(model.tokenCount(LanguageModel::Prompt{"<s>"}) - emptyPrompt, 1);
 
@@ -83,11 +81,19 @@ TEST_F(TinyLlama, CountsTokensWithTheModelsTokenizer)
     const qint64 longCount = model.tokenCount(LanguageModel::Prompt{longText});
     EXPECT_GT(longCount, 400);
     EXPECT_LT(longCount, 1000);
+
+    // Invalid UTF-8 decoded the way notes are read, a lone surrogate, a NUL and control characters.
+    const QString broken = QString::fromUtf8("Budget \xff\xfe review \xc3 ok") + QChar(0xD800) + " end" +
+                           QChar(0) + "\x01\x1b[31m red";
+    EXPECT_GT(model.tokenCount(LanguageModel::Prompt{broken}), emptyPrompt);
+    PipelineRun run;
+    const QString summary = run.generate(model, broken);
+    EXPECT_FALSE(summary.trimmed().isEmpty());
+    EXPECT_EQ(run.checkpoints.first().sections, QStringList{broken});
 }
 
 TEST_F(TinyLlama, StreamsSnapshotsThatHoldTheWholeTextSoFar)
 {
-
     QStringList snapshots;
     model.streamResponse("Summarize.", "Source:\nWe met.", options(0.2, 40), CancellationToken(),
                          [&](const QString &text) {
@@ -127,7 +133,6 @@ TEST_F(TinyLlama, PrefixReuseKeepsTheSameAnswer)
 
 TEST_F(TinyLlama, GrammarConstrainedAnswersParse)
 {
-
     // A random model fills every string to its longest; the caps leave room for that.
     const QJsonObject tags = model.respond("Tag the note.", "NOTE SUMMARY:\nBudget.",
                                            GeneratedNoteTags::schema(), true, options(0, 500), {});
@@ -199,7 +204,7 @@ TEST(LlamaLanguageModel, TitlesMayHoldQuotationMarks)
     EXPECT_FALSE(admits(grammar, "{\"title\": \"Two\nlines\"}"));
 }
 
-TEST_F(TinyLlama, ARequestQueuedBehindAnotherSaysSoAndKeepsItsTime)
+TEST_F(TinyLlama, ARequestQueuedBehindAnotherKeepsItsTimeAndCancellingOneStopsItAtOnce)
 {
     model.respond("Warm up.", "x", options(0, 2), {});
 
@@ -232,19 +237,14 @@ TEST_F(TinyLlama, ARequestQueuedBehindAnotherSaysSoAndKeepsItsTime)
     EXPECT_GT(waited, 300) << "the request waited longer than its limit, and still had its time";
     EXPECT_FALSE(answer.isNull());
     EXPECT_EQ(waits, (QList<bool>{true, false}));
-}
 
-TEST_F(TinyLlama, CancellationOrTheTimeLimitStopsARequestWithinATokenOrTwo)
-{
-    model.respond("Warm up.", "x", options(0, 2), {});
-
+    // Cancellation or the time limit stops a request within a token or two.
     CancellationToken cancel;
     std::thread canceller([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(150));
         cancel.cancel();
     });
-    QElapsedTimer timer;
-    timer.start();
+    timer.restart();
     EXPECT_THROW(model.respond("Write.", "Go on.", options(0.5, 1900), cancel), CancellationError);
     canceller.join();
     EXPECT_LT(timer.elapsed(), 1500);
@@ -274,18 +274,15 @@ TEST(LlamaLanguageModel, RefusesDamagedAndUnsuitableFiles)
     const QString scratch = folder.directory() + "/../scratch";
     QDir().mkpath(scratch);
 
-    // Cut off in the middle of its weights.
+    const auto write = [&](const QString &name, const QByteArray &bytes) {
+        QFile file(scratch + "/" + name);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+        return file.fileName();
+    };
     QFile whole(ModelFolder::cached(tiny));
     ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
-    QFile truncated(scratch + "/truncated.gguf");
-    ASSERT_TRUE(truncated.open(QIODevice::WriteOnly));
-    truncated.write(whole.read(whole.size() / 2));
-    truncated.close();
-    // Not a GGUF file at all.
-    QFile text(scratch + "/notes.gguf");
-    ASSERT_TRUE(text.open(QIODevice::WriteOnly));
-    text.write("These are my notes, not a model.\n");
-    text.close();
+    const QString truncated = write("truncated.gguf", whole.read(whole.size() / 2));
+    const QString notes = write("notes.gguf", "These are my notes, not a model.\n");
 
     auto importMessage = [&](const QString &path) {
         try {
@@ -296,10 +293,9 @@ TEST(LlamaLanguageModel, RefusesDamagedAndUnsuitableFiles)
         return QString();
     };
     EXPECT_EQ(
-        importMessage(truncated.fileName()),
+        importMessage(truncated),
         "“truncated.gguf” is incomplete: the file ends before its model data does. Nothing was installed.");
-    EXPECT_EQ(importMessage(text.fileName()),
-              "“notes.gguf” is not a GGUF language model file. Nothing was installed.");
+    EXPECT_EQ(importMessage(notes), "“notes.gguf” is not a GGUF language model file. Nothing was installed.");
     EXPECT_EQ(
         importMessage(ModelFolder::cached("tiny-llama-no-template.gguf")),
         "“tiny-llama-no-template.gguf” has no chat template, so it cannot be used for summaries and Ask AI. "
@@ -307,7 +303,7 @@ TEST(LlamaLanguageModel, RefusesDamagedAndUnsuitableFiles)
     EXPECT_TRUE(QDir(folder.directory()).isEmpty());
 
     // Files put in the folder by hand are passed over, never loaded.
-    QFile::copy(truncated.fileName(), folder.directory() + "/truncated.gguf");
+    QFile::copy(truncated, folder.directory() + "/truncated.gguf");
     folder.install("tiny-llama-no-template.gguf");
     LlamaLanguageModel model(folder.directory());
     EXPECT_EQ(model.availability(),
@@ -353,17 +349,4 @@ TEST_F(TinyLlama, ALongTranscriptIsReadInSectionsSizedByTheRealTokenizer)
     EXPECT_EQ(run.progress.at(int(sections.size()) + 1),
               LocalSummaryProgress::reading(int(sections.size()), int(sections.size()), 0));
     EXPECT_FALSE(outcome.trimmed().isEmpty());
-}
-
-TEST_F(TinyLlama, BrokenTextIsReadAsText)
-{
-    // Invalid UTF-8 decoded the way notes are read, a lone surrogate, a NUL and control characters.
-    const QString broken = QString::fromUtf8("Budget \xff\xfe review \xc3 ok") + QChar(0xD800) + " end" +
-                           QChar(0) + "\x01\x1b[31m red";
-    EXPECT_GT(model.tokenCount(LanguageModel::Prompt{broken}),
-              model.tokenCount(LanguageModel::Prompt{QString()}));
-    PipelineRun run;
-    const QString summary = run.generate(model, broken);
-    EXPECT_FALSE(summary.trimmed().isEmpty());
-    EXPECT_EQ(run.checkpoints.first().sections, QStringList{broken});
 }
