@@ -273,7 +273,7 @@ TEST(LocalSummaryPipeline, JudgesACheckpointBeforeTrustingIt)
     EXPECT_TRUE(again.checkpoints.first().facts.isEmpty());
 }
 
-TEST(LocalSummaryPipeline, ARunawayRepeatEndsTheStream)
+TEST(LocalSummaryPipeline, ARunawayRepeatEndsTheStreamAtTheSmallestRepeatedTailBlock)
 {
     const QString intro = "## Summary\nThe team met to plan the launch and agreed on dates.\n";
     const QString phrase = "- The launch is on Friday at noon sharp. ";
@@ -288,10 +288,7 @@ TEST(LocalSummaryPipeline, ARunawayRepeatEndsTheStream)
     const QString result = run.generate(model, "Words.");
     EXPECT_EQ(result, (intro + phrase).trimmed());
     EXPECT_EQ(run.snapshots.last(), result);
-}
 
-TEST(LocalSummaryPipeline, RepeatTestFindsTheSmallestTailBlock)
-{
     const auto block = [](int size) {
         QStringList list;
         for (int i = 0; i < size; ++i)
@@ -317,7 +314,7 @@ TEST(LocalSummaryPipeline, RepeatTestFindsTheSmallestTailBlock)
     EXPECT_FALSE(LocalSummary::repeatCut(eight + " " + eight + ", " + eight).has_value());
 }
 
-TEST(LocalSummaryPipeline, NoInputNoSummaryOrAnUnreadyModelFailInTheirOwnWords)
+TEST(LocalSummaryPipeline, NoInputNoSummaryAnUnreadyModelOrAStallFailInTheirOwnWords)
 {
     ScriptedLanguageModel blank;
     EXPECT_EQ(message([&] { PipelineRun().generate(blank, " \n\t "); }),
@@ -334,20 +331,17 @@ TEST(LocalSummaryPipeline, NoInputNoSummaryOrAnUnreadyModelFailInTheirOwnWords)
               "On-device summaries unavailable: modelNotReady. Your notes and transcripts remain available.");
     EXPECT_EQ(unready.tokenCounts, 0) << "no prompt was even measured";
     EXPECT_TRUE(run.progress.isEmpty());
-}
 
-TEST(LocalSummaryPipeline, AStalledRequestRunsIntoItsTimeLimit)
-{
     const QString stalled = QStringLiteral(
         "The on-device model stopped making progress on a section. Your existing note is preserved.");
     ScriptedLanguageModel model = smallModel({"Fact one.", ScriptedLanguageModel::Stall{}});
-    PipelineRun run;
+    PipelineRun partly;
     EXPECT_EQ(message([&] {
-                  run.generate(model, words(7200), tmpl, std::nullopt, {}, std::chrono::milliseconds(80));
+                  partly.generate(model, words(7200), tmpl, std::nullopt, {}, std::chrono::milliseconds(80));
               }),
               stalled);
     // The finished section survives in the last checkpoint.
-    EXPECT_EQ(run.checkpoints.last().facts, QStringList{"Fact one."});
+    EXPECT_EQ(partly.checkpoints.last().facts, QStringList{"Fact one."});
 
     ScriptedLanguageModel writer = scripted({ScriptedLanguageModel::Stall{}});
     EXPECT_EQ(message([&] {

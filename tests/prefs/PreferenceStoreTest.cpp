@@ -347,10 +347,8 @@ TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
         EXPECT_EQ(readFile(aside), bytes);
         EXPECT_TRUE(PreferenceStore(scratch.path()).boolValue("showTags"));
     }
-}
 
-TEST_F(PreferenceStoreTest, SuccessiveCorruptFilesAreAllKept)
-{
+    // Successive corrupt files are all kept.
     writeFile(path(), "first");
     PreferenceStore first(dir.path());
     writeFile(path(), "second");
