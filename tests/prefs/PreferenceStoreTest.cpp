@@ -115,7 +115,7 @@ TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
     EXPECT_FALSE(reloaded.boolValue("falseText"));
 }
 
-TEST_F(PreferenceStoreTest, AMissingKeyIsDistinctFromStoredFalseAndZero)
+TEST_F(PreferenceStoreTest, AMissingKeyIsDistinctFromStoredFalseAndZeroAndReadersGiveEmptyValuesForOtherTypes)
 {
     {
         PreferenceStore store(dir.path());
@@ -139,11 +139,8 @@ TEST_F(PreferenceStoreTest, AMissingKeyIsDistinctFromStoredFalseAndZero)
 
     store.remove("flag");
     EXPECT_FALSE(PreferenceStore(dir.path()).contains("flag"));
-}
 
-TEST_F(PreferenceStoreTest, ReadersGiveEmptyValuesForOtherTypes)
-{
-    PreferenceStore store(dir.path());
+    // Readers give empty values for other types.
     store.set("text", "42");
     store.set("trueText", "true");
     store.set("one", 1);
@@ -416,7 +413,7 @@ TEST_F(PreferenceStoreTest, EntriesThatCannotBeReadAreWrittenBackUnchanged)
     EXPECT_FALSE(readFile(path()).contains("badInteger"));
 }
 
-TEST_F(PreferenceStoreTest, ChangeSignalsNameExactlyTheWrittenKey)
+TEST_F(PreferenceStoreTest, ChangeSignalsNameTheWrittenKeyAndObserversOfAKeyShareOneValue)
 {
     PreferenceStore store(dir.path());
     Recorder recorder(store);
@@ -432,11 +429,7 @@ TEST_F(PreferenceStoreTest, ChangeSignalsNameExactlyTheWrittenKey)
 
     EXPECT_EQ(recorder.changed, (QStringList{"a", "b", "b", "a", "b"}));
     EXPECT_TRUE(recorder.failures.isEmpty());
-}
 
-TEST_F(PreferenceStoreTest, ObserversOfAKeyShareOneValueAndSeeEachWrite)
-{
-    PreferenceStore store(dir.path());
     PreferenceValue *first = store.observe("showRecordingWidget");
     PreferenceValue *second = store.observe("showRecordingWidget");
     PreferenceValue *other = store.observe("showTags");
