@@ -12,7 +12,7 @@ using namespace std::chrono_literals;
 TEST(CaptureQueue, RunsBlocksOneAtATimeInOrderOnItsOwnThread)
 {
     CaptureQueue queue;
-    EXPECT_EQ(queue.label(), QStringLiteral("kestil.local.capture"));
+    EXPECT_EQ(queue.label(), "kestil.local.capture");
     std::vector<int> order;
     std::atomic<int> running{0};
     std::atomic<bool> overlapped{false};
@@ -61,7 +61,7 @@ TEST(CaptureQueue, SyncFromTheQueueItselfRunsInPlace)
 
 TEST(CaptureQueue, AFailingBlockDoesNotEndTheQueue)
 {
-    CaptureQueue queue(QStringLiteral("test.queue"));
+    CaptureQueue queue("test.queue");
     queue.async([] { throw std::runtime_error("boom"); });
     bool later = false;
     queue.sync([&] { later = true; });

@@ -13,39 +13,35 @@ using namespace kestil;
 TEST(GenerationSchema, ThePromptShowsAFormToFillInWithEachFieldsDescription)
 {
     GenerationSchema two;
-    GenerationSchema::Property name{QStringLiteral("name"), QString()};
-    GenerationSchema::Property aliases{QStringLiteral("aliases"), QStringLiteral("Other names."),
-                                       GenerationSchema::Kind::stringArray};
+    GenerationSchema::Property name{"name", QString()};
+    GenerationSchema::Property aliases{"aliases", "Other names.", GenerationSchema::Kind::stringArray};
     aliases.maximumCount = 3;
     two.properties = {name, aliases};
-    EXPECT_EQ(two.promptText(),
-              QStringLiteral("Respond with JSON in this form:\n{\"name\": string,\n "
-                             "\"aliases\": [string, ...] // at most 3 items. Other names.}"));
+    EXPECT_EQ(two.promptText(), "Respond with JSON in this form:\n{\"name\": string,\n "
+                                "\"aliases\": [string, ...] // at most 3 items. Other names.}");
 }
 
 TEST(GenerationSchema, TheGrammarBoundsEveryStringAndTheTagCount)
 {
     const QString title = GeneratedNoteTitle::schema().grammar();
-    EXPECT_TRUE(title.contains(QStringLiteral("(char){1,120}"))) << title.toStdString();
-    EXPECT_TRUE(title.startsWith(QStringLiteral("root ::= \"{\" ws \"\\\"title\\\"\" ws \":\" ws value0")))
+    EXPECT_TRUE(title.contains("(char){1,120}")) << title.toStdString();
+    EXPECT_TRUE(title.startsWith("root ::= \"{\" ws \"\\\"title\\\"\" ws \":\" ws value0"))
         << title.toStdString();
     const QString tags = GeneratedNoteTags::schema().grammar();
     // One character over the longest tag: a longer proposal arrives too long and is dropped.
-    EXPECT_TRUE(tags.contains(QStringLiteral("(char){1,49}"))) << tags.toStdString();
+    EXPECT_TRUE(tags.contains("(char){1,49}")) << tags.toStdString();
     // One tag, then at most four more.
-    EXPECT_TRUE(tags.contains(QStringLiteral("(ws \",\" ws text0){0,4}"))) << tags.toStdString();
+    EXPECT_TRUE(tags.contains("(ws \",\" ws text0){0,4}")) << tags.toStdString();
 }
 
 TEST(GenerationSchema, ValidationWantsEveryFieldWithItsTypeAndCount)
 {
     const GenerationSchema tags = GeneratedNoteTags::schema();
-    const QJsonObject good{{QStringLiteral("tags"), QJsonArray{QStringLiteral("Budget")}}};
+    const QJsonObject good{{"tags", QJsonArray{"Budget"}}};
     EXPECT_EQ(tags.validated(good), good);
-    EXPECT_TRUE(tags.validated(QJsonObject{{QStringLiteral("tags"), QJsonArray{}}}).isEmpty());
-    EXPECT_TRUE(tags.validated(QJsonObject{{QStringLiteral("tags"), QJsonArray{1}}}).isEmpty());
-    EXPECT_TRUE(tags.validated(QJsonObject{{QStringLiteral("tags"), QStringLiteral("Budget")}}).isEmpty());
-    EXPECT_TRUE(
-        tags.validated(QJsonObject{{QStringLiteral("tags"), QJsonArray{"a", "b", "c", "d", "e", "f"}}})
-            .isEmpty());
+    EXPECT_TRUE(tags.validated(QJsonObject{{"tags", QJsonArray{}}}).isEmpty());
+    EXPECT_TRUE(tags.validated(QJsonObject{{"tags", QJsonArray{1}}}).isEmpty());
+    EXPECT_TRUE(tags.validated(QJsonObject{{"tags", "Budget"}}).isEmpty());
+    EXPECT_TRUE(tags.validated(QJsonObject{{"tags", QJsonArray{"a", "b", "c", "d", "e", "f"}}}).isEmpty());
     EXPECT_TRUE(GeneratedNoteTitle::schema().validated(QJsonObject{}).isEmpty());
 }

@@ -62,15 +62,12 @@ TEST(LanguageModelFiles, ModelsLiveUnderTheDataRoot)
 
 TEST(LanguageModelFiles, AnEmptyOrMissingFolderHasNoModel)
 {
-    EXPECT_FALSE(
-        LanguageModelFiles::installedModel(QStringLiteral("/nonexistent/Models/language")).has_value());
+    EXPECT_FALSE(LanguageModelFiles::installedModel("/nonexistent/Models/language").has_value());
     try {
-        LanguageModelFiles::importModel(QStringLiteral("/nonexistent/model.gguf"),
-                                        QStringLiteral("/tmp/unused"));
+        LanguageModelFiles::importModel("/nonexistent/model.gguf", "/tmp/unused");
         FAIL() << "imported a missing file";
     } catch (const LocalError &error) {
-        EXPECT_TRUE(
-            error.message().startsWith(QStringLiteral("Kestil could not open the model file “model.gguf”")));
-        EXPECT_TRUE(error.message().endsWith(QStringLiteral("Nothing was installed.")));
+        EXPECT_TRUE(error.message().startsWith("Kestil could not open the model file “model.gguf”"));
+        EXPECT_TRUE(error.message().endsWith("Nothing was installed."));
     }
 }

@@ -43,22 +43,27 @@ protected:
     void SetUp() override
     {
         KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-        tiny_ = contentOf(ModelFolder::cached(QStringLiteral("tiny-llama-chat.gguf")));
+        tiny_ = contentOf(ModelFolder::cached("tiny-llama-chat.gguf"));
         ASSERT_GT(tiny_.size(), 1000000);
-        server_.setFile(QStringLiteral("tiny-chat.gguf"), tiny_);
-        entry_ = DownloadableLanguageModel{QStringLiteral("Tiny chat"),
-                                           QStringLiteral("tiny-chat.gguf"),
-                                           QStringLiteral("tiny-chat.gguf"),
+        server_.setFile("tiny-chat.gguf", tiny_);
+        entry_ = DownloadableLanguageModel{"Tiny chat",
+                                           "tiny-chat.gguf",
+                                           "tiny-chat.gguf",
                                            tiny_.size(),
                                            sha256(tiny_),
-                                           {QStringLiteral("en"), QStringLiteral("fr")},
-                                           QStringLiteral("A model with random weights."),
-                                           QStringLiteral("MIT")};
+                                           {"en", "fr"},
+                                           "A model with random weights.",
+                                           "MIT"};
     }
 
     QUrl base(const char *mode) const { return QUrl(server_.baseAddress(QString::fromLatin1(mode))); }
-    QString target() const { return folder_.directory() + QStringLiteral("/tiny-chat.gguf"); }
-    QString part() const { return target() + QStringLiteral(".part"); }
+    QString target() const { return folder_.directory() + "/tiny-chat.gguf"; }
+    QString part() const { return target() + ".part"; }
+
+    QString install(const DownloadObserver &observer = {})
+    {
+        return installLanguageModel(entry_, base("good"), observer, folder_.directory());
+    }
 
     QString failureOf(const char *mode, const DownloadableLanguageModel &entry)
     {
@@ -70,10 +75,7 @@ protected:
         return {};
     }
 
-    QStringList ggufFiles() const
-    {
-        return QDir(folder_.directory()).entryList({QStringLiteral("*.gguf")}, QDir::Files);
-    }
+    QStringList ggufFiles() const { return QDir(folder_.directory()).entryList({"*.gguf"}, QDir::Files); }
 
     ModelFolder folder_;
     test::LoopbackModelServer server_;
@@ -96,9 +98,7 @@ TEST_F(LanguageModelInstall, AServedModelIsInstalledInOneRenameAndTheModelAnswer
         EXPECT_TRUE(isLanguageModelDownloading(entry_, folder_.directory()));
         EXPECT_FALSE(QFile::exists(target()));
     };
-    const QString installed = installLanguageModel(entry_, base("good"), observer, folder_.directory());
-
-    EXPECT_EQ(installed, target());
+    EXPECT_EQ(install(observer), target());
     EXPECT_EQ(contentOf(target()), tiny_);
     EXPECT_FALSE(QFile::exists(part()));
     EXPECT_FALSE(isLanguageModelDownloading(entry_, folder_.directory()));
@@ -108,87 +108,74 @@ TEST_F(LanguageModelInstall, AServedModelIsInstalledInOneRenameAndTheModelAnswer
     EXPECT_EQ(model.availability(), LanguageModel::Availability::available());
     EXPECT_EQ(LanguageModelFiles::installedModel(folder_.directory())->path, target());
     // The catalogue's languages stand in for the header's ("en" and "de").
-    EXPECT_TRUE(model.supportsLocale(QLocale(QStringLiteral("fr_FR"))));
-    EXPECT_FALSE(model.supportsLocale(QLocale(QStringLiteral("de_DE"))));
-    const QString answer = model.respond(QStringLiteral("Be brief."), QStringLiteral("Hello"),
-                                         GenerationOptions{0.0, 8}, CancellationToken());
+    EXPECT_TRUE(model.supportsLocale(QLocale("fr_FR")));
+    EXPECT_FALSE(model.supportsLocale(QLocale("de_DE")));
+    const QString answer =
+        model.respond("Be brief.", "Hello", GenerationOptions{0.0, 8}, CancellationToken());
     EXPECT_GT(model.statistics().generatedTokens, 0) << answer.toStdString();
+
+    // An import under the same name keeps none of the catalogue's languages.
+    QTemporaryDir elsewhere;
+    const QString copy = elsewhere.filePath("tiny-chat.gguf");
+    ASSERT_TRUE(QFile::copy(ModelFolder::cached("tiny-llama-chat.gguf"), copy));
+    LanguageModelFiles::importModel(copy, folder_.directory());
+    const auto imported = LanguageModelFiles::installedModel(folder_.directory());
+    ASSERT_TRUE(imported);
+    EXPECT_EQ(imported->languages, (QStringList{"en", "de"}));
 }
 
 TEST_F(LanguageModelInstall, ANewerInstallTakesOverFromTheModelInUseWithoutARestart)
 {
-    folder_.install(QStringLiteral("tiny-llama-chat.gguf"), QStringLiteral("older.gguf"));
-    QFile older(folder_.directory() + QStringLiteral("/older.gguf"));
+    folder_.install("tiny-llama-chat.gguf", "older.gguf");
     LlamaLanguageModel model(folder_.directory());
-    model.respond(QStringLiteral("Be brief."), QStringLiteral("Hello"), GenerationOptions{0.0, 2},
-                  CancellationToken());
+    model.respond("Be brief.", "Hello", GenerationOptions{0.0, 2}, CancellationToken());
     const double firstLoad = model.statistics().loadSeconds;
     ASSERT_GT(firstLoad, 0);
 
-    installLanguageModel(entry_, base("good"), {}, folder_.directory());
+    install();
     EXPECT_EQ(LanguageModelFiles::installedModel(folder_.directory())->path, target());
-    model.respond(QStringLiteral("Be brief."), QStringLiteral("Hello"), GenerationOptions{0.0, 2},
-                  CancellationToken());
+    model.respond("Be brief.", "Hello", GenerationOptions{0.0, 2}, CancellationToken());
     EXPECT_GT(model.statistics().loadSeconds, firstLoad) << "the new file is loaded for the next request";
 
     // Installing the same model again needs no download and makes it the newest again.
     const int requests = int(server_.requests().size());
-    installLanguageModel(entry_, base("good"), {}, folder_.directory());
+    install();
     EXPECT_EQ(int(server_.requests().size()), requests);
 }
 
-TEST_F(LanguageModelInstall, AnImportUnderTheSameNameKeepsNoneOfTheCataloguesLanguages)
-{
-    installLanguageModel(entry_, base("good"), {}, folder_.directory());
-    QTemporaryDir elsewhere;
-    const QString copy = elsewhere.filePath(QStringLiteral("tiny-chat.gguf"));
-    ASSERT_TRUE(QFile::copy(ModelFolder::cached(QStringLiteral("tiny-llama-chat.gguf")), copy));
-    LanguageModelFiles::importModel(copy, folder_.directory());
-    const auto installed = LanguageModelFiles::installedModel(folder_.directory());
-    ASSERT_TRUE(installed);
-    EXPECT_EQ(installed->languages, (QStringList{QStringLiteral("en"), QStringLiteral("de")}));
-}
-
-TEST_F(LanguageModelInstall, AFileThatFailsItsChecksumIsDeletedAndTheInstalledModelStaysInUse)
-{
-    folder_.install(QStringLiteral("tiny-llama-chat.gguf"), QStringLiteral("older.gguf"));
-    DownloadableLanguageModel wrong = entry_;
-    wrong.sha256 = QByteArray(64, 'a');
-    EXPECT_EQ(failureOf("good", wrong),
-              QStringLiteral("The downloaded language model “tiny-chat.gguf” did not match its "
-                             "published checksum, so it was deleted. Models already installed are "
-                             "unchanged; try the download again."));
-    EXPECT_EQ(ggufFiles(), QStringList{QStringLiteral("older.gguf")});
-    EXPECT_FALSE(QFile::exists(part()));
-    EXPECT_EQ(LanguageModelFiles::installedModel(folder_.directory())->path,
-              folder_.directory() + QStringLiteral("/older.gguf"));
-}
-
-TEST_F(LanguageModelInstall, APublishedFileThatIsNoUsableModelIsRefusedAndDeleted)
+TEST_F(LanguageModelInstall, AFileThatFailsItsChecksumOrIsNoUsableModelIsDeletedAndTheInstalledOneStays)
 {
     KESTIL_REQUIRE_MODEL("tiny-llama-no-template.gguf");
-    const QByteArray noTemplate =
-        contentOf(ModelFolder::cached(QStringLiteral("tiny-llama-no-template.gguf")));
-    server_.setFile(QStringLiteral("tiny-chat.gguf"), noTemplate);
+    folder_.install("tiny-llama-chat.gguf", "older.gguf");
+    DownloadableLanguageModel wrong = entry_;
+    wrong.sha256 = QByteArray(64, 'a');
+    EXPECT_EQ(failureOf("good", wrong), "The downloaded language model “tiny-chat.gguf” did not match its "
+                                        "published checksum, so it was deleted. Models already installed are "
+                                        "unchanged; try the download again.");
+    EXPECT_EQ(ggufFiles(), QStringList{"older.gguf"});
+    EXPECT_FALSE(QFile::exists(part()));
+    EXPECT_EQ(LanguageModelFiles::installedModel(folder_.directory())->path,
+              folder_.directory() + "/older.gguf");
+
+    const QByteArray noTemplate = contentOf(ModelFolder::cached("tiny-llama-no-template.gguf"));
+    server_.setFile("tiny-chat.gguf", noTemplate);
     DownloadableLanguageModel entry = entry_;
     entry.size = noTemplate.size();
     entry.sha256 = sha256(noTemplate);
     const QString message = failureOf("good", entry);
-    EXPECT_TRUE(message.contains(QStringLiteral("has no chat template"))) << message.toStdString();
-    EXPECT_TRUE(message.endsWith(
-        QStringLiteral("The download was deleted, and models already installed are unchanged.")))
+    EXPECT_TRUE(message.contains("has no chat template")) << message.toStdString();
+    EXPECT_TRUE(message.endsWith("The download was deleted, and models already installed are unchanged."))
         << message.toStdString();
-    EXPECT_TRUE(ggufFiles().isEmpty());
+    EXPECT_EQ(ggufFiles(), QStringList{"older.gguf"});
     EXPECT_FALSE(QFile::exists(part()));
 }
 
 TEST_F(LanguageModelInstall, ADownloadCutOffMidTransferIsReportedAsAPartAndInstallsNothing)
 {
     const QString first = failureOf("drop", entry_);
-    EXPECT_TRUE(first.startsWith(QStringLiteral("The language model download"))) << first.toStdString();
-    EXPECT_TRUE(
-        first.endsWith(QStringLiteral("received so far are kept, and the next download continues from "
-                                      "there.")))
+    EXPECT_TRUE(first.startsWith("The language model download")) << first.toStdString();
+    EXPECT_TRUE(first.endsWith("received so far are kept, and the next download continues from "
+                               "there."))
         << first.toStdString();
     const qint64 kept = partialLanguageModelDownload(entry_, folder_.directory());
     EXPECT_GT(kept, 0);
@@ -203,16 +190,15 @@ TEST_F(LanguageModelInstall, ADiskWithoutRoomForTheModelIsToldBeforeTheFirstByte
 {
     test::TmpfsMount small(4 * 1024 * 1024);
     ASSERT_TRUE(small.mounted()) << small.error().toStdString();
-    const QString directory = small.path() + QStringLiteral("/Models/language");
+    const QString directory = small.path() + "/Models/language";
     try {
         installLanguageModel(entry_, base("good"), {}, directory);
         FAIL() << "a 4 MB disk cannot hold the model";
     } catch (const LocalError &e) {
-        EXPECT_TRUE(e.message().startsWith(
-            QStringLiteral("There is not enough free space for “Tiny chat”: it needs ")))
+        EXPECT_TRUE(e.message().startsWith("There is not enough free space for “Tiny chat”: it needs "))
             << e.message().toStdString();
-        EXPECT_TRUE(e.message().endsWith(
-            QStringLiteral("Nothing was downloaded, and models already installed are unchanged.")));
+        EXPECT_TRUE(
+            e.message().endsWith("Nothing was downloaded, and models already installed are unchanged."));
     }
     EXPECT_TRUE(server_.requests().isEmpty());
     EXPECT_TRUE(QDir(directory).entryList(QDir::Files).isEmpty());
@@ -223,14 +209,14 @@ TEST_F(LanguageModelInstall, TheBaseAddressComesFromTheEnvironmentThenThePrefere
     QTemporaryDir config;
     PreferenceStore preferences(config.path());
     qunsetenv("KESTIL_LANGUAGE_MODEL_BASE_URL");
-    EXPECT_EQ(languageModelBaseAddress(preferences), QUrl(QStringLiteral("https://huggingface.co/Qwen/")));
+    EXPECT_EQ(languageModelBaseAddress(preferences), QUrl("https://huggingface.co/Qwen/"));
     EXPECT_EQ(languageModelAddress(languageModelBaseAddress(preferences), defaultLanguageModel()).toString(),
-              QStringLiteral("https://huggingface.co/Qwen/") + defaultLanguageModel().remotePath);
+              "https://huggingface.co/Qwen/" + defaultLanguageModel().remotePath);
 
     preferences.set(QString(settings::keys::kestilLanguageModelBaseAddress), server_.baseAddress("good"));
     EXPECT_EQ(languageModelBaseAddress(preferences), base("good"));
     qputenv("KESTIL_LANGUAGE_MODEL_BASE_URL", "http://127.0.0.1:9/mirror");
-    EXPECT_EQ(languageModelBaseAddress(preferences), QUrl(QStringLiteral("http://127.0.0.1:9/mirror/")));
+    EXPECT_EQ(languageModelBaseAddress(preferences), QUrl("http://127.0.0.1:9/mirror/"));
     qputenv("KESTIL_LANGUAGE_MODEL_BASE_URL", "file:///tmp/models/");
     EXPECT_THROW(languageModelBaseAddress(preferences), LocalError);
     qunsetenv("KESTIL_LANGUAGE_MODEL_BASE_URL");
@@ -245,27 +231,27 @@ TEST(LanguageModelCatalogue, EveryEntryIsAPinnedInstructModelWithItsChecksum)
     for (const auto &model : catalogue) {
         EXPECT_EQ(model.sha256.size(), 64) << model.fileName.toStdString();
         EXPECT_EQ(model.sha256, model.sha256.toLower());
-        EXPECT_TRUE(model.fileName.endsWith(QStringLiteral(".gguf")));
+        EXPECT_TRUE(model.fileName.endsWith(".gguf"));
         EXPECT_TRUE(model.remotePath.endsWith(QLatin1Char('/') + model.fileName));
         // Pinned to one revision: the checksum belongs to that file for good.
-        EXPECT_FALSE(model.remotePath.contains(QStringLiteral("/main/")));
+        EXPECT_FALSE(model.remotePath.contains("/main/"));
         EXPECT_GT(model.size, 100'000'000);
         EXPECT_LT(model.size, 2'000'000'000) << "small enough for a laptop";
-        EXPECT_TRUE(model.languages.contains(QStringLiteral("en")));
+        EXPECT_TRUE(model.languages.contains("en"));
         EXPECT_FALSE(model.description.isEmpty());
         names.append(model.fileName);
     }
     names.removeDuplicates();
     EXPECT_EQ(names.size(), catalogue.size());
-    EXPECT_EQ(fileSizeText(491400032), QStringLiteral("491.4 MB"));
-    EXPECT_EQ(fileSizeText(1117320736), QStringLiteral("1.12 GB"));
+    EXPECT_EQ(fileSizeText(491400032), "491.4 MB");
+    EXPECT_EQ(fileSizeText(1117320736), "1.12 GB");
 }
 
 TEST(LanguageModelSwitch, ThePreferenceTurnsTheModelOffAndOnAsItChanges)
 {
     KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
     ModelFolder folder;
-    folder.install(QStringLiteral("tiny-llama-chat.gguf"));
+    folder.install("tiny-llama-chat.gguf");
     QTemporaryDir config;
     PreferenceStore preferences(config.path());
     settings::setOnDeviceLanguageModelEnabled(preferences, false);
@@ -274,9 +260,9 @@ TEST(LanguageModelSwitch, ThePreferenceTurnsTheModelOffAndOnAsItChanges)
 
     followLanguageModelSwitch(preferences, model);
     EXPECT_EQ(model.availability(), LanguageModel::Availability::unavailable(Reason::languageModelDisabled));
-    EXPECT_EQ(LocalSummary::modelStatus(model, QLocale(QStringLiteral("en_US"))).statusLine,
-              QStringLiteral("On-device summaries unavailable: languageModelDisabled. Your notes and "
-                             "transcripts remain available."));
+    EXPECT_EQ(LocalSummary::modelStatus(model, QLocale("en_US")).statusLine,
+              "On-device summaries unavailable: languageModelDisabled. Your notes and "
+              "transcripts remain available.");
 
     settings::setOnDeviceLanguageModelEnabled(preferences, true);
     EXPECT_EQ(model.availability(), LanguageModel::Availability::available());

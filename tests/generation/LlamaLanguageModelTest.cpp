@@ -24,7 +24,7 @@ using namespace kestil;
 
 namespace {
 
-const QString tiny = QStringLiteral("tiny-llama-chat.gguf");
+const QString tiny = "tiny-llama-chat.gguf";
 
 GenerationOptions options(double temperature, int cap)
 {
@@ -51,46 +51,52 @@ TEST(LlamaLanguageModel, AvailabilityFollowsTheInstalledModelAndTheSwitch)
     ASSERT_TRUE(LlamaLanguageModel::deviceIsEligible());
     EXPECT_EQ(model.availability(),
               LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady));
-    EXPECT_FALSE(model.supportsLocale(QLocale(QStringLiteral("en_US"))));
+    EXPECT_FALSE(model.supportsLocale(QLocale("en_US")));
 
     folder.install(tiny);
     EXPECT_EQ(model.availability(), LanguageModel::Availability::available());
     EXPECT_EQ(model.contextSize(), 2048);
-    EXPECT_TRUE(model.supportsLocale(QLocale(QStringLiteral("en_US"))));
-    EXPECT_TRUE(model.supportsLocale(QLocale(QStringLiteral("de_AT"))));
-    EXPECT_FALSE(model.supportsLocale(QLocale(QStringLiteral("fr_FR"))));
+    EXPECT_TRUE(model.supportsLocale(QLocale("en_US")));
+    EXPECT_TRUE(model.supportsLocale(QLocale("de_AT")));
+    EXPECT_FALSE(model.supportsLocale(QLocale("fr_FR")));
 
     model.setEnabled(false);
     EXPECT_EQ(model.availability(), LanguageModel::Availability::unavailable(
                                         LanguageModel::UnavailableReason::languageModelDisabled));
 }
 
-TEST_F(TinyLlama, CountsTokensWithTheModelsTokenizer)
+TEST_F(TinyLlama, CountsTokensWithTheModelsTokenizerAndReadsBrokenTextAsText)
 {
-
     const qint64 emptyPrompt = model.tokenCount(LanguageModel::Prompt{QString()});
-    const qint64 hello = model.tokenCount(LanguageModel::Prompt{QStringLiteral("Hello world")});
+    const qint64 hello = model.tokenCount(LanguageModel::Prompt{"Hello world"});
     // The template's own turn markers plus the two words of the SentencePiece vocabulary.
     EXPECT_GT(emptyPrompt, 2);
     EXPECT_EQ(hello - emptyPrompt, 2);
-    const qint64 instructions = model.tokenCount(LanguageModel::Instructions{QStringLiteral("Be brief.")});
-    EXPECT_GT(instructions, 3);
+    EXPECT_GT(model.tokenCount(LanguageModel::Instructions{"Be brief."}), 3);
     // Note text that spells the beginning-of-text marker is text, not a marker.
-    EXPECT_GT(model.tokenCount(LanguageModel::Prompt{QStringLiteral("<s>")}) - emptyPrompt, 1);
+    EXPECT_GT(model.tokenCount(LanguageModel::Prompt{"<s>"}) - emptyPrompt, 1);
 
     const QString longText =
         QStringLiteral("The quarterly budget review covers hiring and travel. ").repeated(40);
     const qint64 longCount = model.tokenCount(LanguageModel::Prompt{longText});
     EXPECT_GT(longCount, 400);
     EXPECT_LT(longCount, 1000);
+
+    // Invalid UTF-8 decoded the way notes are read, a lone surrogate, a NUL and control characters.
+    const QString broken = QString::fromUtf8("Budget \xff\xfe review \xc3 ok") + QChar(0xD800) + " end" +
+                           QChar(0) + "\x01\x1b[31m red";
+    EXPECT_GT(model.tokenCount(LanguageModel::Prompt{broken}), emptyPrompt);
+    PipelineRun run;
+    const QString summary = run.generate(model, broken);
+    EXPECT_FALSE(summary.trimmed().isEmpty());
+    EXPECT_EQ(run.checkpoints.first().sections, QStringList{broken});
 }
 
 TEST_F(TinyLlama, StreamsSnapshotsThatHoldTheWholeTextSoFar)
 {
-
     QStringList snapshots;
-    model.streamResponse(QStringLiteral("Summarize."), QStringLiteral("Source:\nWe met."), options(0.2, 40),
-                         CancellationToken(), [&](const QString &text) {
+    model.streamResponse("Summarize.", "Source:\nWe met.", options(0.2, 40), CancellationToken(),
+                         [&](const QString &text) {
                              snapshots.append(text);
                              return true;
                          });
@@ -102,8 +108,8 @@ TEST_F(TinyLlama, StreamsSnapshotsThatHoldTheWholeTextSoFar)
 
     // Returning false drops the stream at once.
     int seen = 0;
-    model.streamResponse(QStringLiteral("Summarize."), QStringLiteral("Source:\nWe met."), options(0.2, 200),
-                         CancellationToken(), [&](const QString &) { return ++seen < 3; });
+    model.streamResponse("Summarize.", "Source:\nWe met.", options(0.2, 200), CancellationToken(),
+                         [&](const QString &) { return ++seen < 3; });
     EXPECT_EQ(seen, 3);
     const auto stats = model.statistics();
     EXPECT_LE(stats.generatedTokens, 40 + 3 + 2);
@@ -111,11 +117,9 @@ TEST_F(TinyLlama, StreamsSnapshotsThatHoldTheWholeTextSoFar)
 
 TEST_F(TinyLlama, PrefixReuseKeepsTheSameAnswer)
 {
-    const QString instructions = QStringLiteral("Summarize only the supplied source.");
-    const QString first =
-        model.respond(instructions, QStringLiteral("Source:\nAlpha beta."), options(0, 24), {});
-    const QString again =
-        model.respond(instructions, QStringLiteral("Source:\nAlpha beta."), options(0, 24), {});
+    const QString instructions = "Summarize only the supplied source.";
+    const QString first = model.respond(instructions, "Source:\nAlpha beta.", options(0, 24), {});
+    const QString again = model.respond(instructions, "Source:\nAlpha beta.", options(0, 24), {});
     EXPECT_EQ(first, again);
     const auto stats = model.statistics();
     EXPECT_EQ(stats.requests, 2);
@@ -124,33 +128,30 @@ TEST_F(TinyLlama, PrefixReuseKeepsTheSameAnswer)
 
     LlamaLanguageModel fresh(folder.directory());
     fresh.setPrefixReuse(false);
-    EXPECT_EQ(fresh.respond(instructions, QStringLiteral("Source:\nAlpha beta."), options(0, 24), {}), first);
+    EXPECT_EQ(fresh.respond(instructions, "Source:\nAlpha beta.", options(0, 24), {}), first);
 }
 
 TEST_F(TinyLlama, GrammarConstrainedAnswersParse)
 {
-
     // A random model fills every string to its longest; the caps leave room for that.
-    const QJsonObject tags =
-        model.respond(QStringLiteral("Tag the note."), QStringLiteral("NOTE SUMMARY:\nBudget."),
-                      GeneratedNoteTags::schema(), true, options(0, 500), {});
+    const QJsonObject tags = model.respond("Tag the note.", "NOTE SUMMARY:\nBudget.",
+                                           GeneratedNoteTags::schema(), true, options(0, 500), {});
     const GeneratedNoteTags parsedTags = GeneratedNoteTags::fromJson(tags);
     EXPECT_GE(parsedTags.tags.size(), 1);
     EXPECT_LE(parsedTags.tags.size(), 5);
     for (const QString &tag : parsedTags.tags)
         EXPECT_LE(tag.size(), GeneratedNoteTags::schema().properties.first().maximumLength);
 
-    const QJsonObject title = model.respond(QStringLiteral("Title the note."), QStringLiteral("Budget."),
-                                            GeneratedNoteTitle::schema(), true, options(0.2, 400), {});
+    const QJsonObject title = model.respond("Title the note.", "Budget.", GeneratedNoteTitle::schema(), true,
+                                            options(0.2, 400), {});
     EXPECT_FALSE(GeneratedNoteTitle::fromJson(title).title.isEmpty());
 
     // An answer that the cap cuts off is an error, not half a record.
     try {
-        model.respond(QStringLiteral("Title the note."), QStringLiteral("Budget."),
-                      GeneratedNoteTitle::schema(), true, options(0, 4), {});
+        model.respond("Title the note.", "Budget.", GeneratedNoteTitle::schema(), true, options(0, 4), {});
         FAIL() << "a cut-off answer was accepted";
     } catch (const SystemError &error) {
-        EXPECT_TRUE(error.localizedDescription().contains(QStringLiteral("cut off")));
+        EXPECT_TRUE(error.localizedDescription().contains("cut off"));
     }
 }
 
@@ -203,19 +204,18 @@ TEST(LlamaLanguageModel, TitlesMayHoldQuotationMarks)
     EXPECT_FALSE(admits(grammar, "{\"title\": \"Two\nlines\"}"));
 }
 
-TEST_F(TinyLlama, ARequestQueuedBehindAnotherSaysSoAndKeepsItsTime)
+TEST_F(TinyLlama, ARequestQueuedBehindAnotherKeepsItsTimeAndCancellingOneStopsItAtOnce)
 {
-    model.respond(QStringLiteral("Warm up."), QStringLiteral("x"), options(0, 2), {});
+    model.respond("Warm up.", "x", options(0, 2), {});
 
     // An answer read slowly keeps the model busy for well over a second.
     std::atomic<bool> streaming{false};
     std::thread other([&] {
-        model.streamResponse(QStringLiteral("Write."), QStringLiteral("Go on."), options(0.5, 200), {},
-                             [&](const QString &) {
-                                 streaming = true;
-                                 std::this_thread::sleep_for(std::chrono::milliseconds(8));
-                                 return true;
-                             });
+        model.streamResponse("Write.", "Go on.", options(0.5, 200), {}, [&](const QString &) {
+            streaming = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(8));
+            return true;
+        });
     });
     while (!streaming)
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -229,42 +229,32 @@ TEST_F(TinyLlama, ARequestQueuedBehindAnotherSaysSoAndKeepsItsTime)
     QElapsedTimer timer;
     timer.start();
     const QString answer = LocalSummary::withTimeLimit(
-        std::chrono::milliseconds(300), QStringLiteral("Stopped at the limit."), job,
-        [&](const CancellationToken &limited) {
-            return model.respond(QStringLiteral("Title."), QStringLiteral("x"), options(0, 3), limited);
+        std::chrono::milliseconds(300), "Stopped at the limit.", job, [&](const CancellationToken &limited) {
+            return model.respond("Title.", "x", options(0, 3), limited);
         });
     const qint64 waited = timer.elapsed();
     other.join();
     EXPECT_GT(waited, 300) << "the request waited longer than its limit, and still had its time";
     EXPECT_FALSE(answer.isNull());
     EXPECT_EQ(waits, (QList<bool>{true, false}));
-}
 
-TEST_F(TinyLlama, CancellationOrTheTimeLimitStopsARequestWithinATokenOrTwo)
-{
-    model.respond(QStringLiteral("Warm up."), QStringLiteral("x"), options(0, 2), {});
-
+    // Cancellation or the time limit stops a request within a token or two.
     CancellationToken cancel;
     std::thread canceller([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(150));
         cancel.cancel();
     });
-    QElapsedTimer timer;
-    timer.start();
-    EXPECT_THROW(
-        model.respond(QStringLiteral("Write."), QStringLiteral("Go on."), options(0.5, 1900), cancel),
-        CancellationError);
+    timer.restart();
+    EXPECT_THROW(model.respond("Write.", "Go on.", options(0.5, 1900), cancel), CancellationError);
     canceller.join();
     EXPECT_LT(timer.elapsed(), 1500);
 
     // A request's time limit stops it the same way, in the limit's own words.
     timer.restart();
     try {
-        LocalSummary::withTimeLimit(std::chrono::milliseconds(300), QStringLiteral("Stopped at the limit."),
+        LocalSummary::withTimeLimit(std::chrono::milliseconds(300), "Stopped at the limit.",
                                     CancellationToken(), [&](const CancellationToken &limited) {
-                                        return model.respond(QStringLiteral("Write."),
-                                                             QStringLiteral("Go on."), options(0.5, 1900),
-                                                             limited);
+                                        return model.respond("Write.", "Go on.", options(0.5, 1900), limited);
                                     });
         FAIL() << "a generation of 1900 tokens finished within 300 ms";
     } catch (const LocalError &error) {
@@ -273,7 +263,7 @@ TEST_F(TinyLlama, CancellationOrTheTimeLimitStopsARequestWithinATokenOrTwo)
     EXPECT_LT(timer.elapsed(), 1500);
 
     // The model is still usable afterwards.
-    EXPECT_NO_THROW(model.respond(QStringLiteral("Write."), QStringLiteral("Again."), options(0, 4), {}));
+    EXPECT_NO_THROW(model.respond("Write.", "Again.", options(0, 4), {}));
 }
 
 TEST(LlamaLanguageModel, RefusesDamagedAndUnsuitableFiles)
@@ -281,21 +271,18 @@ TEST(LlamaLanguageModel, RefusesDamagedAndUnsuitableFiles)
     KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
     KESTIL_REQUIRE_MODEL("tiny-llama-no-template.gguf");
     ModelFolder folder;
-    const QString scratch = folder.directory() + QStringLiteral("/../scratch");
+    const QString scratch = folder.directory() + "/../scratch";
     QDir().mkpath(scratch);
 
-    // Cut off in the middle of its weights.
+    const auto write = [&](const QString &name, const QByteArray &bytes) {
+        QFile file(scratch + "/" + name);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
+        return file.fileName();
+    };
     QFile whole(ModelFolder::cached(tiny));
     ASSERT_TRUE(whole.open(QIODevice::ReadOnly));
-    QFile truncated(scratch + QStringLiteral("/truncated.gguf"));
-    ASSERT_TRUE(truncated.open(QIODevice::WriteOnly));
-    truncated.write(whole.read(whole.size() / 2));
-    truncated.close();
-    // Not a GGUF file at all.
-    QFile text(scratch + QStringLiteral("/notes.gguf"));
-    ASSERT_TRUE(text.open(QIODevice::WriteOnly));
-    text.write("These are my notes, not a model.\n");
-    text.close();
+    const QString truncated = write("truncated.gguf", whole.read(whole.size() / 2));
+    const QString notes = write("notes.gguf", "These are my notes, not a model.\n");
 
     auto importMessage = [&](const QString &path) {
         try {
@@ -306,34 +293,32 @@ TEST(LlamaLanguageModel, RefusesDamagedAndUnsuitableFiles)
         return QString();
     };
     EXPECT_EQ(
-        importMessage(truncated.fileName()),
+        importMessage(truncated),
         "“truncated.gguf” is incomplete: the file ends before its model data does. Nothing was installed.");
-    EXPECT_EQ(importMessage(text.fileName()),
-              "“notes.gguf” is not a GGUF language model file. Nothing was installed.");
+    EXPECT_EQ(importMessage(notes), "“notes.gguf” is not a GGUF language model file. Nothing was installed.");
     EXPECT_EQ(
-        importMessage(ModelFolder::cached(QStringLiteral("tiny-llama-no-template.gguf"))),
+        importMessage(ModelFolder::cached("tiny-llama-no-template.gguf")),
         "“tiny-llama-no-template.gguf” has no chat template, so it cannot be used for summaries and Ask AI. "
         "Choose an instruct model in GGUF format. Nothing was installed.");
     EXPECT_TRUE(QDir(folder.directory()).isEmpty());
 
     // Files put in the folder by hand are passed over, never loaded.
-    QFile::copy(truncated.fileName(), folder.directory() + QStringLiteral("/truncated.gguf"));
-    folder.install(QStringLiteral("tiny-llama-no-template.gguf"));
+    QFile::copy(truncated, folder.directory() + "/truncated.gguf");
+    folder.install("tiny-llama-no-template.gguf");
     LlamaLanguageModel model(folder.directory());
     EXPECT_EQ(model.availability(),
               LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady));
 
     // A good import is used at once.
     const QString installed = LanguageModelFiles::importModel(ModelFolder::cached(tiny), folder.directory());
-    EXPECT_TRUE(installed.endsWith(QStringLiteral("/tiny-llama-chat.gguf")));
+    EXPECT_TRUE(installed.endsWith("/tiny-llama-chat.gguf"));
     EXPECT_EQ(model.availability(), LanguageModel::Availability::available());
-    EXPECT_FALSE(model.respond(QStringLiteral("Write."), QStringLiteral("Go."), options(0, 3), {}).isNull());
+    EXPECT_FALSE(model.respond("Write.", "Go.", options(0, 3), {}).isNull());
 }
 
 TEST_F(TinyLlama, ALongTranscriptIsReadInSectionsSizedByTheRealTokenizer)
 {
-    const QString sentence =
-        QStringLiteral("Priya said the release candidate ships on Friday after two fixes. ");
+    const QString sentence = "Priya said the release candidate ships on Friday after two fixes. ";
     const QString transcript = sentence.repeated(12000 / sentence.size());
 
     PipelineRun run;
@@ -364,17 +349,4 @@ TEST_F(TinyLlama, ALongTranscriptIsReadInSectionsSizedByTheRealTokenizer)
     EXPECT_EQ(run.progress.at(int(sections.size()) + 1),
               LocalSummaryProgress::reading(int(sections.size()), int(sections.size()), 0));
     EXPECT_FALSE(outcome.trimmed().isEmpty());
-}
-
-TEST_F(TinyLlama, BrokenTextIsReadAsText)
-{
-    // Invalid UTF-8 decoded the way notes are read, a lone surrogate, a NUL and control characters.
-    const QString broken = QString::fromUtf8("Budget \xff\xfe review \xc3 ok") + QChar(0xD800) +
-                           QStringLiteral(" end") + QChar(0) + QStringLiteral("\x01\x1b[31m red");
-    EXPECT_GT(model.tokenCount(LanguageModel::Prompt{broken}),
-              model.tokenCount(LanguageModel::Prompt{QString()}));
-    PipelineRun run;
-    const QString summary = run.generate(model, broken);
-    EXPECT_FALSE(summary.trimmed().isEmpty());
-    EXPECT_EQ(run.checkpoints.first().sections, QStringList{broken});
 }

@@ -28,14 +28,14 @@ QString failure(const std::function<void()> &run)
     } catch (const LocalError &error) {
         return error.message();
     }
-    return QStringLiteral("(no error)");
+    return "(no error)";
 }
 
 } // namespace
 
 TEST(LocalNoteChatPrompt, ASmallNoteIsSentWhole)
 {
-    const QString source = passage("budget") + QStringLiteral("Short tail.");
+    const QString source = passage("budget") + "Short tail.";
     const QString prompt = LocalNoteChat::prompt(source, "  What was decided?  ", {});
     EXPECT_EQ(prompt,
               "NOTE EVIDENCE (complete source):\nPassage 1:\n" + passage("budget") +
@@ -54,7 +54,7 @@ TEST(LocalNoteChatPrompt, ALongNoteSendsTheTwoBestPassagesInNoteOrder)
         source += passage(topic);
     const QString prompt = LocalNoteChat::prompt(source, "What about the roadmap and hiring?", {});
     EXPECT_TRUE(prompt.startsWith("NOTE EVIDENCE (selected excerpts):\nPassage 7:\n"));
-    EXPECT_TRUE(prompt.contains(QStringLiteral("\n\nPassage 12:\n") + passage("roadmap")));
+    EXPECT_TRUE(prompt.contains("\n\nPassage 12:\n" + passage("roadmap")));
     EXPECT_EQ(prompt.count("Passage "), 2);
 
     // No matching term: the first two passages, still in order.
@@ -82,7 +82,7 @@ TEST(LocalNoteChatPrompt, FollowUpsKeepTheTopicAndHistoryIsShort)
     };
     const QString prompt = LocalNoteChat::prompt(source, "Why?", history);
     // "Why?" has no term of its own: the last user question, "And the budget?", leads.
-    EXPECT_TRUE(prompt.contains(QStringLiteral("Passage 2:\n") + passage("budget")));
+    EXPECT_TRUE(prompt.contains("Passage 2:\n" + passage("budget")));
     const QString recent = prompt.section("RECENT CONVERSATION:\n", 1).section("\n\nQUESTION:", 0, 0);
     const QStringList lines = recent.split(QLatin1Char('\n'));
     ASSERT_EQ(lines.size(), 4);
@@ -95,7 +95,7 @@ TEST(LocalNoteChatPrompt, RefusesBadQuestionsAndEmptyNotes)
 {
     EXPECT_EQ(failure([] { LocalNoteChat::prompt("Text.", " \n ", {}); }),
               "Enter a question about this note.");
-    const QString exact = QString(798, QLatin1Char('q')) + QStringLiteral("é");
+    const QString exact = QString(798, QLatin1Char('q')) + "é";
     EXPECT_EQ(failure([&] { LocalNoteChat::prompt("Text.", "  " + exact + "  ", {}); }), "(no error)");
     EXPECT_EQ(failure([&] { LocalNoteChat::prompt("Text.", exact + "q", {}); }),
               "Please shorten your question to 800 bytes or fewer.");

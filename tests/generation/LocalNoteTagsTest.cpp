@@ -22,7 +22,7 @@ QString words(int count)
 
 } // namespace
 
-TEST(LocalNoteTagsKey, FoldsCaseDiacriticsAndPunctuation)
+TEST(LocalNoteTags, KeysFoldCaseDiacriticsPunctuationAndSpellingsOfAI)
 {
     EXPECT_EQ(LocalNoteTags::key("Machine-Learning"), "machinelearning");
     EXPECT_EQ(LocalNoteTags::key("machine learning"), "machinelearning");
@@ -35,81 +35,57 @@ TEST(LocalNoteTagsKey, FoldsCaseDiacriticsAndPunctuation)
     // Non-Latin words keep their letters and vowel signs.
     EXPECT_EQ(LocalNoteTags::key("Москва"), "москва");
     EXPECT_EQ(LocalNoteTags::key("हिन्दी"), "हिन्दी");
-}
-
-TEST(LocalNoteTagsKey, SpellingsOfAIShareOneBucket)
-{
     for (const char *name :
          {"AI", "Artificial Intelligence", "Generative AI", "GenAI", "gen-ai", "generative-AI"})
         EXPECT_EQ(LocalNoteTags::key(QString::fromUtf8(name)), "ai") << name;
     EXPECT_EQ(LocalNoteTags::key("AI Safety"), "aisafety");
 }
 
-TEST(LocalNoteTagsLimit, FollowsWordCountBands)
+TEST(LocalNoteTags, TheLimitFollowsWordCountBands)
 {
-    EXPECT_EQ(LocalNoteTags::tagLimit(words(0)), 0);
-    EXPECT_EQ(LocalNoteTags::tagLimit(words(9)), 0);
-    EXPECT_EQ(LocalNoteTags::tagLimit(words(10)), 1);
-    EXPECT_EQ(LocalNoteTags::tagLimit(words(39)), 1);
-    EXPECT_EQ(LocalNoteTags::tagLimit(words(40)), 2);
-    EXPECT_EQ(LocalNoteTags::tagLimit(words(149)), 2);
-    EXPECT_EQ(LocalNoteTags::tagLimit(words(150)), 3);
-    EXPECT_EQ(LocalNoteTags::tagLimit(words(399)), 3);
-    EXPECT_EQ(LocalNoteTags::tagLimit(words(400)), 5);
+    for (const auto &[count, limit] :
+         {std::pair{0, 0}, {9, 0}, {10, 1}, {39, 1}, {40, 2}, {149, 2}, {150, 3}, {399, 3}, {400, 5}})
+        EXPECT_EQ(LocalNoteTags::tagLimit(words(count)), limit) << count;
     // Punctuation is not a word.
     EXPECT_EQ(LocalNoteTags::tagLimit(words(9) + QStringLiteral(" , . ! ? ; : - -- ...")), 0);
 }
 
-TEST(LocalNoteTagsCandidates, OrdersByOverlapThenUsageThenName)
+TEST(LocalNoteTags, CandidatesAreOrderedOnePerKeyWithinTheBudgetAndCount)
 {
-    const QList<LocalTagCandidate> library{
+    // By overlap with the text, then usage, then name.
+    const QList<LocalTagCandidate> ranked{
         {"Cooking", 50}, {"Budget", 3}, {"Planning", 3}, {"Machine Learning", 1}, {"Alpha", 3}};
-    const QStringList names =
-        LocalNoteTags::candidates("We discussed machine learning and the budget.", library);
-    EXPECT_EQ(names, (QStringList{"Machine Learning", "Budget", "Cooking", "Alpha", "Planning"}));
-}
-
-TEST(LocalNoteTagsCandidates, OneNamePerKeyWithinLimits)
-{
-    const QString longName(121, QLatin1Char('x'));
+    EXPECT_EQ(LocalNoteTags::candidates("We discussed machine learning and the budget.", ranked),
+              (QStringList{"Machine Learning", "Budget", "Cooking", "Alpha", "Planning"}));
     const QString maxName(120, QLatin1Char('y'));
-    const QList<LocalTagCandidate> library{{"AI", 9},       {"GenAI", 8}, {"Artificial Intelligence", 7},
-                                           {longName, 100}, {maxName, 0}, {"--", 50}};
-    const QStringList names = LocalNoteTags::candidates(QString(), library);
-    EXPECT_EQ(names, (QStringList{"AI", maxName}));
+    const QList<LocalTagCandidate> oneEach{
+        {"AI", 9},    {"GenAI", 8}, {"Artificial Intelligence", 7}, {QString(121, QLatin1Char('x')), 100},
+        {maxName, 0}, {"--", 50}};
+    EXPECT_EQ(LocalNoteTags::candidates(QString(), oneEach), (QStringList{"AI", maxName}));
     EXPECT_TRUE(LocalNoteTags::candidates("anything", {}).isEmpty());
-}
 
-TEST(LocalNoteTagsCandidates, SkipsNamesThatOverrunTheBudgetButKeepsWalking)
-{
-    // "Long name here" costs 14 + 4 = 18 bytes, "Short" 5 + 4 = 9.
+    // "Long name here" costs 14 + 4 = 18 bytes, "Short" 5 + 4 = 9: skipped, and the walk goes on.
     const QList<LocalTagCandidate> library{{"First", 10}, {"Long name here", 5}, {"Short", 1}};
     EXPECT_EQ(LocalNoteTags::candidates(QString(), library, 20), (QStringList{"First", "Short"}));
     EXPECT_EQ(LocalNoteTags::candidates(QString(), library, 8), QStringList{});
     EXPECT_EQ(LocalNoteTags::candidates(QString(), library, 9), QStringList{"First"});
-}
 
-TEST(LocalNoteTagsCandidates, StopsAtSixtyNames)
-{
-    QList<LocalTagCandidate> library;
+    QList<LocalTagCandidate> many;
     for (int i = 0; i < 80; ++i)
-        library.append({QStringLiteral("t%1").arg(i, 2, 10, QLatin1Char('0')), 0});
-    const QStringList names = LocalNoteTags::candidates(QString(), library, 100000);
+        many.append({QStringLiteral("t%1").arg(i, 2, 10, QLatin1Char('0')), 0});
+    const QStringList names = LocalNoteTags::candidates(QString(), many, 100000);
     ASSERT_EQ(names.size(), 60);
     EXPECT_EQ(names.first(), "t00");
     EXPECT_EQ(names.last(), "t59");
 }
 
-TEST(LocalNoteTagsResolve, AISpellingsMapToTheLibraryBucket)
+TEST(LocalNoteTags, ProposalsResolveToTheLibrarySpellingOrAreDropped)
 {
     const QStringList proposals{"Gen AI", "GenAI", "generative-AI"};
     EXPECT_EQ(LocalNoteTags::resolvedNames(proposals, {{"AI", 4}}), QStringList{"AI"});
-    // Without a library tag each makes its own name, and the later ones share the first's key.
+    // Without a library tag the later ones share the first's key.
     EXPECT_EQ(LocalNoteTags::resolvedNames(proposals, {}), QStringList{"Gen-AI"});
-}
 
-TEST(LocalNoteTagsResolve, TakesTheLibrarySpelling)
-{
     const QList<LocalTagCandidate> library{{"résumé", 1}, {"Resume", 7}, {"Machine Learning", 2}};
     // The commonest spelling wins when two library names share a key.
     EXPECT_EQ(LocalNoteTags::resolvedNames({"RESUME"}, library), QStringList{"Resume"});
@@ -117,10 +93,7 @@ TEST(LocalNoteTagsResolve, TakesTheLibrarySpelling)
               QStringList{"Machine Learning"});
     EXPECT_EQ(LocalNoteTags::resolvedNames({"  Product   launch plan \n"}, library),
               QStringList{"Product-launch-plan"});
-}
 
-TEST(LocalNoteTagsResolve, DropsUnusableProposals)
-{
     EXPECT_TRUE(LocalNoteTags::resolvedNames({"one two three four five"}, {}).isEmpty());
     EXPECT_EQ(LocalNoteTags::resolvedNames({"plan the plan for Q3"}, {}),
               QStringList{"plan-the-plan-for-Q3"});
@@ -133,68 +106,51 @@ TEST(LocalNoteTagsResolve, DropsUnusableProposals)
                   {"LIBRARY-TAGS", "LIBRARY-TAGSJSON", "Note summary", "tags", "budget"}, {}),
               QStringList{"budget"})
         << "the request's own headings are no topics";
-}
-
-TEST(LocalNoteTagsResolve, StopsAtFiveAndResolvesLongLibraryNamesByKey)
-{
     EXPECT_EQ(LocalNoteTags::resolvedNames({"a", "b", "c", "d", "e", "f"}, {}),
               (QStringList{"a", "b", "c", "d", "e"}));
     // 121 bytes whose key is short: never offered, still matched by key.
-    const QString longName = QStringLiteral("Team ") + QString(116, QLatin1Char('!'));
+    const QString longName = "Team " + QString(116, QLatin1Char('!'));
     EXPECT_TRUE(LocalNoteTags::candidates(QString(), {{longName, 3}}).isEmpty());
     EXPECT_EQ(LocalNoteTags::resolvedNames({"team"}, {{longName, 3}}), QStringList{longName});
 }
 
-TEST(LocalNoteTagsCompleted, ShortTranscriptsGetNoTags)
+TEST(LocalNoteTags, CompletedNamesTakeUsableProposalsUpToTheLimit)
 {
     EXPECT_TRUE(
         LocalNoteTags::completedNames(QStringList{"Budget"}, words(9), "## Summary\nBudget.", {}).isEmpty());
-}
-
-TEST(LocalNoteTagsCompleted, UsableProposalsComeFirstUpToTheLimit)
-{
     const QStringList proposals{"Budget", "Hiring", "Travel", "Offices"};
     EXPECT_EQ(LocalNoteTags::completedNames(proposals, words(399), QString(), {}),
               (QStringList{"Budget", "Hiring", "Travel"}));
     EXPECT_EQ(LocalNoteTags::completedNames(proposals, words(400), QString(), {}).size(), 4);
     EXPECT_EQ(LocalNoteTags::completedNames(proposals, words(20), QString(), {{"budget", 3}}),
               QStringList{"budget"});
-}
 
-TEST(LocalNoteTagsCompleted, FallsBackToLibraryTagsTheTextNames)
-{
+    // Then library tags the text names; unusable proposals count as none.
     const QList<LocalTagCandidate> library{
         {"Machine Learning", 4}, {"AI", 9}, {"Cooking", 20}, {"Travel", 1}};
     const QString summary = QStringLiteral(
         "## Summary\nThe group compared machine learning tools and artificial intelligence policy.");
-    EXPECT_EQ(LocalNoteTags::completedNames(std::nullopt, words(100), summary, library),
-              (QStringList{"Machine Learning", "AI"}));
-    // Unusable proposals count as none.
-    EXPECT_EQ(LocalNoteTags::completedNames(QStringList{"!!!"}, words(100), summary, library),
-              (QStringList{"Machine Learning", "AI"}));
+    for (const auto &offered : {std::optional<QStringList>(), std::optional(QStringList{"!!!"})})
+        EXPECT_EQ(LocalNoteTags::completedNames(offered, words(100), summary, library),
+                  (QStringList{"Machine Learning", "AI"}));
 }
 
-TEST(LocalNoteTagsCompleted, FallsBackToTheMostFrequentNounsAndNames)
+TEST(LocalNoteTags, CompletedNamesFallBackToFrequentNounsAndNamesThenNotes)
 {
     const QString transcript = QStringLiteral(
         "Marcus opened the meeting. The budget is tight, so the budget review moves to Friday. Marcus will "
         "draft the budget and the hiring plan. The office move waits.");
-    const QStringList names = LocalNoteTags::completedNames(std::nullopt, transcript, QString(), {});
-    ASSERT_EQ(names.size(), 1);
-    EXPECT_EQ(names.first(), "budget");
+    EXPECT_EQ(LocalNoteTags::completedNames(std::nullopt, transcript, QString(), {}), QStringList{"budget"});
     const QString longer = transcript + " " + transcript + " " + transcript;
     EXPECT_EQ(LocalNoteTags::completedNames(std::nullopt, longer, QString(), {}),
               (QStringList{"budget", "Marcus"}));
     // A library tag that the text names wins over the text's own nouns.
     EXPECT_EQ(LocalNoteTags::completedNames(std::nullopt, longer, QString(), {{"Budget", 2}, {"Travel", 5}}),
               QStringList{"Budget"});
-}
 
-TEST(LocalNoteTagsCompleted, NotesIsTheLastResort)
-{
-    const QString transcript = "it is what it is and we will see how it goes for them then ok";
-    EXPECT_EQ(LocalNoteTags::completedNames(std::nullopt, transcript, QString(), {}), QStringList{"Notes"});
-    EXPECT_EQ(LocalNoteTags::completedNames(std::nullopt, transcript, QString(), {{"notes", 1}}),
+    const QString empty = "it is what it is and we will see how it goes for them then ok";
+    EXPECT_EQ(LocalNoteTags::completedNames(std::nullopt, empty, QString(), {}), QStringList{"Notes"});
+    EXPECT_EQ(LocalNoteTags::completedNames(std::nullopt, empty, QString(), {{"notes", 1}}),
               QStringList{"notes"});
 }
 
@@ -253,21 +209,18 @@ TEST(LocalNoteTagsGenerate, RefusesWithoutModelOrSummary)
     model.availabilityValue =
         LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
     EXPECT_TRUE(LocalNoteTags::generate(model, "x", words(9), {}, english, {}).isEmpty());
-    try {
-        LocalNoteTags::generate(model, "## Summary\nx", words(50), {}, english, {});
-        FAIL();
-    } catch (const LocalError &error) {
-        EXPECT_EQ(
-            error.message(),
-            "On-device summaries unavailable: modelNotReady. Your notes and transcripts remain available.");
-    }
+    const auto failure = [&](const QString &summary) {
+        try {
+            LocalNoteTags::generate(model, summary, words(50), {}, english, {});
+        } catch (const LocalError &error) {
+            return error.message();
+        }
+        return QStringLiteral("(no error)");
+    };
+    EXPECT_EQ(failure("## Summary\nx"),
+              "On-device summaries unavailable: modelNotReady. Your notes and transcripts remain available.");
     model.availabilityValue = LanguageModel::Availability::available();
-    try {
-        LocalNoteTags::generate(model, "```markdown\n", words(50), {}, english, {});
-        FAIL();
-    } catch (const LocalError &error) {
-        EXPECT_EQ(error.message(), "A summary is required to organize tags.");
-    }
+    EXPECT_EQ(failure("```markdown\n"), "A summary is required to organize tags.");
     EXPECT_TRUE(model.requests.isEmpty());
     // The model's own failure passes through; the job then falls back on completedNames.
     model.replies = {LocalError("The model broke.")};

@@ -64,7 +64,7 @@ TEST(LocalSummaryReadiness, LaunchStatusSortsReasonsIntoCurableAndNot)
 TEST(LocalSummaryTimeLimit, AValueBeforeTheLimitWins)
 {
     EXPECT_EQ(LocalSummary::withTimeLimit(std::chrono::milliseconds(500), "late", CancellationToken(),
-                                          [](const CancellationToken &) { return QStringLiteral("done"); }),
+                                          [](const CancellationToken &) { return "done"; }),
               "done");
 }
 
@@ -106,7 +106,7 @@ TEST(LocalSummaryTimeLimit, CountsFromWhenTheModelTakesTheRequestUp)
             limited.beginWork();
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
             limited.checkCancellation();
-            return QStringLiteral("done");
+            return "done";
         });
     EXPECT_EQ(answer, "done");
     EXPECT_GE(timer.elapsed(), 200);

@@ -56,9 +56,8 @@ TEST(LocalSummaryChunks, CutsAtScalarsWithinTheByteLimit)
     EXPECT_EQ(pieces, (QStringList{"abce", "\u0301"}));
     EXPECT_EQ(pieces.join(QString()), combining);
     // A lone surrogate counts as the three bytes of its replacement character.
-    const QString lone = QString(QChar(0xD800)) + QStringLiteral("ab");
-    EXPECT_EQ(LocalSummary::chunks(lone, 4),
-              (QStringList{QString(QChar(0xD800)) + QStringLiteral("a"), "b"}));
+    const QString lone = QString(QChar(0xD800)) + "ab";
+    EXPECT_EQ(LocalSummary::chunks(lone, 4), (QStringList{QString(QChar(0xD800)) + "a", "b"}));
 }
 
 TEST(LocalSummaryChunks, ByteLimitBelowFourStopsTheProgram)

@@ -21,7 +21,7 @@ QString failure(ScriptedLanguageModel &model, const QString &summary = "## Summa
     } catch (const LocalError &error) {
         return error.message();
     }
-    return QStringLiteral("(no error)");
+    return "(no error)";
 }
 
 ScriptedLanguageModel::Reply record(const QString &text)
@@ -35,8 +35,7 @@ TEST(LocalSummaryTitle, AsksWithTheStartOfTheSummary)
 {
     ScriptedLanguageModel model;
     model.replies = {record("  Budget\nreview   for Q3 ")};
-    const QString summary =
-        QStringLiteral("```md\n") + QString(3000, QLatin1Char('b')) + QStringLiteral("\n```");
+    const QString summary = "```md\n" + QString(3000, QLatin1Char('b')) + "\n```";
     EXPECT_EQ(title(model, summary), "Budget review for Q3");
     ASSERT_EQ(model.requests.size(), 1);
     const auto &request = model.requests.first();
@@ -53,8 +52,8 @@ TEST(LocalSummaryTitle, AsksWithTheStartOfTheSummary)
 TEST(LocalSummaryTitle, CutsAtOneHundredCharactersAndKeepsWhatTheModelWrote)
 {
     ScriptedLanguageModel model;
-    const QString hundred = QString(99, QLatin1Char('t')) + QStringLiteral("e\u0301");
-    model.replies = {record(hundred), record(hundred + QStringLiteral("xyz")), record("untitled"),
+    const QString hundred = QString(99, QLatin1Char('t')) + "e\u0301";
+    model.replies = {record(hundred), record(hundred + "xyz"), record("untitled"),
                      record("\"**Launch** plan\"")};
     EXPECT_EQ(title(model), hundred);
     EXPECT_EQ(title(model), hundred);

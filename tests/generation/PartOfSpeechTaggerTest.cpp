@@ -32,10 +32,9 @@ const PartOfSpeechTagger &tagger()
 
 TEST(PartOfSpeechTagger, ReadsNounsFromTheLexiconAndItsContext)
 {
-    const auto tokens =
-        tagger().nounsAndNames(QStringLiteral("We need to cut travel costs and review the hiring plan. The "
-                                              "meeting runs long, and the runs were fun. "
-                                              "The office move waits."));
+    const auto tokens = tagger().nounsAndNames("We need to cut travel costs and review the hiring plan. The "
+                                               "meeting runs long, and the runs were fun. "
+                                               "The office move waits.");
     EXPECT_EQ(texts(tokens, Kind::noun),
               (QStringList{"travel", "costs", "plan", "meeting", "runs", "fun", "office", "move"}));
     EXPECT_TRUE(texts(tokens, Kind::name).isEmpty());
@@ -43,9 +42,8 @@ TEST(PartOfSpeechTagger, ReadsNounsFromTheLexiconAndItsContext)
 
 TEST(PartOfSpeechTagger, FindsAndJoinsProperNames)
 {
-    const auto tokens =
-        tagger().nounsAndNames(QStringLiteral("Yesterday Ada Lovelace met the NASA team. Marcus sends the "
-                                              "budget to Priyanka on Friday in New York."));
+    const auto tokens = tagger().nounsAndNames("Yesterday Ada Lovelace met the NASA team. Marcus sends the "
+                                               "budget to Priyanka on Friday in New York.");
     EXPECT_EQ(texts(tokens, Kind::name),
               (QStringList{"Ada Lovelace", "NASA", "Marcus", "Priyanka", "New York"}));
     EXPECT_TRUE(texts(tokens, Kind::noun).contains("budget"));

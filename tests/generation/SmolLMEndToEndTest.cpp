@@ -20,7 +20,7 @@ using namespace kestil;
 
 namespace {
 
-const QLocale english(QStringLiteral("en_US"));
+const QLocale english("en_US");
 
 QString transcript()
 {
@@ -36,10 +36,10 @@ class SmolLM : public ::testing::Test {
 protected:
     static void SetUpTestSuite()
     {
-        if (!ModelFolder::available(QStringLiteral("smollm2-135m-instruct-q4_1.gguf")))
+        if (!ModelFolder::available("smollm2-135m-instruct-q4_1.gguf"))
             return;
         folder = new ModelFolder;
-        folder->install(QStringLiteral("smollm2-135m-instruct-q4_1.gguf"));
+        folder->install("smollm2-135m-instruct-q4_1.gguf");
         // A model this small follows the Markdown format only some of the
         // time; a fixed seed makes every run read the same answers, so that a
         // failure here is the program's and not the dice's.
@@ -67,7 +67,7 @@ namespace {
 
 QSet<QString> wordSet(const QString &text)
 {
-    static const QRegularExpression nonWord(QStringLiteral("[^\\p{L}\\p{N}]+"),
+    static const QRegularExpression nonWord("[^\\p{L}\\p{N}]+",
                                             QRegularExpression::UseUnicodePropertiesOption);
     const QStringList words = text.toLower().split(nonWord, Qt::SkipEmptyParts);
     return QSet<QString>(words.begin(), words.end());

@@ -22,7 +22,7 @@ TEST(ApplicationInfo, OnlyABooleanTrueEnablesTheUpdateService)
     EXPECT_TRUE(ApplicationInfo::enableSparkle({{"KestilEnableSparkle", true}}));
     EXPECT_FALSE(ApplicationInfo::enableSparkle({{"KestilEnableSparkle", false}}));
     EXPECT_FALSE(ApplicationInfo::enableSparkle({}));
-    EXPECT_FALSE(ApplicationInfo::enableSparkle({{"KestilEnableSparkle", QStringLiteral("YES")}}));
+    EXPECT_FALSE(ApplicationInfo::enableSparkle({{"KestilEnableSparkle", "YES"}}));
     EXPECT_FALSE(ApplicationInfo::enableSparkle({{"KestilEnableSparkle", 1}}));
 }
 

@@ -24,7 +24,7 @@ protected:
     {
         QList<Prompt> prompts;
         for (int i = 0; i < count; ++i) {
-            engagement.recordCompletedSummary(QStringLiteral("A summary."));
+            engagement.recordCompletedSummary("A summary.");
             prompts.append(engagement.nextPrompt(true));
         }
         return prompts;
@@ -82,7 +82,7 @@ TEST_F(KestilEngagementTest, NoPromptWhileBusyOrNotIdleAndAtMostOnePerCount)
 {
     KestilEngagement engagement(store);
     summarize(engagement, 4);
-    engagement.recordCompletedSummary(QStringLiteral("The fifth."));
+    engagement.recordCompletedSummary("The fifth.");
     const QStringList keysBefore = store.keys();
 
     EXPECT_EQ(engagement.nextPrompt(false), Prompt::none);
@@ -101,8 +101,7 @@ TEST_F(KestilEngagementTest, NoPromptWhileBusyOrNotIdleAndAtMostOnePerCount)
 TEST_F(KestilEngagementTest, StartUpReadsTheStoredCountersAsTheyMayHaveBeenLeft)
 {
     store.set(settings::keys::kestilCompletedLocalSummaries, qint64(-3));
-    store.set(settings::keys::kestilSupportClickedActions,
-              QStringList{QStringLiteral("rate"), QStringLiteral("share"), QStringLiteral("")});
+    store.set(settings::keys::kestilSupportClickedActions, QStringList{"rate", "share", ""});
     KestilEngagement engagement(store);
     EXPECT_EQ(engagement.completedActions(), 0);
     EXPECT_EQ(engagement.clickedActions(), QList<Action>{Action::share});
@@ -114,18 +113,18 @@ TEST_F(KestilEngagementTest, StartUpReadsTheStoredCountersAsTheyMayHaveBeenLeft)
 TEST_F(KestilEngagementTest, OnlyNonEmptySummariesCountAndAnotherProcessLosesNothing)
 {
     KestilEngagement engagement(store);
-    engagement.recordCompletedSummary(QStringLiteral(" \n\t "));
+    engagement.recordCompletedSummary(" \n\t ");
     EXPECT_EQ(engagement.completedActions(), 0);
     EXPECT_FALSE(store.contains(settings::keys::kestilCompletedLocalSummaries));
 
     // Another process counted to 7 meanwhile.
     settings::setCompletedLocalSummaries(store, 7);
-    engagement.recordCompletedSummary(QStringLiteral("Saved."));
+    engagement.recordCompletedSummary("Saved.");
     EXPECT_EQ(engagement.completedActions(), 8);
     EXPECT_EQ(settings::completedLocalSummaries(store), 8);
 
     settings::setCompletedLocalSummaries(store, KestilEngagement::completedCap + 50);
-    engagement.recordCompletedSummary(QStringLiteral("Saved."));
+    engagement.recordCompletedSummary("Saved.");
     EXPECT_EQ(engagement.completedActions(), KestilEngagement::completedCap + 1);
 }
 
@@ -133,16 +132,15 @@ TEST_F(KestilEngagementTest, ClicksAreStoredSortedAndResetKeepsRemindersOff)
 {
     KestilEngagement engagement(store);
     summarize(engagement, 3);
-    EXPECT_EQ(engagement.resetClicks(), QStringLiteral("Saved clicks reset."));
+    EXPECT_EQ(engagement.resetClicks(), "Saved clicks reset.");
     engagement.recordClick(Action::tip);
     engagement.recordClick(Action::feedback);
     engagement.recordClick(Action::tip);
-    EXPECT_EQ(settings::supportClickedActions(store),
-              (QStringList{QStringLiteral("feedback"), QStringLiteral("tip")}));
+    EXPECT_EQ(settings::supportClickedActions(store), (QStringList{"feedback", "tip"}));
     EXPECT_TRUE(engagement.hasClicked(Action::tip));
     EXPECT_FALSE(engagement.hasClicked(Action::review));
 
-    EXPECT_EQ(engagement.resetClicks(), QStringLiteral("Saved clicks reset. Automatic reminders stay off."));
+    EXPECT_EQ(engagement.resetClicks(), "Saved clicks reset. Automatic reminders stay off.");
     EXPECT_FALSE(store.contains(settings::keys::kestilSupportClickedActions));
     EXPECT_TRUE(engagement.clickedActions().isEmpty());
     EXPECT_TRUE(engagement.automaticRemindersStopped());
@@ -162,7 +160,7 @@ TEST_F(KestilEngagementTest, WithoutAStoreItCountsWorkAndNothingElse)
 {
     KestilEngagement engagement;
     engagement.beginProcessing();
-    engagement.recordCompletedSummary(QStringLiteral("Saved."));
+    engagement.recordCompletedSummary("Saved.");
     engagement.recordClick(Action::review);
     EXPECT_EQ(engagement.processingCount(), 1);
     EXPECT_EQ(engagement.completedActions(), 0);

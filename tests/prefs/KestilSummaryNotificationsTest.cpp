@@ -27,13 +27,10 @@ template <typename T> bool settled(const QFuture<T> &future)
     return future.isFinished();
 }
 
-template <typename T> QFuture<T> ready(T value)
+template <typename T> QFuture<T> failed(const char *message)
 {
-    QPromise<T> promise;
-    promise.start();
-    promise.addResult(value);
-    promise.finish();
-    return promise.future();
+    return QtFuture::makeExceptionalFuture<T>(
+        std::make_exception_ptr(SystemError(QString::fromUtf8(message))));
 }
 
 // The desktop as the tests describe it: what the service answers, whether
@@ -53,30 +50,19 @@ struct FakeCenter {
     KestilSummaryNotifications::Center center()
     {
         KestilSummaryNotifications::Center c;
-        c.authorization = [this] { return ready(status); };
+        c.authorization = [this] { return QtFuture::makeReadyFuture(status); };
         c.requestAuthorization = [this] {
             ++requests;
             status = statusAfterRequest;
             if (heldRequest)
                 return heldRequest->future();
-            QPromise<bool> promise;
-            promise.start();
-            if (requestThrows)
-                promise.setException(std::make_exception_ptr(SystemError(QStringLiteral("no prompt"))));
-            else
-                promise.addResult(true);
-            promise.finish();
-            return promise.future();
+            return requestThrows ? failed<bool>("no prompt") : QtFuture::makeReadyFuture(true);
         };
         c.enqueue = [this](const SummaryNotificationRequest &request) {
-            QPromise<void> promise;
-            promise.start();
             if (enqueueFails)
-                promise.setException(std::make_exception_ptr(SystemError(QStringLiteral("no service"))));
-            else
-                posted.append(request);
-            promise.finish();
-            return promise.future();
+                return failed<void>("no service");
+            posted.append(request);
+            return QtFuture::makeReadyFuture();
         };
         c.isActive = [this] { return active; };
         return c;
@@ -93,6 +79,12 @@ protected:
         return *notifications;
     }
 
+    void finishPermissionFlow()
+    {
+        while (notifications->permissionFlowRunning())
+            QCoreApplication::processEvents();
+    }
+
     QTemporaryDir dir;
     PreferenceStore store{dir.path()};
     FakeCenter center;
@@ -100,57 +92,43 @@ protected:
     const QUuid note = QUuid::createUuid();
 };
 
-struct DeliveryCase {
-    const char *name;
-    QVariant preference; // invalid: the key is missing
-    Status status;
-    bool active;
-    bool enqueueFails;
-    bool posted;
-    std::optional<QString> error;
-};
-
-void PrintTo(const DeliveryCase &c, std::ostream *out)
+TEST_F(KestilSummaryNotificationsTest, PostsOnlyWhenAllowedWantedAndNotInFront)
 {
-    *out << c.name;
+    const QString postingFailed = "The summary was saved, but its notification could not be shown.";
+    const struct {
+        const char *name;
+        QVariant preference; // invalid: the key is missing
+        Status status;
+        bool active;
+        bool enqueueFails;
+        bool posted;
+        std::optional<QString> error;
+    } cases[] = {
+        {"wanted by default", QVariant(), Status::authorized, false, false, true, std::nullopt},
+        {"text counts as on", "false", Status::provisional, false, false, true, std::nullopt},
+        {"switched off", false, Status::authorized, false, false, false, std::nullopt},
+        {"no service is no error", QVariant(), Status::denied, false, false, false, std::nullopt},
+        {"never asked in the background", QVariant(), Status::notDetermined, false, false, false,
+         std::nullopt},
+        {"window in front", QVariant(), Status::authorized, true, false, false, std::nullopt},
+        {"posting fails", QVariant(), Status::authorized, false, true, false, postingFailed},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        store.remove(settings::keys::kestilSummaryNotificationsEnabled);
+        if (c.preference.isValid())
+            store.set(settings::keys::kestilSummaryNotificationsEnabled, c.preference);
+        center = FakeCenter{c.status, Status::authorized, false, c.enqueueFails, c.active};
+        const QUuid request = QUuid::createUuid();
+        ASSERT_TRUE(settled(make().deliver(note, request)));
+        EXPECT_EQ(center.posted.size(), c.posted ? 1 : 0);
+        EXPECT_EQ(notifications->deliveryError(), c.error);
+        EXPECT_FALSE(notifications->isPending(request));
+        EXPECT_EQ(notifications->deliveredCount(), c.posted ? 1 : 0);
+        // Delivery asks nobody: a prompt belongs to the start of a summary.
+        EXPECT_EQ(center.requests, 0);
+    }
 }
-
-class Delivery : public KestilSummaryNotificationsTest, public ::testing::WithParamInterface<DeliveryCase> {};
-
-TEST_P(Delivery, PostsOnlyWhenAllowedWantedAndNotInFront)
-{
-    const DeliveryCase &c = GetParam();
-    if (c.preference.isValid())
-        store.set(settings::keys::kestilSummaryNotificationsEnabled, c.preference);
-    center.status = c.status;
-    center.active = c.active;
-    center.enqueueFails = c.enqueueFails;
-    const QUuid request = QUuid::createUuid();
-    ASSERT_TRUE(settled(make().deliver(note, request)));
-    EXPECT_EQ(center.posted.size(), c.posted ? 1 : 0);
-    EXPECT_EQ(notifications->deliveryError(), c.error);
-    EXPECT_FALSE(notifications->isPending(request));
-    EXPECT_EQ(notifications->deliveredCount(), c.posted ? 1 : 0);
-    // Delivery asks nobody: a prompt belongs to the start of a summary.
-    EXPECT_EQ(center.requests, 0);
-}
-
-const QString postingFailed =
-    QStringLiteral("The summary was saved, but its notification could not be shown.");
-
-INSTANTIATE_TEST_SUITE_P(
-    Notifications, Delivery,
-    ::testing::Values(
-        DeliveryCase{"wantedByDefault", QVariant(), Status::authorized, false, false, true, std::nullopt},
-        DeliveryCase{"textPreferenceCountsAsOn", QVariant(QStringLiteral("false")), Status::provisional,
-                     false, false, true, std::nullopt},
-        DeliveryCase{"switchedOff", QVariant(false), Status::authorized, false, false, false, std::nullopt},
-        DeliveryCase{"noServiceIsNoError", QVariant(), Status::denied, false, false, false, std::nullopt},
-        DeliveryCase{"neverAskedInTheBackground", QVariant(), Status::notDetermined, false, false, false,
-                     std::nullopt},
-        DeliveryCase{"windowInFront", QVariant(), Status::authorized, true, false, false, std::nullopt},
-        DeliveryCase{"postingFails", QVariant(), Status::authorized, false, true, false, postingFailed}),
-    [](const auto &param) { return std::string(param.param.name); });
 
 TEST_F(KestilSummaryNotificationsTest, ARequestIsPostedOnceAndTheRecordStaysBounded)
 {
@@ -177,15 +155,14 @@ TEST_F(KestilSummaryNotificationsTest, ARequestIsPostedOnceAndTheRecordStaysBoun
 
 TEST_F(KestilSummaryNotificationsTest, TheRequestHoldsNoNoteTextOnlyTheNoteToOpen)
 {
-    const QUuid request = QUuid::fromString(QStringLiteral("1b4e28ba-2fa1-11d2-883f-0016d3cca427"));
+    const QUuid request = QUuid::fromString("1b4e28ba-2fa1-11d2-883f-0016d3cca427");
     ASSERT_TRUE(settled(make().deliver(note, request)));
     ASSERT_EQ(center.posted.size(), 1);
     const SummaryNotificationRequest &posted = center.posted.constFirst();
-    EXPECT_EQ(posted.title, QStringLiteral("Summary ready"));
-    EXPECT_EQ(posted.body, QStringLiteral("Your summary is saved. Open Kestil to read it."));
-    EXPECT_EQ(posted.identifier, QStringLiteral("kestil.summary.1B4E28BA-2FA1-11D2-883F-0016D3CCA427"));
-    EXPECT_EQ(posted.userInfo,
-              (QVariantMap{{QStringLiteral("noteID"), note.toString(QUuid::WithoutBraces).toUpper()}}));
+    EXPECT_EQ(posted.title, "Summary ready");
+    EXPECT_EQ(posted.body, "Your summary is saved. Open Kestil to read it.");
+    EXPECT_EQ(posted.identifier, "kestil.summary.1B4E28BA-2FA1-11D2-883F-0016D3CCA427");
+    EXPECT_EQ(posted.userInfo, (QVariantMap{{"noteID", note.toString(QUuid::WithoutBraces).toUpper()}}));
 }
 
 TEST_F(KestilSummaryNotificationsTest, TheDesktopIsAskedOnlyWhileKestilIsInFrontAndAFailureSaysSo)
@@ -194,25 +171,21 @@ TEST_F(KestilSummaryNotificationsTest, TheDesktopIsAskedOnlyWhileKestilIsInFront
     KestilSummaryNotifications &n = make();
     n.prepareForSummary(); // in the background: no question
     ASSERT_TRUE(settled(n.refreshAuthorization()));
-    while (n.permissionFlowRunning())
-        QCoreApplication::processEvents();
+    finishPermissionFlow();
     EXPECT_EQ(center.requests, 0);
 
     center.active = true;
     center.requestThrows = true;
     center.statusAfterRequest = Status::notDetermined;
     n.startPermissionFlow();
-    while (n.permissionFlowRunning())
-        QCoreApplication::processEvents();
+    finishPermissionFlow();
     EXPECT_EQ(center.requests, 1);
-    EXPECT_EQ(n.deliveryError(),
-              QStringLiteral("Notifications could not be enabled. Your summaries still work normally."));
+    EXPECT_EQ(n.deliveryError(), "Notifications could not be enabled. Your summaries still work normally.");
 
     center.requestThrows = false;
     center.statusAfterRequest = Status::authorized;
     n.startPermissionFlow();
-    while (n.permissionFlowRunning())
-        QCoreApplication::processEvents();
+    finishPermissionFlow();
     EXPECT_EQ(n.authorizationStatus(), Status::authorized);
 }
 
@@ -236,42 +209,25 @@ TEST_F(KestilSummaryNotificationsTest, ASummaryEndingDuringTheQuestionUsesItsAns
     EXPECT_EQ(center.posted.size(), 1);
 }
 
-struct ClickCase {
-    const char *name;
-    QString action;
-    QVariantMap userInfo;
-    bool opens;
-};
-
-void PrintTo(const ClickCase &c, std::ostream *out)
+TEST_F(KestilSummaryNotificationsTest, OnlyTheDefaultActionWithAValidNoteOpensIt)
 {
-    *out << c.name;
-}
-
-class Clicks : public KestilSummaryNotificationsTest, public ::testing::WithParamInterface<ClickCase> {};
-
-TEST_P(Clicks, OnlyTheDefaultActionWithAValidNoteOpensIt)
-{
-    const ClickCase &c = GetParam();
-    KestilSummaryNotifications &n = make();
-    EXPECT_EQ(n.didReceive(c.action, c.userInfo), c.opens);
-    EXPECT_EQ(n.noteToOpen().has_value(), c.opens);
-    if (c.opens) {
-        EXPECT_EQ(*n.noteToOpen(), QUuid(c.userInfo.value(QStringLiteral("noteID")).toString()));
+    const QString someNote = "6F9619FF-8B86-D011-B42D-00C04FC964FF";
+    const struct {
+        QString action;
+        QVariantMap userInfo;
+    } ignored[] = {{"dismiss", {{"noteID", someNote}}},
+                   {"default", {}},
+                   {"default", {{"noteID", 42}}},
+                   {"default", {{"noteID", "x"}}}};
+    for (const auto &c : ignored) {
+        KestilSummaryNotifications &n = make();
+        EXPECT_FALSE(n.didReceive(c.action, c.userInfo))
+            << c.action.toStdString() << " " << c.userInfo.value("noteID").toString().toStdString();
+        EXPECT_FALSE(n.noteToOpen().has_value());
     }
+    KestilSummaryNotifications &n = make();
+    EXPECT_TRUE(n.didReceive("default", {{"noteID", someNote}}));
+    EXPECT_EQ(n.noteToOpen(), QUuid(someNote));
 }
-
-const QString someNote = QStringLiteral("6F9619FF-8B86-D011-B42D-00C04FC964FF");
-
-INSTANTIATE_TEST_SUITE_P(
-    Notifications, Clicks,
-    ::testing::Values(
-        ClickCase{"defaultAction", QStringLiteral("default"), {{QStringLiteral("noteID"), someNote}}, true},
-        ClickCase{"otherAction", QStringLiteral("dismiss"), {{QStringLiteral("noteID"), someNote}}, false},
-        ClickCase{"noNote", QStringLiteral("default"), {}, false},
-        ClickCase{"notText", QStringLiteral("default"), {{QStringLiteral("noteID"), 42}}, false},
-        ClickCase{
-            "notAUuid", QStringLiteral("default"), {{QStringLiteral("noteID"), QStringLiteral("x")}}, false}),
-    [](const auto &param) { return std::string(param.param.name); });
 
 } // namespace

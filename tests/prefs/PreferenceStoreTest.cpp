@@ -27,9 +27,7 @@ namespace {
 QByteArray readFile(const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return file.readAll();
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 void writeFile(const QString &path, const QByteArray &bytes)
@@ -44,7 +42,6 @@ QStringList entriesOf(const QString &directory)
     return QDir(directory).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name);
 }
 
-// Records every signal of a store, in order.
 struct Recorder {
     explicit Recorder(PreferenceStore &store)
     {
@@ -59,7 +56,7 @@ struct Recorder {
 class PreferenceStoreTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(dir.isValid()); }
-    QString path() const { return dir.filePath(QStringLiteral("preferences.json")); }
+    QString path() const { return dir.filePath("preferences.json"); }
 
     QTemporaryDir dir;
 };
@@ -67,36 +64,34 @@ protected:
 TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
 {
     constexpr double infinity = std::numeric_limits<double>::infinity();
-    const struct {
+    struct Case {
+        Case(const char *k, QVariant w, QVariant r = {}) : key(k), written(w), read(r.isValid() ? r : w) {}
         const char *key;
         QVariant written;
         QVariant read; // what a reloaded store holds, type and all
-    } cases[] = {
-        {"boolTrue", true, true},
-        {"boolFalse", false, false},
+    };
+    const Case cases[] = {
+        {"boolTrue", true},
+        {"boolFalse", false},
         {"int", 42, QVariant::fromValue<qint64>(42)},
-        {"largest", QVariant::fromValue(std::numeric_limits<qint64>::max()),
-         QVariant::fromValue(std::numeric_limits<qint64>::max())},
-        {"smallest", QVariant::fromValue(std::numeric_limits<qint64>::min()),
-         QVariant::fromValue(std::numeric_limits<qint64>::min())},
-        {"beyondDoublePrecision", QVariant::fromValue<qint64>((qint64(1) << 62) + 1),
-         QVariant::fromValue<qint64>((qint64(1) << 62) + 1)},
+        {"largest", QVariant::fromValue(std::numeric_limits<qint64>::max())},
+        {"smallest", QVariant::fromValue(std::numeric_limits<qint64>::min())},
+        {"beyondDoublePrecision", QVariant::fromValue<qint64>((qint64(1) << 62) + 1)},
         {"unsigned", QVariant::fromValue<quint64>(7), QVariant::fromValue<qint64>(7)},
-        {"tenth", 0.1, 0.1},
-        {"sum", 0.1 + 0.2, 0.1 + 0.2},
-        {"integralDouble", 3.0, 3.0},
-        {"huge", 1e300, 1e300},
+        {"tenth", 0.1},
+        {"sum", 0.1 + 0.2},
+        {"integralDouble", 3.0},
+        {"huge", 1e300},
         {"float", 1.5f, 1.5},
-        {"inf", infinity, infinity},
-        {"minusInf", -infinity, -infinity},
-        {"falseText", QStringLiteral("false"), QStringLiteral("false")},
-        {"emptyText", QString(), QString()},
-        {"unicode", QStringLiteral("Grüße, 日本語 😀 \"quoted\"\n"),
-         QStringLiteral("Grüße, 日本語 😀 \"quoted\"\n")},
-        {"list", QStringList{"a", "", "b,c", "ü"}, QStringList{"a", "", "b,c", "ü"}},
-        {"emptyList", QStringList(), QStringList()},
-        {"binary", QByteArray("\x00\xff\x80 data\n", 9), QByteArray("\x00\xff\x80 data\n", 9)},
-        {"emptyBinary", QByteArray(), QByteArray()},
+        {"inf", infinity},
+        {"minusInf", -infinity},
+        {"falseText", "false"},
+        {"emptyText", QString()},
+        {"unicode", "Grüße, 日本語 😀 \"quoted\"\n"},
+        {"list", QStringList{"a", "", "b,c", "ü"}},
+        {"emptyList", QStringList()},
+        {"binary", QByteArray("\x00\xff\x80 data\n", 9)},
+        {"emptyBinary", QByteArray()},
     };
     {
         PreferenceStore store(dir.path());
@@ -120,7 +115,7 @@ TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
     EXPECT_FALSE(reloaded.boolValue("falseText"));
 }
 
-TEST_F(PreferenceStoreTest, AMissingKeyIsDistinctFromStoredFalseAndZero)
+TEST_F(PreferenceStoreTest, AMissingKeyIsDistinctFromStoredFalseAndZeroAndReadersGiveEmptyValuesForOtherTypes)
 {
     {
         PreferenceStore store(dir.path());
@@ -144,13 +139,10 @@ TEST_F(PreferenceStoreTest, AMissingKeyIsDistinctFromStoredFalseAndZero)
 
     store.remove("flag");
     EXPECT_FALSE(PreferenceStore(dir.path()).contains("flag"));
-}
 
-TEST_F(PreferenceStoreTest, ReadersGiveEmptyValuesForOtherTypes)
-{
-    PreferenceStore store(dir.path());
-    store.set("text", QStringLiteral("42"));
-    store.set("trueText", QStringLiteral("true"));
+    // Readers give empty values for other types.
+    store.set("text", "42");
+    store.set("trueText", "true");
     store.set("one", 1);
     store.set("fraction", 3.9);
     store.set("negativeFraction", -3.9);
@@ -212,34 +204,23 @@ TEST_F(PreferenceStoreTest, EveryWriteLeavesAWholeFileThatReloadsToTheStoreInMem
     PreferenceStore store(dir.path());
     for (int i = 0; i < 40; ++i) {
         const QString key = QStringLiteral("key%1").arg(i % 7);
-        switch (i % 4) {
-        case 0:
-            store.set(key, i);
-            break;
-        case 1:
-            store.set(key, QString(i * 50, QChar('x')));
-            break;
-        case 2:
-            store.set(key, QStringList(i, "item"));
-            break;
-        default:
+        SCOPED_TRACE(i);
+        if (i % 4 == 3)
             store.remove(QStringLiteral("key%1").arg((i + 3) % 7));
-        }
-        const QByteArray bytes = readFile(path());
-        ASSERT_NO_THROW(decodePreferenceFile(bytes)) << "after write " << i;
+        else
+            store.set(key, i % 4 == 0   ? QVariant(i)
+                           : i % 4 == 1 ? QVariant(QString(i * 50, QChar('x')))
+                                        : QVariant(QStringList(i, "item")));
+        ASSERT_NO_THROW(decodePreferenceFile(readFile(path())));
         PreferenceStore reloaded(dir.path());
-        ASSERT_EQ(reloaded.keys(), store.keys()) << "after write " << i;
+        ASSERT_EQ(reloaded.keys(), store.keys());
         for (const QString &k : store.keys())
-            ASSERT_EQ(reloaded.object(k), store.object(k))
-                << "after write " << i << " of " << k.toStdString();
-        // Nothing is left beside the file by the replace.
-        ASSERT_EQ(entriesOf(dir.path()), QStringList{"preferences.json"}) << "after write " << i;
+            ASSERT_EQ(reloaded.object(k), store.object(k)) << k.toStdString();
+        ASSERT_EQ(entriesOf(dir.path()), QStringList{"preferences.json"});
     }
     EXPECT_TRUE(store.lastWriteError().isEmpty());
 }
 
-// A write that fails half way (here: the file size limit stops it) must leave
-// the previous file exactly as it was and keep the new value in memory.
 TEST_F(PreferenceStoreTest, AWriteCutOffHalfWayLeavesThePreviousFile)
 {
     PreferenceStore store(dir.path());
@@ -266,7 +247,6 @@ TEST_F(PreferenceStoreTest, AWriteCutOffHalfWayLeavesThePreviousFile)
     EXPECT_EQ(store.lastWriteError(), recorder.failures[0]);
     EXPECT_EQ(recorder.changed, (QStringList{"small", "large"}));
 
-    // The next write saves everything held in memory, the earlier value too.
     store.set("small", false);
     EXPECT_TRUE(store.lastWriteError().isEmpty());
     PreferenceStore reloaded(dir.path());
@@ -276,8 +256,6 @@ TEST_F(PreferenceStoreTest, AWriteCutOffHalfWayLeavesThePreviousFile)
 
 TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsAndKeepsTheValue)
 {
-    // A regular file where the folder's parent should be stops any write,
-    // also for root.
     const QString blocker = dir.filePath("blocker");
     writeFile(blocker, "not a folder");
     const QString configDir = blocker + "/Kestil";
@@ -294,8 +272,7 @@ TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsAndKeepsTheValue)
     EXPECT_TRUE(message.endsWith('.')) << message.toStdString();
     EXPECT_TRUE(message.contains("until Kestil quits")) << message.toStdString();
 
-    // Writing the same value again retries the save rather than skipping it,
-    // though the value itself did not change.
+    // The same value again retries the save.
     store.set("recordSystemAudio", false);
     EXPECT_EQ(recorder.failures.size(), 2);
     EXPECT_EQ(recorder.changed.size(), 1);
@@ -306,7 +283,7 @@ TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsAndKeepsTheValue)
     EXPECT_TRUE(store.lastWriteError().isEmpty());
     EXPECT_EQ(PreferenceStore(configDir).object("recordSystemAudio"), QVariant(false));
 
-    // Once saved, writing the same value again writes nothing at all.
+    // Once saved, the same value writes nothing.
     ASSERT_TRUE(QFile::remove(store.filePath()));
     store.set("recordSystemAudio", false);
     EXPECT_FALSE(QFile::exists(store.filePath()));
@@ -325,26 +302,14 @@ TEST_F(PreferenceStoreTest, SeveralKeysAreSavedTogetherOrNotAtAll)
 
     QStringList seenInsideSignal;
     QObject::connect(&store, &PreferenceStore::changed, [&](const QString &key) {
-        // Every key of the batch is in place before the first signal.
         seenInsideSignal << key + "=" + QString::number(store.doubleValue("y"));
     });
-    store.set(QVariantMap{{"x", 1.0}, {"y", 2.0}, {"z", QStringLiteral("z")}});
+    store.set(QVariantMap{{"x", 1.0}, {"y", 2.0}, {"z", "z"}});
     EXPECT_EQ(recorder.changed, (QStringList{"x", "y", "z"}));
     EXPECT_EQ(seenInsideSignal, (QStringList{"y=2", "z=2"}));
     const PreferenceStore reloaded(dir.path());
     EXPECT_EQ(reloaded.doubleValue("y"), 2.0);
     EXPECT_EQ(reloaded.string("z"), "z");
-}
-
-TEST_F(PreferenceStoreTest, ASettingsFileReplacedByAFolderReportsOnWrite)
-{
-    PreferenceStore store(dir.path());
-    Recorder recorder(store);
-    ASSERT_TRUE(QDir().mkpath(path()));
-    store.set("showTags", true);
-    ASSERT_EQ(recorder.failures.size(), 1);
-    EXPECT_TRUE(QFileInfo(path()).isDir()) << "the folder in the way is not removed";
-    EXPECT_TRUE(store.boolValue("showTags"));
 }
 
 TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
@@ -374,16 +339,13 @@ TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
         EXPECT_TRUE(warning.contains(QDir::toNativeSeparators(aside))) << warning.toStdString();
         EXPECT_EQ(readFile(aside), bytes);
 
-        // A new file takes its place; the one kept aside stays as it was.
         store.set("showTags", true);
         EXPECT_TRUE(store.lastWriteError().isEmpty());
         EXPECT_EQ(readFile(aside), bytes);
         EXPECT_TRUE(PreferenceStore(scratch.path()).boolValue("showTags"));
     }
-}
 
-TEST_F(PreferenceStoreTest, SuccessiveCorruptFilesAreAllKept)
-{
+    // Successive corrupt files are all kept.
     writeFile(path(), "first");
     PreferenceStore first(dir.path());
     writeFile(path(), "second");
@@ -398,11 +360,18 @@ TEST_F(PreferenceStoreTest, SuccessiveCorruptFilesAreAllKept)
     EXPECT_EQ(contents, (QStringList{"first", "second"}));
 }
 
-TEST_F(PreferenceStoreTest, AFolderInPlaceOfTheFileIsMovedAside)
+TEST_F(PreferenceStoreTest, AFolderInPlaceOfTheFileFailsWritesUntilALoadMovesItAside)
 {
-    ASSERT_TRUE(QDir().mkpath(path()));
+    {
+        PreferenceStore store(dir.path());
+        Recorder recorder(store);
+        ASSERT_TRUE(QDir().mkpath(path()));
+        store.set("showTags", true);
+        ASSERT_EQ(recorder.failures.size(), 1);
+        EXPECT_TRUE(QFileInfo(path()).isDir()) << "the folder in the way is not removed";
+        EXPECT_TRUE(store.boolValue("showTags"));
+    }
     writeFile(path() + "/inside", "kept");
-
     PreferenceStore store(dir.path());
     EXPECT_FALSE(store.loadWarning().isEmpty());
     store.set("foldersExpanded", true);
@@ -431,7 +400,7 @@ TEST_F(PreferenceStoreTest, EntriesThatCannotBeReadAreWrittenBackUnchanged)
     EXPECT_FALSE(store.object("fromANewerVersion").isValid());
 
     store.set("other", true);
-    store.set("replaced", QStringLiteral("now text"));
+    store.set("replaced", "now text");
 
     const QJsonObject values = QJsonDocument::fromJson(readFile(path())).object().value("values").toObject();
     EXPECT_EQ(values.value("fromANewerVersion").toObject().value("type").toString(), "colour");
@@ -440,12 +409,11 @@ TEST_F(PreferenceStoreTest, EntriesThatCannotBeReadAreWrittenBackUnchanged)
     EXPECT_EQ(reloaded.string("replaced"), "now text");
     EXPECT_EQ(reloaded.keys(), (QStringList{"good", "other", "replaced"}));
 
-    // Removing a key that only an unreadable entry holds removes that entry.
     reloaded.remove("badInteger");
     EXPECT_FALSE(readFile(path()).contains("badInteger"));
 }
 
-TEST_F(PreferenceStoreTest, ChangeSignalsNameExactlyTheWrittenKey)
+TEST_F(PreferenceStoreTest, ChangeSignalsNameTheWrittenKeyAndObserversOfAKeyShareOneValue)
 {
     PreferenceStore store(dir.path());
     Recorder recorder(store);
@@ -454,18 +422,14 @@ TEST_F(PreferenceStoreTest, ChangeSignalsNameExactlyTheWrittenKey)
     store.set("b", 1);
     store.set("a", true); // same value: nothing written
     store.set("b", 1.0);  // same number, another type: a change
-    store.set("a", QStringLiteral("true"));
+    store.set("a", "true");
     store.remove("b");
     store.remove("b"); // already missing
     store.remove("neverSet");
 
     EXPECT_EQ(recorder.changed, (QStringList{"a", "b", "b", "a", "b"}));
     EXPECT_TRUE(recorder.failures.isEmpty());
-}
 
-TEST_F(PreferenceStoreTest, ObserversOfAKeyShareOneValueAndSeeEachWrite)
-{
-    PreferenceStore store(dir.path());
     PreferenceValue *first = store.observe("showRecordingWidget");
     PreferenceValue *second = store.observe("showRecordingWidget");
     PreferenceValue *other = store.observe("showTags");
@@ -492,8 +456,7 @@ TEST_F(PreferenceStoreTest, ObserversOfAKeyShareOneValueAndSeeEachWrite)
     EXPECT_FALSE(seen[2].isValid());
     EXPECT_EQ(otherChanges, 0);
 
-    // The observer reads what the store saved, so a fresh store agrees.
-    first->setValue(QStringLiteral("on"));
+    first->setValue("on");
     EXPECT_EQ(PreferenceStore(dir.path()).string("showRecordingWidget"), "on");
 }
 
@@ -547,17 +510,12 @@ TEST(PreferenceStoreLocation, FollowsTheConfigurationVariables)
     PreferenceStore &standard = PreferenceStore::standard();
     EXPECT_EQ(&standard, &PreferenceStore::standard());
     EXPECT_EQ(standard.directory(), scratch.path());
-    standard.set("transcriptionLanguage", QStringLiteral("de-DE"));
+    standard.set("transcriptionLanguage", "de-DE");
     EXPECT_TRUE(QFile::exists(scratch.filePath("preferences.json")));
 
-    auto restore = [](const char *name, const QByteArray &value) {
-        if (value.isNull())
-            qunsetenv(name);
-        else
-            qputenv(name, value);
-    };
-    restore("KESTIL_CONFIG_DIR", savedConfig);
-    restore("XDG_CONFIG_HOME", savedXdg);
+    for (const auto &[name, value] :
+         {std::pair{"KESTIL_CONFIG_DIR", savedConfig}, {"XDG_CONFIG_HOME", savedXdg}})
+        value.isNull() ? qunsetenv(name) : qputenv(name, value);
 }
 
 } // namespace

@@ -45,14 +45,9 @@ TEST_F(SettingsKeysTest, ASwitchNeedsAStoredBooleanToLeaveItsDefault)
         {"kestilSupportAutomaticRemindersStopped.v1", settings::supportAutomaticRemindersStopped, false},
         {"kestilNativeReviewRequested", settings::nativeReviewRequested, false},
     };
-    const QVariant notBooleans[] = {QStringLiteral("false"),
-                                    QStringLiteral("true"),
-                                    QVariant::fromValue<qint64>(0),
-                                    1,
-                                    0.0,
-                                    QStringList{"false"},
-                                    QByteArray("0"),
-                                    QString()};
+    const QVariant notBooleans[] = {
+        "false",         "true",   QVariant::fromValue<qint64>(0), 1, 0.0, QStringList{"false"},
+        QByteArray("0"), QString()};
     for (const auto &c : cases) {
         EXPECT_EQ(c.read(store), c.byDefault) << c.key << " when missing";
         for (const QVariant &value : notBooleans) {
@@ -78,14 +73,14 @@ TEST_F(SettingsKeysTest, ASwitchNeedsAStoredBooleanToLeaveItsDefault)
 TEST_F(SettingsKeysTest, TextSettingsFallBackToTheirDefaults)
 {
     EXPECT_EQ(settings::transcriptionLanguage(store), "en-US");
-    store.set("transcriptionLanguage", QStringLiteral("de-CH"));
+    store.set("transcriptionLanguage", "de-CH");
     EXPECT_EQ(settings::transcriptionLanguage(PreferenceStore(dir.path())), "de-CH");
     store.set("transcriptionLanguage", QString());
     EXPECT_EQ(settings::transcriptionLanguage(store), "en-US");
     store.set("transcriptionLanguage", 5);
     EXPECT_EQ(settings::transcriptionLanguage(store), "en-US");
 
-    store.set("selectedThemeColor", QStringLiteral("Ocean"));
+    store.set("selectedThemeColor", "Ocean");
     EXPECT_EQ(settings::selectedThemeColor(store), "Ocean");
     store.set("selectedThemeColor", true);
     EXPECT_EQ(settings::selectedThemeColor(store), "Purple");
@@ -94,7 +89,7 @@ TEST_F(SettingsKeysTest, TextSettingsFallBackToTheirDefaults)
     store.set("selectedAppearanceMode", QStringList{"Dark"});
     EXPECT_EQ(settings::selectedAppearanceMode(store), "System");
 
-    store.set("syncFolderLastSyncError", QStringLiteral("x"));
+    store.set("syncFolderLastSyncError", "x");
     EXPECT_EQ(settings::syncFolderLastSyncError(store), "x");
     store.set("syncFolderLastSyncTimestamp", 1700000000.5);
     EXPECT_EQ(settings::syncFolderLastSyncTimestamp(store), 1700000000.5);
@@ -109,7 +104,7 @@ TEST_F(SettingsKeysTest, CompletedSummariesNeverReadBelowZero)
         {QVariant::fromValue<qint64>(1000000001), 1000000001},
         {3.7, 3},
         {-0.5, 0},
-        {QStringLiteral("9"), 0},
+        {"9", 0},
         {true, 0},
     };
     for (const auto &[value, expected] : cases) {
@@ -128,7 +123,7 @@ TEST_F(SettingsKeysTest, TheWidgetPositionCountsOnlyWithBothCoordinates)
     store.set("recordingWidgetPositionY", 40.0);
     EXPECT_FALSE(settings::recordingWidgetPosition(store));
 
-    store.set("recordingWidgetPositionX", QStringLiteral("100"));
+    store.set("recordingWidgetPositionX", "100");
     EXPECT_FALSE(settings::recordingWidgetPosition(store));
     store.set("recordingWidgetPositionX", std::numeric_limits<double>::quiet_NaN());
     EXPECT_FALSE(settings::recordingWidgetPosition(store));
@@ -150,7 +145,7 @@ TEST_F(SettingsKeysTest, SupportCountersKeepWhatWasStored)
     // reader of the support actions' business.
     store.set("kestilSupportClickedActions.v1", QStringList{"share", "bogus", "review"});
     EXPECT_EQ(settings::supportClickedActions(store), (QStringList{"share", "bogus", "review"}));
-    store.set("kestilSupportClickedActions.v1", QStringLiteral("review"));
+    store.set("kestilSupportClickedActions.v1", "review");
     EXPECT_TRUE(settings::supportClickedActions(store).isEmpty());
     settings::setSupportClickedActions(store, {"tip"});
     settings::removeSupportClickedActions(store);
@@ -159,7 +154,7 @@ TEST_F(SettingsKeysTest, SupportCountersKeepWhatWasStored)
     // A presented count of 0 is not the same as none.
     store.set("kestilSupportPresentedSummaryCount.v1", 0);
     EXPECT_EQ(settings::supportPresentedSummaryCount(store), 0);
-    store.set("kestilSupportPresentedSummaryCount.v1", QStringLiteral("10"));
+    store.set("kestilSupportPresentedSummaryCount.v1", "10");
     EXPECT_FALSE(settings::supportPresentedSummaryCount(store));
     settings::setSupportPresentedSummaryCount(store, 10);
     EXPECT_EQ(settings::supportPresentedSummaryCount(PreferenceStore(dir.path())), 10);
@@ -179,7 +174,7 @@ TEST_F(SettingsKeysTest, OptionalTextAndDataAreAbsentUntilWritten)
     const QByteArray bookmark = QByteArray("/home/u/Vault/Kestil\xff", 21);
     settings::setObsidianSyncFolderBookmark(store, bookmark);
     EXPECT_EQ(settings::obsidianSyncFolderBookmark(PreferenceStore(dir.path())), bookmark);
-    store.set("kestilObsidianSyncFolderBookmark", QStringLiteral("/home/u/Vault"));
+    store.set("kestilObsidianSyncFolderBookmark", "/home/u/Vault");
     EXPECT_FALSE(settings::obsidianSyncFolderBookmark(store));
     settings::removeObsidianSyncFolderBookmark(store);
     EXPECT_FALSE(store.contains("kestilObsidianSyncFolderBookmark"));

@@ -23,14 +23,12 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const QString firstPhrase =
-    QStringLiteral("we should schedule another meeting next week to discuss the budget");
-const QString secondPhrase =
-    QStringLiteral("please send the quarterly report to the finance team before friday");
+const QString firstPhrase = "we should schedule another meeting next week to discuss the budget";
+const QString secondPhrase = "please send the quarterly report to the finance team before friday";
 
 QStringList wordsOf(const QString &text)
 {
-    return text.toLower().split(QRegularExpression(QStringLiteral("[^a-z']+")), Qt::SkipEmptyParts);
+    return text.toLower().split(QRegularExpression("[^a-z']+"), Qt::SkipEmptyParts);
 }
 
 // The share of the reference's words that were heard.
@@ -49,8 +47,7 @@ double wordsHeard(const QString &reference, const QString &heard)
 QString speak(const QString &text, const QString &wav)
 {
     QString error;
-    EXPECT_TRUE(synthesizeSpeech(text, wav, &error, QStringLiteral("en-us+klatt4"), 150))
-        << error.toStdString();
+    EXPECT_TRUE(synthesizeSpeech(text, wav, &error, "en-us+klatt4", 150)) << error.toStdString();
     return wav;
 }
 
@@ -83,8 +80,8 @@ protected:
         // The program's own preferences and data folder, fresh: no whisper
         // model is installed, so English runs on PocketSphinx.
         home = new QTemporaryDir;
-        qputenv("KESTIL_DATA_DIR", home->filePath(QStringLiteral("data")).toUtf8());
-        qputenv("KESTIL_CONFIG_DIR", home->filePath(QStringLiteral("config")).toUtf8());
+        qputenv("KESTIL_DATA_DIR", home->filePath("data").toUtf8());
+        qputenv("KESTIL_CONFIG_DIR", home->filePath("config").toUtf8());
     }
     static void TearDownTestSuite()
     {
@@ -98,7 +95,7 @@ protected:
         const QString problem = server.start();
         ASSERT_TRUE(problem.isEmpty()) << problem.toStdString();
         ASSERT_TRUE(dir.isValid());
-        root = dir.filePath(QStringLiteral("root"));
+        root = dir.filePath("root");
     }
 
     void play(const QString &file, const char *sink)
@@ -121,8 +118,8 @@ protected:
 TEST_F(ProcessTapRecorderPulseTest,
        SpeechIntoTheMicrophoneAcrossAPauseBecomesATimedTranscriptAndPlayableAudio)
 {
-    const QString first = speak(firstPhrase, dir.filePath(QStringLiteral("first.wav")));
-    const QString second = speak(secondPhrase, dir.filePath(QStringLiteral("second.wav")));
+    const QString first = speak(firstPhrase, dir.filePath("first.wav"));
+    const QString second = speak(secondPhrase, dir.filePath("second.wav"));
     ProcessTapRecorder recorder;
     float loudest = 0;
     QObject::connect(&recorder, &ProcessTapRecorder::currentAudioLevelChanged,
@@ -130,7 +127,7 @@ TEST_F(ProcessTapRecorderPulseTest,
 
     const QFuture<void> started = recorder.start(root, noteID, false);
     ASSERT_TRUE(waitFor(started, 60s));
-    ASSERT_EQ(failureOf(started), QStringLiteral("(no error)"));
+    ASSERT_EQ(failureOf(started), "(no error)");
     ASSERT_TRUE(recorder.recording());
     EXPECT_TRUE(recorder.errorMessage().isEmpty()) << recorder.errorMessage().toStdString();
 
@@ -180,11 +177,11 @@ TEST_F(ProcessTapRecorderPulseTest,
 
 TEST_F(ProcessTapRecorderPulseTest, WhatTheComputerPlaysIsRecordedAndTranscribedWithTheMicrophone)
 {
-    const QString speech = speak(firstPhrase, dir.filePath(QStringLiteral("meeting.wav")));
+    const QString speech = speak(firstPhrase, dir.filePath("meeting.wav"));
     ProcessTapRecorder recorder;
     const QFuture<void> started = recorder.start(root, noteID, true);
     ASSERT_TRUE(waitFor(started, 60s));
-    ASSERT_EQ(failureOf(started), QStringLiteral("(no error)"));
+    ASSERT_EQ(failureOf(started), "(no error)");
 
     play(speech, PulseAudioServer::speakers);
     const QFuture<QString> stopped = recorder.stop();
@@ -201,11 +198,11 @@ TEST_F(ProcessTapRecorderPulseTest, WhatTheComputerPlaysIsRecordedAndTranscribed
 
 TEST_F(ProcessTapRecorderPulseTest, ASoundServerThatGoesAwayStopsTheSessionAndKeepsTheAudio)
 {
-    const QString speech = speak(secondPhrase, dir.filePath(QStringLiteral("call.wav")));
+    const QString speech = speak(secondPhrase, dir.filePath("call.wav"));
     ProcessTapRecorder recorder;
     const QFuture<void> started = recorder.start(root, noteID, false);
     ASSERT_TRUE(waitFor(started, 60s));
-    ASSERT_EQ(failureOf(started), QStringLiteral("(no error)"));
+    ASSERT_EQ(failureOf(started), "(no error)");
     play(speech, PulseAudioServer::micFeed);
     // The server goes away once the phrase has been heard, so the test is
     // about what survives, not about a race with the decoder.
@@ -213,9 +210,9 @@ TEST_F(ProcessTapRecorderPulseTest, ASoundServerThatGoesAwayStopsTheSessionAndKe
 
     server.stop();
     ASSERT_TRUE(waitUntil([&] { return !recorder.recording() && !recorder.finishing(); }, 30s));
-    EXPECT_TRUE(recorder.errorMessage().startsWith(QStringLiteral("Capture stopped: ")))
+    EXPECT_TRUE(recorder.errorMessage().startsWith("Capture stopped: "))
         << recorder.errorMessage().toStdString();
-    EXPECT_TRUE(recorder.errorMessage().endsWith(QStringLiteral(". Captured audio was preserved.")));
+    EXPECT_TRUE(recorder.errorMessage().endsWith(". Captured audio was preserved."));
     // What was heard before the server went away is kept (this phrase comes
     // out of PocketSphinx at about 45% of its words).
     EXPECT_GE(wordsHeard(secondPhrase, recorder.transcription()), 0.3)

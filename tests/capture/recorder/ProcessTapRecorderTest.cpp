@@ -1,6 +1,3 @@
-// The recording session's state machine, driven through real segments on
-// disk: the file source or sources that deliver chosen buffers, and a speech
-// engine that hears one word per second of audio.
 #include "RecorderTestSupport.h"
 
 #include "capture/ProcessTapRecorder.h"
@@ -32,10 +29,14 @@ std::vector<unsigned char> bytesOf(const std::vector<float> &samples)
     return bytes;
 }
 
-// A tenth of a second of a tone, as one 32-bit float mono buffer.
 std::vector<unsigned char> tenthOfASecond()
 {
     return bytesOf(sine(440, ScriptedSpeechEngine::rate, qint64(ScriptedSpeechEngine::rate / 10), 0.4f));
+}
+
+std::vector<unsigned char> float64Silence(size_t frames)
+{
+    return std::vector<unsigned char>(8 * frames, 0);
 }
 
 class ProcessTapRecorderTest : public ::testing::Test {
@@ -57,12 +58,15 @@ protected:
         return recorder;
     }
 
-    void start(ProcessTapRecorder &recorder, bool systemAudio = false)
+    // The failure text of a start, "(no error)" when it worked.
+    QString tryStart(ProcessTapRecorder &recorder, bool systemAudio = false, const QUuid &note = noteID)
     {
-        const QFuture<void> started = recorder.start(root, noteID, systemAudio);
-        ASSERT_TRUE(waitFor(started));
-        ASSERT_EQ(failureOf(started), noError);
+        const QFuture<void> started = recorder.start(root, note, systemAudio);
+        EXPECT_TRUE(waitFor(started));
+        return started.isFinished() ? failureOf(started) : QStringLiteral("(still starting)");
     }
+
+    void start(ProcessTapRecorder &recorder) { ASSERT_EQ(tryStart(recorder), noError); }
 
     QString stop(ProcessTapRecorder &recorder)
     {
@@ -79,6 +83,23 @@ protected:
             script.buffers.push_back(tenthOfASecond());
         return script;
     }
+
+    std::shared_ptr<SourceProbe> useScript(const ScriptedSource::Script &script)
+    {
+        auto probe = std::make_shared<SourceProbe>();
+        rig.useScript(script, probe);
+        return probe;
+    }
+
+    // The note's one segment; empty when there is not exactly one.
+    QString onlySegment()
+    {
+        const QStringList segments = segmentsOf(root, noteID);
+        EXPECT_EQ(segments.size(), 1);
+        return segments.size() == 1 ? segments[0] : QString();
+    }
+
+    bool segmentComplete(const QString &segment) { return LocalRecordingManifest::read(segment).complete; }
 
     QTemporaryDir dir;
     QString root;
@@ -104,12 +125,10 @@ TEST_F(ProcessTapRecorderTest, ASessionWritesEveryBufferToASegmentAndEndsWithThe
     EXPECT_FALSE(recorder->starting());
     EXPECT_FALSE(recorder->paused());
     EXPECT_EQ(stateChanges, 1);
-    // The start cleared the transcript through the callback first.
     ASSERT_FALSE(seen.isEmpty());
     EXPECT_EQ(seen.first(), LocalTranscript{});
 
     ASSERT_TRUE(rig.waitForFileDelivered());
-    // The level is the peak of the latest buffer: the tone's amplitude.
     EXPECT_TRUE(waitUntil([&] { return recorder->currentAudioLevel() > 0.35f; }));
     EXPECT_LT(recorder->currentAudioLevel(), 0.41f);
 
@@ -125,19 +144,15 @@ TEST_F(ProcessTapRecorderTest, ASessionWritesEveryBufferToASegmentAndEndsWithThe
     EXPECT_EQ(utterances[2], (LocalUtterance{"tail", 2.0, 2.5}));
     EXPECT_EQ(seen.last(), recorder->transcriptValue());
 
-    // Every sample reached the disk unchanged, and the segment is complete.
-    const QStringList segments = segmentsOf(root, noteID);
-    ASSERT_EQ(segments.size(), 1);
-    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
-    EXPECT_EQ(LocalRecordingManifest::read(segments[0]).sampleRate, 16000.0);
-    const auto written = readRawAudio(RecordingFolder::rawAudioPath(segments[0]));
+    const QString segment = onlySegment();
+    const auto manifest = LocalRecordingManifest::read(segment);
+    EXPECT_TRUE(manifest.complete);
+    EXPECT_EQ(manifest.sampleRate, 16000.0);
     const auto expected = readSoundFile(tone)->samples;
-    EXPECT_EQ(written, expected);
-
-    // Its playable audio was built in the background before the stop ended.
-    ASSERT_TRUE(
-        DurableAudioWriter::hasValidFinalAudio(segments[0], LocalRecordingManifest::read(segments[0])));
-    EXPECT_EQ(readSoundFile(RecordingFolder::finalAudioPath(segments[0]))->samples, expected);
+    EXPECT_EQ(readRawAudio(RecordingFolder::rawAudioPath(segment)), expected);
+    // The playable audio was built before the stop ended.
+    ASSERT_TRUE(DurableAudioWriter::hasValidFinalAudio(segment, manifest));
+    EXPECT_EQ(readSoundFile(RecordingFolder::finalAudioPath(segment))->samples, expected);
 }
 
 TEST_F(ProcessTapRecorderTest, AStartIsRefusedWhileStartingRunningOrFinishing)
@@ -155,19 +170,16 @@ TEST_F(ProcessTapRecorderTest, AStartIsRefusedWhileStartingRunningOrFinishing)
     ASSERT_TRUE(waitFor(first));
     EXPECT_EQ(failureOf(first), noError);
 
-    const QFuture<void> whileRunning = recorder->start(root, noteID, false);
-    EXPECT_EQ(failureOf(whileRunning), inProgressText);
+    EXPECT_EQ(tryStart(*recorder), inProgressText);
     EXPECT_TRUE(recorder->recording());
 
     const QFuture<QString> stopping = recorder->stop();
     EXPECT_TRUE(recorder->finishing());
-    const QFuture<void> whileFinishing = recorder->start(root, noteID, false);
-    EXPECT_EQ(failureOf(whileFinishing), inProgressText);
+    EXPECT_EQ(tryStart(*recorder), inProgressText);
     EXPECT_TRUE(recorder->finishing());
     finishGate->open();
     ASSERT_TRUE(waitFor(stopping));
 
-    // The refusals changed nothing: one session, one segment.
     EXPECT_EQ(*rig.speechStarts, 1);
     EXPECT_EQ(segmentsOf(root, noteID).size(), 1);
     start(*recorder);
@@ -177,7 +189,7 @@ TEST_F(ProcessTapRecorderTest, AStartIsRefusedWhileStartingRunningOrFinishing)
 
 TEST_F(ProcessTapRecorderTest, AContinuedNoteTimesItsNewWordsAfterTheEarlierAudioOrTranscript)
 {
-    // 10 s of audio, but a transcript that runs to 12 s: the later one wins.
+    // 10 s of audio, a transcript to 12 s: the later one wins.
     writeSegment(root, noteID, 10);
     TranscriptUtterance earlier{"E1", "Earlier words.", 9.0, 12.0, {}, {}, false};
     auto recorder = makeRecorder();
@@ -202,8 +214,7 @@ TEST_F(ProcessTapRecorderTest, AContinuedNoteTimesItsNewWordsAfterTheEarlierAudi
     writeSegment(root, other, 30);
     recorder->setExistingTranscript({});
     recorder->setExistingUtterances({});
-    const QFuture<void> started = recorder->start(root, other, false);
-    ASSERT_TRUE(waitFor(started));
+    EXPECT_EQ(tryStart(*recorder, false, other), noError);
     EXPECT_DOUBLE_EQ(recorder->transcriptTimeOffset(), 30.0);
     ASSERT_TRUE(rig.waitForFileDelivered());
     stop(*recorder);
@@ -223,9 +234,7 @@ TEST_F(ProcessTapRecorderTest, PauseCompletesTheSegmentAndResumeBeginsANewOneWhi
     EXPECT_TRUE(recorder->paused());
     EXPECT_TRUE(recorder->recording());
     EXPECT_EQ(recorder->elapsed(), 3.0);
-    QStringList segments = segmentsOf(root, noteID);
-    ASSERT_EQ(segments.size(), 1);
-    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
+    EXPECT_TRUE(segmentComplete(onlySegment()));
 
     // Time spent paused is not counted.
     rig.clock.advance(100);
@@ -238,17 +247,16 @@ TEST_F(ProcessTapRecorderTest, PauseCompletesTheSegmentAndResumeBeginsANewOneWhi
     rig.clock.advance(2);
     ASSERT_TRUE(waitUntil([&] { return recorder->elapsed() == 5.0; }));
 
-    // The live session heard both stretches as one: times run on without a
-    // gap, in audio and not in wall-clock time.
+    // One live session heard both stretches, timed in audio, not wall-clock.
     EXPECT_EQ(stop(*recorder), "word1 word2 word3 word4 word5");
     EXPECT_EQ(recorder->elapsed(), 5.0);
     EXPECT_EQ(recorder->transcriptValue().utterances.last().end, 5.0);
     EXPECT_EQ(rig.engine->engines.load(), 1);
 
-    segments = segmentsOf(root, noteID);
+    const QStringList segments = segmentsOf(root, noteID);
     ASSERT_EQ(segments.size(), 2);
     for (const QString &segment : segments) {
-        EXPECT_TRUE(LocalRecordingManifest::read(segment).complete) << segment.toStdString();
+        EXPECT_TRUE(segmentComplete(segment)) << segment.toStdString();
         EXPECT_EQ(DurableAudioWriter::frameCount(segment), 40000);
     }
 }
@@ -272,8 +280,7 @@ TEST_F(ProcessTapRecorderTest, StopWhilePausedHasNoCaptureToEndAndStillFinishesL
 
 TEST_F(ProcessTapRecorderTest, ASecondStopDuringTheFirstGivesTheCurrentTextAtOnce)
 {
-    auto probe = std::make_shared<SourceProbe>();
-    rig.useScript(scripted(10), probe);
+    auto probe = useScript(scripted(10));
     auto finishGate = std::make_shared<Latch>();
     rig.engine->finishGate = finishGate;
     auto recorder = makeRecorder();
@@ -285,7 +292,6 @@ TEST_F(ProcessTapRecorderTest, ASecondStopDuringTheFirstGivesTheCurrentTextAtOnc
     ASSERT_TRUE(second.isFinished());
     EXPECT_EQ(second.result(), "word1");
     EXPECT_FALSE(first.isFinished());
-    // Capture was stopped once.
     EXPECT_EQ(probe->invalidations.load(), 1);
 
     finishGate->open();
@@ -303,7 +309,6 @@ TEST_F(ProcessTapRecorderTest, AStopAskedForWhileStartingStopsWhatTheStartBegan)
     const QFuture<QString> stopped = recorder->stop();
     settle();
     EXPECT_FALSE(stopped.isFinished());
-    // Capture never begins before live speech is ready.
     EXPECT_TRUE(rig.fileSources->empty());
     EXPECT_FALSE(QDir(RecordingFolder::noteFolder(root, noteID)).exists());
 
@@ -313,43 +318,36 @@ TEST_F(ProcessTapRecorderTest, AStopAskedForWhileStartingStopsWhatTheStartBegan)
     EXPECT_EQ(failureOf(started), noError);
     EXPECT_FALSE(recorder->recording());
     EXPECT_FALSE(recorder->finishing());
-    const auto segments = segmentsOf(root, noteID);
-    ASSERT_EQ(segments.size(), 1);
-    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
+    EXPECT_TRUE(segmentComplete(onlySegment()));
 }
 
 TEST_F(ProcessTapRecorderTest, ASixtyFourBitFloatSourceStopsTheSessionAndKeepsWhatWasWritten)
 {
-    auto probe = std::make_shared<SourceProbe>();
     ScriptedSource::Script script = scripted(0, AudioSampleFormat::float64);
-    script.buffers.push_back(std::vector<unsigned char>(8 * 1600, 0));
-    rig.useScript(script, probe);
+    script.buffers.push_back(float64Silence(1600));
+    useScript(script);
     auto recorder = makeRecorder();
     start(*recorder);
-
     // With no owner to stop it, the recorder stops itself.
     ASSERT_TRUE(waitUntil([&] { return !recorder->recording() && !recorder->finishing(); }));
     EXPECT_EQ(recorder->errorMessage(),
               "Capture stopped: Unsupported capture sample format.. Captured audio was preserved.");
     EXPECT_FALSE(recorder->errorIsSpeechWarning());
     EXPECT_EQ(stateChanges, 2);
-    const auto segments = segmentsOf(root, noteID);
-    ASSERT_EQ(segments.size(), 1);
-    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
-    EXPECT_EQ(DurableAudioWriter::frameCount(segments[0]), 0);
-    // Nothing of the failed buffer went to live speech.
+    const QString segment = onlySegment();
+    EXPECT_TRUE(segmentComplete(segment));
+    EXPECT_EQ(DurableAudioWriter::frameCount(segment), 0);
     EXPECT_EQ(rig.engine->samplesFed.load(), 0);
 }
 
 TEST_F(ProcessTapRecorderTest, ACaptureFailureRunsTheOwnersStopOnceWhenThereIsOne)
 {
-    auto probe = std::make_shared<SourceProbe>();
-    // The source ends on its own after two buffers, and one more arrives:
-    // the failure ends the intake, so the raw file has no gap.
+    // The source ends after two buffers and one more arrives: the failure
+    // ends the intake, so the raw file has no gap.
     ScriptedSource::Script script = scripted(3);
     script.failureAt = 2;
     script.failure = "The sound server ended the microphone recording: gone";
-    rig.useScript(script, probe);
+    useScript(script);
     auto recorder = makeRecorder();
     int stopActions = 0;
     recorder->setStopAction([&] {
@@ -361,18 +359,14 @@ TEST_F(ProcessTapRecorderTest, ACaptureFailureRunsTheOwnersStopOnceWhenThereIsOn
         waitUntil([&] { return stopActions == 1 && !recorder->finishing() && !recorder->recording(); }));
     settle();
     EXPECT_EQ(stopActions, 1);
-    EXPECT_EQ(recorder->errorMessage(),
-              QStringLiteral("Capture stopped: The sound server ended the microphone "
-                             "recording: gone. Captured audio was preserved."));
-    const auto segments = segmentsOf(root, noteID);
-    ASSERT_EQ(segments.size(), 1);
-    EXPECT_EQ(DurableAudioWriter::frameCount(segments[0]), 3200);
+    EXPECT_EQ(recorder->errorMessage(), "Capture stopped: The sound server ended the microphone "
+                                        "recording: gone. Captured audio was preserved.");
+    EXPECT_EQ(DurableAudioWriter::frameCount(onlySegment()), 3200);
 }
 
 TEST_F(ProcessTapRecorderTest, AFailureThatArrivesAfterTheSessionEndedChangesNothing)
 {
-    auto probe = std::make_shared<SourceProbe>();
-    rig.useScript(scripted(3), probe);
+    auto probe = useScript(scripted(3));
     auto recorder = makeRecorder();
     int stopActions = 0;
     recorder->setStopAction([&] { ++stopActions; });
@@ -380,8 +374,7 @@ TEST_F(ProcessTapRecorderTest, AFailureThatArrivesAfterTheSessionEndedChangesNot
     stop(*recorder);
     ASSERT_FALSE(recorder->recording());
 
-    // A late buffer meets a completed writer, and a late source failure
-    // arrives: neither reaches the finished session.
+    // A late buffer and a late failure do not reach the finished session.
     std::vector<unsigned char> late = tenthOfASecond();
     const AudioBuffer buffer{1, late.data(), qint64(late.size())};
     probe->block(AudioBufferList(&buffer, 1));
@@ -397,9 +390,8 @@ TEST_F(ProcessTapRecorderTest, WithoutLiveSpeechCaptureRunsAndTheWarningStaysUnt
     rig.speechFailure = "No compatible on-device speech audio format.";
     auto recorder = makeRecorder();
     start(*recorder);
-    const QString warning =
-        QStringLiteral("Live transcription unavailable: No compatible on-device speech audio "
-                       "format. Captured audio remains available locally.");
+    const QString warning = "Live transcription unavailable: No compatible on-device speech audio "
+                            "format. Captured audio remains available locally.";
     EXPECT_TRUE(recorder->recording());
     EXPECT_EQ(recorder->errorMessage(), warning);
     EXPECT_EQ(recorder->speechWarning(), warning);
@@ -407,15 +399,12 @@ TEST_F(ProcessTapRecorderTest, WithoutLiveSpeechCaptureRunsAndTheWarningStaysUnt
     ASSERT_TRUE(rig.waitForFileDelivered());
     EXPECT_EQ(stop(*recorder), QString());
     EXPECT_TRUE(recorder->errorIsSpeechWarning());
-    const auto segments = segmentsOf(root, noteID);
-    ASSERT_EQ(segments.size(), 1);
-    EXPECT_EQ(DurableAudioWriter::frameCount(segments[0]), 40000);
+    EXPECT_EQ(DurableAudioWriter::frameCount(onlySegment()), 40000);
 
     // A capture failure replaces the warning.
-    auto probe = std::make_shared<SourceProbe>();
     ScriptedSource::Script script = scripted(0, AudioSampleFormat::float64);
-    script.buffers.push_back(std::vector<unsigned char>(8 * 16, 0));
-    rig.useScript(script, probe);
+    script.buffers.push_back(float64Silence(16));
+    useScript(script);
     auto second = makeRecorder();
     QStringList messages;
     QObject::connect(second.get(), &ProcessTapRecorder::errorMessageChanged,
@@ -455,46 +444,34 @@ TEST_F(ProcessTapRecorderTest, ACaptureThatCannotStartCancelsLiveSpeechAndTheNex
     };
     auto recorder = makeRecorder();
 
-    QFuture<void> started = recorder->start(root, noteID, false);
-    ASSERT_TRUE(waitFor(started));
-    EXPECT_EQ(failureOf(started), "No microphone input is available.");
+    EXPECT_EQ(tryStart(*recorder), "No microphone input is available.");
     EXPECT_FALSE(recorder->starting());
     EXPECT_FALSE(recorder->recording());
     EXPECT_EQ(rig.engine->aborts.load(), 1);
-
-    started = recorder->start(root, noteID, true);
-    ASSERT_TRUE(waitFor(started));
-    EXPECT_EQ(failureOf(started), "System audio capture is unavailable.");
+    EXPECT_EQ(tryStart(*recorder, true), "System audio capture is unavailable.");
     EXPECT_EQ(rig.engine->aborts.load(), 2);
 
     // A source that fails to run after the writer was made leaves an
-    // incomplete segment with no audio for recovery, as a crash would.
-    started = recorder->start(root, noteID, false);
-    ASSERT_TRUE(waitFor(started));
-    EXPECT_EQ(failureOf(started), "Failed to start audio device: busy");
-    auto segments = segmentsOf(root, noteID);
-    ASSERT_EQ(segments.size(), 1);
-    EXPECT_FALSE(LocalRecordingManifest::read(segments[0]).complete);
-    EXPECT_EQ(LocalRecordingManifest::read(segments[0]).sampleRate, 48000.0);
+    // incomplete segment for recovery, as a crash would.
+    EXPECT_EQ(tryStart(*recorder), "Failed to start audio device: busy");
+    const auto manifest = LocalRecordingManifest::read(onlySegment());
+    EXPECT_FALSE(manifest.complete);
+    EXPECT_EQ(manifest.sampleRate, 48000.0);
     EXPECT_EQ(stateChanges, 0);
 
     start(*recorder);
     EXPECT_TRUE(recorder->recording());
     EXPECT_TRUE(recorder->errorMessage().isEmpty());
     stop(*recorder);
-    segments = segmentsOf(root, noteID);
-    EXPECT_EQ(segments.size(), 2);
+    EXPECT_EQ(segmentsOf(root, noteID).size(), 2);
 }
 
-// Refusals before anything runs: neither live speech nor capture begins, and
-// the note's folder stays as it was.
 TEST_F(ProcessTapRecorderTest, WithoutAnInputOrWithUnreadableEarlierAudioNothingStarts)
 {
     rig.access = false;
     auto denied = makeRecorder();
-    QFuture<void> started = denied->start(root, noteID, true);
-    ASSERT_TRUE(waitFor(started));
-    EXPECT_EQ(failureOf(started), "Microphone access was denied. Enable it in your system's sound settings.");
+    EXPECT_EQ(tryStart(*denied, true),
+              "Microphone access was denied. Enable it in your system's sound settings.");
     EXPECT_FALSE(denied->starting());
     EXPECT_FALSE(QDir(RecordingFolder::noteFolder(root, noteID)).exists());
 
@@ -505,9 +482,7 @@ TEST_F(ProcessTapRecorderTest, WithoutAnInputOrWithUnreadableEarlierAudioNothing
     broken.write(segment);
     const auto before = readRawAudio(RecordingFolder::rawAudioPath(segment));
     auto recorder = makeRecorder();
-    started = recorder->start(root, noteID, false);
-    ASSERT_TRUE(waitFor(started));
-    EXPECT_EQ(failureOf(started),
+    EXPECT_EQ(tryStart(*recorder),
               "Transcription audio has an invalid format; the original audio was preserved.");
     EXPECT_FALSE(recorder->starting());
     EXPECT_EQ(segmentsOf(root, noteID), QStringList{segment});
@@ -528,9 +503,7 @@ TEST_F(ProcessTapRecorderTest, LiveSpeechThatCannotFinishKeepsTheTextReceivedAnd
     EXPECT_EQ(stop(*recorder), "word1 word2 partial");
     EXPECT_EQ(recorder->errorMessage(),
               "Live transcription could not finish: The engine broke.. Audio is saved for retry.");
-    const auto segments = segmentsOf(root, noteID);
-    ASSERT_EQ(segments.size(), 1);
-    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
+    EXPECT_TRUE(segmentComplete(onlySegment()));
 }
 
 TEST_F(ProcessTapRecorderTest, AFullDiskAtPauseKeepsTheRawAudioAndStillPauses)
@@ -539,15 +512,13 @@ TEST_F(ProcessTapRecorderTest, AFullDiskAtPauseKeepsTheRawAudioAndStillPauses)
     if (!disk.mounted())
         GTEST_SKIP() << "no tmpfs: " << disk.error().toStdString();
     root = disk.path();
-    auto probe = std::make_shared<SourceProbe>();
-    rig.useScript(scripted(5), probe);
+    useScript(scripted(5));
     auto recorder = makeRecorder();
     start(*recorder);
     const QString segment = segmentsOf(root, noteID).value(0);
     ASSERT_TRUE(waitUntil([&] { return DurableAudioWriter::frameCount(segment) == 8000; }));
 
-    // Fill what is left of the disk.
-    QFile filler(disk.path() + QStringLiteral("/filler"));
+    QFile filler(disk.path() + "/filler");
     ASSERT_TRUE(filler.open(QIODevice::WriteOnly));
     const QByteArray block(4096, 'x');
     while (filler.write(block) == block.size() && filler.flush()) {
@@ -565,10 +536,10 @@ TEST_F(ProcessTapRecorderTest, AFullDiskAtPauseKeepsTheRawAudioAndStillPauses)
     EXPECT_TRUE(recorder->errorMessage().startsWith("Audio could not be finalized: "))
         << recorder->errorMessage().toStdString();
     EXPECT_TRUE(recorder->errorMessage().endsWith(". Raw capture was retained."));
-    EXPECT_FALSE(LocalRecordingManifest::read(segment).complete);
+    EXPECT_FALSE(segmentComplete(segment));
     EXPECT_EQ(DurableAudioWriter::frameCount(segment), 8000);
 
-    QFile::remove(disk.path() + QStringLiteral("/filler"));
+    QFile::remove(disk.path() + "/filler");
     stop(*recorder);
     EXPECT_FALSE(recorder->recording());
 }

@@ -1,10 +1,8 @@
 #pragma once
 
 // What the recording-session tests drive the recorder with: an event loop to
-// wait in, a speech engine that hears one word per second of audio (in
-// speech/engines/ScriptedSpeechEngine.h), sources
-// that deliver chosen buffers, a clock that moves when told, and recording
-// folders written by the real writer.
+// wait in, sources that deliver chosen buffers, a clock that moves when told,
+// and recording folders written by the real writer.
 
 #include "base/Error.h"
 #include "capture/AudioFileSource.h"
@@ -37,8 +35,7 @@
 
 namespace kestil::test {
 
-// The process's one application object, for the event loop the recorder
-// finishes its work in.
+// The process's one application object, for the recorder's event loop.
 inline QCoreApplication &application()
 {
     static int argc = 1;
@@ -188,12 +185,12 @@ inline QStringList segmentsOf(const QString &root, const QUuid &noteID)
     QDir folder(RecordingFolder::noteFolder(root, noteID));
     QList<std::pair<double, QString>> found;
     for (const QString &name : folder.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        const QString segment = folder.filePath(name);
+        double createdAt = 0;
         try {
-            found.append({LocalRecordingManifest::read(segment).createdAt, segment});
+            createdAt = LocalRecordingManifest::read(folder.filePath(name)).createdAt;
         } catch (const std::exception &) {
-            found.append({0, segment});
         }
+        found.append({createdAt, folder.filePath(name)});
     }
     std::sort(found.begin(), found.end());
     QStringList segments;
@@ -213,7 +210,6 @@ struct RecorderRig {
     // When set, the start of live speech waits for it.
     std::shared_ptr<Latch> speechStartGate;
     std::shared_ptr<std::atomic<int>> speechStarts = std::make_shared<std::atomic<int>>(0);
-    std::shared_ptr<std::atomic<int>> accessChecks = std::make_shared<std::atomic<int>>(0);
     ManualClock clock;
     bool manualClock = false;
     // The file sources made so far, newest last.
@@ -246,10 +242,7 @@ struct RecorderRig {
     ProcessTapRecorder::Environment environment() const
     {
         ProcessTapRecorder::Environment environment;
-        environment.microphoneAccess = [granted = access, checks = accessChecks] {
-            ++*checks;
-            return granted;
-        };
+        environment.microphoneAccess = [granted = access] { return granted; };
         environment.makeSource = makeSource;
         environment.startLiveSpeech =
             [probe = engine, failure = speechFailure, gate = speechStartGate, starts = speechStarts](
