@@ -44,8 +44,6 @@ public:
     struct Options {
         bool notifications = true;
         bool login1 = true;
-        // Notify answers with an error.
-        bool refuseNotify = false;
     };
 
     FakeDesktopServices();
