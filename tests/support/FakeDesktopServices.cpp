@@ -1,6 +1,7 @@
 // Stand-ins for the desktop's services on a test's private bus:
 //   --notifications  org.freedesktop.Notifications, recording every Notify
 //   --login1         org.freedesktop.login1, handing out inhibitor locks
+//   --refuse-notify  Notify answers with an error
 // Every call and every released lock is printed as one line of JSON. A line
 // "invoke <id> <action>" on standard input sends ActionInvoked as a click
 // does; the end of standard input ends the program.
@@ -33,6 +34,8 @@ class Notifications : public QObject, protected QDBusContext {
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
 
 public:
+    bool refuse = false;
+
 public slots:
     QStringList GetCapabilities() { return {QStringLiteral("actions"), QStringLiteral("body")}; }
 
@@ -49,6 +52,11 @@ public slots:
                 const QString &body, const QStringList &actions, const QVariantMap &hints, int timeout)
     {
         Q_UNUSED(replaces)
+        if (refuse) {
+            sendErrorReply(QDBusError::Failed, QStringLiteral("The notification was refused."));
+            print({{QStringLiteral("event"), QStringLiteral("NotifyRefused")}});
+            return 0;
+        }
         const uint id = ++lastId_;
         QJsonObject hintsJson;
         for (auto it = hints.cbegin(); it != hints.cend(); ++it)
@@ -140,6 +148,7 @@ int main(int argc, char **argv)
         return 1;
     }
     Notifications notifications;
+    notifications.refuse = arguments.contains(QStringLiteral("--refuse-notify"));
     Login1 login1;
     if (arguments.contains(QStringLiteral("--notifications"))) {
         bus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &notifications,

@@ -85,6 +85,8 @@ QString FakeDesktopServices::start(const QString &busAddress, Options options)
         arguments << QStringLiteral("--notifications");
     if (options.login1)
         arguments << QStringLiteral("--login1");
+    if (options.refuseNotify)
+        arguments << QStringLiteral("--refuse-notify");
     process_.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process_.start(QStringLiteral(KESTIL_FAKE_DESKTOP_SERVICES), arguments);
     if (!process_.waitForStarted(10000))

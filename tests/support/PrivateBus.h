@@ -44,6 +44,8 @@ public:
     struct Options {
         bool notifications = true;
         bool login1 = true;
+        // Notify answers with an error.
+        bool refuseNotify = false;
     };
 
     FakeDesktopServices();
