@@ -2,6 +2,8 @@
 
 #include "documents/RichText.h"
 
+#include <QDir>
+#include <QFile>
 #include <QString>
 
 #include <ostream>
@@ -16,20 +18,21 @@ QT_END_NAMESPACE
 
 namespace kestil {
 
-// A table row's text as the suffix of a test's name: letters, digits and
-// inner blanks as they are, any other character as "_" and its hexadecimal code,
-// so that any runner can carry the name and rows keep names of their own.
-inline void printRowName(const char *text, std::ostream *out)
+inline QString q(const char *text)
 {
-    const QString row = QString::fromUtf8(text).left(48);
-    QString name;
-    for (qsizetype i = 0; i < row.size(); ++i) {
-        const QChar c = row.at(i);
-        const bool inner = c == QLatin1Char(' ') && i > 0 && i + 1 < row.size();
-        name +=
-            c.isLetterOrNumber() || inner ? QString(c) : QLatin1Char('_') + QString::number(c.unicode(), 16);
-    }
-    *out << name.toStdString();
+    return QString::fromUtf8(text);
+}
+
+inline QByteArray readAll(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
+}
+
+// A folder's entries, hidden ones too, by name.
+inline QStringList entries(const QString &folder)
+{
+    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
 }
 
 // Rich text written out with a tag around each formatted run, so that a test

@@ -27,46 +27,24 @@ QString thrownText(const std::function<void()> &call)
     return QStringLiteral("(nothing thrown)");
 }
 
-QByteArray readAll(const QString &path)
+TEST(NoteExportFileName, ReplacesSeparatorsAndNamesTheUntitled)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
+    const struct {
+        const char *row;
+        std::optional<const char *> title;
+        const char *suffix, *extension, *expected;
+    } rows[] = {{"separators", "a/b:c", " - Summary", "pdf", "a-b-c - Summary.pdf"},
+                {"all ten", "x/\\?%*|\"<>:y", "", "md", "x----------y.md"},
+                {"no title", std::nullopt, "", "txt", "Untitled.txt"},
+                {"blank title", " \n ", " - Summary", "md", " - Summary.md"},
+                {"trimmed", "\t Q3 plan \n", " - Transcript", "md", "Q3 plan - Transcript.md"},
+                {"unicode kept", "Café — 東京", "", "srt", "Café — 東京.srt"}};
+    for (const auto &row : rows) {
+        const std::optional<QString> title = row.title ? std::optional(q(*row.title)) : std::nullopt;
+        EXPECT_EQ(NoteExport::suggestedFileName(title, q(row.suffix), q(row.extension)), q(row.expected))
+            << row.row;
+    }
 }
-
-struct FileNameRow {
-    const char *row;
-    std::optional<const char *> title;
-    const char *suffix;
-    const char *extension;
-    const char *expected;
-};
-
-void PrintTo(const FileNameRow &row, std::ostream *out)
-{
-    printRowName(row.row, out);
-}
-
-class SuggestedFileName : public ::testing::TestWithParam<FileNameRow> {};
-
-TEST_P(SuggestedFileName, ReplacesSeparatorsAndNamesTheUntitled)
-{
-    const FileNameRow &row = GetParam();
-    const std::optional<QString> title =
-        row.title ? std::optional(QString::fromUtf8(*row.title)) : std::nullopt;
-    EXPECT_EQ(
-        NoteExport::suggestedFileName(title, QString::fromUtf8(row.suffix), QString::fromUtf8(row.extension)),
-        QString::fromUtf8(row.expected));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Titles, SuggestedFileName,
-    ::testing::Values(FileNameRow{"separators", "a/b:c", " - Summary", "pdf", "a-b-c - Summary.pdf"},
-                      FileNameRow{"all ten", "x/\\?%*|\"<>:y", "", "md", "x----------y.md"},
-                      FileNameRow{"no title", std::nullopt, "", "txt", "Untitled.txt"},
-                      FileNameRow{"blank title", " \n ", " - Summary", "md", " - Summary.md"},
-                      FileNameRow{"trimmed", "\t Q3 plan \n", " - Transcript", "md",
-                                  "Q3 plan - Transcript.md"},
-                      FileNameRow{"unicode kept", "Café — 東京", "", "srt", "Café — 東京.srt"}));
 
 TEST(NoteExportSummary, OnlyARealSummaryIsExportable)
 {
@@ -98,14 +76,10 @@ protected:
     NoteExportContent full;
 };
 
-TEST_F(NoteDocuments, TheDateIsTheLongDateAndShortTimeOfTheLocale)
-{
-    EXPECT_EQ(NoteExport::dateText(*full.timestamp), QStringLiteral("Tuesday, March 5, 2024, 3:04 PM"));
-}
-
-TEST_F(NoteDocuments, AFullNoteInEachDocument)
+TEST_F(NoteDocuments, AFullNoteInEachDocumentDatedInTheLocale)
 {
     const QString date = NoteExport::dateText(*full.timestamp);
+    EXPECT_EQ(date, QStringLiteral("Tuesday, March 5, 2024, 3:04 PM"));
     EXPECT_EQ(NoteExport::plainTextDocument(full),
               QStringLiteral("Launch plan\n===========\n\nCreated: ") + date +
                   QStringLiteral("\n\nTags: planning, q2\n\nSUMMARY\n-------\n## Overview\nShip in April.\n\n"
@@ -162,10 +136,6 @@ TEST_F(NoteDocuments, MissingPartsAreLeftOutAndNamesFollowTheTitle)
 class AtomicWrite : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(dir.isValid()); }
-    QStringList entries(const QString &folder) const
-    {
-        return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-    }
     QTemporaryDir dir;
 };
 

@@ -28,17 +28,6 @@ namespace {
 
 const QUuid noteID = QUuid::fromString(QStringLiteral("7A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9"));
 
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
-}
-
-QStringList entries(const QString &folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-}
-
 // What sox makes of a file: "<rate> <samples> <channels>".
 QString soxReading(const QString &path)
 {

@@ -37,66 +37,55 @@ QString words(int from, int to)
     return list.join(QLatin1Char(' '));
 }
 
-struct CueRow {
-    const char *row;
-    QList<TranscriptUtterance> utterances;
-    QList<SubtitleCue> expected;
-};
-
-void PrintTo(const CueRow &row, std::ostream *out)
-{
-    printRowName(row.row, out);
-}
-
-class SubtitleCues : public ::testing::TestWithParam<CueRow> {};
-
-TEST_P(SubtitleCues, AreCutByLinesTimeAndPauses)
-{
-    const QList<SubtitleCue> cues = Subtitles::cues(GetParam().utterances);
-    ASSERT_EQ(cues.size(), GetParam().expected.size());
-    for (qsizetype i = 0; i < cues.size(); ++i) {
-        const SubtitleCue &expected = GetParam().expected[i];
-        EXPECT_NEAR(cues[i].start, expected.start, 0.0005) << i;
-        EXPECT_NEAR(cues[i].end, expected.end, 0.0005) << i;
-        EXPECT_EQ(cues[i].text, expected.text) << i;
-    }
-}
-
 const QString longWord =
     QStringLiteral("Donaudampfschifffahrtselektrizitaetenhauptbetriebswerkbauunterbeamtengesellschaft");
 
-INSTANTIATE_TEST_SUITE_P(
-    Transcripts, SubtitleCues,
-    ::testing::Values(
-        CueRow{
-            "a pause ends a cue",
-            {said(QStringLiteral("We move the launch."), 0.5, 2.0),
-             said(QStringLiteral("Sam writes."), 3.5, 4.5)},
-            {{0.5, 2.0, QStringLiteral("We move the launch.")}, {3.5, 4.5, QStringLiteral("Sam writes.")}}},
-        CueRow{"a breath does not",
-               {said(QStringLiteral("Yes."), 1.0, 1.4), said(QStringLiteral("Of  course.\n"), 1.5, 2.3)},
-               {{1.0, 2.3, QStringLiteral("Yes. Of course.")}}},
-        CueRow{"interim and untimed are left out, the rest ordered",
-               {said(QStringLiteral("Second."), 5, 6), said(QStringLiteral("maybe"), 0, 1, true),
-                said(QStringLiteral("no times"), std::nullopt, std::nullopt),
-                said(QStringLiteral("half"), 2.0, std::nullopt), said(QStringLiteral("First."), 1, 2)},
-               {{1, 2, QStringLiteral("First.")}, {5, 6, QStringLiteral("Second.")}}},
+TEST(SubtitleCues, AreCutByLinesTimeAndPauses)
+{
+    const struct {
+        const char *row;
+        QList<TranscriptUtterance> utterances;
+        QList<SubtitleCue> expected;
+    } rows[] = {
+        {"a pause ends a cue",
+         {said(QStringLiteral("We move the launch."), 0.5, 2.0),
+          said(QStringLiteral("Sam writes."), 3.5, 4.5)},
+         {{0.5, 2.0, QStringLiteral("We move the launch.")}, {3.5, 4.5, QStringLiteral("Sam writes.")}}},
+        {"a breath does not",
+         {said(QStringLiteral("Yes."), 1.0, 1.4), said(QStringLiteral("Of  course.\n"), 1.5, 2.3)},
+         {{1.0, 2.3, QStringLiteral("Yes. Of course.")}}},
+        {"interim and untimed are left out, the rest ordered",
+         {said(QStringLiteral("Second."), 5, 6), said(QStringLiteral("maybe"), 0, 1, true),
+          said(QStringLiteral("no times"), std::nullopt, std::nullopt),
+          said(QStringLiteral("half"), 2.0, std::nullopt), said(QStringLiteral("First."), 1, 2)},
+         {{1, 2, QStringLiteral("First.")}, {5, 6, QStringLiteral("Second.")}}},
         // 0.05 s a character: two lines of eight words fill the first cue.
-        CueRow{"two lines of 42 at most",
-               {said(words(0, 20), 0, 4.95)},
-               {{0, 3.95, words(0, 8) + QLatin1Char('\n') + words(8, 16)}, {4.0, 4.95, words(16, 20)}}},
+        {"two lines of 42 at most",
+         {said(words(0, 20), 0, 4.95)},
+         {{0, 3.95, words(0, 8) + QLatin1Char('\n') + words(8, 16)}, {4.0, 4.95, words(16, 20)}}},
         // 0.1 s a character: the fifteenth word would end the cue after 7 s.
-        CueRow{"seven seconds at most",
-               {said(words(0, 20), 0, 9.9)},
-               {{0, 6.9, words(0, 8) + QLatin1Char('\n') + words(8, 14)}, {7.0, 9.9, words(14, 20)}}},
-        CueRow{"a word longer than a line stays whole",
-               // 91 characters, 0.05 s each.
-               {said(QStringLiteral("See ") + longWord + QStringLiteral(" today"), 0, 4.55)},
-               {{0, 4.25, QStringLiteral("See\n") + longWord}, {4.3, 4.55, QStringLiteral("today")}}},
-        CueRow{"overlapping utterances never overlap as cues",
-               {said(QStringLiteral("Both"), 1.0, 2.0), said(QStringLiteral("talk"), 1.5, 1.5),
-                said(QStringLiteral("Later."), 2.5, 2.5)},
-               {{1.0, 2.0, QStringLiteral("Both talk")}, {2.5, 2.501, QStringLiteral("Later.")}}}));
+        {"seven seconds at most",
+         {said(words(0, 20), 0, 9.9)},
+         {{0, 6.9, words(0, 8) + QLatin1Char('\n') + words(8, 14)}, {7.0, 9.9, words(14, 20)}}},
+        {"a word longer than a line stays whole",
+         // 91 characters, 0.05 s each.
+         {said(QStringLiteral("See ") + longWord + QStringLiteral(" today"), 0, 4.55)},
+         {{0, 4.25, QStringLiteral("See\n") + longWord}, {4.3, 4.55, QStringLiteral("today")}}},
+        {"overlapping utterances never overlap as cues",
+         {said(QStringLiteral("Both"), 1.0, 2.0), said(QStringLiteral("talk"), 1.5, 1.5),
+          said(QStringLiteral("Later."), 2.5, 2.5)},
+         {{1.0, 2.0, QStringLiteral("Both talk")}, {2.5, 2.501, QStringLiteral("Later.")}}}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.row);
+        const QList<SubtitleCue> cues = Subtitles::cues(row.utterances);
+        ASSERT_EQ(cues.size(), row.expected.size());
+        for (qsizetype i = 0; i < cues.size(); ++i) {
+            EXPECT_NEAR(cues[i].start, row.expected[i].start, 0.0005) << i;
+            EXPECT_NEAR(cues[i].end, row.expected[i].end, 0.0005) << i;
+            EXPECT_EQ(cues[i].text, row.expected[i].text) << i;
+        }
+    }
+}
 
 TEST(SubtitleCueRules, HoldForALongVariedTranscript)
 {
