@@ -5,13 +5,14 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
 QString described(const QString &markdown)
 {
     const std::optional<RichText> parsed = parseInlineMarkdown(markdown);
-    return parsed ? describe(*parsed) : QStringLiteral("(refused)");
+    return parsed ? describe(*parsed) : u"(refused)"_s;
 }
 
 TEST(InlineMarkdown, GivesTheseRuns)
@@ -40,32 +41,29 @@ TEST(InlineMarkdown, GivesTheseRuns)
 
 TEST(InlineMarkdown, RefusesCharactersTheParserWouldReplace)
 {
-    EXPECT_FALSE(parseInlineMarkdown(QStringLiteral("a") + QChar(0) + QStringLiteral("b")));
-    EXPECT_FALSE(parseInlineMarkdown(QStringLiteral("**a**") + QChar(0xd800)));
-    EXPECT_FALSE(parseInlineMarkdown(QChar(0xdc00) + QStringLiteral("x")));
+    EXPECT_FALSE(parseInlineMarkdown(u"a"_s + QChar(0) + u"b"_s));
+    EXPECT_FALSE(parseInlineMarkdown(u"**a**"_s + QChar(0xd800)));
+    EXPECT_FALSE(parseInlineMarkdown(QChar(0xdc00) + u"x"_s));
 }
 
 TEST(InlineMarkdown, KeepsReplacementCharactersOfInvalidUtf8)
 {
-    EXPECT_EQ(described(q("\xff\xfe**b**\xc3")), QStringLiteral("\ufffd\ufffd<b>b</b>\ufffd"));
+    EXPECT_EQ(described(q("\xff\xfe**b**\xc3")), u"\ufffd\ufffd<b>b</b>\ufffd"_s);
 }
 
 TEST(InlineMarkdown, ReadsMarkdownNestedAThousandLevelsDeep)
 {
     const qsizetype depth = 1000;
-    EXPECT_EQ(
-        described(QString(depth, QLatin1Char('*')) + QStringLiteral("a") + QString(depth, QLatin1Char('*'))),
-        QStringLiteral("<b>a</b>"));
+    EXPECT_EQ(described(QString(depth, QLatin1Char('*')) + u"a"_s + QString(depth, QLatin1Char('*'))),
+              u"<b>a</b>"_s);
 
-    const QString brackets =
-        QString(depth, QLatin1Char('[')) + QStringLiteral("a") + QString(depth, QLatin1Char(']'));
+    const QString brackets = QString(depth, QLatin1Char('[')) + u"a"_s + QString(depth, QLatin1Char(']'));
     EXPECT_EQ(parseInlineMarkdown(brackets)->text, brackets);
 
     QString links;
     for (qsizetype i = 0; i < depth; ++i)
-        links = QStringLiteral("[_") + links + QStringLiteral("_](u)");
-    const std::optional<RichText> nested =
-        parseInlineMarkdown(links.replace(QStringLiteral("[__]"), QStringLiteral("[x]")));
+        links = u"[_"_s + links + u"_](u)"_s;
+    const std::optional<RichText> nested = parseInlineMarkdown(links.replace(u"[__]"_s, u"[x]"_s));
     ASSERT_TRUE(nested);
     EXPECT_TRUE(nested->text.contains(QLatin1Char('x')));
 }
@@ -74,7 +72,7 @@ TEST(InlineMarkdown, ReadsAMegabyteLine)
 {
     QString line;
     for (int i = 0; i < 70'000; ++i)
-        line += QStringLiteral("word **bold** ");
+        line += u"word **bold** "_s;
     const std::optional<RichText> parsed = parseInlineMarkdown(line);
     ASSERT_TRUE(parsed);
     EXPECT_EQ(parsed->text.size(), 70'000 * 10);

@@ -7,6 +7,7 @@
 #include <random>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -68,8 +69,8 @@ TEST(ParsedNoteMarkdown, ParsesEachKindOfLine)
 
 TEST(ParsedNoteMarkdown, ReadsThroughAnOuterFenceAndKeepsBlankLines)
 {
-    const ParsedNoteMarkdown fenced(QStringLiteral("```markdown\n# A\n\n- b\n```"), false);
-    const ParsedNoteMarkdown bare(QStringLiteral("# A\n\n- b"), false);
+    const ParsedNoteMarkdown fenced(u"```markdown\n# A\n\n- b\n```"_s, false);
+    const ParsedNoteMarkdown bare(u"# A\n\n- b"_s, false);
     EXPECT_EQ(fenced.lines(), bare.lines());
     ASSERT_EQ(bare.lines().size(), 3);
     EXPECT_EQ(bare.lines()[2].id, 2);
@@ -88,7 +89,7 @@ TEST(ParsedNoteMarkdown, HidesATrailingLineWhileItMayStillChange)
 
 TEST(ParsedNoteMarkdown, BlanksAnIncompleteLastLineOnlyWhileStreaming)
 {
-    const QString text = QStringLiteral("Intro\n## Heading");
+    const QString text = u"Intro\n## Heading"_s;
     const ParsedNoteMarkdown streaming(text, true);
     ASSERT_EQ(streaming.lines().size(), 2);
     EXPECT_FALSE(streaming.lines()[1].heading);
@@ -99,12 +100,12 @@ TEST(ParsedNoteMarkdown, BlanksAnIncompleteLastLineOnlyWhileStreaming)
 
 TEST(ParsedNoteMarkdown, CachesStreamingAndSavedParsesApart)
 {
-    const QString text = QStringLiteral("A\n- no");
+    const QString text = u"A\n- no"_s;
     const auto saved = ParsedNoteMarkdown::cached(text, false);
     const auto streaming = ParsedNoteMarkdown::cached(text, true);
     EXPECT_EQ(ParsedNoteMarkdown::cached(text, false), saved);
     EXPECT_EQ(ParsedNoteMarkdown::cached(text, true), streaming);
-    EXPECT_EQ(saved->lines()[1].marker, QStringLiteral("•"));
+    EXPECT_EQ(saved->lines()[1].marker, u"•"_s);
     EXPECT_FALSE(streaming->lines()[1].marker);
 }
 
@@ -113,7 +114,7 @@ TEST(ParsedNoteMarkdown, NeverLosesALineOrItsPlainCharacters)
     const QStringList pieces{"*", "_", "`",  "~", "[",  "]",  "(",  ")", "#", "-",
                              "1", ".", "\t", " ", "  ", "\n", "\r", "a", "b", "word",
                              "&", "<", ">",  "!", "\\", "é",  "😀",  ":", "|"};
-    const QString markup = QStringLiteral("*_`~[]()<>&!\\");
+    const QString markup = u"*_`~[]()<>&!\\"_s;
     std::mt19937 random(20240611);
     for (int round = 0; round < 3000; ++round) {
         QString text;

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -37,17 +38,16 @@ TEST(RowPreview, ComesFromTheUsableField)
 
 TEST(RowPreview, CutsTheSourceAtFourHundredCharactersBeforeRemovingMarks)
 {
-    const QString linked = QString(395, QLatin1Char('a')) + QStringLiteral(" [link](https://example.org)");
-    EXPECT_EQ(PreviewSnippets::rowPreview(linked, {}),
-              QString(395, QLatin1Char('a')) + QStringLiteral(" [lin"));
+    const QString linked = QString(395, QLatin1Char('a')) + u" [link](https://example.org)"_s;
+    EXPECT_EQ(PreviewSnippets::rowPreview(linked, {}), QString(395, QLatin1Char('a')) + u" [lin"_s);
 
     // Characters, not UTF-16 units: a pair is never split.
-    const QString face = QStringLiteral("😀");
+    const QString face = u"😀"_s;
     EXPECT_EQ(PreviewSnippets::rowPreview(face.repeated(401), {}), face.repeated(400));
-    const QString odd = QString(399, QLatin1Char('b')) + face + QStringLiteral("c");
+    const QString odd = QString(399, QLatin1Char('b')) + face + u"c"_s;
     EXPECT_EQ(PreviewSnippets::rowPreview(odd, {}), QString(399, QLatin1Char('b')) + face);
 
-    const QString megabyte = QStringLiteral("**Long** line ").repeated(80'000);
+    const QString megabyte = u"**Long** line "_s.repeated(80'000);
     EXPECT_EQ(PreviewSnippets::rowPreview(megabyte, {}).size(),
               PreviewSnippets::plainSnippet(megabyte.first(400)).size());
 }

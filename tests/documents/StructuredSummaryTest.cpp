@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -16,15 +17,14 @@ QString outline(const StructuredSummary &summary)
     for (const StructuredSummary::Block &block : summary.blocks()) {
         const StructuredSummary::Section &s = block.section;
         out += block.kind == StructuredSummary::Block::Kind::overview
-                   ? QStringLiteral("overview\n")
-                   : QStringLiteral("section %1 %2\n").arg(s.id).arg(s.title.value_or(QStringLiteral("-")));
+                   ? u"overview\n"_s
+                   : u"section %1 %2\n"_s.arg(s.id).arg(s.title.value_or(u"-"_s));
         for (const ParsedNoteMarkdown::Line &line : s.paragraphs)
-            out += QStringLiteral("  ¶ ") + describe(line.text) + QLatin1Char('\n');
+            out += u"  ¶ "_s + describe(line.text) + QLatin1Char('\n');
         for (const StructuredSummary::Item &item : s.items)
-            out +=
-                QStringLiteral("  ") + item.marker + QLatin1Char(' ') +
-                (item.label ? QLatin1Char('[') + describe(*item.label) + QStringLiteral("] ") : QString()) +
-                describe(item.body) + QLatin1Char('\n');
+            out += u"  "_s + item.marker + QLatin1Char(' ') +
+                   (item.label ? QLatin1Char('[') + describe(*item.label) + u"] "_s : QString()) +
+                   describe(item.body) + QLatin1Char('\n');
     }
     return out;
 }
@@ -81,18 +81,17 @@ TEST(StructuredSummary, ReadsSectionsOverviewAndItems)
 
 TEST(StructuredSummary, KeepsIdsIndentationAndTheTrimmedLine)
 {
-    const StructuredSummary summary(
-        ParsedNoteMarkdown(QStringLiteral("## A\n\n  - **Owner**: Sam \n"), false));
+    const StructuredSummary summary(ParsedNoteMarkdown(u"## A\n\n  - **Owner**: Sam \n"_s, false));
     ASSERT_EQ(summary.sections.size(), 1);
     const StructuredSummary::Item &item = summary.sections[0].items[0];
     EXPECT_EQ(item.id, 2);
     EXPECT_EQ(item.indentation, 2);
-    EXPECT_EQ(item.fullText, QStringLiteral("Owner: Sam"));
+    EXPECT_EQ(item.fullText, u"Owner: Sam"_s);
 }
 
 TEST(StructuredSummary, ReadsAMegabyteSingleLineSummary)
 {
-    const QString line = QStringLiteral("All **work** continues as planned. ").repeated(30'000);
+    const QString line = u"All **work** continues as planned. "_s.repeated(30'000);
     const StructuredSummary summary(*ParsedNoteMarkdown::cached(line, false));
     ASSERT_TRUE(summary.overview);
     EXPECT_EQ(summary.overview->paragraphs.size(), 1);
@@ -134,7 +133,7 @@ TEST(StructuredSummary, GroupsIndentedItemsUnderThePrecedingOne)
         QList<StructuredSummary::Item> list;
         int id = 0;
         for (const int indentation : indentations)
-            list.append(StructuredSummary::Item{id++, QStringLiteral("•"), indentation, {}, {}, {}});
+            list.append(StructuredSummary::Item{id++, u"•"_s, indentation, {}, {}, {}});
         return list;
     };
     const auto shape = [](const QList<StructuredSummary::Group> &groups) {
