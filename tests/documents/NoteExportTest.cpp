@@ -49,14 +49,12 @@ TEST(NoteExportFileName, ReplacesSeparatorsAndNamesTheUntitled)
 
 TEST(NoteExportSummary, OnlyARealSummaryIsExportable)
 {
-    const std::vector<std::pair<QString, bool>> rows = {
-        {QString(), false},
-        {u" \n\t"_s, false},
-        {u"Transcription in progress..."_s, false},
-        {u"\n Generating summary... "_s, false},
-        {u"Generating summary"_s, true},
-        {u"## Overview\nShip in April."_s, true},
-    };
+    const std::vector<std::pair<QString, bool>> rows = {{QString(), false},
+                                                        {u" \n\t"_s, false},
+                                                        {u"Transcription in progress..."_s, false},
+                                                        {u"\n Generating summary... "_s, false},
+                                                        {u"Generating summary"_s, true},
+                                                        {u"## Overview\nShip in April."_s, true}};
     for (const auto &[summary, exportable] : rows)
         EXPECT_EQ(NoteExport::hasExportableSummary(summary), exportable) << summary.toStdString();
 }
@@ -116,8 +114,7 @@ TEST_F(NoteDocuments, MissingPartsAreLeftOutAndNamesFollowTheTitle)
         {"blank title", blank, u"\n\n\n"_s, u"# \n\n"_s, u"#  - Summary\n\n*No summary available*\n"_s},
         {"combining accent", accented, u"Cafe\u0301\n====\n\nTRANSCRIPT\n----------\nTwo coffees.\n"_s,
          u"# Cafe\u0301\n\n## Transcript\n\nTwo coffees.\n"_s,
-         u"# Cafe\u0301 - Summary\n\n*No summary available*\n"_s},
-    };
+         u"# Cafe\u0301 - Summary\n\n*No summary available*\n"_s}};
     for (const Row &row : rows) {
         SCOPED_TRACE(row.row);
         EXPECT_EQ(NoteExport::plainTextDocument(row.note), row.plain);
@@ -158,8 +155,7 @@ TEST_F(AtomicWrite, AFailureNamesTheFileAndTheCauseAndLeavesNothingBehind)
         {"vanished folder", dir.filePath(u"gone/x.md"_s),
          u"Could not write “x.md”: No such file or directory"_s},
         {"a folder in the way", folder + u"/taken.md"_s, u"Could not replace “taken.md”: Is a directory"_s},
-        {"longest name", folder + QLatin1Char('/') + longestName, u"(nothing thrown)"_s},
-    };
+        {"longest name", folder + QLatin1Char('/') + longestName, u"(nothing thrown)"_s}};
     for (const auto &[row, path, expected] : rows)
         EXPECT_EQ(thrownText([&] { NoteExport::writeTextAtomically(path, u"text"_s); }), expected) << row;
     EXPECT_EQ(entries(folder), (QStringList{longestName, u"taken.md"_s}));

@@ -147,8 +147,7 @@ TEST_F(ObsidianExportCopy, ANoteWithoutAudioInTheStoreExportsMarkdownOnly)
         {"outside the store", root, u"../x"_s},
         {"absolute", root, RecordingFolder::noteFolder(root, noteID)},
         {"no store", std::nullopt, note.sourceURL},
-        {"not on disk", root, u"Recordings/"_s + RecordingFolder::uuidText(QUuid::createUuid())},
-    };
+        {"not on disk", root, u"Recordings/"_s + RecordingFolder::uuidText(QUuid::createUuid())}};
     for (const auto &[row, storeRoot, sourceURL] : rows) {
         SCOPED_TRACE(row);
         QTemporaryDir out;

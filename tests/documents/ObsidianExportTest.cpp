@@ -33,8 +33,7 @@ TEST(ObsidianAudioFolder, OnlyARelativePathInsideTheStoreIsFollowed)
         {"Recordings/../../Kestil2/A", "Audio path is outside the local store."},
         {".", "Audio path is outside the local store."},
         {"Recordings/../Recordings/A/", "/data/Kestil/Recordings/A"},
-        {"Recordings/A", "/data/Kestil/Recordings/A"},
-    };
+        {"Recordings/A", "/data/Kestil/Recordings/A"}};
     const auto answer = [](const std::optional<QString> &storeRoot, const QString &sourceURL) {
         try {
             return ObsidianExport::noteAudioFolder(storeRoot, sourceURL);

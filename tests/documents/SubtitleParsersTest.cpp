@@ -54,14 +54,12 @@ TEST(SubtitleParsers, ReadTheSameCuesFromTheSrtAndWebVttFiles)
         GTEST_SKIP() << "no Python with the srt and webvtt-py packages (pip install srt webvtt-py into "
                         "~/.cache/kestil/subtitle-parsers, or set KESTIL_SUBTITLE_PYTHON)";
 
-    const QList<SubtitleCue> cues = Subtitles::cues({
-        said(u"Fish & chips <cheap> --> tonight, said the café in 東京."_s, 0.25, 3.5),
-        said(u"Then a long stretch of talk about the launch schedule that runs on well past what "
-             "a single subtitle can hold on two lines of text."_s,
-             4.0, 13.0),
-        said(u"An hour later: 42"_s, 3725.125, 3727.0),
-        said(u"1"_s, 3730.0, 3730.5),
-    });
+    const QList<SubtitleCue> cues = Subtitles::cues(
+        {said(u"Fish & chips <cheap> --> tonight, said the café in 東京."_s, 0.25, 3.5),
+         said(u"Then a long stretch of talk about the launch schedule that runs on well past what "
+              "a single subtitle can hold on two lines of text."_s,
+              4.0, 13.0),
+         said(u"An hour later: 42"_s, 3725.125, 3727.0), said(u"1"_s, 3730.0, 3730.5)});
     ASSERT_GE(cues.size(), 5);
 
     QTemporaryDir dir;

@@ -50,8 +50,7 @@ TEST(SummaryPDFTest, PaginatesByPieceKeepingHeadsWithTheirRowsAndSlicingOnlyWhat
         {"a row taller than a page after a gap past the foot goes on where the gap ended",
          {{698, false, 22}, {800, false, 8}},
          {{0, 0, 42, 0, 698}, {1, 0, 762, 0, -12}, {1, 1, 42, -12, 708}, {1, 2, 42, 696, 104}},
-         3},
-    };
+         3}};
     for (const PaginationCase &c : cases) {
         SCOPED_TRACE(c.name);
         const SummaryPDF::Pagination pagination = SummaryPDF::paginate(c.pieces);

@@ -92,21 +92,19 @@ TEST_F(FilterAndSortStateTest, SearchLooksInTranscriptTitleAndJoinedTagsOnly)
     };
     Sample untitled;
     untitled.titleMissing = true;
-    const QList<Case> cases{
-        {"blanks match everything", u"  \n "_s, titled(u"x"_s), true},
-        {"title ignores case", u"STANDUP"_s, titled(u"Daily standup"_s), true},
-        {"transcript ignores case", u"budget"_s, saying(u"The BUDGET."_s), true},
-        {"the search is trimmed", u"  budget "_s, saying(u"budget"_s), true},
-        {"full case folding", u"STRASSE"_s, titled(u"Straße"_s), true},
-        {"decomposed finds composed", u"cafe\u0301"_s, titled(u"Café"_s), true},
-        {"accents still count", u"cafe"_s, titled(u"Café"_s), false},
-        {"joined tag names", u"alpha, beta"_s, tagged({"beta", "alpha"}), true},
-        {"a comma finds two tags", u", "_s, tagged({"a", "b"}), true},
-        {"a comma needs two tags", u", "_s, tagged({"a"}), false},
-        {"punctuation only", u"?!"_s, saying(u"Really?! Yes."_s), true},
-        {"an absent title matches nothing", u"untitled"_s, untitled, false},
-        {"nowhere", u"roadmap"_s, {u"Budget"_s, 0, {u"q3"_s}, u"money"_s}, false},
-    };
+    const QList<Case> cases{{"blanks match everything", u"  \n "_s, titled(u"x"_s), true},
+                            {"title ignores case", u"STANDUP"_s, titled(u"Daily standup"_s), true},
+                            {"transcript ignores case", u"budget"_s, saying(u"The BUDGET."_s), true},
+                            {"the search is trimmed", u"  budget "_s, saying(u"budget"_s), true},
+                            {"full case folding", u"STRASSE"_s, titled(u"Straße"_s), true},
+                            {"decomposed finds composed", u"cafe\u0301"_s, titled(u"Café"_s), true},
+                            {"accents still count", u"cafe"_s, titled(u"Café"_s), false},
+                            {"joined tag names", u"alpha, beta"_s, tagged({"beta", "alpha"}), true},
+                            {"a comma finds two tags", u", "_s, tagged({"a", "b"}), true},
+                            {"a comma needs two tags", u", "_s, tagged({"a"}), false},
+                            {"punctuation only", u"?!"_s, saying(u"Really?! Yes."_s), true},
+                            {"an absent title matches nothing", u"untitled"_s, untitled, false},
+                            {"nowhere", u"roadmap"_s, {u"Budget"_s, 0, {u"q3"_s}, u"money"_s}, false}};
     for (const Case &c : cases) {
         const Library library({c.note});
         EXPECT_EQ(FilterAndSortState::matchesSearch(library.notes.first(), c.search, library.exact()),
@@ -132,8 +130,7 @@ TEST_F(FilterAndSortStateTest, FolderSelection)
         {"folder, its note", FolderSelection::folder(work), work, true},
         {"folder, another folder's note", FolderSelection::folder(work), QUuid::createUuid(), false},
         {"folder, unfiled note", FolderSelection::folder(work), std::nullopt, false},
-        {"folder, a folder without id", FolderSelection::folder(work), QUuid(), false},
-    };
+        {"folder, a folder without id", FolderSelection::folder(work), QUuid(), false}};
     for (const Case &c : cases) {
         FilterAndSortState state;
         state.setSelectedFolder(c.selection);
@@ -152,14 +149,12 @@ TEST_F(FilterAndSortStateTest, TagsMatchAnyOrAllByExactName)
         bool matches;
     };
     const QString a = u"alpha"_s, b = u"beta"_s;
-    const QList<Case> cases{
-        {"nothing chosen", {}, TagMatchMode::all, {}, true},
-        {"any, one shared", {a, b}, TagMatchMode::any, {a}, true},
-        {"any, none shared", {a}, TagMatchMode::any, {b}, false},
-        {"all, every one held", {a, b}, TagMatchMode::all, {a, b, u"c"_s}, true},
-        {"all, one missing", {a, b}, TagMatchMode::all, {a}, false},
-        {"names compare exactly", {u"Alpha"_s}, TagMatchMode::any, {a}, false},
-    };
+    const QList<Case> cases{{"nothing chosen", {}, TagMatchMode::all, {}, true},
+                            {"any, one shared", {a, b}, TagMatchMode::any, {a}, true},
+                            {"any, none shared", {a}, TagMatchMode::any, {b}, false},
+                            {"all, every one held", {a, b}, TagMatchMode::all, {a, b, u"c"_s}, true},
+                            {"all, one missing", {a, b}, TagMatchMode::all, {a}, false},
+                            {"names compare exactly", {u"Alpha"_s}, TagMatchMode::any, {a}, false}};
     for (const Case &c : cases) {
         FilterAndSortState state;
         state.setSelectedTags(c.chosen);
@@ -172,24 +167,20 @@ TEST_F(FilterAndSortStateTest, TagsMatchAnyOrAllByExactName)
 TEST_F(FilterAndSortStateTest, OrdersAreStableOverTheFetchedOrder)
 {
     // Fetched newest first; "Same" twice, and two notes with two tags.
-    const Library library({
-        {u"no time"_s, std::nullopt},
-        {u"Same"_s, 1, {u"a"_s, u"b"_s}},
-        {u"banana"_s, 2},
-        {u"Same"_s, 3, {u"c"_s, u"d"_s}},
-        {u"apple"_s, 4, {u"e"_s}},
-    });
+    const Library library({{u"no time"_s, std::nullopt},
+                           {u"Same"_s, 1, {u"a"_s, u"b"_s}},
+                           {u"banana"_s, 2},
+                           {u"Same"_s, 3, {u"c"_s, u"d"_s}},
+                           {u"apple"_s, 4, {u"e"_s}}});
     struct Case {
         NotesSortOption option;
         QStringList order;
     };
-    const QList<Case> cases{
-        {NotesSortOption::dateNewest, {"no time", "Same", "banana", "Same", "apple"}},
-        {NotesSortOption::dateOldest, {"apple", "Same", "banana", "Same", "no time"}},
-        {NotesSortOption::titleAZ, {"apple", "banana", "no time", "Same", "Same"}},
-        {NotesSortOption::titleZA, {"Same", "Same", "no time", "banana", "apple"}},
-        {NotesSortOption::mostTags, {"Same", "Same", "apple", "no time", "banana"}},
-    };
+    const QList<Case> cases{{NotesSortOption::dateNewest, {"no time", "Same", "banana", "Same", "apple"}},
+                            {NotesSortOption::dateOldest, {"apple", "Same", "banana", "Same", "no time"}},
+                            {NotesSortOption::titleAZ, {"apple", "banana", "no time", "Same", "Same"}},
+                            {NotesSortOption::titleZA, {"Same", "Same", "no time", "banana", "apple"}},
+                            {NotesSortOption::mostTags, {"Same", "Same", "apple", "no time", "banana"}}};
     for (const Case &c : cases) {
         FilterAndSortState state;
         state.setSortOption(c.option);
@@ -208,12 +199,7 @@ TEST_F(FilterAndSortStateTest, OrdersAreStableOverTheFetchedOrder)
 TEST_F(FilterAndSortStateTest, DayGroupsFollowTheDateOrderAndOtherOrdersHaveOneUntitledGroup)
 {
     const QDate today = now.toLocalTime().date();
-    const Library library({
-        {u"a"_s, std::nullopt},
-        {u"b"_s, 1},
-        {u"c"_s, 24},
-        {u"d"_s, 24 * 9},
-    });
+    const Library library({{u"a"_s, std::nullopt}, {u"b"_s, 1}, {u"c"_s, 24}, {u"d"_s, 24 * 9}});
     FilterAndSortState state;
     auto groups = state.groupedNotes(state.filteredNotes(library.notes, {}, library.exact(), now), now);
     ASSERT_EQ(groups.size(), 3);
@@ -273,8 +259,7 @@ TEST_F(FilterAndSortStateTest, EmptyStates)
         {"unfiled notes hidden by tags", {labelled}, unfiled, y, {}, E::filtersHidingNotes},
         {"an unknown folder", {filed}, unknown, {}, {}, E::noNotesInFolder},
         {"tags hide every note", {labelled}, all, y, {}, E::filtersHidingNotes},
-        {"something shown", {labelled, filed}, workFolder, {}, {}, E::none},
-    };
+        {"something shown", {labelled, filed}, workFolder, {}, {}, E::none}};
     for (const Case &c : cases) {
         FilterAndSortState state;
         state.setSelectedFolder(c.folder);
@@ -310,11 +295,9 @@ TEST_F(FilterAndSortStateTest, ClearingKeepsTheFolderAndTogglingFlipsATag)
 TEST_F(FilterAndSortStateTest, TagCountsFollowTheSearchAlone)
 {
     const QUuid work = QUuid::createUuid();
-    const Library library({
-        {u"Budget"_s, 0, {u"money"_s, u"q3"_s}, {}, work},
-        {u"Budget again"_s, 1, {u"money"_s}},
-        {u"Design"_s, 2, {u"q3"_s}},
-    });
+    const Library library({{u"Budget"_s, 0, {u"money"_s, u"q3"_s}, {}, work},
+                           {u"Budget again"_s, 1, {u"money"_s}},
+                           {u"Design"_s, 2, {u"q3"_s}}});
     FilterAndSortState state;
     state.setSelectedFolder(FolderSelection::unfiled());
     state.setSelectedTags({u"q3"_s});

@@ -103,8 +103,7 @@ TEST_F(NoteExportTest, EachEntryProposesItsNameAndWritesItsDocument)
         {"exportFullNotePlainTextButton", "Launch a-b-c.txt", "Launch a/b:c\n============\n\n"},
         {"exportFullNoteFormattedButton", "Launch a-b-c.md", "## Summary\n\n## Overview"},
         {"exportSubtitlesSRTButton", "Launch a-b-c.srt", "00:00:00,500 --> "},
-        {"exportSubtitlesVTTButton", "Launch a-b-c.vtt", "WEBVTT"},
-    };
+        {"exportSubtitlesVTTButton", "Launch a-b-c.vtt", "WEBVTT"}};
     for (const Case &c : cases) {
         SCOPED_TRACE(c.entry);
         const QString path = out.filePath(QString::fromLatin1(c.entry) + QLatin1Char('.') +

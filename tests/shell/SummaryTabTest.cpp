@@ -210,8 +210,7 @@ TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenThe
         {Reason::deviceNotEligible,
          "This computer cannot run the on-device language model, so summaries are unavailable; your notes "
          "and transcripts remain available.",
-         false},
-    };
+         false}};
     for (const auto &c : cases) {
         model.availabilityValue = LanguageModel::Availability::unavailable(c.reason);
         rig.window->summaryTab()->refresh();
