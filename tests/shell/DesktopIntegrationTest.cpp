@@ -170,6 +170,7 @@ protected:
     {
         return test::childOf<T>(rig.window->settingsWindow(), name);
     }
+    QString settingsText(const QString &label) { return inSettings<QLabel>(label)->text(); }
 
     ScriptedLanguageModel model;
     test::ShellRig rig;
@@ -222,11 +223,6 @@ struct MissingServiceCase {
     test::FakeDesktopServices::Options services;
     std::optional<QString> deliveryError;
 };
-
-void PrintTo(const MissingServiceCase &c, std::ostream *out)
-{
-    *out << c.name;
-}
 
 class NotificationFaults : public DesktopIntegrationTest,
                            public ::testing::WithParamInterface<MissingServiceCase> {};
@@ -288,13 +284,12 @@ TEST_F(DesktopIntegrationTest, SettingsHoldsTheLanguageNotificationAndSupportRow
     EXPECT_EQ(language->currentData().toString(), u"en-US"_s);
     language->setCurrentIndex(language->findData(u"fr-FR"_s));
     EXPECT_EQ(settings::transcriptionLanguage(*rig.preferences), u"fr-FR"_s);
-    EXPECT_TRUE(inSettings<QLabel>(u"settingsSpeechStatus"_s)
-                    ->text()
+    EXPECT_TRUE(settingsText(u"settingsSpeechStatus"_s)
                     .startsWith(u"The on-device speech model for this language needs setup."_s));
     // An identifier Kestil does not know, written elsewhere: no choice shown.
     settings::setTranscriptionLanguage(*rig.preferences, u"tlh-QO"_s);
     EXPECT_EQ(language->currentIndex(), -1);
-    EXPECT_TRUE(inSettings<QLabel>(u"settingsLanguageMessage"_s)->text().contains(u"“tlh-QO”"_s));
+    EXPECT_TRUE(settingsText(u"settingsLanguageMessage"_s).contains(u"“tlh-QO”"_s));
 
     // What the developers need stays behind "Details".
     auto *diagnostics = inSettings<QLabel>(u"settingsSpeechDiagnostics"_s);
@@ -314,9 +309,7 @@ TEST_F(DesktopIntegrationTest, SettingsHoldsTheLanguageNotificationAndSupportRow
     EXPECT_EQ(opened, QList<QUrl>{desktop->supportTargets().feedback});
     EXPECT_TRUE(check->isVisible());
     EXPECT_TRUE(desktop->engagement().hasClicked(KestilEngagement::Action::feedback));
-    EXPECT_TRUE(inSettings<QLabel>(u"settingsSupportExplanation"_s)
-                    ->text()
-                    .startsWith(u"Automatic reminders are off. "_s));
+    EXPECT_TRUE(settingsText(u"settingsSupportExplanation"_s).startsWith(u"Automatic reminders are off. "_s));
     inSettings<QPushButton>(u"settingsSupportShowPage"_s)->click();
     auto *page = rig.window->settingsWindow()->findChild<SupportPage *>(u"kestilSupportPage"_s);
     ASSERT_NE(page, nullptr);

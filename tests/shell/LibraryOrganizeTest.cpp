@@ -132,7 +132,7 @@ TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
 
     // How a typed name becomes a folder is tests/core's NoteOrganizingTest.
     sheet->newFolderField()->setText(u"Work"_s);
-    QTest::mouseClick(sheet->findChild<QPushButton *>(u"folderManagementCreateButton"_s), Qt::LeftButton);
+    clickButton(sheet->findChild<QPushButton *>(u"folderManagementCreateButton"_s));
     const QList<FolderPtr> folders = sortedFolders(rig.app->store()->context());
     ASSERT_EQ(folders.size(), 1);
     const FolderPtr work = folders.first();
@@ -169,8 +169,7 @@ TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
     QMessageBox *confirmation = sheet->deleteConfirmation();
     ASSERT_TRUE(confirmation);
     EXPECT_EQ(confirmation->text(), folderDeletionMessage(u"مشاريع"_s, 1));
-    QTest::mouseClick(confirmation->findChild<QPushButton *>(u"folderManagementDeleteConfirmButton"_s),
-                      Qt::LeftButton);
+    clickButton(confirmation->findChild<QPushButton *>(u"folderManagementDeleteConfirmButton"_s));
     EXPECT_TRUE(sortedFolders(rig.app->store()->context()).isEmpty());
     EXPECT_FALSE(rig.noteTitled(u"Plan"_s)->folder());
     EXPECT_EQ(sidebar->selection(), FolderSelection::all());
@@ -184,8 +183,7 @@ TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
     ASSERT_TRUE(chip->createSheet());
     auto *field = chip->createSheet()->findChild<QLineEdit *>(u"noteFolderChipNewFolderField"_s);
     QTest::keyClicks(field, u"Clients"_s);
-    QTest::mouseClick(chip->createSheet()->findChild<QPushButton *>(u"noteFolderChipCreateButton"_s),
-                      Qt::LeftButton);
+    clickButton(chip->createSheet()->findChild<QPushButton *>(u"noteFolderChipCreateButton"_s));
     const NotePtr plan = rig.noteTitled(u"Plan"_s);
     ASSERT_TRUE(plan->folder());
     EXPECT_EQ(plan->folder()->name(), u"Clients"_s);

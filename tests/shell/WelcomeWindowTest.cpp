@@ -197,8 +197,7 @@ TEST_F(WelcomeWindowTest, SettingsReplaysTheWelcomeAndComesBackAfterIt)
     rig.window->showSettings();
     SettingsWindow *settingsWindow = rig.window->settingsWindow();
     ASSERT_TRUE(settingsWindow);
-    QTest::mouseClick(settingsWindow->findChild<QPushButton *>(u"settingsShowWelcomeButton"_s),
-                      Qt::LeftButton);
+    clickButton(settingsWindow->findChild<QPushButton *>(u"settingsShowWelcomeButton"_s));
     ASSERT_TRUE(rig.window->welcomeWindow());
     EXPECT_TRUE(rig.window->welcomeWindow()->isVisible());
     EXPECT_FALSE(settingsWindow->isVisible());
