@@ -1,20 +1,11 @@
 #pragma once
 
 #include "documents/RichText.h"
+#include "support/QtPrinters.h"
 
 #include <QDir>
 #include <QFile>
 #include <QString>
-
-#include <ostream>
-
-// Readable QStrings in GoogleTest's failure messages.
-QT_BEGIN_NAMESPACE
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
-QT_END_NAMESPACE
 
 namespace kestil {
 
