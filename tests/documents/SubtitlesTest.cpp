@@ -20,13 +20,7 @@ namespace {
 TranscriptUtterance said(const QString &text, std::optional<double> start, std::optional<double> end,
                          bool interim = false)
 {
-    TranscriptUtterance utterance;
-    utterance.id = newTranscriptUtteranceId();
-    utterance.text = text;
-    utterance.start = start;
-    utterance.end = end;
-    utterance.isInterim = interim;
-    return utterance;
+    return TranscriptUtterance{newTranscriptUtteranceId(), text, start, end, {}, {}, interim};
 }
 
 // "wd00 wd01 …": words of four characters, so each takes five with its blank.
