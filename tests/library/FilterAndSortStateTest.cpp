@@ -84,28 +84,27 @@ Sample tagged(const QStringList &tags)
 
 TEST_F(FilterAndSortStateTest, SearchLooksInTranscriptTitleAndJoinedTagsOnly)
 {
-    struct Case {
+    Sample untitled;
+    untitled.titleMissing = true;
+    const struct {
         const char *name;
         QString search;
         Sample note;
         bool matches;
-    };
-    Sample untitled;
-    untitled.titleMissing = true;
-    const QList<Case> cases{{"blanks match everything", u"  \n "_s, titled(u"x"_s), true},
-                            {"title ignores case", u"STANDUP"_s, titled(u"Daily standup"_s), true},
-                            {"transcript ignores case", u"budget"_s, saying(u"The BUDGET."_s), true},
-                            {"the search is trimmed", u"  budget "_s, saying(u"budget"_s), true},
-                            {"full case folding", u"STRASSE"_s, titled(u"Straße"_s), true},
-                            {"decomposed finds composed", u"cafe\u0301"_s, titled(u"Café"_s), true},
-                            {"accents still count", u"cafe"_s, titled(u"Café"_s), false},
-                            {"joined tag names", u"alpha, beta"_s, tagged({"beta", "alpha"}), true},
-                            {"a comma finds two tags", u", "_s, tagged({"a", "b"}), true},
-                            {"a comma needs two tags", u", "_s, tagged({"a"}), false},
-                            {"punctuation only", u"?!"_s, saying(u"Really?! Yes."_s), true},
-                            {"an absent title matches nothing", u"untitled"_s, untitled, false},
-                            {"nowhere", u"roadmap"_s, {u"Budget"_s, 0, {u"q3"_s}, u"money"_s}, false}};
-    for (const Case &c : cases) {
+    } cases[] = {{"blanks match everything", u"  \n "_s, titled(u"x"_s), true},
+                 {"title ignores case", u"STANDUP"_s, titled(u"Daily standup"_s), true},
+                 {"transcript ignores case", u"budget"_s, saying(u"The BUDGET."_s), true},
+                 {"the search is trimmed", u"  budget "_s, saying(u"budget"_s), true},
+                 {"full case folding", u"STRASSE"_s, titled(u"Straße"_s), true},
+                 {"decomposed finds composed", u"cafe\u0301"_s, titled(u"Café"_s), true},
+                 {"accents still count", u"cafe"_s, titled(u"Café"_s), false},
+                 {"joined tag names", u"alpha, beta"_s, tagged({"beta", "alpha"}), true},
+                 {"a comma finds two tags", u", "_s, tagged({"a", "b"}), true},
+                 {"a comma needs two tags", u", "_s, tagged({"a"}), false},
+                 {"punctuation only", u"?!"_s, saying(u"Really?! Yes."_s), true},
+                 {"an absent title matches nothing", u"untitled"_s, untitled, false},
+                 {"nowhere", u"roadmap"_s, {u"Budget"_s, 0, {u"q3"_s}, u"money"_s}, false}};
+    for (const auto &c : cases) {
         const Library library({c.note});
         EXPECT_EQ(FilterAndSortState::matchesSearch(library.notes.first(), c.search, library.exact()),
                   c.matches)
@@ -116,22 +115,20 @@ TEST_F(FilterAndSortStateTest, SearchLooksInTranscriptTitleAndJoinedTagsOnly)
 TEST_F(FilterAndSortStateTest, FolderSelection)
 {
     const QUuid work = QUuid::createUuid();
-    struct Case {
+    const struct {
         const char *name;
         FolderSelection selection;
         std::optional<QUuid> folder;
         bool matches;
-    };
-    const QList<Case> cases{
-        {"all, unfiled note", FolderSelection::all(), std::nullopt, true},
-        {"all, filed note", FolderSelection::all(), work, true},
-        {"unfiled, unfiled note", FolderSelection::unfiled(), std::nullopt, true},
-        {"unfiled, filed note", FolderSelection::unfiled(), work, false},
-        {"folder, its note", FolderSelection::folder(work), work, true},
-        {"folder, another folder's note", FolderSelection::folder(work), QUuid::createUuid(), false},
-        {"folder, unfiled note", FolderSelection::folder(work), std::nullopt, false},
-        {"folder, a folder without id", FolderSelection::folder(work), QUuid(), false}};
-    for (const Case &c : cases) {
+    } cases[] = {{"all, unfiled note", FolderSelection::all(), std::nullopt, true},
+                 {"all, filed note", FolderSelection::all(), work, true},
+                 {"unfiled, unfiled note", FolderSelection::unfiled(), std::nullopt, true},
+                 {"unfiled, filed note", FolderSelection::unfiled(), work, false},
+                 {"folder, its note", FolderSelection::folder(work), work, true},
+                 {"folder, another folder's note", FolderSelection::folder(work), QUuid::createUuid(), false},
+                 {"folder, unfiled note", FolderSelection::folder(work), std::nullopt, false},
+                 {"folder, a folder without id", FolderSelection::folder(work), QUuid(), false}};
+    for (const auto &c : cases) {
         FilterAndSortState state;
         state.setSelectedFolder(c.selection);
         const Library library({{u"n"_s, 0, {}, {}, c.folder}});
@@ -141,21 +138,20 @@ TEST_F(FilterAndSortStateTest, FolderSelection)
 
 TEST_F(FilterAndSortStateTest, TagsMatchAnyOrAllByExactName)
 {
-    struct Case {
+    const QString a = u"alpha"_s, b = u"beta"_s;
+    const struct {
         const char *name;
         QSet<QString> chosen;
         TagMatchMode mode;
         QStringList tags;
         bool matches;
-    };
-    const QString a = u"alpha"_s, b = u"beta"_s;
-    const QList<Case> cases{{"nothing chosen", {}, TagMatchMode::all, {}, true},
-                            {"any, one shared", {a, b}, TagMatchMode::any, {a}, true},
-                            {"any, none shared", {a}, TagMatchMode::any, {b}, false},
-                            {"all, every one held", {a, b}, TagMatchMode::all, {a, b, u"c"_s}, true},
-                            {"all, one missing", {a, b}, TagMatchMode::all, {a}, false},
-                            {"names compare exactly", {u"Alpha"_s}, TagMatchMode::any, {a}, false}};
-    for (const Case &c : cases) {
+    } cases[] = {{"nothing chosen", {}, TagMatchMode::all, {}, true},
+                 {"any, one shared", {a, b}, TagMatchMode::any, {a}, true},
+                 {"any, none shared", {a}, TagMatchMode::any, {b}, false},
+                 {"all, every one held", {a, b}, TagMatchMode::all, {a, b, u"c"_s}, true},
+                 {"all, one missing", {a, b}, TagMatchMode::all, {a}, false},
+                 {"names compare exactly", {u"Alpha"_s}, TagMatchMode::any, {a}, false}};
+    for (const auto &c : cases) {
         FilterAndSortState state;
         state.setSelectedTags(c.chosen);
         state.setTagMatchMode(c.mode);
@@ -172,16 +168,15 @@ TEST_F(FilterAndSortStateTest, OrdersAreStableOverTheFetchedOrder)
                            {u"banana"_s, 2},
                            {u"Same"_s, 3, {u"c"_s, u"d"_s}},
                            {u"apple"_s, 4, {u"e"_s}}});
-    struct Case {
+    const struct {
         NotesSortOption option;
         QStringList order;
-    };
-    const QList<Case> cases{{NotesSortOption::dateNewest, {"no time", "Same", "banana", "Same", "apple"}},
-                            {NotesSortOption::dateOldest, {"apple", "Same", "banana", "Same", "no time"}},
-                            {NotesSortOption::titleAZ, {"apple", "banana", "no time", "Same", "Same"}},
-                            {NotesSortOption::titleZA, {"Same", "Same", "no time", "banana", "apple"}},
-                            {NotesSortOption::mostTags, {"Same", "Same", "apple", "no time", "banana"}}};
-    for (const Case &c : cases) {
+    } cases[] = {{NotesSortOption::dateNewest, {"no time", "Same", "banana", "Same", "apple"}},
+                 {NotesSortOption::dateOldest, {"apple", "Same", "banana", "Same", "no time"}},
+                 {NotesSortOption::titleAZ, {"apple", "banana", "no time", "Same", "Same"}},
+                 {NotesSortOption::titleZA, {"Same", "Same", "no time", "banana", "apple"}},
+                 {NotesSortOption::mostTags, {"Same", "Same", "apple", "no time", "banana"}}};
+    for (const auto &c : cases) {
         FilterAndSortState state;
         state.setSortOption(c.option);
         const QList<ListedNote> sorted = state.filteredNotes(library.notes, QString(), library.exact(), now);
@@ -241,26 +236,24 @@ TEST_F(FilterAndSortStateTest, EmptyStates)
     const Sample labelled{u"u"_s, 0, {u"x"_s}};
     const Sample filed{u"f"_s, 0, {}, {}, work};
     const QSet<QString> y{u"y"_s};
-    struct Case {
+    const struct {
         const char *name;
         QList<Sample> notes;
         FolderSelection folder;
         QSet<QString> tags;
         QString search;
         E expected;
-    };
-    const QList<Case> cases{
-        {"no notes", {}, all, {}, {}, E::noNotesYet},
-        {"no notes, with a search", {}, all, {}, u"x"_s, E::noNotesYet},
-        {"a blank search is no search", {filed}, all, {}, u"  "_s, E::none},
-        {"nothing found", {filed}, all, {}, u"zzz"_s, E::noSearchResults},
-        {"a search wins over the folder", {filed}, unfiled, {}, u"f"_s, E::noSearchResults},
-        {"unfiled with none unfiled", {filed}, unfiled, {}, {}, E::noNotesInFolder},
-        {"unfiled notes hidden by tags", {labelled}, unfiled, y, {}, E::filtersHidingNotes},
-        {"an unknown folder", {filed}, unknown, {}, {}, E::noNotesInFolder},
-        {"tags hide every note", {labelled}, all, y, {}, E::filtersHidingNotes},
-        {"something shown", {labelled, filed}, workFolder, {}, {}, E::none}};
-    for (const Case &c : cases) {
+    } cases[] = {{"no notes", {}, all, {}, {}, E::noNotesYet},
+                 {"no notes, with a search", {}, all, {}, u"x"_s, E::noNotesYet},
+                 {"a blank search is no search", {filed}, all, {}, u"  "_s, E::none},
+                 {"nothing found", {filed}, all, {}, u"zzz"_s, E::noSearchResults},
+                 {"a search wins over the folder", {filed}, unfiled, {}, u"f"_s, E::noSearchResults},
+                 {"unfiled with none unfiled", {filed}, unfiled, {}, {}, E::noNotesInFolder},
+                 {"unfiled notes hidden by tags", {labelled}, unfiled, y, {}, E::filtersHidingNotes},
+                 {"an unknown folder", {filed}, unknown, {}, {}, E::noNotesInFolder},
+                 {"tags hide every note", {labelled}, all, y, {}, E::filtersHidingNotes},
+                 {"something shown", {labelled, filed}, workFolder, {}, {}, E::none}};
+    for (const auto &c : cases) {
         FilterAndSortState state;
         state.setSelectedFolder(c.folder);
         state.setSelectedTags(c.tags);
