@@ -35,17 +35,17 @@ inline QString describe(const RichText &text)
         const RichTextAttributes &a = run.attributes;
         QString open;
         QString close;
-        const auto wrap = [&](bool on, const QString &tag, const QString &head) {
-            if (!on)
-                return;
-            open += QLatin1Char('<') + head + QLatin1Char('>');
-            close.prepend(QStringLiteral("</") + tag + QLatin1Char('>'));
+        const auto wrap = [&](bool on, const QString &tag, const QString &extra = {}) {
+            if (on) {
+                open += QLatin1Char('<') + tag + extra + QLatin1Char('>');
+                close.prepend(QStringLiteral("</") + tag + QLatin1Char('>'));
+            }
         };
-        wrap(!a.link.isEmpty(), QStringLiteral("a"), QStringLiteral("a ") + a.link);
-        wrap(a.strong, QStringLiteral("b"), QStringLiteral("b"));
-        wrap(a.emphasis, QStringLiteral("i"), QStringLiteral("i"));
-        wrap(a.strikethrough, QStringLiteral("s"), QStringLiteral("s"));
-        wrap(a.code, QStringLiteral("c"), QStringLiteral("c"));
+        wrap(!a.link.isEmpty(), QStringLiteral("a"), QLatin1Char(' ') + a.link);
+        wrap(a.strong, QStringLiteral("b"));
+        wrap(a.emphasis, QStringLiteral("i"));
+        wrap(a.strikethrough, QStringLiteral("s"));
+        wrap(a.code, QStringLiteral("c"));
         out += open + text.text.mid(run.start, run.length) + close;
     }
     return out;
