@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -24,60 +25,36 @@ QString thrownText(const std::function<void()> &call)
     } catch (const Error &error) {
         return error.localizedDescription();
     }
-    return QStringLiteral("(nothing thrown)");
+    return u"(nothing thrown)"_s;
 }
 
-QByteArray readAll(const QString &path)
+TEST(NoteExportFileName, ReplacesSeparatorsAndNamesTheUntitled)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
+    const struct {
+        const char *row;
+        std::optional<const char *> title;
+        const char *suffix, *extension, *expected;
+    } rows[] = {{"separators", "a/b:c", " - Summary", "pdf", "a-b-c - Summary.pdf"},
+                {"all ten", "x/\\?%*|\"<>:y", "", "md", "x----------y.md"},
+                {"no title", std::nullopt, "", "txt", "Untitled.txt"},
+                {"blank title", " \n ", " - Summary", "md", " - Summary.md"},
+                {"trimmed", "\t Q3 plan \n", " - Transcript", "md", "Q3 plan - Transcript.md"},
+                {"unicode kept", "Café — 東京", "", "srt", "Café — 東京.srt"}};
+    for (const auto &row : rows) {
+        const std::optional<QString> title = row.title ? std::optional(q(*row.title)) : std::nullopt;
+        EXPECT_EQ(NoteExport::suggestedFileName(title, q(row.suffix), q(row.extension)), q(row.expected))
+            << row.row;
+    }
 }
-
-struct FileNameRow {
-    const char *row;
-    std::optional<const char *> title;
-    const char *suffix;
-    const char *extension;
-    const char *expected;
-};
-
-void PrintTo(const FileNameRow &row, std::ostream *out)
-{
-    printRowName(row.row, out);
-}
-
-class SuggestedFileName : public ::testing::TestWithParam<FileNameRow> {};
-
-TEST_P(SuggestedFileName, ReplacesSeparatorsAndNamesTheUntitled)
-{
-    const FileNameRow &row = GetParam();
-    const std::optional<QString> title =
-        row.title ? std::optional(QString::fromUtf8(*row.title)) : std::nullopt;
-    EXPECT_EQ(
-        NoteExport::suggestedFileName(title, QString::fromUtf8(row.suffix), QString::fromUtf8(row.extension)),
-        QString::fromUtf8(row.expected));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Titles, SuggestedFileName,
-    ::testing::Values(FileNameRow{"separators", "a/b:c", " - Summary", "pdf", "a-b-c - Summary.pdf"},
-                      FileNameRow{"all ten", "x/\\?%*|\"<>:y", "", "md", "x----------y.md"},
-                      FileNameRow{"no title", std::nullopt, "", "txt", "Untitled.txt"},
-                      FileNameRow{"blank title", " \n ", " - Summary", "md", " - Summary.md"},
-                      FileNameRow{"trimmed", "\t Q3 plan \n", " - Transcript", "md",
-                                  "Q3 plan - Transcript.md"},
-                      FileNameRow{"unicode kept", "Café — 東京", "", "srt", "Café — 東京.srt"}));
 
 TEST(NoteExportSummary, OnlyARealSummaryIsExportable)
 {
-    const std::vector<std::pair<QString, bool>> rows = {
-        {QString(), false},
-        {QStringLiteral(" \n\t"), false},
-        {QStringLiteral("Transcription in progress..."), false},
-        {QStringLiteral("\n Generating summary... "), false},
-        {QStringLiteral("Generating summary"), true},
-        {QStringLiteral("## Overview\nShip in April."), true},
-    };
+    const std::vector<std::pair<QString, bool>> rows = {{QString(), false},
+                                                        {u" \n\t"_s, false},
+                                                        {u"Transcription in progress..."_s, false},
+                                                        {u"\n Generating summary... "_s, false},
+                                                        {u"Generating summary"_s, true},
+                                                        {u"## Overview\nShip in April."_s, true}};
     for (const auto &[summary, exportable] : rows)
         EXPECT_EQ(NoteExport::hasExportableSummary(summary), exportable) << summary.toStdString();
 }
@@ -87,37 +64,31 @@ protected:
     void SetUp() override
     {
         QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
-        full.title = QStringLiteral("  Launch plan \n");
+        full.title = u"  Launch plan \n"_s;
         full.timestamp = QDateTime(QDate(2024, 3, 5), QTime(15, 4, 30));
-        full.summary = QStringLiteral("\n## Overview\nShip in April.\n\n");
-        full.transcription = QStringLiteral(" We ship in April. ");
-        full.tags = {QStringLiteral("planning"), QStringLiteral("q2")};
+        full.summary = u"\n## Overview\nShip in April.\n\n"_s;
+        full.transcription = u" We ship in April. "_s;
+        full.tags = {u"planning"_s, u"q2"_s};
     }
     void TearDown() override { QLocale::setDefault(QLocale::c()); }
 
     NoteExportContent full;
 };
 
-TEST_F(NoteDocuments, TheDateIsTheLongDateAndShortTimeOfTheLocale)
-{
-    EXPECT_EQ(NoteExport::dateText(*full.timestamp), QStringLiteral("Tuesday, March 5, 2024, 3:04 PM"));
-}
-
-TEST_F(NoteDocuments, AFullNoteInEachDocument)
+TEST_F(NoteDocuments, AFullNoteInEachDocumentDatedInTheLocale)
 {
     const QString date = NoteExport::dateText(*full.timestamp);
+    EXPECT_EQ(date, u"Tuesday, March 5, 2024, 3:04 PM"_s);
     EXPECT_EQ(NoteExport::plainTextDocument(full),
-              QStringLiteral("Launch plan\n===========\n\nCreated: ") + date +
-                  QStringLiteral("\n\nTags: planning, q2\n\nSUMMARY\n-------\n## Overview\nShip in April.\n\n"
-                                 "TRANSCRIPT\n----------\nWe ship in April.\n"));
-    EXPECT_EQ(
-        NoteExport::formattedDocument(full),
-        QStringLiteral("# Launch plan\n\n*Created: ") + date +
-            QStringLiteral("*\n\n**Tags:** #planning #q2\n\n## Summary\n\n## Overview\nShip in April.\n\n"
-                           "## Transcript\n\nWe ship in April.\n"));
-    EXPECT_EQ(NoteExport::sectionDocument(full, QStringLiteral("Summary"), full.summary),
-              QStringLiteral("# Launch plan - Summary\n\n*Exported: ") + date +
-                  QStringLiteral("*\n\n## Overview\nShip in April.\n"));
+              u"Launch plan\n===========\n\nCreated: "_s + date +
+                  u"\n\nTags: planning, q2\n\nSUMMARY\n-------\n## Overview\nShip in April.\n\n"
+                  "TRANSCRIPT\n----------\nWe ship in April.\n"_s);
+    EXPECT_EQ(NoteExport::formattedDocument(full),
+              u"# Launch plan\n\n*Created: "_s + date +
+                  u"*\n\n**Tags:** #planning #q2\n\n## Summary\n\n## Overview\nShip in April.\n\n"
+                  "## Transcript\n\nWe ship in April.\n"_s);
+    EXPECT_EQ(NoteExport::sectionDocument(full, u"Summary"_s, full.summary),
+              u"# Launch plan - Summary\n\n*Exported: "_s + date + u"*\n\n## Overview\nShip in April.\n"_s);
 }
 
 TEST_F(NoteDocuments, MissingPartsAreLeftOutAndNamesFollowTheTitle)
@@ -131,77 +102,63 @@ TEST_F(NoteDocuments, MissingPartsAreLeftOutAndNamesFollowTheTitle)
     };
     NoteExportContent untitled;
     NoteExportContent blank;
-    blank.title = QStringLiteral("  \n");
-    blank.summary = QStringLiteral("   ");
+    blank.title = u"  \n"_s;
+    blank.summary = u"   "_s;
     NoteExportContent accented;
     // "Café" with a combining accent: four characters, five code units.
-    accented.title = QStringLiteral("Cafe\u0301");
-    accented.transcription = QStringLiteral("Two coffees.");
+    accented.title = u"Cafe\u0301"_s;
+    accented.transcription = u"Two coffees."_s;
     const std::vector<Row> rows = {
-        {"no title", untitled, QStringLiteral("Untitled Note\n=============\n\n"),
-         QStringLiteral("# Untitled Note\n\n"),
-         QStringLiteral("# Untitled Note - Summary\n\n*No summary available*\n")},
-        {"blank title", blank, QStringLiteral("\n\n\n"), QStringLiteral("# \n\n"),
-         QStringLiteral("#  - Summary\n\n*No summary available*\n")},
-        {"combining accent", accented,
-         QStringLiteral("Cafe\u0301\n====\n\nTRANSCRIPT\n----------\nTwo coffees.\n"),
-         QStringLiteral("# Cafe\u0301\n\n## Transcript\n\nTwo coffees.\n"),
-         QStringLiteral("# Cafe\u0301 - Summary\n\n*No summary available*\n")},
-    };
+        {"no title", untitled, u"Untitled Note\n=============\n\n"_s, u"# Untitled Note\n\n"_s,
+         u"# Untitled Note - Summary\n\n*No summary available*\n"_s},
+        {"blank title", blank, u"\n\n\n"_s, u"# \n\n"_s, u"#  - Summary\n\n*No summary available*\n"_s},
+        {"combining accent", accented, u"Cafe\u0301\n====\n\nTRANSCRIPT\n----------\nTwo coffees.\n"_s,
+         u"# Cafe\u0301\n\n## Transcript\n\nTwo coffees.\n"_s,
+         u"# Cafe\u0301 - Summary\n\n*No summary available*\n"_s}};
     for (const Row &row : rows) {
         SCOPED_TRACE(row.row);
         EXPECT_EQ(NoteExport::plainTextDocument(row.note), row.plain);
         EXPECT_EQ(NoteExport::formattedDocument(row.note), row.formatted);
-        EXPECT_EQ(NoteExport::sectionDocument(row.note, QStringLiteral("Summary"), row.note.summary),
-                  row.summaryOnly);
+        EXPECT_EQ(NoteExport::sectionDocument(row.note, u"Summary"_s, row.note.summary), row.summaryOnly);
     }
-    EXPECT_EQ(NoteExport::sectionDocument(untitled, QStringLiteral("Transcript"), QString()),
-              QStringLiteral("# Untitled Note - Transcript\n\n*No transcript available*\n"));
+    EXPECT_EQ(NoteExport::sectionDocument(untitled, u"Transcript"_s, QString()),
+              u"# Untitled Note - Transcript\n\n*No transcript available*\n"_s);
 }
 
 class AtomicWrite : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(dir.isValid()); }
-    QStringList entries(const QString &folder) const
-    {
-        return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-    }
     QTemporaryDir dir;
 };
 
 TEST_F(AtomicWrite, ReplacesTheFileWithTheWholeTextInUtf8)
 {
-    const QString path = dir.filePath(QStringLiteral("Launch – plan.md"));
+    const QString path = dir.filePath(u"Launch – plan.md"_s);
     ASSERT_TRUE(QFile(path).open(QIODevice::WriteOnly));
-    NoteExport::writeTextAtomically(path, QStringLiteral("# Café \uFFFD\n"));
-    NoteExport::writeTextAtomically(path, QStringLiteral("# Café 東京\n"));
+    NoteExport::writeTextAtomically(path, u"# Café \uFFFD\n"_s);
+    NoteExport::writeTextAtomically(path, u"# Café 東京\n"_s);
     EXPECT_EQ(readAll(path), QByteArray("# Caf\xC3\xA9 \xE6\x9D\xB1\xE4\xBA\xAC\n"));
-    EXPECT_EQ(entries(dir.path()), QStringList{QStringLiteral("Launch – plan.md")});
+    EXPECT_EQ(entries(dir.path()), QStringList{u"Launch – plan.md"_s});
 }
 
 TEST_F(AtomicWrite, AFailureNamesTheFileAndTheCauseAndLeavesNothingBehind)
 {
-    const QString folder = dir.filePath(QStringLiteral("folder"));
-    ASSERT_TRUE(QDir().mkpath(folder + QStringLiteral("/taken.md")));
+    const QString folder = dir.filePath(u"folder"_s);
+    ASSERT_TRUE(QDir().mkpath(folder + u"/taken.md"_s));
     // Just short enough to be a name, too long to have a temporary beside it
     // under a prefix of its own.
-    const QString longestName = QString(251, QLatin1Char('n')) + QStringLiteral(".md");
+    const QString longestName = QString(251, QLatin1Char('n')) + u".md"_s;
     const std::vector<std::tuple<const char *, QString, QString>> rows = {
-        {"name too long",
-         folder + QLatin1Char('/') + QString(10000, QLatin1Char('x')) + QStringLiteral(".md"),
-         QStringLiteral("Could not write “") + QString(56, QLatin1Char('x')) + QStringLiteral("…") +
-             QString(17, QLatin1Char('x')) + QStringLiteral(".md”: File name too long")},
-        {"vanished folder", dir.filePath(QStringLiteral("gone/x.md")),
-         QStringLiteral("Could not write “x.md”: No such file or directory")},
-        {"a folder in the way", folder + QStringLiteral("/taken.md"),
-         QStringLiteral("Could not replace “taken.md”: Is a directory")},
-        {"longest name", folder + QLatin1Char('/') + longestName, QStringLiteral("(nothing thrown)")},
-    };
+        {"name too long", folder + QLatin1Char('/') + QString(10000, QLatin1Char('x')) + u".md"_s,
+         u"Could not write “"_s + QString(56, QLatin1Char('x')) + u"…"_s + QString(17, QLatin1Char('x')) +
+             u".md”: File name too long"_s},
+        {"vanished folder", dir.filePath(u"gone/x.md"_s),
+         u"Could not write “x.md”: No such file or directory"_s},
+        {"a folder in the way", folder + u"/taken.md"_s, u"Could not replace “taken.md”: Is a directory"_s},
+        {"longest name", folder + QLatin1Char('/') + longestName, u"(nothing thrown)"_s}};
     for (const auto &[row, path, expected] : rows)
-        EXPECT_EQ(thrownText([&] { NoteExport::writeTextAtomically(path, QStringLiteral("text")); }),
-                  expected)
-            << row;
-    EXPECT_EQ(entries(folder), (QStringList{longestName, QStringLiteral("taken.md")}));
+        EXPECT_EQ(thrownText([&] { NoteExport::writeTextAtomically(path, u"text"_s); }), expected) << row;
+    EXPECT_EQ(entries(folder), (QStringList{longestName, u"taken.md"_s}));
 }
 
 TEST_F(AtomicWrite, AFullDiskKeepsTheOldFileWhole)
@@ -209,13 +166,13 @@ TEST_F(AtomicWrite, AFullDiskKeepsTheOldFileWhole)
     test::TmpfsMount disk(64 * 1024);
     if (!disk.mounted())
         GTEST_SKIP() << disk.error().toStdString();
-    const QString path = disk.path() + QStringLiteral("/note.txt");
-    NoteExport::writeTextAtomically(path, QStringLiteral("before"));
+    const QString path = disk.path() + u"/note.txt"_s;
+    NoteExport::writeTextAtomically(path, u"before"_s);
     EXPECT_EQ(
         thrownText([&] { NoteExport::writeTextAtomically(path, QString(200 * 1024, QLatin1Char('a'))); }),
-        QStringLiteral("Could not write “note.txt”: No space left on device"));
+        u"Could not write “note.txt”: No space left on device"_s);
     EXPECT_EQ(readAll(path), QByteArray("before"));
-    EXPECT_EQ(entries(disk.path()), QStringList{QStringLiteral("note.txt")});
+    EXPECT_EQ(entries(disk.path()), QStringList{u"note.txt"_s});
 }
 
 } // namespace

@@ -23,21 +23,11 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-const QUuid noteID = QUuid::fromString(QStringLiteral("7A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9"));
-
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
-}
-
-QStringList entries(const QString &folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-}
+const QUuid noteID = QUuid::fromString(u"7A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9"_s);
 
 // What sox makes of a file: "<rate> <samples> <channels>".
 QString soxReading(const QString &path)
@@ -45,9 +35,9 @@ QString soxReading(const QString &path)
     QStringList parts;
     for (const char *option : {"-r", "-s", "-c"}) {
         QProcess soxi;
-        soxi.start(QStringLiteral("soxi"), {QString::fromLatin1(option), path});
+        soxi.start(u"soxi"_s, {QString::fromLatin1(option), path});
         if (!soxi.waitForFinished(30000) || soxi.exitCode() != 0)
-            return QStringLiteral("soxi failed: ") + QString::fromLocal8Bit(soxi.readAllStandardError());
+            return u"soxi failed: "_s + QString::fromLocal8Bit(soxi.readAllStandardError());
         parts << QString::fromLatin1(soxi.readAllStandardOutput()).trimmed();
     }
     return parts.join(QLatin1Char(' '));
@@ -71,14 +61,13 @@ protected:
     void SetUp() override
     {
         ASSERT_TRUE(dir.isValid());
-        ASSERT_FALSE(QStandardPaths::findExecutable(QStringLiteral("soxi")).isEmpty())
-            << "sox is a test tool";
-        root = dir.filePath(QStringLiteral("data"));
-        vault = dir.filePath(QStringLiteral("vault"));
+        ASSERT_FALSE(QStandardPaths::findExecutable(u"soxi"_s).isEmpty()) << "sox is a test tool";
+        root = dir.filePath(u"data"_s);
+        vault = dir.filePath(u"vault"_s);
         ASSERT_TRUE(QDir().mkpath(vault));
         const QString noteFolder = RecordingFolder::noteFolder(root, noteID);
-        first = recordSegment(noteFolder + QStringLiteral("/ZZ-first"), 100, 48000, 72000);
-        second = recordSegment(noteFolder + QStringLiteral("/AA-second"), 200, 16000, 12000);
+        first = recordSegment(noteFolder + u"/ZZ-first"_s, 100, 48000, 72000);
+        second = recordSegment(noteFolder + u"/AA-second"_s, 200, 16000, 12000);
         // A crash cut the last sample of the second segment in half.
         QFile raw(RecordingFolder::rawAudioPath(second));
         ASSERT_TRUE(raw.open(QIODevice::Append));
@@ -87,20 +76,19 @@ protected:
         rawBytes = {readAll(RecordingFolder::rawAudioPath(first)),
                     readAll(RecordingFolder::rawAudioPath(second))};
 
-        note.title = QStringLiteral("Launch");
-        note.summary = QStringLiteral("Ship in April.");
-        note.transcription = QStringLiteral("We ship in April.");
-        note.sourceURL = QStringLiteral("Recordings/") + RecordingFolder::uuidText(noteID);
+        note.title = u"Launch"_s;
+        note.summary = u"Ship in April."_s;
+        note.transcription = u"We ship in April."_s;
+        note.sourceURL = u"Recordings/"_s + RecordingFolder::uuidText(noteID);
     }
 
     // The base name of an export's Markdown, checked for its form.
     QString baseNameOf(const ObsidianExport::Result &result)
     {
         const QString name = QFileInfo(result.markdownPath).fileName();
-        EXPECT_TRUE(
-            QRegularExpression(QStringLiteral("^Kestil-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.md$"))
-                .match(name)
-                .hasMatch())
+        EXPECT_TRUE(QRegularExpression(u"^Kestil-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.md$"_s)
+                        .match(name)
+                        .hasMatch())
             << name.toStdString();
         EXPECT_EQ(QFileInfo(result.markdownPath).path(), vault);
         return name.chopped(3);
@@ -115,7 +103,7 @@ protected:
     NoteExportContent note;
 };
 
-TEST_F(ObsidianExportCopy, CopiesPlayableAudioInRecordingOrderThenWritesTheMarkdown)
+TEST_F(ObsidianExportCopy, CopiesPlayableAudioInRecordingOrderThenWritesTheMarkdownAnewEachTime)
 {
     QList<std::pair<qint64, qint64>> reports;
     const ObsidianExport::Result result =
@@ -123,47 +111,47 @@ TEST_F(ObsidianExportCopy, CopiesPlayableAudioInRecordingOrderThenWritesTheMarkd
             reports.append({done, total});
         });
     const QString base = baseNameOf(result);
-    const QString audio = vault + QLatin1Char('/') + base + QStringLiteral("-audio");
+    const QString audio = vault + QLatin1Char('/') + base + u"-audio"_s;
 
     EXPECT_EQ(result.copiedSegments, 2);
-    EXPECT_EQ(result.message(), QStringLiteral("Markdown and audio exported to the selected folder."));
-    EXPECT_EQ(entries(vault), (QStringList{base + QStringLiteral("-audio"), base + QStringLiteral(".md")}));
-    EXPECT_EQ(entries(audio),
-              (QStringList{QStringLiteral("segment-1.caf"), QStringLiteral("segment-2.caf")}));
-    EXPECT_EQ(
-        QString::fromUtf8(readAll(result.markdownPath)),
-        QStringLiteral("# Launch\n\nShip in April.\n\n## Transcript\n\nWe ship in April.\n\n## Notes\n\n\n") +
-            QStringLiteral("\n![[") + base + QStringLiteral("-audio/segment-1.caf]]\n") +
-            QStringLiteral("\n![[") + base + QStringLiteral("-audio/segment-2.caf]]\n"));
+    EXPECT_EQ(result.message(), u"Markdown and audio exported to the selected folder."_s);
+    EXPECT_EQ(entries(vault), (QStringList{base + u"-audio"_s, base + u".md"_s}));
+    EXPECT_EQ(entries(audio), (QStringList{u"segment-1.caf"_s, u"segment-2.caf"_s}));
+    EXPECT_EQ(QString::fromUtf8(readAll(result.markdownPath)),
+              u"# Launch\n\nShip in April.\n\n## Transcript\n\nWe ship in April.\n\n## Notes\n\n\n"_s +
+                  u"\n![["_s + base + u"-audio/segment-1.caf]]\n"_s + u"\n![["_s + base +
+                  u"-audio/segment-2.caf]]\n"_s);
 
     // The oldest recording first, each whole: the torn sample is left out.
-    EXPECT_EQ(soxReading(audio + QStringLiteral("/segment-1.caf")), QStringLiteral("48000 72000 1"));
-    EXPECT_EQ(soxReading(audio + QStringLiteral("/segment-2.caf")), QStringLiteral("16000 12000 1"));
-    EXPECT_EQ(readAll(audio + QStringLiteral("/segment-2.caf")),
-              readAll(RecordingFolder::finalAudioPath(second)));
+    EXPECT_EQ(soxReading(audio + u"/segment-1.caf"_s), u"48000 72000 1"_s);
+    EXPECT_EQ(soxReading(audio + u"/segment-2.caf"_s), u"16000 12000 1"_s);
+    EXPECT_EQ(readAll(audio + u"/segment-2.caf"_s), readAll(RecordingFolder::finalAudioPath(second)));
 
     // The raw audio is the recording and stays as it was.
     EXPECT_EQ(readAll(RecordingFolder::rawAudioPath(first)), rawBytes[0]);
     EXPECT_EQ(readAll(RecordingFolder::rawAudioPath(second)), rawBytes[1]);
 
-    const qint64 total = QFileInfo(audio + QStringLiteral("/segment-1.caf")).size() +
-                         QFileInfo(audio + QStringLiteral("/segment-2.caf")).size();
+    const qint64 total =
+        QFileInfo(audio + u"/segment-1.caf"_s).size() + QFileInfo(audio + u"/segment-2.caf"_s).size();
     ASSERT_FALSE(reports.isEmpty());
     EXPECT_EQ(reports.first(), std::make_pair(qint64(0), total));
     EXPECT_EQ(reports.last(), std::make_pair(total, total));
     EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
+
+    // A second export of the note writes files of its own.
+    EXPECT_NE(baseNameOf(ObsidianExport::run(note, vault, root)), base);
+    EXPECT_EQ(entries(vault).size(), 4);
 }
 
 TEST_F(ObsidianExportCopy, ANoteWithoutAudioInTheStoreExportsMarkdownOnly)
 {
     // Audio outside the store that a bad path could reach.
-    recordSegment(dir.filePath(QStringLiteral("x/S")), 1, 16000, 1600);
+    recordSegment(dir.filePath(u"x/S"_s), 1, 16000, 1600);
     const std::vector<std::tuple<const char *, std::optional<QString>, QString>> rows = {
-        {"outside the store", root, QStringLiteral("../x")},
+        {"outside the store", root, u"../x"_s},
         {"absolute", root, RecordingFolder::noteFolder(root, noteID)},
         {"no store", std::nullopt, note.sourceURL},
-        {"not on disk", root, QStringLiteral("Recordings/") + RecordingFolder::uuidText(QUuid::createUuid())},
-    };
+        {"not on disk", root, u"Recordings/"_s + RecordingFolder::uuidText(QUuid::createUuid())}};
     for (const auto &[row, storeRoot, sourceURL] : rows) {
         SCOPED_TRACE(row);
         QTemporaryDir out;
@@ -171,7 +159,7 @@ TEST_F(ObsidianExportCopy, ANoteWithoutAudioInTheStoreExportsMarkdownOnly)
         content.sourceURL = sourceURL;
         const ObsidianExport::Result result = ObsidianExport::run(content, out.path(), storeRoot);
         EXPECT_EQ(result.copiedSegments, 0);
-        EXPECT_EQ(result.message(), QStringLiteral("Markdown exported to the selected folder."));
+        EXPECT_EQ(result.message(), u"Markdown exported to the selected folder."_s);
         EXPECT_EQ(entries(out.path()), QStringList{QFileInfo(result.markdownPath).fileName()});
         EXPECT_EQ(QString::fromUtf8(readAll(result.markdownPath)), ObsidianExport::markdown(content));
     }
@@ -179,33 +167,25 @@ TEST_F(ObsidianExportCopy, ANoteWithoutAudioInTheStoreExportsMarkdownOnly)
 
 TEST_F(ObsidianExportCopy, AnAudioFolderWithoutSegmentsLeavesAnEmptyAudioFolder)
 {
-    note.sourceURL = QStringLiteral("Recordings/Empty");
-    ASSERT_TRUE(QDir().mkpath(root + QStringLiteral("/Recordings/Empty/not-a-segment")));
+    note.sourceURL = u"Recordings/Empty"_s;
+    ASSERT_TRUE(QDir().mkpath(root + u"/Recordings/Empty/not-a-segment"_s));
     const ObsidianExport::Result result = ObsidianExport::run(note, vault, root);
     const QString base = baseNameOf(result);
-    EXPECT_EQ(result.message(), QStringLiteral("Markdown exported to the selected folder."));
-    EXPECT_EQ(entries(vault), (QStringList{base + QStringLiteral("-audio"), base + QStringLiteral(".md")}));
-    EXPECT_EQ(entries(vault + QLatin1Char('/') + base + QStringLiteral("-audio")), QStringList());
+    EXPECT_EQ(result.message(), u"Markdown exported to the selected folder."_s);
+    EXPECT_EQ(entries(vault), (QStringList{base + u"-audio"_s, base + u".md"_s}));
+    EXPECT_EQ(entries(vault + QLatin1Char('/') + base + u"-audio"_s), QStringList());
     EXPECT_EQ(QString::fromUtf8(readAll(result.markdownPath)), ObsidianExport::markdown(note));
-}
-
-TEST_F(ObsidianExportCopy, TwoExportsOfOneNoteWriteSeparateFiles)
-{
-    const QString a = baseNameOf(ObsidianExport::run(note, vault, root));
-    const QString b = baseNameOf(ObsidianExport::run(note, vault, root));
-    EXPECT_NE(a, b);
-    EXPECT_EQ(entries(vault).size(), 4);
 }
 
 TEST_F(ObsidianExportCopy, AFailedOrCancelledCopyKeepsWholeCopiesAndWritesNoMarkdown)
 {
-    const QString file = dir.filePath(QStringLiteral("not-a-folder"));
+    const QString file = dir.filePath(u"not-a-folder"_s);
     ASSERT_TRUE(QFile(file).open(QIODevice::WriteOnly));
     try {
         ObsidianExport::run(note, file, root);
         ADD_FAILURE() << "an export into a file went through";
     } catch (const LocalError &error) {
-        EXPECT_EQ(error.message(), QStringLiteral("Could not create the folder “not-a-folder”: File exists"));
+        EXPECT_EQ(error.message(), u"Could not create the folder “not-a-folder”: File exists"_s);
     }
 
     std::atomic_bool cancel = false;
@@ -216,7 +196,7 @@ TEST_F(ObsidianExportCopy, AFailedOrCancelledCopyKeepsWholeCopiesAndWritesNoMark
     } catch (const CancellationError &) {
     }
     ASSERT_EQ(entries(vault).size(), 1);
-    EXPECT_TRUE(entries(vault).first().endsWith(QStringLiteral("-audio")));
+    EXPECT_TRUE(entries(vault).first().endsWith(u"-audio"_s));
     EXPECT_EQ(entries(vault + QLatin1Char('/') + entries(vault).first()), QStringList());
 
     // Room for the first copy and not the second.
@@ -227,14 +207,13 @@ TEST_F(ObsidianExportCopy, AFailedOrCancelledCopyKeepsWholeCopiesAndWritesNoMark
         ObsidianExport::run(note, disk.path(), root);
         ADD_FAILURE() << "an export onto a full disk went through";
     } catch (const LocalError &error) {
-        EXPECT_EQ(error.message(),
-                  QStringLiteral("Could not write “segment-2.caf”: No space left on device"));
+        EXPECT_EQ(error.message(), u"Could not write “segment-2.caf”: No space left on device"_s);
     }
     const QStringList written = entries(disk.path());
     ASSERT_EQ(written.size(), 1);
     const QString audio = disk.path() + QLatin1Char('/') + written.first();
-    EXPECT_EQ(entries(audio), QStringList{QStringLiteral("segment-1.caf")});
-    EXPECT_EQ(soxReading(audio + QStringLiteral("/segment-1.caf")), QStringLiteral("48000 72000 1"));
+    EXPECT_EQ(entries(audio), QStringList{u"segment-1.caf"_s});
+    EXPECT_EQ(soxReading(audio + u"/segment-1.caf"_s), u"48000 72000 1"_s);
 }
 
 } // namespace

@@ -8,21 +8,22 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
 TEST(ObsidianMarkdown, EveryHeadingStandsAndNothingIsTrimmed)
 {
     NoteExportContent note;
-    note.summary = QStringLiteral(" Ship. ");
-    note.notes = QStringLiteral("bring cake\n");
+    note.summary = u" Ship. "_s;
+    note.notes = u"bring cake\n"_s;
     EXPECT_EQ(ObsidianExport::markdown(note),
-              QStringLiteral("# \n\n Ship. \n\n## Transcript\n\n\n\n## Notes\n\nbring cake\n\n"));
+              u"# \n\n Ship. \n\n## Transcript\n\n\n\n## Notes\n\nbring cake\n\n"_s);
 }
 
 TEST(ObsidianAudioFolder, OnlyARelativePathInsideTheStoreIsFollowed)
 {
-    const std::optional<QString> root = QStringLiteral("/data/Kestil/");
+    const std::optional<QString> root = u"/data/Kestil/"_s;
     const std::vector<std::pair<const char *, const char *>> rows = {
         {"", "This note has no local audio."},
         {"/etc", "This note has no local audio."},
@@ -32,8 +33,7 @@ TEST(ObsidianAudioFolder, OnlyARelativePathInsideTheStoreIsFollowed)
         {"Recordings/../../Kestil2/A", "Audio path is outside the local store."},
         {".", "Audio path is outside the local store."},
         {"Recordings/../Recordings/A/", "/data/Kestil/Recordings/A"},
-        {"Recordings/A", "/data/Kestil/Recordings/A"},
-    };
+        {"Recordings/A", "/data/Kestil/Recordings/A"}};
     const auto answer = [](const std::optional<QString> &storeRoot, const QString &sourceURL) {
         try {
             return ObsidianExport::noteAudioFolder(storeRoot, sourceURL);
@@ -43,8 +43,7 @@ TEST(ObsidianAudioFolder, OnlyARelativePathInsideTheStoreIsFollowed)
     };
     for (const auto &[sourceURL, expected] : rows)
         EXPECT_EQ(answer(root, QString::fromUtf8(sourceURL)), QString::fromUtf8(expected)) << sourceURL;
-    EXPECT_EQ(answer(std::nullopt, QStringLiteral("Recordings/A")),
-              QStringLiteral("Local storage is unavailable."));
+    EXPECT_EQ(answer(std::nullopt, u"Recordings/A"_s), u"Local storage is unavailable."_s);
 }
 
 } // namespace

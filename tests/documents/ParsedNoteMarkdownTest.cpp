@@ -7,122 +7,89 @@
 #include <random>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-struct FenceRow {
-    const char *text;
-    const char *stripped;
-};
-
-void PrintTo(const FenceRow &row, std::ostream *out)
+TEST(ParsedNoteMarkdown, RemovesAnOuterCodeFenceOnlyAroundTheWholeText)
 {
-    printRowName(row.text, out);
+    const struct {
+        const char *text, *stripped;
+    } rows[] = {{"```md\n## Summary\n- one\n```", "## Summary\n- one"},
+                {"  ```Markdown  \n## A\n", "## A"},
+                {"```\n## A\n  ```  \n\n", "## A"},
+                // A blank inside the marker is no fence: the text comes back untrimmed.
+                {"``` markdown\n## A\n```\n", "``` markdown\n## A\n```\n"},
+                {"\n## Summary\nText  ", "\n## Summary\nText  "},
+                {"A\n```\nB", "A\n```\nB"},
+                {"```markdown", ""},
+                {"```md\n## Sum", "## Sum"},
+                {"```\n\n## A\n\n```", "\n## A\n"},
+                {"", ""}};
+    for (const auto &row : rows)
+        EXPECT_EQ(stripOuterCodeFence(q(row.text)), q(row.stripped)) << row.text;
 }
 
-class OuterCodeFence : public testing::TestWithParam<FenceRow> {};
-
-TEST_P(OuterCodeFence, IsRemovedOnlyAroundTheWholeText)
+TEST(ParsedNoteMarkdown, ParsesEachKindOfLine)
 {
-    EXPECT_EQ(stripOuterCodeFence(QString::fromUtf8(GetParam().text)),
-              QString::fromUtf8(GetParam().stripped));
+    const struct {
+        const char *raw;
+        bool heading;
+        std::optional<const char *> marker;
+        int indentation;
+        const char *described;
+    } rows[] = {{"## Heading", true, {}, 0, "Heading"},
+                {"#tag", true, {}, 0, "tag"},
+                {"# # #  mixed", true, {}, 0, "mixed"},
+                {"   # no", false, {}, 0, "   # no"},
+                {"## 1. Decisions", true, "1.", 0, "Decisions"},
+                {"  * item", false, "•", 2, "item"},
+                {"\t1) item", false, "1.", 4, "item"},
+                {"\t 12) x", false, "12.", 5, "x"},
+                {"1234567890. item", false, {}, 0, "1234567890. item"},
+                {"123456789. item", false, "123456789.", 0, "item"},
+                {"-item", false, {}, 0, "-item"},
+                {"1.item", false, {}, 0, "1.item"},
+                {"+ **bold**  rest", false, "•", 0, "<b>bold</b>  rest"},
+                {"- a\r", false, "•", 0, "a"},
+                {"plain\r", false, {}, 0, "plain\r"},
+                {"  lead", false, {}, 0, "  lead"},
+                {"**x", false, {}, 0, "**x"}};
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.raw);
+        const ParsedNoteMarkdown parsed(q(row.raw), false);
+        ASSERT_EQ(parsed.lines().size(), 1);
+        const ParsedNoteMarkdown::Line &line = parsed.lines().first();
+        EXPECT_EQ(line.heading, row.heading);
+        EXPECT_EQ(line.marker, row.marker ? std::optional(q(*row.marker)) : std::nullopt);
+        EXPECT_EQ(line.indentation, row.indentation);
+        EXPECT_EQ(describe(line.text), q(row.described));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, OuterCodeFence,
-    testing::Values(FenceRow{"```md\n## Summary\n- one\n```", "## Summary\n- one"},
-                    FenceRow{"  ```Markdown  \n## A\n", "## A"}, FenceRow{"```\n## A\n  ```  \n\n", "## A"},
-                    // A blank inside the marker is no fence: the text comes back untrimmed.
-                    FenceRow{"``` markdown\n## A\n```\n", "``` markdown\n## A\n```\n"},
-                    FenceRow{"\n## Summary\nText  ", "\n## Summary\nText  "},
-                    FenceRow{"A\n```\nB", "A\n```\nB"}, FenceRow{"```markdown", ""},
-                    FenceRow{"```md\n## Sum", "## Sum"}, FenceRow{"```\n\n## A\n\n```", "\n## A\n"},
-                    FenceRow{"", ""}));
-
-struct LineRow {
-    const char *raw;
-    bool heading;
-    std::optional<const char *> marker;
-    int indentation;
-    const char *described;
-};
-
-void PrintTo(const LineRow &row, std::ostream *out)
-{
-    printRowName(row.raw, out);
-}
-
-class MarkdownLine : public testing::TestWithParam<LineRow> {};
-
-TEST_P(MarkdownLine, ParsesAs)
-{
-    const LineRow &row = GetParam();
-    const ParsedNoteMarkdown parsed(QString::fromUtf8(row.raw), false);
-    ASSERT_EQ(parsed.lines().size(), 1);
-    const ParsedNoteMarkdown::Line &line = parsed.lines().first();
-    EXPECT_EQ(line.heading, row.heading);
-    EXPECT_EQ(line.marker, row.marker ? std::optional(QString::fromUtf8(*row.marker)) : std::nullopt);
-    EXPECT_EQ(line.indentation, row.indentation);
-    EXPECT_EQ(describe(line.text), QString::fromUtf8(row.described));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, MarkdownLine,
-    testing::Values(LineRow{"## Heading", true, {}, 0, "Heading"}, LineRow{"#tag", true, {}, 0, "tag"},
-                    LineRow{"# # #  mixed", true, {}, 0, "mixed"},
-                    LineRow{"   # no", false, {}, 0, "   # no"},
-                    LineRow{"## 1. Decisions", true, "1.", 0, "Decisions"},
-                    LineRow{"  * item", false, "•", 2, "item"}, LineRow{"\t1) item", false, "1.", 4, "item"},
-                    LineRow{"\t 12) x", false, "12.", 5, "x"},
-                    LineRow{"1234567890. item", false, {}, 0, "1234567890. item"},
-                    LineRow{"123456789. item", false, "123456789.", 0, "item"},
-                    LineRow{"-item", false, {}, 0, "-item"}, LineRow{"1.item", false, {}, 0, "1.item"},
-                    LineRow{"+ **bold**  rest", false, "•", 0, "<b>bold</b>  rest"},
-                    LineRow{"- a\r", false, "•", 0, "a"}, LineRow{"plain\r", false, {}, 0, "plain\r"},
-                    LineRow{"  lead", false, {}, 0, "  lead"}, LineRow{"**x", false, {}, 0, "**x"}));
 
 TEST(ParsedNoteMarkdown, ReadsThroughAnOuterFenceAndKeepsBlankLines)
 {
-    const ParsedNoteMarkdown fenced(QStringLiteral("```markdown\n# A\n\n- b\n```"), false);
-    const ParsedNoteMarkdown bare(QStringLiteral("# A\n\n- b"), false);
+    const ParsedNoteMarkdown fenced(u"```markdown\n# A\n\n- b\n```"_s, false);
+    const ParsedNoteMarkdown bare(u"# A\n\n- b"_s, false);
     EXPECT_EQ(fenced.lines(), bare.lines());
     ASSERT_EQ(bare.lines().size(), 3);
     EXPECT_EQ(bare.lines()[2].id, 2);
     EXPECT_EQ(ParsedNoteMarkdown(QString(), false).lines().size(), 1);
 }
 
-struct TrailingRow {
-    const char *line;
-    bool incomplete;
-};
-
-void PrintTo(const TrailingRow &row, std::ostream *out)
+TEST(ParsedNoteMarkdown, HidesATrailingLineWhileItMayStillChange)
 {
-    printRowName(row.line, out);
+    for (const char *line :
+         {"## Heading", "- no", "- non", "- N/", "- na", "- Nothing yet", "- no data was given", "- ", "-",
+          "*", " 12", "12.", "12)", "**Bo", "__x", " ```"})
+        EXPECT_TRUE(ParsedNoteMarkdown::isIncompleteTrailingLine(q(line))) << line;
+    for (const char *line : {"- note", "- nob", "1234567890", "Plain text", ""})
+        EXPECT_FALSE(ParsedNoteMarkdown::isIncompleteTrailingLine(q(line))) << line;
 }
-
-class TrailingLine : public testing::TestWithParam<TrailingRow> {};
-
-TEST_P(TrailingLine, IsHiddenWhileItMayStillChange)
-{
-    EXPECT_EQ(ParsedNoteMarkdown::isIncompleteTrailingLine(QString::fromUtf8(GetParam().line)),
-              GetParam().incomplete);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Rows, TrailingLine,
-    testing::Values(TrailingRow{"## Heading", true}, TrailingRow{"- no", true}, TrailingRow{"- non", true},
-                    TrailingRow{"- N/", true}, TrailingRow{"- na", true}, TrailingRow{"- Nothing yet", true},
-                    TrailingRow{"- no data was given", true}, TrailingRow{"- ", true},
-                    TrailingRow{"- note", false}, TrailingRow{"- nob", false}, TrailingRow{"-", true},
-                    TrailingRow{"*", true}, TrailingRow{" 12", true}, TrailingRow{"12.", true},
-                    TrailingRow{"12)", true}, TrailingRow{"1234567890", false}, TrailingRow{"**Bo", true},
-                    TrailingRow{"__x", true}, TrailingRow{" ```", true}, TrailingRow{"Plain text", false},
-                    TrailingRow{"", false}));
 
 TEST(ParsedNoteMarkdown, BlanksAnIncompleteLastLineOnlyWhileStreaming)
 {
-    const QString text = QStringLiteral("Intro\n## Heading");
+    const QString text = u"Intro\n## Heading"_s;
     const ParsedNoteMarkdown streaming(text, true);
     ASSERT_EQ(streaming.lines().size(), 2);
     EXPECT_FALSE(streaming.lines()[1].heading);
@@ -133,23 +100,21 @@ TEST(ParsedNoteMarkdown, BlanksAnIncompleteLastLineOnlyWhileStreaming)
 
 TEST(ParsedNoteMarkdown, CachesStreamingAndSavedParsesApart)
 {
-    const QString text = QStringLiteral("A\n- no");
+    const QString text = u"A\n- no"_s;
     const auto saved = ParsedNoteMarkdown::cached(text, false);
     const auto streaming = ParsedNoteMarkdown::cached(text, true);
     EXPECT_EQ(ParsedNoteMarkdown::cached(text, false), saved);
     EXPECT_EQ(ParsedNoteMarkdown::cached(text, true), streaming);
-    EXPECT_EQ(saved->lines()[1].marker, QStringLiteral("•"));
+    EXPECT_EQ(saved->lines()[1].marker, u"•"_s);
     EXPECT_FALSE(streaming->lines()[1].marker);
 }
 
-// Random Markdown-ish text: every line survives, and a line without any
-// inline markup keeps its characters exactly.
 TEST(ParsedNoteMarkdown, NeverLosesALineOrItsPlainCharacters)
 {
     const QStringList pieces{"*", "_", "`",  "~", "[",  "]",  "(",  ")", "#", "-",
                              "1", ".", "\t", " ", "  ", "\n", "\r", "a", "b", "word",
                              "&", "<", ">",  "!", "\\", "é",  "😀",  ":", "|"};
-    const QString markup = QStringLiteral("*_`~[]()<>&!\\");
+    const QString markup = u"*_`~[]()<>&!\\"_s;
     std::mt19937 random(20240611);
     for (int round = 0; round < 3000; ++round) {
         QString text;

@@ -18,6 +18,7 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -28,12 +29,12 @@ std::optional<QString> parserPython()
     QStringList candidates;
     if (const QString chosen = qEnvironmentVariable("KESTIL_SUBTITLE_PYTHON"); !chosen.isEmpty())
         candidates << chosen;
-    candidates << QDir::homePath() + QStringLiteral("/.cache/kestil/subtitle-parsers/bin/python3");
-    if (const QString onPath = QStandardPaths::findExecutable(QStringLiteral("python3")); !onPath.isEmpty())
+    candidates << QDir::homePath() + u"/.cache/kestil/subtitle-parsers/bin/python3"_s;
+    if (const QString onPath = QStandardPaths::findExecutable(u"python3"_s); !onPath.isEmpty())
         candidates << onPath;
     for (const QString &python : candidates) {
         QProcess probe;
-        probe.start(python, {QStringLiteral("-c"), QStringLiteral("import srt, webvtt")});
+        probe.start(python, {u"-c"_s, u"import srt, webvtt"_s});
         if (probe.waitForFinished(30000) && probe.exitStatus() == QProcess::NormalExit &&
             probe.exitCode() == 0)
             return python;
@@ -53,21 +54,18 @@ TEST(SubtitleParsers, ReadTheSameCuesFromTheSrtAndWebVttFiles)
         GTEST_SKIP() << "no Python with the srt and webvtt-py packages (pip install srt webvtt-py into "
                         "~/.cache/kestil/subtitle-parsers, or set KESTIL_SUBTITLE_PYTHON)";
 
-    const QList<SubtitleCue> cues = Subtitles::cues({
-        said(QStringLiteral("Fish & chips <cheap> --> tonight, said the café in 東京."), 0.25, 3.5),
-        said(QStringLiteral(
-                 "Then a long stretch of talk about the launch schedule that runs on well past what "
-                 "a single subtitle can hold on two lines of text."),
-             4.0, 13.0),
-        said(QStringLiteral("An hour later: 42"), 3725.125, 3727.0),
-        said(QStringLiteral("1"), 3730.0, 3730.5),
-    });
+    const QList<SubtitleCue> cues = Subtitles::cues(
+        {said(u"Fish & chips <cheap> --> tonight, said the café in 東京."_s, 0.25, 3.5),
+         said(u"Then a long stretch of talk about the launch schedule that runs on well past what "
+              "a single subtitle can hold on two lines of text."_s,
+              4.0, 13.0),
+         said(u"An hour later: 42"_s, 3725.125, 3727.0), said(u"1"_s, 3730.0, 3730.5)});
     ASSERT_GE(cues.size(), 5);
 
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
-    const QString srtPath = dir.filePath(QStringLiteral("note.srt"));
-    const QString vttPath = dir.filePath(QStringLiteral("note.vtt"));
+    const QString srtPath = dir.filePath(u"note.srt"_s);
+    const QString vttPath = dir.filePath(u"note.vtt"_s);
     NoteExport::writeTextAtomically(srtPath, Subtitles::srt(cues));
     NoteExport::writeTextAtomically(vttPath, Subtitles::webVtt(cues));
 
@@ -78,8 +76,8 @@ TEST(SubtitleParsers, ReadTheSameCuesFromTheSrtAndWebVttFiles)
     ASSERT_EQ(parse.exitCode(), 0) << parse.readAllStandardError().toStdString();
     const QJsonObject found = QJsonDocument::fromJson(parse.readAllStandardOutput()).object();
 
-    EXPECT_TRUE(found.value(QStringLiteral("srtRoundTrip")).toBool());
-    for (const QString &format : {QStringLiteral("srt"), QStringLiteral("vtt")}) {
+    EXPECT_TRUE(found.value(u"srtRoundTrip"_s).toBool());
+    for (const QString &format : {u"srt"_s, u"vtt"_s}) {
         SCOPED_TRACE(format.toStdString());
         const QJsonArray parsed = found.value(format).toArray();
         ASSERT_EQ(parsed.size(), cues.size());

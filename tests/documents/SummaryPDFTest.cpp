@@ -13,6 +13,7 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 using SummaryPDF::PieceMetrics;
 using SummaryPDF::Slice;
 
@@ -49,8 +50,7 @@ TEST(SummaryPDFTest, PaginatesByPieceKeepingHeadsWithTheirRowsAndSlicingOnlyWhat
         {"a row taller than a page after a gap past the foot goes on where the gap ended",
          {{698, false, 22}, {800, false, 8}},
          {{0, 0, 42, 0, 698}, {1, 0, 762, 0, -12}, {1, 1, 42, -12, 708}, {1, 2, 42, 696, 104}},
-         3},
-    };
+         3}};
     for (const PaginationCase &c : cases) {
         SCOPED_TRACE(c.name);
         const SummaryPDF::Pagination pagination = SummaryPDF::paginate(c.pieces);
@@ -69,8 +69,8 @@ QString run(const QString &program, const QStringList &arguments)
     return QString::fromUtf8(process.readAllStandardOutput()).normalized(QString::NormalizationForm_KC);
 }
 
-const QString weeklySync = QStringLiteral(
-    "## Summary\n"
+const QString weeklySync =
+    u"## Summary\n"
     "The team agreed to move the **launch** to April; see [the plan](https://example.org/plan).\n\n"
     "## Key Points\n"
     "- The design review needs another week.\n"
@@ -81,26 +81,25 @@ const QString weeklySync = QStringLiteral(
     "- Send the budget numbers to finance by Friday.\n\n"
     "## Risks\n"
     "- No risks were mentioned.\n"
-    "- n/a\n");
+    "- n/a\n"_s;
 
 QString longSummary(int sections)
 {
-    QString text = QStringLiteral("The quarter's plan, section by section.\n\n");
+    QString text = u"The quarter's plan, section by section.\n\n"_s;
     for (int s = 1; s <= sections; ++s) {
-        text += QStringLiteral("## Decisions %1\n").arg(s);
+        text += u"## Decisions %1\n"_s.arg(s);
         for (int i = 1; i <= 6; ++i)
-            text += QStringLiteral("- Owner: Sam will draft item %1.%2 of the announcement and send it to "
-                                   "finance before Friday.\n")
-                        .arg(s)
+            text += u"- Owner: Sam will draft item %1.%2 of the announcement and send it to "
+                    "finance before Friday.\n"_s.arg(s)
                         .arg(i);
-        text += QStringLiteral("\n");
+        text += u"\n"_s;
     }
     return text;
 }
 
 int pageCount(const QString &info)
 {
-    return QRegularExpression(QStringLiteral("Pages:\\s+(\\d+)")).match(info).captured(1).toInt();
+    return QRegularExpression(u"Pages:\\s+(\\d+)"_s).match(info).captured(1).toInt();
 }
 
 TEST(SummaryPDFTest, WritesALetterSizedDocumentThatReadsBackAsTheSummary)
@@ -108,19 +107,18 @@ TEST(SummaryPDFTest, WritesALetterSizedDocumentThatReadsBackAsTheSummary)
     // The date line is written in the reader's language.
     QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("summary.pdf"));
-    SummaryPDF::write(QStringLiteral("Weekly Sync"), QDateTime(QDate(2026, 3, 2), QTime(9, 30)), weeklySync,
-                      path, QColor(0x1e, 0x6f, 0xd9));
+    const QString path = dir.filePath(u"summary.pdf"_s);
+    SummaryPDF::write(u"Weekly Sync"_s, QDateTime(QDate(2026, 3, 2), QTime(9, 30)), weeklySync, path,
+                      QColor(0x1e, 0x6f, 0xd9));
 
-    const QString info = run(QStringLiteral("pdfinfo"), {path});
+    const QString info = run(u"pdfinfo"_s, {path});
     ASSERT_FALSE(info.isEmpty()) << "pdfinfo could not read the file";
     EXPECT_EQ(pageCount(info), 1);
-    EXPECT_TRUE(info.contains(QRegularExpression(QStringLiteral("Page size:\\s+612 x 792 pts"))));
-    EXPECT_TRUE(info.contains(QRegularExpression(QStringLiteral("Title:\\s+Weekly Sync\\n"))));
-    EXPECT_TRUE(info.contains(QRegularExpression(QStringLiteral("Creator:\\s+Kestil\\n"))));
+    EXPECT_TRUE(info.contains(QRegularExpression(u"Page size:\\s+612 x 792 pts"_s)));
+    EXPECT_TRUE(info.contains(QRegularExpression(u"Title:\\s+Weekly Sync\\n"_s)));
+    EXPECT_TRUE(info.contains(QRegularExpression(u"Creator:\\s+Kestil\\n"_s)));
 
-    const QString text =
-        run(QStringLiteral("pdftotext"), {QStringLiteral("-layout"), path, QStringLiteral("-")});
+    const QString text = run(u"pdftotext"_s, {u"-layout"_s, path, u"-"_s});
     for (const char *expected :
          {"(?m)^\\s*Weekly Sync\\s*$", "Monday, March 2, 2026.{1,5}9:30\\sAM",
           "The team agreed to move the launch to April; see the plan\\.",
@@ -140,28 +138,28 @@ TEST(SummaryPDFTest, WritesALetterSizedDocumentThatReadsBackAsTheSummary)
 TEST(SummaryPDFTest, ALongSummaryRunsOverPagesWithEveryItem)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("long.pdf"));
-    SummaryPDF::write(QStringLiteral("Quarterly Planning"), std::nullopt, longSummary(14), path, Qt::blue);
-    const QString info = run(QStringLiteral("pdfinfo"), {path});
+    const QString path = dir.filePath(u"long.pdf"_s);
+    SummaryPDF::write(u"Quarterly Planning"_s, std::nullopt, longSummary(14), path, Qt::blue);
+    const QString info = run(u"pdfinfo"_s, {path});
     EXPECT_GE(pageCount(info), 4) << info.toStdString();
-    EXPECT_TRUE(info.contains(QRegularExpression(QStringLiteral("Page size:\\s+612 x 792 pts"))));
-    const QString text = run(QStringLiteral("pdftotext"), {path, QStringLiteral("-")});
-    EXPECT_TRUE(text.startsWith(QStringLiteral("Quarterly Planning\n"))) << "a title without a date line";
+    EXPECT_TRUE(info.contains(QRegularExpression(u"Page size:\\s+612 x 792 pts"_s)));
+    const QString text = run(u"pdftotext"_s, {path, u"-"_s});
+    EXPECT_TRUE(text.startsWith(u"Quarterly Planning\n"_s)) << "a title without a date line";
     for (int s = 1; s <= 14; ++s) {
-        EXPECT_TRUE(text.contains(QStringLiteral("Decisions %1\n").arg(s))) << s;
-        EXPECT_TRUE(text.contains(QStringLiteral("item %1.6 ").arg(s))) << s;
+        EXPECT_TRUE(text.contains(u"Decisions %1\n"_s.arg(s))) << s;
+        EXPECT_TRUE(text.contains(u"item %1.6 "_s.arg(s))) << s;
     }
 }
 
 TEST(SummaryPDFTest, ADocumentThatCannotBeCreatedIsReportedAndLeavesNoFile)
 {
     QTemporaryDir dir;
-    const QString missing = dir.filePath(QStringLiteral("gone/summary.pdf"));
+    const QString missing = dir.filePath(u"gone/summary.pdf"_s);
     try {
-        SummaryPDF::write(QStringLiteral("Weekly Sync"), std::nullopt, weeklySync, missing, Qt::blue);
+        SummaryPDF::write(u"Weekly Sync"_s, std::nullopt, weeklySync, missing, Qt::blue);
         ADD_FAILURE() << "no error";
     } catch (const LocalError &error) {
-        EXPECT_EQ(error.message(), QStringLiteral("The PDF could not be created."));
+        EXPECT_EQ(error.message(), u"The PDF could not be created."_s);
     }
     EXPECT_FALSE(QFile::exists(missing));
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -74,42 +75,36 @@ Sample titled(const QString &title)
 }
 Sample saying(const QString &transcript)
 {
-    return {QStringLiteral("x"), 0, {}, transcript};
+    return {u"x"_s, 0, {}, transcript};
 }
 Sample tagged(const QStringList &tags)
 {
-    return {QStringLiteral("x"), 0, tags};
+    return {u"x"_s, 0, tags};
 }
 
 TEST_F(FilterAndSortStateTest, SearchLooksInTranscriptTitleAndJoinedTagsOnly)
 {
-    struct Case {
+    Sample untitled;
+    untitled.titleMissing = true;
+    const struct {
         const char *name;
         QString search;
         Sample note;
         bool matches;
-    };
-    Sample untitled;
-    untitled.titleMissing = true;
-    const QList<Case> cases{
-        {"blanks match everything", QStringLiteral("  \n "), titled(QStringLiteral("x")), true},
-        {"title ignores case", QStringLiteral("STANDUP"), titled(QStringLiteral("Daily standup")), true},
-        {"transcript ignores case", QStringLiteral("budget"), saying(QStringLiteral("The BUDGET.")), true},
-        {"the search is trimmed", QStringLiteral("  budget "), saying(QStringLiteral("budget")), true},
-        {"full case folding", QStringLiteral("STRASSE"), titled(QStringLiteral("Straße")), true},
-        {"decomposed finds composed", QStringLiteral("cafe\u0301"), titled(QStringLiteral("Café")), true},
-        {"accents still count", QStringLiteral("cafe"), titled(QStringLiteral("Café")), false},
-        {"joined tag names", QStringLiteral("alpha, beta"), tagged({"beta", "alpha"}), true},
-        {"a comma finds two tags", QStringLiteral(", "), tagged({"a", "b"}), true},
-        {"a comma needs two tags", QStringLiteral(", "), tagged({"a"}), false},
-        {"punctuation only", QStringLiteral("?!"), saying(QStringLiteral("Really?! Yes.")), true},
-        {"an absent title matches nothing", QStringLiteral("untitled"), untitled, false},
-        {"nowhere",
-         QStringLiteral("roadmap"),
-         {QStringLiteral("Budget"), 0, {QStringLiteral("q3")}, QStringLiteral("money")},
-         false},
-    };
-    for (const Case &c : cases) {
+    } cases[] = {{"blanks match everything", u"  \n "_s, titled(u"x"_s), true},
+                 {"title ignores case", u"STANDUP"_s, titled(u"Daily standup"_s), true},
+                 {"transcript ignores case", u"budget"_s, saying(u"The BUDGET."_s), true},
+                 {"the search is trimmed", u"  budget "_s, saying(u"budget"_s), true},
+                 {"full case folding", u"STRASSE"_s, titled(u"Straße"_s), true},
+                 {"decomposed finds composed", u"cafe\u0301"_s, titled(u"Café"_s), true},
+                 {"accents still count", u"cafe"_s, titled(u"Café"_s), false},
+                 {"joined tag names", u"alpha, beta"_s, tagged({"beta", "alpha"}), true},
+                 {"a comma finds two tags", u", "_s, tagged({"a", "b"}), true},
+                 {"a comma needs two tags", u", "_s, tagged({"a"}), false},
+                 {"punctuation only", u"?!"_s, saying(u"Really?! Yes."_s), true},
+                 {"an absent title matches nothing", u"untitled"_s, untitled, false},
+                 {"nowhere", u"roadmap"_s, {u"Budget"_s, 0, {u"q3"_s}, u"money"_s}, false}};
+    for (const auto &c : cases) {
         const Library library({c.note});
         EXPECT_EQ(FilterAndSortState::matchesSearch(library.notes.first(), c.search, library.exact()),
                   c.matches)
@@ -120,53 +115,47 @@ TEST_F(FilterAndSortStateTest, SearchLooksInTranscriptTitleAndJoinedTagsOnly)
 TEST_F(FilterAndSortStateTest, FolderSelection)
 {
     const QUuid work = QUuid::createUuid();
-    struct Case {
+    const struct {
         const char *name;
         FolderSelection selection;
         std::optional<QUuid> folder;
         bool matches;
-    };
-    const QList<Case> cases{
-        {"all, unfiled note", FolderSelection::all(), std::nullopt, true},
-        {"all, filed note", FolderSelection::all(), work, true},
-        {"unfiled, unfiled note", FolderSelection::unfiled(), std::nullopt, true},
-        {"unfiled, filed note", FolderSelection::unfiled(), work, false},
-        {"folder, its note", FolderSelection::folder(work), work, true},
-        {"folder, another folder's note", FolderSelection::folder(work), QUuid::createUuid(), false},
-        {"folder, unfiled note", FolderSelection::folder(work), std::nullopt, false},
-        {"folder, a folder without id", FolderSelection::folder(work), QUuid(), false},
-    };
-    for (const Case &c : cases) {
+    } cases[] = {{"all, unfiled note", FolderSelection::all(), std::nullopt, true},
+                 {"all, filed note", FolderSelection::all(), work, true},
+                 {"unfiled, unfiled note", FolderSelection::unfiled(), std::nullopt, true},
+                 {"unfiled, filed note", FolderSelection::unfiled(), work, false},
+                 {"folder, its note", FolderSelection::folder(work), work, true},
+                 {"folder, another folder's note", FolderSelection::folder(work), QUuid::createUuid(), false},
+                 {"folder, unfiled note", FolderSelection::folder(work), std::nullopt, false},
+                 {"folder, a folder without id", FolderSelection::folder(work), QUuid(), false}};
+    for (const auto &c : cases) {
         FilterAndSortState state;
         state.setSelectedFolder(c.selection);
-        const Library library({{QStringLiteral("n"), 0, {}, {}, c.folder}});
+        const Library library({{u"n"_s, 0, {}, {}, c.folder}});
         EXPECT_EQ(state.matchesFolder(library.notes.first()), c.matches) << c.name;
     }
 }
 
 TEST_F(FilterAndSortStateTest, TagsMatchAnyOrAllByExactName)
 {
-    struct Case {
+    const QString a = u"alpha"_s, b = u"beta"_s;
+    const struct {
         const char *name;
         QSet<QString> chosen;
         TagMatchMode mode;
         QStringList tags;
         bool matches;
-    };
-    const QString a = QStringLiteral("alpha"), b = QStringLiteral("beta");
-    const QList<Case> cases{
-        {"nothing chosen", {}, TagMatchMode::all, {}, true},
-        {"any, one shared", {a, b}, TagMatchMode::any, {a}, true},
-        {"any, none shared", {a}, TagMatchMode::any, {b}, false},
-        {"all, every one held", {a, b}, TagMatchMode::all, {a, b, QStringLiteral("c")}, true},
-        {"all, one missing", {a, b}, TagMatchMode::all, {a}, false},
-        {"names compare exactly", {QStringLiteral("Alpha")}, TagMatchMode::any, {a}, false},
-    };
-    for (const Case &c : cases) {
+    } cases[] = {{"nothing chosen", {}, TagMatchMode::all, {}, true},
+                 {"any, one shared", {a, b}, TagMatchMode::any, {a}, true},
+                 {"any, none shared", {a}, TagMatchMode::any, {b}, false},
+                 {"all, every one held", {a, b}, TagMatchMode::all, {a, b, u"c"_s}, true},
+                 {"all, one missing", {a, b}, TagMatchMode::all, {a}, false},
+                 {"names compare exactly", {u"Alpha"_s}, TagMatchMode::any, {a}, false}};
+    for (const auto &c : cases) {
         FilterAndSortState state;
         state.setSelectedTags(c.chosen);
         state.setTagMatchMode(c.mode);
-        const Library library({{QStringLiteral("n"), 0, c.tags}});
+        const Library library({{u"n"_s, 0, c.tags}});
         EXPECT_EQ(state.matchesTags(library.notes.first()), c.matches) << c.name;
     }
 }
@@ -174,25 +163,20 @@ TEST_F(FilterAndSortStateTest, TagsMatchAnyOrAllByExactName)
 TEST_F(FilterAndSortStateTest, OrdersAreStableOverTheFetchedOrder)
 {
     // Fetched newest first; "Same" twice, and two notes with two tags.
-    const Library library({
-        {QStringLiteral("no time"), std::nullopt},
-        {QStringLiteral("Same"), 1, {QStringLiteral("a"), QStringLiteral("b")}},
-        {QStringLiteral("banana"), 2},
-        {QStringLiteral("Same"), 3, {QStringLiteral("c"), QStringLiteral("d")}},
-        {QStringLiteral("apple"), 4, {QStringLiteral("e")}},
-    });
-    struct Case {
+    const Library library({{u"no time"_s, std::nullopt},
+                           {u"Same"_s, 1, {u"a"_s, u"b"_s}},
+                           {u"banana"_s, 2},
+                           {u"Same"_s, 3, {u"c"_s, u"d"_s}},
+                           {u"apple"_s, 4, {u"e"_s}}});
+    const struct {
         NotesSortOption option;
         QStringList order;
-    };
-    const QList<Case> cases{
-        {NotesSortOption::dateNewest, {"no time", "Same", "banana", "Same", "apple"}},
-        {NotesSortOption::dateOldest, {"apple", "Same", "banana", "Same", "no time"}},
-        {NotesSortOption::titleAZ, {"apple", "banana", "no time", "Same", "Same"}},
-        {NotesSortOption::titleZA, {"Same", "Same", "no time", "banana", "apple"}},
-        {NotesSortOption::mostTags, {"Same", "Same", "apple", "no time", "banana"}},
-    };
-    for (const Case &c : cases) {
+    } cases[] = {{NotesSortOption::dateNewest, {"no time", "Same", "banana", "Same", "apple"}},
+                 {NotesSortOption::dateOldest, {"apple", "Same", "banana", "Same", "no time"}},
+                 {NotesSortOption::titleAZ, {"apple", "banana", "no time", "Same", "Same"}},
+                 {NotesSortOption::titleZA, {"Same", "Same", "no time", "banana", "apple"}},
+                 {NotesSortOption::mostTags, {"Same", "Same", "apple", "no time", "banana"}}};
+    for (const auto &c : cases) {
         FilterAndSortState state;
         state.setSortOption(c.option);
         const QList<ListedNote> sorted = state.filteredNotes(library.notes, QString(), library.exact(), now);
@@ -210,12 +194,7 @@ TEST_F(FilterAndSortStateTest, OrdersAreStableOverTheFetchedOrder)
 TEST_F(FilterAndSortStateTest, DayGroupsFollowTheDateOrderAndOtherOrdersHaveOneUntitledGroup)
 {
     const QDate today = now.toLocalTime().date();
-    const Library library({
-        {QStringLiteral("a"), std::nullopt},
-        {QStringLiteral("b"), 1},
-        {QStringLiteral("c"), 24},
-        {QStringLiteral("d"), 24 * 9},
-    });
+    const Library library({{u"a"_s, std::nullopt}, {u"b"_s, 1}, {u"c"_s, 24}, {u"d"_s, 24 * 9}});
     FilterAndSortState state;
     auto groups = state.groupedNotes(state.filteredNotes(library.notes, {}, library.exact(), now), now);
     ASSERT_EQ(groups.size(), 3);
@@ -239,12 +218,12 @@ TEST_F(FilterAndSortStateTest, DayGroupsFollowTheDateOrderAndOtherOrdersHaveOneU
 TEST_F(FilterAndSortStateTest, DayTitles)
 {
     const QDate today(2024, 3, 14);
-    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today, today), QStringLiteral("Today"));
-    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today.addDays(-1), today), QStringLiteral("Yesterday"));
-    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today.addDays(-2), today), QStringLiteral("Tue, Mar 12"));
-    EXPECT_EQ(FilterAndSortState::dayGroupTitle(QDate(2019, 12, 25), today), QStringLiteral("Wed, Dec 25"))
+    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today, today), u"Today"_s);
+    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today.addDays(-1), today), u"Yesterday"_s);
+    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today.addDays(-2), today), u"Tue, Mar 12"_s);
+    EXPECT_EQ(FilterAndSortState::dayGroupTitle(QDate(2019, 12, 25), today), u"Wed, Dec 25"_s)
         << "no year, even for older days";
-    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today.addDays(1), today), QStringLiteral("Fri, Mar 15"));
+    EXPECT_EQ(FilterAndSortState::dayGroupTitle(today.addDays(1), today), u"Fri, Mar 15"_s);
 }
 
 TEST_F(FilterAndSortStateTest, EmptyStates)
@@ -254,30 +233,27 @@ TEST_F(FilterAndSortStateTest, EmptyStates)
     const FolderSelection all = FolderSelection::all(), unfiled = FolderSelection::unfiled();
     const FolderSelection workFolder = FolderSelection::folder(work);
     const FolderSelection unknown = FolderSelection::folder(QUuid::createUuid());
-    const Sample labelled{QStringLiteral("u"), 0, {QStringLiteral("x")}};
-    const Sample filed{QStringLiteral("f"), 0, {}, {}, work};
-    const QSet<QString> y{QStringLiteral("y")};
-    struct Case {
+    const Sample labelled{u"u"_s, 0, {u"x"_s}};
+    const Sample filed{u"f"_s, 0, {}, {}, work};
+    const QSet<QString> y{u"y"_s};
+    const struct {
         const char *name;
         QList<Sample> notes;
         FolderSelection folder;
         QSet<QString> tags;
         QString search;
         E expected;
-    };
-    const QList<Case> cases{
-        {"no notes", {}, all, {}, {}, E::noNotesYet},
-        {"no notes, with a search", {}, all, {}, QStringLiteral("x"), E::noNotesYet},
-        {"a blank search is no search", {filed}, all, {}, QStringLiteral("  "), E::none},
-        {"nothing found", {filed}, all, {}, QStringLiteral("zzz"), E::noSearchResults},
-        {"a search wins over the folder", {filed}, unfiled, {}, QStringLiteral("f"), E::noSearchResults},
-        {"unfiled with none unfiled", {filed}, unfiled, {}, {}, E::noNotesInFolder},
-        {"unfiled notes hidden by tags", {labelled}, unfiled, y, {}, E::filtersHidingNotes},
-        {"an unknown folder", {filed}, unknown, {}, {}, E::noNotesInFolder},
-        {"tags hide every note", {labelled}, all, y, {}, E::filtersHidingNotes},
-        {"something shown", {labelled, filed}, workFolder, {}, {}, E::none},
-    };
-    for (const Case &c : cases) {
+    } cases[] = {{"no notes", {}, all, {}, {}, E::noNotesYet},
+                 {"no notes, with a search", {}, all, {}, u"x"_s, E::noNotesYet},
+                 {"a blank search is no search", {filed}, all, {}, u"  "_s, E::none},
+                 {"nothing found", {filed}, all, {}, u"zzz"_s, E::noSearchResults},
+                 {"a search wins over the folder", {filed}, unfiled, {}, u"f"_s, E::noSearchResults},
+                 {"unfiled with none unfiled", {filed}, unfiled, {}, {}, E::noNotesInFolder},
+                 {"unfiled notes hidden by tags", {labelled}, unfiled, y, {}, E::filtersHidingNotes},
+                 {"an unknown folder", {filed}, unknown, {}, {}, E::noNotesInFolder},
+                 {"tags hide every note", {labelled}, all, y, {}, E::filtersHidingNotes},
+                 {"something shown", {labelled, filed}, workFolder, {}, {}, E::none}};
+    for (const auto &c : cases) {
         FilterAndSortState state;
         state.setSelectedFolder(c.folder);
         state.setSelectedTags(c.tags);
@@ -294,10 +270,10 @@ TEST_F(FilterAndSortStateTest, ClearingKeepsTheFolderAndTogglingFlipsATag)
     const FolderSelection unfiled = FolderSelection::unfiled();
     state.setSelectedFolder(unfiled);
     EXPECT_FALSE(state.hasActiveFilters()) << "the folder is no filter";
-    state.toggleTag(QStringLiteral("a"));
-    state.toggleTag(QStringLiteral("b"));
-    state.toggleTag(QStringLiteral("a"));
-    EXPECT_EQ(state.selectedTags(), QSet<QString>{QStringLiteral("b")});
+    state.toggleTag(u"a"_s);
+    state.toggleTag(u"b"_s);
+    state.toggleTag(u"a"_s);
+    EXPECT_EQ(state.selectedTags(), QSet<QString>{u"b"_s});
     state.setTagMatchMode(TagMatchMode::all);
     EXPECT_TRUE(state.hasActiveFilters());
     state.clearFilters();
@@ -312,19 +288,16 @@ TEST_F(FilterAndSortStateTest, ClearingKeepsTheFolderAndTogglingFlipsATag)
 TEST_F(FilterAndSortStateTest, TagCountsFollowTheSearchAlone)
 {
     const QUuid work = QUuid::createUuid();
-    const Library library({
-        {QStringLiteral("Budget"), 0, {QStringLiteral("money"), QStringLiteral("q3")}, {}, work},
-        {QStringLiteral("Budget again"), 1, {QStringLiteral("money")}},
-        {QStringLiteral("Design"), 2, {QStringLiteral("q3")}},
-    });
+    const Library library({{u"Budget"_s, 0, {u"money"_s, u"q3"_s}, {}, work},
+                           {u"Budget again"_s, 1, {u"money"_s}},
+                           {u"Design"_s, 2, {u"q3"_s}}});
     FilterAndSortState state;
     state.setSelectedFolder(FolderSelection::unfiled());
-    state.setSelectedTags({QStringLiteral("q3")});
+    state.setSelectedTags({u"q3"_s});
     const QMap<QString, int> all = state.tagCounts(library.notes, QString(), library.exact());
-    EXPECT_EQ(all, (QMap<QString, int>{{QStringLiteral("money"), 2}, {QStringLiteral("q3"), 2}}));
-    const QMap<QString, int> searched =
-        state.tagCounts(library.notes, QStringLiteral("budget"), library.exact());
-    EXPECT_EQ(searched, (QMap<QString, int>{{QStringLiteral("money"), 2}, {QStringLiteral("q3"), 1}}));
+    EXPECT_EQ(all, (QMap<QString, int>{{u"money"_s, 2}, {u"q3"_s, 2}}));
+    const QMap<QString, int> searched = state.tagCounts(library.notes, u"budget"_s, library.exact());
+    EXPECT_EQ(searched, (QMap<QString, int>{{u"money"_s, 2}, {u"q3"_s, 1}}));
 }
 
 } // namespace

@@ -19,6 +19,7 @@
 
 using namespace kestil;
 using namespace kestil::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -31,16 +32,15 @@ struct AskRig {
 
     AskRig()
     {
-        note = store.createNote(
-            QStringLiteral("Launch sync"),
-            QStringLiteral("We agreed to ship the beta on Friday. Dana owns the release notes."),
-            QUuid::createUuid(), QStringLiteral("transcription"));
+        note = store.createNote(u"Launch sync"_s,
+                                u"We agreed to ship the beta on Friday. Dana owns the release notes."_s,
+                                QUuid::createUuid(), u"transcription"_s);
         store.save();
     }
 
     LocalAskNoteView &open()
     {
-        view = std::make_unique<LocalAskNoteView>(note, store, model, QLocale(QStringLiteral("en_US")));
+        view = std::make_unique<LocalAskNoteView>(note, store, model, QLocale(u"en_US"_s));
         view->show();
         return *view;
     }
@@ -58,33 +58,31 @@ TEST(AskNoteViewTest, ASuggestedQuestionIsAnsweredWhileTheWindowShowsItsProgress
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
     };
     rig.model.replies = {ScriptedLanguageModel::Stream{
-        {QStringLiteral("- Ship the beta"), QStringLiteral("- Ship the beta on Friday\n- Dana writes notes")},
+        {u"- Ship the beta"_s, u"- Ship the beta on Friday\n- Dana writes notes"_s},
         std::chrono::milliseconds(150)}};
     rig.open();
-    EXPECT_TRUE(rig.find(QStringLiteral("askAIEmptyHeading"))->isVisible());
-    EXPECT_FALSE(rig.find(QStringLiteral("askAISendButton"))->isEnabled()) << "nothing typed yet";
-    EXPECT_FALSE(rig.find(QStringLiteral("askAICopyConversationButton"))->isEnabled());
+    EXPECT_TRUE(rig.find(u"askAIEmptyHeading"_s)->isVisible());
+    EXPECT_FALSE(rig.find(u"askAISendButton"_s)->isEnabled()) << "nothing typed yet";
+    EXPECT_FALSE(rig.find(u"askAICopyConversationButton"_s)->isEnabled());
 
-    rig.click(QStringLiteral("askAISuggestion-1"));
+    rig.click(u"askAISuggestion-1"_s);
     ASSERT_TRUE(rig.view->conversation().isRunning());
-    EXPECT_TRUE(rig.find(QStringLiteral("askAIStopButton"))->isVisible());
-    EXPECT_TRUE(rig.view->conversationText().contains(QStringLiteral("Thinking on this device…")))
+    EXPECT_TRUE(rig.find(u"askAIStopButton"_s)->isVisible());
+    EXPECT_TRUE(rig.view->conversationText().contains(u"Thinking on this device…"_s))
         << rig.view->conversationText().toStdString();
-    ASSERT_TRUE(
-        waitUntil([&] { return rig.view->conversationText().contains(QStringLiteral("Ship the beta")); }));
-    EXPECT_FALSE(rig.find(QStringLiteral("askAICopyConversationButton"))->isEnabled())
-        << "not while answering";
+    ASSERT_TRUE(waitUntil([&] { return rig.view->conversationText().contains(u"Ship the beta"_s); }));
+    EXPECT_FALSE(rig.find(u"askAICopyConversationButton"_s)->isEnabled()) << "not while answering";
 
     ASSERT_TRUE(waitUntil([&] { return !rig.view->conversation().isRunning(); }));
-    EXPECT_FALSE(rig.find(QStringLiteral("askAIStopButton"))->isVisible());
+    EXPECT_FALSE(rig.find(u"askAIStopButton"_s)->isVisible());
     const QString shown = rig.view->conversationText();
-    EXPECT_TRUE(shown.contains(QStringLiteral("Summarize the key points"))) << shown.toStdString();
-    EXPECT_TRUE(shown.contains(QStringLiteral("Dana writes notes"))) << shown.toStdString();
-    EXPECT_FALSE(shown.contains(QStringLiteral("Thinking")));
+    EXPECT_TRUE(shown.contains(u"Summarize the key points"_s)) << shown.toStdString();
+    EXPECT_TRUE(shown.contains(u"Dana writes notes"_s)) << shown.toStdString();
+    EXPECT_FALSE(shown.contains(u"Thinking"_s));
 
-    rig.click(QStringLiteral("askAICopyConversationButton"));
+    rig.click(u"askAICopyConversationButton"_s);
     EXPECT_TRUE(QApplication::clipboard()->text().startsWith(
-        QStringLiteral("# Ask AI: Launch sync\n\n**You**\n\nSummarize the key points\n\n**Kestil**")))
+        u"# Ask AI: Launch sync\n\n**You**\n\nSummarize the key points\n\n**Kestil**"_s))
         << QApplication::clipboard()->text().toStdString();
 }
 
@@ -95,10 +93,10 @@ TEST(AskNoteViewTest, TypingSendingStoppingAndClearing)
     rig.open();
     rig.view->activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(rig.view.get()));
-    auto *field = rig.find<QLineEdit>(QStringLiteral("askAIQuestionField"));
+    auto *field = rig.find<QLineEdit>(u"askAIQuestionField"_s);
     field->setFocus();
-    QTest::keyClicks(field, QStringLiteral("When do we ship?"));
-    EXPECT_TRUE(rig.find(QStringLiteral("askAISendButton"))->isEnabled());
+    QTest::keyClicks(field, u"When do we ship?"_s);
+    EXPECT_TRUE(rig.find(u"askAISendButton"_s)->isEnabled());
     QTest::keyClick(field, Qt::Key_Return);
     ASSERT_TRUE(rig.view->conversation().isRunning());
     // Return sends and does nothing more: no other button of the window is
@@ -106,17 +104,17 @@ TEST(AskNoteViewTest, TypingSendingStoppingAndClearing)
     EXPECT_TRUE(rig.view->isVisible()) << "Return closed the window";
     EXPECT_TRUE(field->hasFocus());
     EXPECT_TRUE(field->text().isEmpty());
-    EXPECT_FALSE(rig.find(QStringLiteral("askAISendButton"))->isEnabled()) << "one question at a time";
+    EXPECT_FALSE(rig.find(u"askAISendButton"_s)->isEnabled()) << "one question at a time";
     QTest::keyClick(field, Qt::Key_Return);
     EXPECT_TRUE(rig.view->conversation().isRunning()) << "Return in an empty field stopped the answer";
     EXPECT_TRUE(rig.view->isVisible());
 
-    rig.click(QStringLiteral("askAIStopButton"));
+    rig.click(u"askAIStopButton"_s);
     EXPECT_FALSE(rig.view->conversation().isRunning());
     settle(std::chrono::milliseconds(100));
-    EXPECT_FALSE(rig.find(QStringLiteral("askAIErrorStrip"))->isVisible()) << "a stop is no failure";
-    EXPECT_TRUE(rig.view->conversationText().contains(QStringLiteral("When do we ship?")));
-    ASSERT_TRUE(rig.find(QStringLiteral("askAIClearButton"))->isEnabled());
+    EXPECT_FALSE(rig.find(u"askAIErrorStrip"_s)->isVisible()) << "a stop is no failure";
+    EXPECT_TRUE(rig.view->conversationText().contains(u"When do we ship?"_s));
+    ASSERT_TRUE(rig.find(u"askAIClearButton"_s)->isEnabled());
 
     // The clear asks first; Cancel keeps everything.
     QString asked;
@@ -131,16 +129,15 @@ TEST(AskNoteViewTest, TypingSendingStoppingAndClearing)
             }
         });
     };
-    answerBox(QStringLiteral("Cancel"));
-    rig.click(QStringLiteral("askAIClearButton"));
-    EXPECT_EQ(asked,
-              QStringLiteral("Clear Chat History?|Clear the conversation for this note? Its transcript and "
-                             "summary stay saved."));
+    answerBox(u"Cancel"_s);
+    rig.click(u"askAIClearButton"_s);
+    EXPECT_EQ(asked, u"Clear Chat History?|Clear the conversation for this note? Its transcript and "
+                     "summary stay saved."_s);
     EXPECT_EQ(rig.store.loadChatMessages(*rig.note->id()).size(), 1);
-    answerBox(QStringLiteral("Clear"));
-    rig.click(QStringLiteral("askAIClearButton"));
+    answerBox(u"Clear"_s);
+    rig.click(u"askAIClearButton"_s);
     EXPECT_TRUE(rig.store.loadChatMessages(*rig.note->id()).isEmpty());
-    EXPECT_TRUE(rig.find(QStringLiteral("askAIEmptyHeading"))->isVisible());
+    EXPECT_TRUE(rig.find(u"askAIEmptyHeading"_s)->isVisible());
 }
 
 TEST(AskNoteViewTest, AnUnavailableModelSaysWhyAndClosingStopsAnAnswer)
@@ -149,45 +146,44 @@ TEST(AskNoteViewTest, AnUnavailableModelSaysWhyAndClosingStopsAnAnswer)
     rig.model.availabilityValue =
         LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
     rig.open();
-    auto *status = rig.find<QLabel>(QStringLiteral("askAIStatus"));
+    auto *status = rig.find<QLabel>(u"askAIStatus"_s);
     EXPECT_TRUE(status->isVisible());
-    EXPECT_TRUE(status->text().contains(QStringLiteral("Ask AI"))) << status->text().toStdString();
-    QTest::keyClicks(rig.find(QStringLiteral("askAIQuestionField")), QStringLiteral("Anything?"));
-    EXPECT_FALSE(rig.find(QStringLiteral("askAISendButton"))->isEnabled());
+    EXPECT_TRUE(status->text().contains(u"Ask AI"_s)) << status->text().toStdString();
+    QTest::keyClicks(rig.find(u"askAIQuestionField"_s), u"Anything?"_s);
+    EXPECT_FALSE(rig.find(u"askAISendButton"_s)->isEnabled());
 
     rig.model.availabilityValue = LanguageModel::Availability::available();
     rig.model.replies = {ScriptedLanguageModel::Stall{}};
     rig.view.reset();
     rig.open();
-    QTest::keyClicks(rig.find(QStringLiteral("askAIQuestionField")), QStringLiteral("Anything?"));
-    rig.click(QStringLiteral("askAISendButton"));
+    QTest::keyClicks(rig.find(u"askAIQuestionField"_s), u"Anything?"_s);
+    rig.click(u"askAISendButton"_s);
     ASSERT_TRUE(rig.view->conversation().isRunning());
-    rig.click(QStringLiteral("askAIDoneButton"));
+    rig.click(u"askAIDoneButton"_s);
     EXPECT_FALSE(rig.view->conversation().isRunning()) << "a closed window stops its answer";
 }
 
 TEST(AskNoteViewTest, TheNoteDetailOpensAskAIForTheShownNote)
 {
     ShellRig rig;
-    rig.seed({{QStringLiteral("Budget review"), QStringLiteral("The budget grows by ten percent.")}});
+    rig.seed({{u"Budget review"_s, u"The budget grows by ten percent."_s}});
     ScriptedLanguageModel model;
-    model.replies = {QStringLiteral("By ten percent.")};
+    model.replies = {u"By ten percent."_s};
     rig.launch();
     rig.list().setLanguageModel(&model);
-    ASSERT_TRUE(waitUntil([&] { return rig.find(QStringLiteral("noteDetailAskAIButton"))->isVisible(); }));
-    rig.click(QStringLiteral("noteDetailAskAIButton"));
-    auto *view = rig.find<LocalAskNoteView>(QStringLiteral("askAIView"));
+    ASSERT_TRUE(waitUntil([&] { return rig.find(u"noteDetailAskAIButton"_s)->isVisible(); }));
+    rig.click(u"noteDetailAskAIButton"_s);
+    auto *view = rig.find<LocalAskNoteView>(u"askAIView"_s);
     ASSERT_TRUE(view && view->isVisible());
-    EXPECT_EQ(view->windowTitle(), QStringLiteral("Ask AI: Budget review"));
-    QTest::keyClicks(view->findChild<QLineEdit *>(QStringLiteral("askAIQuestionField")),
-                     QStringLiteral("How much does the budget grow?"));
-    QTest::mouseClick(view->findChild<QPushButton *>(QStringLiteral("askAISendButton")), Qt::LeftButton);
-    ASSERT_TRUE(
-        waitUntil([&] { return view->conversationText().contains(QStringLiteral("By ten percent.")); }));
+    EXPECT_EQ(view->windowTitle(), u"Ask AI: Budget review"_s);
+    QTest::keyClicks(view->findChild<QLineEdit *>(u"askAIQuestionField"_s),
+                     u"How much does the budget grow?"_s);
+    QTest::mouseClick(view->findChild<QPushButton *>(u"askAISendButton"_s), Qt::LeftButton);
+    ASSERT_TRUE(waitUntil([&] { return view->conversationText().contains(u"By ten percent."_s); }));
     ASSERT_EQ(model.requests.size(), 1);
-    EXPECT_TRUE(model.requests.at(0).prompt.contains(QStringLiteral("The budget grows by ten percent.")));
+    EXPECT_TRUE(model.requests.at(0).prompt.contains(u"The budget grows by ten percent."_s));
 
-    rig.click(QStringLiteral("noteDetailAskAIButton"));
+    rig.click(u"noteDetailAskAIButton"_s);
     EXPECT_EQ(rig.window->findChildren<LocalAskNoteView *>().size(), 1) << "one window per note";
     view->close();
     EXPECT_TRUE(waitUntil([&] { return rig.window->findChildren<LocalAskNoteView *>().isEmpty(); }));

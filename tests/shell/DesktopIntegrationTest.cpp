@@ -30,13 +30,13 @@
 
 using namespace kestil;
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString transcript =
-    QStringLiteral("Maria opened the weekly sync by reviewing the budget for the spring "
-                   "campaign, and the team agreed to move the launch to April.");
-const QString summary = QStringLiteral("## Decisions\n- Launch moves to **April**.");
+const QString transcript = u"Maria opened the weekly sync by reviewing the budget for the spring "
+                           "campaign, and the team agreed to move the launch to April."_s;
+const QString summary = u"## Decisions\n- Launch moves to **April**."_s;
 
 class DesktopBusTest : public ::testing::Test {
 protected:
@@ -44,8 +44,8 @@ protected:
     {
         ASSERT_TRUE(test::PrivateBus::available()) << "dbus-daemon (package dbus) is needed";
         ASSERT_EQ(bus.start(), QString());
-        connection = std::make_unique<QDBusConnection>(QDBusConnection::connectToBus(
-            bus.address(), QStringLiteral("kestil-test-%1").arg(++connections)));
+        connection = std::make_unique<QDBusConnection>(
+            QDBusConnection::connectToBus(bus.address(), u"kestil-test-%1"_s.arg(++connections)));
         ASSERT_TRUE(connection->isConnected());
     }
     void TearDown() override
@@ -69,36 +69,35 @@ protected:
 TEST_F(DesktopBusTest, LogindHoldsOffSleepUntilTheWorkEndsOrKestilGoes)
 {
     startServices({false, true, false});
-    auto inhibitor =
-        std::make_unique<SleepInhibitor>(buses(), QStringLiteral("Finish on-device note summary"));
+    auto inhibitor = std::make_unique<SleepInhibitor>(buses(), u"Finish on-device note summary"_s);
     inhibitor->setWanted(true);
-    const QJsonObject taken = services.waitFor(QStringLiteral("Inhibit"));
-    EXPECT_EQ(taken.value(QStringLiteral("what")).toString(), QStringLiteral("sleep:idle"));
-    EXPECT_EQ(taken.value(QStringLiteral("mode")).toString(), QStringLiteral("block"));
-    EXPECT_EQ(taken.value(QStringLiteral("who")).toString(), QStringLiteral("Kestil"));
-    EXPECT_EQ(taken.value(QStringLiteral("why")).toString(), QStringLiteral("Finish on-device note summary"));
+    const QJsonObject taken = services.waitFor(u"Inhibit"_s);
+    EXPECT_EQ(taken.value(u"what"_s).toString(), u"sleep:idle"_s);
+    EXPECT_EQ(taken.value(u"mode"_s).toString(), u"block"_s);
+    EXPECT_EQ(taken.value(u"who"_s).toString(), u"Kestil"_s);
+    EXPECT_EQ(taken.value(u"why"_s).toString(), u"Finish on-device note summary"_s);
     ASSERT_TRUE(test::waitUntil([&] { return inhibitor->held(); }));
     EXPECT_EQ(inhibitor->holder(), SleepInhibitor::Holder::login1);
-    EXPECT_EQ(services.count(QStringLiteral("Released")), 0);
+    EXPECT_EQ(services.count(u"Released"_s), 0);
     inhibitor->setWanted(false);
-    EXPECT_FALSE(services.waitFor(QStringLiteral("Released")).isEmpty());
+    EXPECT_FALSE(services.waitFor(u"Released"_s).isEmpty());
 
     inhibitor->setWanted(true);
-    ASSERT_FALSE(services.waitFor(QStringLiteral("Inhibit"), 2).isEmpty());
+    ASSERT_FALSE(services.waitFor(u"Inhibit"_s, 2).isEmpty());
     ASSERT_TRUE(test::waitUntil([&] { return inhibitor->held(); }));
     inhibitor.reset();
-    EXPECT_FALSE(services.waitFor(QStringLiteral("Released"), 2).isEmpty()) << "a lock dies with its holder";
+    EXPECT_FALSE(services.waitFor(u"Released"_s, 2).isEmpty()) << "a lock dies with its holder";
 }
 
 TEST_F(DesktopBusTest, WithoutLogindOrAPortalNothingIsHeldAndNothingFails)
 {
     startServices({true, false, false});
-    SleepInhibitor inhibitor(buses(), QStringLiteral("Record and transcribe a note"));
+    SleepInhibitor inhibitor(buses(), u"Record and transcribe a note"_s);
     inhibitor.setWanted(true);
     test::settle(500ms);
     EXPECT_FALSE(inhibitor.held());
     inhibitor.setWanted(false);
-    EXPECT_EQ(services.count(QStringLiteral("Inhibit")), 0);
+    EXPECT_EQ(services.count(u"Inhibit"_s), 0);
 }
 
 TEST_F(DesktopBusTest, RecordingAndModelWorkEachHoldTheirOwnLock)
@@ -110,18 +109,18 @@ TEST_F(DesktopBusTest, RecordingAndModelWorkEachHoldTheirOwnLock)
     WorkActivity activity(*rig.recorder, engagement, buses());
 
     ASSERT_TRUE(test::waitFor(rig.list().startNewTranscription()));
-    const QJsonObject recording = services.waitFor(QStringLiteral("Inhibit"));
-    EXPECT_EQ(recording.value(QStringLiteral("why")).toString(), WorkActivity::recordingReason());
+    const QJsonObject recording = services.waitFor(u"Inhibit"_s);
+    EXPECT_EQ(recording.value(u"why"_s).toString(), WorkActivity::recordingReason());
     engagement.beginProcessing();
-    const QJsonObject summarizing = services.waitFor(QStringLiteral("Inhibit"), 2);
-    EXPECT_EQ(summarizing.value(QStringLiteral("why")).toString(), WorkActivity::summaryReason());
+    const QJsonObject summarizing = services.waitFor(u"Inhibit"_s, 2);
+    EXPECT_EQ(summarizing.value(u"why"_s).toString(), WorkActivity::summaryReason());
 
     ASSERT_TRUE(test::waitFor(rig.list().stopTranscription()));
-    const QJsonObject first = services.waitFor(QStringLiteral("Released"));
-    EXPECT_EQ(first.value(QStringLiteral("lock")), recording.value(QStringLiteral("lock")));
+    const QJsonObject first = services.waitFor(u"Released"_s);
+    EXPECT_EQ(first.value(u"lock"_s), recording.value(u"lock"_s));
     EXPECT_TRUE(activity.modelWork().held());
     engagement.endProcessing();
-    EXPECT_FALSE(services.waitFor(QStringLiteral("Released"), 2).isEmpty());
+    EXPECT_FALSE(services.waitFor(u"Released"_s, 2).isEmpty());
 }
 
 // The whole of it on the program's window: summaries notify, a click opens
@@ -155,9 +154,8 @@ protected:
     // A titled note needs no title: the model writes the summary, then tags.
     void summarize(const NotePtr &target)
     {
-        model.replies = {summary,
-                         QJsonObject{{QStringLiteral("tags"), QJsonArray{QStringLiteral("Budget")}}}};
-        ASSERT_TRUE(test::waitFor(rig.list().generateSummary(target, QStringLiteral("Auto"))));
+        model.replies = {summary, QJsonObject{{u"tags"_s, QJsonArray{u"Budget"_s}}}};
+        ASSERT_TRUE(test::waitFor(rig.list().generateSummary(target, u"Auto"_s)));
         ASSERT_EQ(target->summary(), summary);
     }
 
@@ -172,6 +170,7 @@ protected:
     {
         return test::childOf<T>(rig.window->settingsWindow(), name);
     }
+    QString settingsText(const QString &label) { return inSettings<QLabel>(label)->text(); }
 
     ScriptedLanguageModel model;
     test::ShellRig rig;
@@ -182,43 +181,41 @@ protected:
 TEST_F(DesktopIntegrationTest, AFinishedSummaryNotifiesOnceAndItsClickOpensTheNoteIfItIsStillThere)
 {
     launch({true, true, false});
-    const NotePtr budget = note(QStringLiteral("Budget review"));
-    const NotePtr other = note(QStringLiteral("Standup"));
+    const NotePtr budget = note(u"Budget review"_s);
+    const NotePtr other = note(u"Standup"_s);
     summarize(budget);
-    const QJsonObject posted = services.waitFor(QStringLiteral("Notify"));
+    const QJsonObject posted = services.waitFor(u"Notify"_s);
     ASSERT_FALSE(posted.isEmpty());
-    EXPECT_EQ(posted.value(QStringLiteral("summary")).toString(), QStringLiteral("Summary ready"));
-    EXPECT_EQ(posted.value(QStringLiteral("body")).toString(),
-              QStringLiteral("Your summary is saved. Open Kestil to read it."));
-    EXPECT_EQ(posted.value(QStringLiteral("app")).toString(), QStringLiteral("Kestil"));
-    EXPECT_TRUE(posted.value(QStringLiteral("actions")).toArray().contains(QStringLiteral("default")));
-    EXPECT_EQ(
-        posted.value(QStringLiteral("hints")).toObject().value(QStringLiteral("desktop-entry")).toString(),
-        QStringLiteral("app.kestil.Kestil"));
+    EXPECT_EQ(posted.value(u"summary"_s).toString(), u"Summary ready"_s);
+    EXPECT_EQ(posted.value(u"body"_s).toString(), u"Your summary is saved. Open Kestil to read it."_s);
+    EXPECT_EQ(posted.value(u"app"_s).toString(), u"Kestil"_s);
+    EXPECT_TRUE(posted.value(u"actions"_s).toArray().contains(u"default"_s));
+    EXPECT_EQ(posted.value(u"hints"_s).toObject().value(u"desktop-entry"_s).toString(),
+              u"app.kestil.Kestil"_s);
 
     rig.list().selectNote(other, false);
     rig.list().setSelectedDetailTab(NotesListViewModel::transcriptTab);
-    services.invoke(uint(posted.value(QStringLiteral("id")).toInt()), QStringLiteral("default"));
+    services.invoke(uint(posted.value(u"id"_s).toInt()), u"default"_s);
     ASSERT_TRUE(
         test::waitUntil([&] { return rig.list().selectedNoteIDs() == QList{budget->objectId()}; }, 5s));
     EXPECT_EQ(rig.list().selectedDetailTab(), NotesListViewModel::summaryTab);
     EXPECT_FALSE(desktop->notifications().noteToOpen().has_value());
-    EXPECT_EQ(services.count(QStringLiteral("Notify")), 1);
+    EXPECT_EQ(services.count(u"Notify"_s), 1);
 
     // A click for a note deleted since opens nothing.
     summarize(other);
-    const QJsonObject second = services.waitFor(QStringLiteral("Notify"), 2);
+    const QJsonObject second = services.waitFor(u"Notify"_s, 2);
     ASSERT_TRUE(test::waitFor(rig.list().deleteNote(other)));
-    services.invoke(uint(second.value(QStringLiteral("id")).toInt()), QStringLiteral("default"));
+    services.invoke(uint(second.value(u"id"_s).toInt()), u"default"_s);
     test::settle(500ms);
     EXPECT_EQ(rig.list().selectedNoteIDs(), QList{budget->objectId()});
     EXPECT_FALSE(desktop->notifications().noteToOpen().has_value());
 
     // In front, the summary appears before the user's eyes: no notification.
     inFront = true;
-    summarize(note(QStringLiteral("Retro")));
+    summarize(note(u"Retro"_s));
     test::settle(300ms);
-    EXPECT_EQ(services.count(QStringLiteral("Notify")), 2);
+    EXPECT_EQ(services.count(u"Notify"_s), 2);
 }
 
 struct MissingServiceCase {
@@ -227,21 +224,16 @@ struct MissingServiceCase {
     std::optional<QString> deliveryError;
 };
 
-void PrintTo(const MissingServiceCase &c, std::ostream *out)
-{
-    *out << c.name;
-}
-
 class NotificationFaults : public DesktopIntegrationTest,
                            public ::testing::WithParamInterface<MissingServiceCase> {};
 
 TEST_P(NotificationFaults, ASummaryIsSavedWhateverTheNotificationServiceDoes)
 {
     launch(GetParam().services);
-    const NotePtr budget = note(QStringLiteral("Budget review"));
+    const NotePtr budget = note(u"Budget review"_s);
     summarize(budget);
     test::settle(500ms);
-    EXPECT_EQ(services.count(QStringLiteral("Notify")), 0);
+    EXPECT_EQ(services.count(u"Notify"_s), 0);
     ASSERT_TRUE(test::waitUntil(
         [&] { return desktop->notifications().deliveryError() == GetParam().deliveryError; }, 5s));
     EXPECT_FALSE(rig.window->alert()) << "the summary itself succeeded";
@@ -250,11 +242,10 @@ TEST_P(NotificationFaults, ASummaryIsSavedWhateverTheNotificationServiceDoes)
 INSTANTIATE_TEST_SUITE_P(
     Desktop, NotificationFaults,
     ::testing::Values(MissingServiceCase{"noService", {false, true, false}, std::nullopt},
-                      MissingServiceCase{
-                          "serviceRefuses",
-                          {true, true, true},
-                          QStringLiteral("The summary was saved, but its notification could not "
-                                         "be shown.")}),
+                      MissingServiceCase{"serviceRefuses",
+                                         {true, true, true},
+                                         u"The summary was saved, but its notification could not "
+                                         "be shown."_s}),
     [](const auto &param) { return std::string(param.param.name); });
 
 TEST_F(DesktopIntegrationTest, TheSupportCardComesAtTheFifthSummaryOnlyWhenNothingIsBusy)
@@ -268,11 +259,11 @@ TEST_F(DesktopIntegrationTest, TheSupportCardComesAtTheFifthSummaryOnlyWhenNothi
     rig.window->activateWindow();
     ASSERT_TRUE(test::waitUntil([&] { return QApplication::activeWindow() == rig.window.get(); }, 5s));
 
-    summarize(note(QStringLiteral("Budget review")));
+    summarize(note(u"Budget review"_s));
     EXPECT_EQ(desktop->engagement().completedActions(), 5);
     ASSERT_TRUE(test::waitUntil([&] { return desktop->supportCard() != nullptr; }, 5s));
     SupportPage *card = desktop->supportCard();
-    EXPECT_EQ(card->objectName(), QStringLiteral("kestilStyledSupportPrompt"));
+    EXPECT_EQ(card->objectName(), u"kestilStyledSupportPrompt"_s);
     EXPECT_TRUE(card->isAutomatic());
 
     // A recording makes Kestil busy: the card goes, and does not return for
@@ -289,49 +280,41 @@ TEST_F(DesktopIntegrationTest, SettingsHoldsTheLanguageNotificationAndSupportRow
     qputenv("KESTIL_DATA_DIR", rig.data.path().toUtf8());
     launch({false, true, false}); // no notification service on this desktop
     settingsWindow();
-    auto *language = inSettings<QComboBox>(QStringLiteral("settingsLanguagePicker"));
-    EXPECT_EQ(language->currentData().toString(), QStringLiteral("en-US"));
-    language->setCurrentIndex(language->findData(QStringLiteral("fr-FR")));
-    EXPECT_EQ(settings::transcriptionLanguage(*rig.preferences), QStringLiteral("fr-FR"));
-    EXPECT_TRUE(inSettings<QLabel>(QStringLiteral("settingsSpeechStatus"))
-                    ->text()
-                    .startsWith(QStringLiteral("The on-device speech model for this language needs setup.")));
+    auto *language = inSettings<QComboBox>(u"settingsLanguagePicker"_s);
+    EXPECT_EQ(language->currentData().toString(), u"en-US"_s);
+    language->setCurrentIndex(language->findData(u"fr-FR"_s));
+    EXPECT_EQ(settings::transcriptionLanguage(*rig.preferences), u"fr-FR"_s);
+    EXPECT_TRUE(settingsText(u"settingsSpeechStatus"_s)
+                    .startsWith(u"The on-device speech model for this language needs setup."_s));
     // An identifier Kestil does not know, written elsewhere: no choice shown.
-    settings::setTranscriptionLanguage(*rig.preferences, QStringLiteral("tlh-QO"));
+    settings::setTranscriptionLanguage(*rig.preferences, u"tlh-QO"_s);
     EXPECT_EQ(language->currentIndex(), -1);
-    EXPECT_TRUE(inSettings<QLabel>(QStringLiteral("settingsLanguageMessage"))
-                    ->text()
-                    .contains(QStringLiteral("“tlh-QO”")));
+    EXPECT_TRUE(settingsText(u"settingsLanguageMessage"_s).contains(u"“tlh-QO”"_s));
 
     // What the developers need stays behind "Details".
-    auto *diagnostics = inSettings<QLabel>(QStringLiteral("settingsSpeechDiagnostics"));
+    auto *diagnostics = inSettings<QLabel>(u"settingsSpeechDiagnostics"_s);
     EXPECT_FALSE(diagnostics->isVisible());
-    inSettings<QToolButton>(QStringLiteral("settingsSpeechDetailsButton"))->click();
+    inSettings<QToolButton>(u"settingsSpeechDetailsButton"_s)->click();
     EXPECT_TRUE(diagnostics->isVisible());
 
     EXPECT_TRUE(test::waitUntil(
-        [&] {
-            return inSettings<QLabel>(QStringLiteral("settingsSummaryNotificationsBlocked"))->isVisible();
-        },
-        5s));
-    EXPECT_FALSE(inSettings(QStringLiteral("settingsAllowSummaryNotifications"))->isVisible());
+        [&] { return inSettings<QLabel>(u"settingsSummaryNotificationsBlocked"_s)->isVisible(); }, 5s));
+    EXPECT_FALSE(inSettings(u"settingsAllowSummaryNotifications"_s)->isVisible());
 
     QList<QUrl> opened;
     inSettings<SupportActionsView>(QString())->setOpener([&](const QUrl &url) { opened.append(url); });
-    auto *check = inSettings<QLabel>(QStringLiteral("settingsSupportFeedbackCheck"));
+    auto *check = inSettings<QLabel>(u"settingsSupportFeedbackCheck"_s);
     EXPECT_FALSE(check->isVisible());
-    inSettings<QPushButton>(QStringLiteral("settingsSupportFeedback"))->click();
+    inSettings<QPushButton>(u"settingsSupportFeedback"_s)->click();
     EXPECT_EQ(opened, QList<QUrl>{desktop->supportTargets().feedback});
     EXPECT_TRUE(check->isVisible());
     EXPECT_TRUE(desktop->engagement().hasClicked(KestilEngagement::Action::feedback));
-    EXPECT_TRUE(inSettings<QLabel>(QStringLiteral("settingsSupportExplanation"))
-                    ->text()
-                    .startsWith(QStringLiteral("Automatic reminders are off. ")));
-    inSettings<QPushButton>(QStringLiteral("settingsSupportShowPage"))->click();
-    auto *page = rig.window->settingsWindow()->findChild<SupportPage *>(QStringLiteral("kestilSupportPage"));
+    EXPECT_TRUE(settingsText(u"settingsSupportExplanation"_s).startsWith(u"Automatic reminders are off. "_s));
+    inSettings<QPushButton>(u"settingsSupportShowPage"_s)->click();
+    auto *page = rig.window->settingsWindow()->findChild<SupportPage *>(u"kestilSupportPage"_s);
     ASSERT_NE(page, nullptr);
-    EXPECT_NE(page->findChild<QPushButton *>(QStringLiteral("kestilSupportDismiss")), nullptr);
-    test::screenshot(page, QStringLiteral("support-page"));
+    EXPECT_NE(page->findChild<QPushButton *>(u"kestilSupportDismiss"_s), nullptr);
+    test::screenshot(page, u"support-page"_s);
     page->close();
     qunsetenv("KESTIL_DATA_DIR");
 }
@@ -339,32 +322,32 @@ TEST_F(DesktopIntegrationTest, SettingsHoldsTheLanguageNotificationAndSupportRow
 TEST_F(DesktopIntegrationTest, AppearanceAndTintApplyAtOnceToEveryWindow)
 {
     launch({true, true, false});
-    const NotePtr budget = note(QStringLiteral("Budget review"));
+    const NotePtr budget = note(u"Budget review"_s);
     summarize(budget);
     rig.list().selectNote(budget, false);
     SettingsWindow &settings = settingsWindow();
-    auto *mode = inSettings<QComboBox>(QStringLiteral("settingsAppearancePicker"));
+    auto *mode = inSettings<QComboBox>(u"settingsAppearancePicker"_s);
     const auto windowColor = [](QWidget *widget) { return widget->palette().color(QPalette::Window); };
 
     // A palette reaches the widgets through their event queues.
-    mode->setCurrentIndex(mode->findData(QStringLiteral("Dark")));
+    mode->setCurrentIndex(mode->findData(u"Dark"_s));
     test::settle(50ms);
-    EXPECT_EQ(settings::selectedAppearanceMode(*rig.preferences), QStringLiteral("Dark"));
+    EXPECT_EQ(settings::selectedAppearanceMode(*rig.preferences), u"Dark"_s);
     EXPECT_LT(windowColor(rig.window.get()).lightness(), 80);
     EXPECT_LT(windowColor(&settings).lightness(), 80);
-    inSettings<QToolButton>(QStringLiteral("settingsThemeColor-Teal"))->click();
+    inSettings<QToolButton>(u"settingsThemeColor-Teal"_s)->click();
     test::settle(50ms);
     EXPECT_EQ(rig.window->palette().color(QPalette::Highlight), ThemeColors::color(ThemeColor::teal, true));
-    test::screenshot(rig.window.get(), QStringLiteral("appearance-dark-main"));
-    test::screenshot(&settings, QStringLiteral("appearance-dark-settings"));
+    test::screenshot(rig.window.get(), u"appearance-dark-main"_s);
+    test::screenshot(&settings, u"appearance-dark-settings"_s);
 
-    mode->setCurrentIndex(mode->findData(QStringLiteral("Light")));
+    mode->setCurrentIndex(mode->findData(u"Light"_s));
     test::settle(50ms);
     EXPECT_GT(windowColor(rig.window.get()).lightness(), 200);
     EXPECT_GT(windowColor(&settings).lightness(), 200);
     EXPECT_EQ(settings.palette().color(QPalette::Highlight), ThemeColors::color(ThemeColor::teal, false));
-    test::screenshot(rig.window.get(), QStringLiteral("appearance-light-main"));
-    test::screenshot(&settings, QStringLiteral("appearance-light-settings"));
+    test::screenshot(rig.window.get(), u"appearance-light-main"_s);
+    test::screenshot(&settings, u"appearance-light-settings"_s);
 }
 
 } // namespace

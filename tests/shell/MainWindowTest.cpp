@@ -10,62 +10,63 @@
 
 using namespace kestil;
 using namespace kestil::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
 TEST(MainWindowTest, LibraryListsNotesNewestFirstAndShowsTheSelection)
 {
     ShellRig rig;
-    rig.seed({{QStringLiteral("Oldest"), QStringLiteral("Transcript of Oldest"), {}, {}, 3},
-              {QStringLiteral("Middle"), QStringLiteral("Transcript of Middle"), {}, {}, 2},
-              {QStringLiteral("Newest"), QStringLiteral("We met\n\nand talked."), {}, {}, 1}});
+    rig.seed({{u"Oldest"_s, u"Transcript of Oldest"_s, {}, {}, 3},
+              {u"Middle"_s, u"Transcript of Middle"_s, {}, {}, 2},
+              {u"Newest"_s, u"We met\n\nand talked."_s, {}, {}, 1}});
     rig.launch();
     ASSERT_TRUE(rig.exposed);
-    EXPECT_FALSE(rig.find<QLabel>(QStringLiteral("launchMessage")));
+    EXPECT_FALSE(rig.find<QLabel>(u"launchMessage"_s));
     EXPECT_EQ(rig.shownTitles(), (QStringList{"Newest", "Middle", "Oldest"}));
     EXPECT_EQ(rig.notesList()->model()->index(0, 0).data(NoteListItemModel::PreviewRole).toString(),
-              QStringLiteral("We met and talked."));
+              u"We met and talked."_s);
 
-    auto *title = rig.find<QLineEdit>(QStringLiteral("noteDetailTitle"));
-    auto *transcript = rig.find<TranscriptTab>(QStringLiteral("noteDetailTranscriptTab"));
+    auto *title = rig.find<QLineEdit>(u"noteDetailTitle"_s);
+    auto *transcript = rig.find<TranscriptTab>(u"noteDetailTranscriptTab"_s);
     ASSERT_TRUE(title && transcript);
-    EXPECT_EQ(title->text(), QStringLiteral("Newest")) << "the first note is adopted as the selection";
+    EXPECT_EQ(title->text(), u"Newest"_s) << "the first note is adopted as the selection";
     rig.clickRow(2);
-    EXPECT_EQ(title->text(), QStringLiteral("Oldest"));
-    EXPECT_EQ(transcript->plainText(), QStringLiteral("Transcript of Oldest"));
-    EXPECT_EQ(rig.app->selectedNote()->title(), QStringLiteral("Oldest"));
+    EXPECT_EQ(title->text(), u"Oldest"_s);
+    EXPECT_EQ(transcript->plainText(), u"Transcript of Oldest"_s);
+    EXPECT_EQ(rig.app->selectedNote()->title(), u"Oldest"_s);
 }
 
 TEST(MainWindowTest, TitlesAreRenamedInPlaceAndNotesDeletedWithTheKey)
 {
     ShellRig rig;
-    const QList<QUuid> ids = rig.seed({{QStringLiteral("Note 2"), QStringLiteral("Words."), {}, {}, 48},
-                                       {QStringLiteral("Note 1"), QStringLiteral("Words."), {}, {}, 24}});
+    const QList<QUuid> ids =
+        rig.seed({{u"Note 2"_s, u"Words."_s, {}, {}, 48}, {u"Note 1"_s, u"Words."_s, {}, {}, 24}});
     const QUuid older = ids[0], newer = ids[1];
     rig.launch();
-    auto *title = rig.find<QLineEdit>(QStringLiteral("noteDetailTitle"));
+    auto *title = rig.find<QLineEdit>(u"noteDetailTitle"_s);
     ASSERT_TRUE(title);
-    ASSERT_EQ(title->text(), QStringLiteral("Note 1"));
+    ASSERT_EQ(title->text(), u"Note 1"_s);
 
     title->selectAll();
-    QTest::keyClicks(title, QStringLiteral("Weekly sync"));
+    QTest::keyClicks(title, u"Weekly sync"_s);
     QTest::keyClick(title, Qt::Key_Return);
-    EXPECT_EQ(rig.storedNote(newer)->title(), QStringLiteral("Weekly sync"));
-    EXPECT_EQ(rig.shownTitles().first(), QStringLiteral("Weekly sync"));
+    EXPECT_EQ(rig.storedNote(newer)->title(), u"Weekly sync"_s);
+    EXPECT_EQ(rig.shownTitles().first(), u"Weekly sync"_s);
 
     // A title still being typed is saved when another note is chosen.
     title->selectAll();
-    QTest::keyClicks(title, QStringLiteral("Weekly sync, part two"));
+    QTest::keyClicks(title, u"Weekly sync, part two"_s);
     rig.clickRow(1);
-    EXPECT_EQ(title->text(), QStringLiteral("Note 2"));
-    EXPECT_EQ(rig.storedNote(newer)->title(), QStringLiteral("Weekly sync, part two"));
+    EXPECT_EQ(title->text(), u"Note 2"_s);
+    EXPECT_EQ(rig.storedNote(newer)->title(), u"Weekly sync, part two"_s);
 
     // A blank title is not written.
     title->selectAll();
     QTest::keyClick(title, Qt::Key_Delete);
     QTest::keyClick(title, Qt::Key_Return);
-    EXPECT_EQ(title->text(), QStringLiteral("Note 2"));
-    EXPECT_EQ(rig.storedNote(older)->title(), QStringLiteral("Note 2"));
+    EXPECT_EQ(title->text(), u"Note 2"_s);
+    EXPECT_EQ(rig.storedNote(older)->title(), u"Note 2"_s);
 
     rig.notesList()->setFocus();
     QTest::keyClick(rig.notesList(), Qt::Key_Delete);
@@ -77,15 +78,15 @@ TEST(MainWindowTest, TitlesAreRenamedInPlaceAndNotesDeletedWithTheKey)
 TEST(MainWindowTest, FailedStoreShowsOnlyTheLaunchMessage)
 {
     ShellRig rig;
-    QFile junk(rig.data.filePath(QStringLiteral("KestilNotes.sqlite")));
+    QFile junk(rig.data.filePath(u"KestilNotes.sqlite"_s));
     ASSERT_TRUE(junk.open(QIODevice::WriteOnly));
     junk.write("this is not a notes database");
     junk.close();
     rig.launch();
-    auto *message = rig.find<QLabel>(QStringLiteral("launchMessage"));
+    auto *message = rig.find<QLabel>(u"launchMessage"_s);
     ASSERT_TRUE(message);
-    EXPECT_TRUE(message->text().startsWith(QStringLiteral("Unable to open local notes: ")));
-    EXPECT_TRUE(message->text().endsWith(QStringLiteral("The store was preserved.")));
+    EXPECT_TRUE(message->text().startsWith(u"Unable to open local notes: "_s));
+    EXPECT_TRUE(message->text().endsWith(u"The store was preserved."_s));
     EXPECT_FALSE(rig.notesList());
 }
 

@@ -26,12 +26,12 @@
 using namespace kestil;
 using namespace kestil::test;
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString summaryMarkdown =
-    QStringLiteral("## Overview\nThe team moved the launch to April.\n\n## Action Items\n"
-                   "- Sam: draft the announcement\n- Priya: landing page\n");
+const QString summaryMarkdown = u"## Overview\nThe team moved the launch to April.\n\n## Action Items\n"
+                                "- Sam: draft the announcement\n- Priya: landing page\n"_s;
 
 QByteArray readAll(const QString &path)
 {
@@ -47,15 +47,12 @@ protected:
         ASSERT_TRUE(rig.exposed);
         SharedPersistenceController &store = *rig.app->store();
         const QUuid id = QUuid::createUuid();
-        note = store.createNote(QStringLiteral("Launch a/b:c"),
-                                QStringLiteral("We move the launch. Sam writes."), id,
-                                QStringLiteral("transcription"));
-        note->setValue(QStringLiteral("summary"), summaryMarkdown);
-        note->setValue(QStringLiteral("sourceURL"),
-                       QStringLiteral("Recordings/") + RecordingFolder::uuidText(id));
-        setTranscriptUtterances(*note,
-                                {{QStringLiteral("u1"), QStringLiteral("We move the launch."), 0.5, 2.0},
-                                 {QStringLiteral("u2"), QStringLiteral("Sam writes."), 3.5, 4.5}});
+        note =
+            store.createNote(u"Launch a/b:c"_s, u"We move the launch. Sam writes."_s, id, u"transcription"_s);
+        note->setValue(u"summary"_s, summaryMarkdown);
+        note->setValue(u"sourceURL"_s, u"Recordings/"_s + RecordingFolder::uuidText(id));
+        setTranscriptUtterances(
+            *note, {{u"u1"_s, u"We move the launch."_s, 0.5, 2.0}, {u"u2"_s, u"Sam writes."_s, 3.5, 4.5}});
         store.save();
         // One recorded segment of a second and a half, completed as a stop
         // leaves it.
@@ -71,16 +68,16 @@ protected:
     // `path`; returns the name the dialog proposed.
     QString exportVia(const QString &entry, const QString &path)
     {
-        auto *menu = rig.find<QMenu>(QStringLiteral("noteDetailMenu"));
+        auto *menu = rig.find<QMenu>(u"noteDetailMenu"_s);
         EXPECT_NE(menu, nullptr);
         emit menu->aboutToShow();
         auto *action = menu->findChild<QAction *>(entry);
         if (!action)
-            return QStringLiteral("<no entry %1>").arg(entry);
+            return u"<no entry %1>"_s.arg(entry);
         action->trigger();
         QFileDialog *dialog = rig.window->exportActions()->saveDialog();
         if (!dialog)
-            return QStringLiteral("<no dialog>");
+            return u"<no dialog>"_s;
         const QString proposed = QFileInfo(dialog->selectedFiles().value(0)).fileName();
         dialog->selectFile(path);
         static_cast<QDialog *>(dialog)->accept();
@@ -106,8 +103,7 @@ TEST_F(NoteExportTest, EachEntryProposesItsNameAndWritesItsDocument)
         {"exportFullNotePlainTextButton", "Launch a-b-c.txt", "Launch a/b:c\n============\n\n"},
         {"exportFullNoteFormattedButton", "Launch a-b-c.md", "## Summary\n\n## Overview"},
         {"exportSubtitlesSRTButton", "Launch a-b-c.srt", "00:00:00,500 --> "},
-        {"exportSubtitlesVTTButton", "Launch a-b-c.vtt", "WEBVTT"},
-    };
+        {"exportSubtitlesVTTButton", "Launch a-b-c.vtt", "WEBVTT"}};
     for (const Case &c : cases) {
         SCOPED_TRACE(c.entry);
         const QString path = out.filePath(QString::fromLatin1(c.entry) + QLatin1Char('.') +
@@ -120,45 +116,42 @@ TEST_F(NoteExportTest, EachEntryProposesItsNameAndWritesItsDocument)
 
 TEST_F(NoteExportTest, NoteWithoutSummaryOrTimesOffersNeitherAndAFailedWriteSaysTheNoteIsSafe)
 {
-    note->setValue(QStringLiteral("summary"), QStringLiteral("Generating summary..."));
-    setTranscriptFromPlainText(*note, QStringLiteral("Only plain text."));
+    note->setValue(u"summary"_s, u"Generating summary..."_s);
+    setTranscriptFromPlainText(*note, u"Only plain text."_s);
     rig.app->store()->save();
-    auto *menu = rig.find<QMenu>(QStringLiteral("noteDetailMenu"));
+    auto *menu = rig.find<QMenu>(u"noteDetailMenu"_s);
     emit menu->aboutToShow();
     for (const char *absent : {"exportSummaryPDFButton", "exportSummaryButton", "copySummaryButton",
                                "exportSubtitlesSRTButton", "exportSubtitlesVTTButton"})
         EXPECT_EQ(menu->findChild<QAction *>(QString::fromLatin1(absent)), nullptr) << absent;
 
-    exportVia(QStringLiteral("exportFullNotePlainTextButton"), out.filePath(QStringLiteral("gone/note.txt")));
+    exportVia(u"exportFullNotePlainTextButton"_s, out.filePath(u"gone/note.txt"_s));
     QMessageBox *alert = rig.window->exportActions()->failureAlert();
     ASSERT_NE(alert, nullptr);
-    EXPECT_EQ(alert->windowTitle(), QStringLiteral("Export Failed"));
-    EXPECT_TRUE(alert->text().startsWith(QStringLiteral("The note could not be exported: ")))
+    EXPECT_EQ(alert->windowTitle(), u"Export Failed"_s);
+    EXPECT_TRUE(alert->text().startsWith(u"The note could not be exported: "_s))
         << alert->text().toStdString();
-    EXPECT_TRUE(alert->text().endsWith(QStringLiteral(". Your note remains saved in Kestil.")));
-    EXPECT_FALSE(alert->text().contains(QStringLiteral("..")));
-    EXPECT_EQ(note->transcription(), QStringLiteral("Only plain text."));
+    EXPECT_TRUE(alert->text().endsWith(u". Your note remains saved in Kestil."_s));
+    EXPECT_FALSE(alert->text().contains(u".."_s));
+    EXPECT_EQ(note->transcription(), u"Only plain text."_s);
 }
 
 TEST_F(NoteExportTest, ObsidianExportFromSettingsCopiesPlayableAudioThenWritesTheMarkdown)
 {
     rig.window->showSettings();
-    rig.window->settingsWindow()
-        ->findChild<QPushButton *>(QStringLiteral("settingsObsidianExportButton"))
-        ->click();
+    rig.window->settingsWindow()->findChild<QPushButton *>(u"settingsObsidianExportButton"_s)->click();
     QFileDialog *dialog = rig.window->obsidianExport()->folderDialog();
     ASSERT_NE(dialog, nullptr);
     dialog->selectFile(out.path());
     static_cast<QDialog *>(dialog)->accept();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !rig.window->obsidianExport()->running(); }, 20000));
-    EXPECT_EQ(rig.app->message(), QStringLiteral("Markdown and audio exported to the selected folder."));
+    EXPECT_EQ(rig.app->message(), u"Markdown and audio exported to the selected folder."_s);
 
     // What the files hold is tests/documents' ObsidianExportTest.
-    const QStringList markdown = QDir(out.path()).entryList({QStringLiteral("Kestil-*.md")}, QDir::Files);
+    const QStringList markdown = QDir(out.path()).entryList({u"Kestil-*.md"_s}, QDir::Files);
     ASSERT_EQ(markdown.size(), 1);
     EXPECT_TRUE(readAll(out.filePath(markdown.first())).startsWith("# Launch a/b:c\n"));
-    EXPECT_TRUE(
-        QFile::exists(out.filePath(markdown.first().chopped(3) + QStringLiteral("-audio/segment-1.caf"))));
+    EXPECT_TRUE(QFile::exists(out.filePath(markdown.first().chopped(3) + u"-audio/segment-1.caf"_s)));
 }
 
 } // namespace

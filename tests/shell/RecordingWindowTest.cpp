@@ -19,6 +19,7 @@
 
 using namespace kestil;
 using namespace kestil::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -27,82 +28,78 @@ TEST(RecordingWindowTest, NewNoteButtonRecordsAndTheBarPausesAndStops)
     ShellRig rig;
     rig.launch();
     ASSERT_TRUE(rig.exposed);
-    auto *bar = rig.find<RecordingBar>(QStringLiteral("recordingBar"));
+    auto *bar = rig.find<RecordingBar>(u"recordingBar"_s);
     QListView *list = rig.notesList();
-    auto *tabs = rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"));
-    auto *tab = rig.find<TranscriptTab>(QStringLiteral("noteDetailTranscriptTab"));
+    auto *tabs = rig.find<QTabWidget>(u"noteDetailTabs"_s);
+    auto *tab = rig.find<TranscriptTab>(u"noteDetailTranscriptTab"_s);
     ASSERT_TRUE(bar && list && tabs && tab);
     EXPECT_FALSE(bar->isVisible()) << "no recording bar before a recording";
-    EXPECT_TRUE(rig.find(QStringLiteral("notesListNoNotesYet"))->isVisible());
-    EXPECT_TRUE(rig.find(QStringLiteral("noteDetailEmpty"))->isVisible());
+    EXPECT_TRUE(rig.find(u"notesListNoNotesYet"_s)->isVisible());
+    EXPECT_TRUE(rig.find(u"noteDetailEmpty"_s)->isVisible());
 
-    rig.click(QStringLiteral("notesListNewNoteButton"));
+    rig.click(u"notesListNewNoteButton"_s);
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
     EXPECT_TRUE(bar->isVisible());
-    EXPECT_EQ(bar->stateText(), QStringLiteral("Recording"));
-    EXPECT_FALSE(rig.find(QStringLiteral("notesListNewNoteButton"))->isEnabled())
-        << "one recording at a time";
+    EXPECT_EQ(bar->stateText(), u"Recording"_s);
+    EXPECT_FALSE(rig.find(u"notesListNewNoteButton"_s)->isEnabled()) << "one recording at a time";
     ASSERT_EQ(list->model()->rowCount(), 1);
     const NotePtr note = rig.list().newNoteBeingRecorded();
     ASSERT_TRUE(note && note->id());
     const QModelIndex row = list->model()->index(0, 0);
     EXPECT_EQ(row.data(Qt::AccessibleTextRole).toString(),
-              QStringLiteral("notesListNoteRow-") + note->id()->toString(QUuid::WithoutBraces).toUpper());
+              u"notesListNoteRow-"_s + note->id()->toString(QUuid::WithoutBraces).toUpper());
     EXPECT_TRUE(row.data(NoteListItemModel::RecordingRole).toBool());
-    EXPECT_EQ(rig.find<QLineEdit>(QStringLiteral("noteDetailTitle"))->text(),
-              QStringLiteral("Untitled Note"));
+    EXPECT_EQ(rig.find<QLineEdit>(u"noteDetailTitle"_s)->text(), u"Untitled Note"_s);
     EXPECT_EQ(tabs->currentWidget(), tab) << "a new recording opens its transcript";
-    EXPECT_FALSE(rig.find(QStringLiteral("noteDetailRecordButton"))->isVisible());
+    EXPECT_FALSE(rig.find(u"noteDetailRecordButton"_s)->isVisible());
 
-    ASSERT_TRUE(waitUntil([&] { return tab->plainText().contains(QStringLiteral("word3")); }))
+    ASSERT_TRUE(waitUntil([&] { return tab->plainText().contains(u"word3"_s); }))
         << tab->plainText().toStdString();
     EXPECT_EQ(tab->paragraphs().last().kind, TranscriptParagraph::Kind::ellipsis);
 
-    rig.click(QStringLiteral("recordingBarPauseButton"));
+    rig.click(u"recordingBarPauseButton"_s);
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->paused(); }));
-    EXPECT_EQ(bar->stateText(), QStringLiteral("Paused"));
-    EXPECT_EQ(rig.find<QPushButton>(QStringLiteral("recordingBarPauseButton"))->text(),
-              QStringLiteral("Resume"));
-    rig.click(QStringLiteral("recordingBarPauseButton"));
+    EXPECT_EQ(bar->stateText(), u"Paused"_s);
+    EXPECT_EQ(rig.find<QPushButton>(u"recordingBarPauseButton"_s)->text(), u"Resume"_s);
+    rig.click(u"recordingBarPauseButton"_s);
     ASSERT_TRUE(waitUntil([&] { return !rig.recorder->paused(); }));
-    EXPECT_EQ(bar->stateText(), QStringLiteral("Recording"));
+    EXPECT_EQ(bar->stateText(), u"Recording"_s);
 
-    rig.click(QStringLiteral("recordingBarStopButton"));
+    rig.click(u"recordingBarStopButton"_s);
     ASSERT_TRUE(waitUntil([&] { return rig.idle(); }));
     EXPECT_FALSE(bar->isVisible());
     EXPECT_FALSE(list->model()->index(0, 0).data(NoteListItemModel::RecordingRole).toBool());
-    EXPECT_TRUE(rig.find(QStringLiteral("noteDetailRecordButton"))->isVisible());
-    EXPECT_TRUE(rig.find(QStringLiteral("notesListNewNoteButton"))->isEnabled());
+    EXPECT_TRUE(rig.find(u"noteDetailRecordButton"_s)->isVisible());
+    EXPECT_TRUE(rig.find(u"notesListNewNoteButton"_s)->isEnabled());
     EXPECT_NE(tab->paragraphs().last().kind, TranscriptParagraph::Kind::ellipsis)
         << "the dots end with the recording";
-    EXPECT_TRUE(tab->plainText().startsWith(QStringLiteral("0:00\nword1"))) << tab->plainText().toStdString();
+    EXPECT_TRUE(tab->plainText().startsWith(u"0:00\nword1"_s)) << tab->plainText().toStdString();
 }
 
 TEST(RecordingWindowTest, TheJumpButtonLeadsBackToTheNoteBeingRecorded)
 {
     ShellRig rig;
-    rig.seed({{QStringLiteral("Earlier call"), QStringLiteral("Some words."), {}, {}, 24}});
+    rig.seed({{u"Earlier call"_s, u"Some words."_s, {}, {}, 24}});
     rig.launch();
-    auto *jump = rig.find<QPushButton>(QStringLiteral("noteDetailJumpToRecordingTab"));
+    auto *jump = rig.find<QPushButton>(u"noteDetailJumpToRecordingTab"_s);
     ASSERT_TRUE(jump);
     EXPECT_FALSE(jump->isVisible());
-    rig.click(QStringLiteral("notesListNewNoteButton"));
+    rig.click(u"notesListNewNoteButton"_s);
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
     const NotePtr recording = rig.list().newNoteBeingRecorded();
     EXPECT_FALSE(jump->isVisible()) << "the recording note is already in view";
 
     ASSERT_EQ(rig.shownTitles().size(), 2);
     rig.clickRow(1);
-    EXPECT_EQ(rig.find<QLineEdit>(QStringLiteral("noteDetailTitle"))->text(), QStringLiteral("Earlier call"));
+    EXPECT_EQ(rig.find<QLineEdit>(u"noteDetailTitle"_s)->text(), u"Earlier call"_s);
     EXPECT_TRUE(jump->isVisible());
 
     QTest::mouseClick(jump, Qt::LeftButton);
-    EXPECT_EQ(rig.find<QLineEdit>(QStringLiteral("noteDetailTitle"))->text(),
-              QStringLiteral("Untitled Note"));
+    EXPECT_EQ(rig.find<QLineEdit>(u"noteDetailTitle"_s)->text(), u"Untitled Note"_s);
     EXPECT_EQ(rig.list().selectedNoteIDs(), QList<ObjectId>{recording->objectId()});
     EXPECT_EQ(rig.notesList()->currentIndex().row(), 0) << "the list shows the recording note as selected";
-    EXPECT_EQ(rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"))->currentWidget(),
-              rig.find(QStringLiteral("noteDetailTranscriptTab")));
+    EXPECT_EQ(rig.find<QTabWidget>(u"noteDetailTabs"_s)->currentWidget(),
+              rig.find(u"noteDetailTranscriptTab"_s));
     EXPECT_FALSE(jump->isVisible());
 }
 
@@ -114,25 +111,25 @@ TEST(RecordingWindowTest, ClosingWhileRecordingGoesThroughQuitAndAFailedSaveKeep
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
     const NotePtr note = rig.list().newNoteBeingRecorded();
     ASSERT_TRUE(rig.recorderRig.waitForFileDelivered());
-    kestil::test::failWrites(*rig.app->store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    kestil::test::failWrites(*rig.app->store(), u"note"_s, u"UPDATE"_s);
 
     EXPECT_FALSE(window.close()) << "closing goes through quitting first";
     ASSERT_TRUE(waitUntil([&] { return !rig.delegate->quitting(); }));
     ASSERT_TRUE(rig.window->alert() && rig.window->alert()->isVisible());
-    EXPECT_TRUE(rig.window->alert()->text().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive))
+    EXPECT_TRUE(rig.window->alert()->text().contains(u"disk is full"_s, Qt::CaseInsensitive))
         << rig.window->alert()->text().toStdString();
     EXPECT_EQ(rig.terminations, 0);
     EXPECT_TRUE(window.isVisible());
     EXPECT_TRUE(rig.idle()) << "the recording was stopped all the same";
     rig.window->alert()->accept();
 
-    kestil::test::allowWrites(*rig.app->store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    kestil::test::allowWrites(*rig.app->store(), u"note"_s, u"UPDATE"_s);
     window.activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
     QTest::keyClick(&window, Qt::Key_Q, Qt::ControlModifier);
     ASSERT_TRUE(waitUntil([&] { return rig.terminations == 1; }));
     EXPECT_TRUE(rig.delegate->quitApproved());
-    EXPECT_TRUE(rig.storedNote(*note->id())->transcription()->contains(QStringLiteral("tail")));
+    EXPECT_TRUE(rig.storedNote(*note->id())->transcription()->contains(u"tail"_s));
     EXPECT_TRUE(window.close()) << "after an approved quit the window closes";
 }
 
@@ -143,17 +140,17 @@ TEST(RecordingWindowTest, TheTrayEntryFollowsTheRecordingAndStartsAndStopsIt)
     StatusItem *item = rig.delegate->statusItem();
     ASSERT_TRUE(item);
     QAction *entry = item->menu()->actions().first();
-    EXPECT_EQ(entry->text(), QStringLiteral("Start Transcription"));
+    EXPECT_EQ(entry->text(), u"Start Transcription"_s);
 
     entry->trigger();
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
-    EXPECT_EQ(entry->text(), QStringLiteral("Stop Transcription"));
-    EXPECT_EQ(item->toolTip(), QStringLiteral("Kestil — Transcribing (open menu to stop)"));
+    EXPECT_EQ(entry->text(), u"Stop Transcription"_s);
+    EXPECT_EQ(item->toolTip(), u"Kestil — Transcribing (open menu to stop)"_s);
     EXPECT_EQ(item->trayIcon()->toolTip(), item->toolTip());
 
     entry->trigger();
     ASSERT_TRUE(waitUntil([&] { return rig.idle(); }));
-    EXPECT_EQ(entry->text(), QStringLiteral("Start Transcription"));
+    EXPECT_EQ(entry->text(), u"Start Transcription"_s);
     EXPECT_EQ(rig.app->notes().size(), 1);
 }
 

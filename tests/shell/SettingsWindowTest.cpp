@@ -25,6 +25,7 @@
 
 using namespace kestil;
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -47,25 +48,25 @@ class SettingsWindowTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        tiny_ = contentOf(testModel(QStringLiteral("tiny-llama-chat.gguf")));
+        tiny_ = contentOf(testModel(u"tiny-llama-chat.gguf"_s));
         ASSERT_GT(tiny_.size(), 1000000) << "run scripts/test-models.sh";
         qputenv("KESTIL_DATA_DIR", rig_.data.path().toUtf8());
         qunsetenv("KESTIL_LANGUAGE_MODEL_BASE_URL");
         rig_.launch();
         ASSERT_TRUE(rig_.exposed);
-        directory_ = rig_.data.filePath(QStringLiteral("Models/language"));
+        directory_ = rig_.data.filePath(u"Models/language"_s);
         model_ = std::make_unique<LlamaLanguageModel>(directory_);
         followLanguageModelSwitch(*rig_.preferences, *model_);
-        server_.setFile(QStringLiteral("tiny-chat.gguf"), tiny_);
+        server_.setFile(u"tiny-chat.gguf"_s, tiny_);
         entry_ =
-            DownloadableLanguageModel{QStringLiteral("Tiny chat"),
-                                      QStringLiteral("tiny-chat.gguf"),
-                                      QStringLiteral("tiny-chat.gguf"),
+            DownloadableLanguageModel{u"Tiny chat"_s,
+                                      u"tiny-chat.gguf"_s,
+                                      u"tiny-chat.gguf"_s,
                                       tiny_.size(),
                                       QCryptographicHash::hash(tiny_, QCryptographicHash::Sha256).toHex(),
-                                      {QStringLiteral("en")},
-                                      QStringLiteral("A model with random weights, for tests."),
-                                      QStringLiteral("MIT")};
+                                      {u"en"_s},
+                                      u"A model with random weights, for tests."_s,
+                                      u"MIT"_s};
     }
 
     void TearDown() override
@@ -92,10 +93,7 @@ protected:
     QString text(const QString &label) const { return find<QLabel>(label)->text(); }
     void click(const QString &name) const { test::clickButton(find<QAbstractButton>(name)); }
 
-    QStringList installedFiles() const
-    {
-        return QDir(directory_).entryList({QStringLiteral("*.gguf")}, QDir::Files);
-    }
+    QStringList installedFiles() const { return QDir(directory_).entryList({u"*.gguf"_s}, QDir::Files); }
 
     // Picks `path` in the import dialog as soon as it opens.
     void chooseInImportDialog(const QString &path)
@@ -104,11 +102,11 @@ protected:
         timer->setInterval(20);
         QObject::connect(timer, &QTimer::timeout, timer, [timer, path] {
             auto *dialog = qobject_cast<QFileDialog *>(QApplication::activeModalWidget());
-            if (!dialog || dialog->objectName() != QStringLiteral("settingsImportDialog"))
+            if (!dialog || dialog->objectName() != u"settingsImportDialog"_s)
                 return;
             timer->stop();
             // Typed as a user would type it: the dialog resolves the path itself.
-            auto *name = dialog->findChild<QLineEdit *>(QStringLiteral("fileNameEdit"));
+            auto *name = dialog->findChild<QLineEdit *>(u"fileNameEdit"_s);
             if (name)
                 name->setText(path);
             static_cast<QDialog *>(dialog)->accept(); // QFileDialog checks the choice first
@@ -130,93 +128,88 @@ protected:
 TEST_F(SettingsWindowTest, DownloadShowsProgressCancelsAndThenInstallsTheModelAndRefreshesTheSummaryLine)
 {
     open("slow");
-    EXPECT_TRUE(text(QStringLiteral("settingsLanguageModelStatus"))
-                    .startsWith(QStringLiteral("No on-device language model is installed.")));
-    EXPECT_EQ(text(QStringLiteral("settingsLanguageModelDescription")), entry_.description);
-    rig_.app->setSummaryStatus(QStringLiteral("before"));
-    auto *progress = find<QProgressBar>(QStringLiteral("settingsLanguageModelProgress"));
-    auto *download = find<QPushButton>(QStringLiteral("settingsLanguageModelDownloadButton"));
+    EXPECT_TRUE(
+        text(u"settingsLanguageModelStatus"_s).startsWith(u"No on-device language model is installed."_s));
+    EXPECT_EQ(text(u"settingsLanguageModelDescription"_s), entry_.description);
+    rig_.app->setSummaryStatus(u"before"_s);
+    auto *progress = find<QProgressBar>(u"settingsLanguageModelProgress"_s);
+    auto *download = find<QPushButton>(u"settingsLanguageModelDownloadButton"_s);
     EXPECT_FALSE(progress->isVisible());
 
     // The main thread stays free: bytes arrive while the window repaints.
     const auto startDownload = [&] {
-        click(QStringLiteral("settingsLanguageModelDownloadButton"));
+        click(u"settingsLanguageModelDownloadButton"_s);
         EXPECT_TRUE(settings_->languageModelBusy());
         EXPECT_FALSE(download->isEnabled());
-        EXPECT_FALSE(find<QPushButton>(QStringLiteral("settingsLanguageModelImportButton"))->isEnabled());
-        EXPECT_TRUE(find<QPushButton>(QStringLiteral("settingsLanguageModelCancelButton"))->isVisible());
+        EXPECT_FALSE(find<QPushButton>(u"settingsLanguageModelImportButton"_s)->isEnabled());
+        EXPECT_TRUE(find<QPushButton>(u"settingsLanguageModelCancelButton"_s)->isVisible());
         return QTest::qWaitFor([&] { return progress->isVisible() && progress->value() > 0; }, 10000);
     };
     ASSERT_TRUE(startDownload());
-    const QString during = text(QStringLiteral("settingsLanguageModelStatus"));
-    EXPECT_TRUE(during.startsWith(QStringLiteral("Downloading “Tiny chat”: "))) << during.toStdString();
-    EXPECT_EQ(rig_.app->summaryStatus(), QStringLiteral("before"))
-        << "a download in progress changes no status";
-    click(QStringLiteral("settingsLanguageModelCancelButton"));
+    const QString during = text(u"settingsLanguageModelStatus"_s);
+    EXPECT_TRUE(during.startsWith(u"Downloading “Tiny chat”: "_s)) << during.toStdString();
+    EXPECT_EQ(rig_.app->summaryStatus(), u"before"_s) << "a download in progress changes no status";
+    click(u"settingsLanguageModelCancelButton"_s);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !settings_->languageModelBusy(); }, 10000));
-    EXPECT_EQ(text(QStringLiteral("settingsLanguageModelMessage")),
-              QStringLiteral("The download of “Tiny chat” was cancelled. What arrived is kept for the next "
-                             "download, and models already installed are unchanged."));
+    EXPECT_EQ(text(u"settingsLanguageModelMessage"_s),
+              u"The download of “Tiny chat” was cancelled. What arrived is kept for the next "
+              "download, and models already installed are unchanged."_s);
     EXPECT_TRUE(installedFiles().isEmpty());
     EXPECT_TRUE(download->isEnabled());
 
     ASSERT_TRUE(startDownload());
     ASSERT_TRUE(QTest::qWaitFor([&] { return !settings_->languageModelBusy(); }, 60000));
-    EXPECT_EQ(
-        text(QStringLiteral("settingsLanguageModelMessage")),
-        QStringLiteral("“Tiny chat” is installed. Summaries, titles, tags and Ask AI use it from now on."));
-    EXPECT_EQ(text(QStringLiteral("settingsLanguageModelStatus")),
-              QStringLiteral("Installed: “Tiny chat” (%1). Summaries, titles, tags and Ask AI use it.")
-                  .arg(fileSizeText(tiny_.size())));
+    EXPECT_EQ(text(u"settingsLanguageModelMessage"_s),
+              u"“Tiny chat” is installed. Summaries, titles, tags and Ask AI use it from now on."_s);
+    EXPECT_EQ(text(u"settingsLanguageModelStatus"_s),
+              u"Installed: “Tiny chat” (%1). Summaries, titles, tags and Ask AI use it."_s.arg(
+                  fileSizeText(tiny_.size())));
     EXPECT_FALSE(progress->isVisible());
-    EXPECT_EQ(installedFiles(), QStringList{QStringLiteral("tiny-chat.gguf")});
+    EXPECT_EQ(installedFiles(), QStringList{u"tiny-chat.gguf"_s});
     EXPECT_EQ(model_->availability(), LanguageModel::Availability::available());
-    EXPECT_EQ(rig_.app->summaryStatus(), QStringLiteral("On-device summaries ready."));
+    EXPECT_EQ(rig_.app->summaryStatus(), u"On-device summaries ready."_s);
 }
 
 TEST_F(SettingsWindowTest, ImportingAFileInstallsIt)
 {
     open("good");
-    chooseInImportDialog(testModel(QStringLiteral("tiny-llama-chat.gguf")));
-    click(QStringLiteral("settingsLanguageModelImportButton"));
+    chooseInImportDialog(testModel(u"tiny-llama-chat.gguf"_s));
+    click(u"settingsLanguageModelImportButton"_s);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !settings_->languageModelBusy(); }, 30000));
-    EXPECT_EQ(text(QStringLiteral("settingsLanguageModelMessage")),
-              QStringLiteral("“tiny-llama-chat.gguf” is installed. Summaries, titles, tags and Ask AI use it "
-                             "from now on."));
-    EXPECT_EQ(installedFiles(), QStringList{QStringLiteral("tiny-llama-chat.gguf")});
+    EXPECT_EQ(text(u"settingsLanguageModelMessage"_s),
+              u"“tiny-llama-chat.gguf” is installed. Summaries, titles, tags and Ask AI use it "
+              "from now on."_s);
+    EXPECT_EQ(installedFiles(), QStringList{u"tiny-llama-chat.gguf"_s});
 }
 
 TEST_F(SettingsWindowTest, TheSwitchesWriteTheirPreferencesAndTheAISwitchTurnsTheModelOff)
 {
     QDir().mkpath(directory_);
-    ASSERT_TRUE(QFile::copy(testModel(QStringLiteral("tiny-llama-chat.gguf")),
-                            directory_ + QStringLiteral("/tiny-llama-chat.gguf")));
+    ASSERT_TRUE(QFile::copy(testModel(u"tiny-llama-chat.gguf"_s), directory_ + u"/tiny-llama-chat.gguf"_s));
     open("good");
-    auto *aiSwitch = find<QCheckBox>(QStringLiteral("settingsOnDeviceAISwitch"));
+    auto *aiSwitch = find<QCheckBox>(u"settingsOnDeviceAISwitch"_s);
     EXPECT_TRUE(aiSwitch->isChecked());
 
-    click(QStringLiteral("settingsOnDeviceAISwitch"));
+    click(u"settingsOnDeviceAISwitch"_s);
     EXPECT_FALSE(settings::onDeviceLanguageModelEnabled(*rig_.preferences));
     EXPECT_EQ(model_->availability(), LanguageModel::Availability::unavailable(
                                           LanguageModel::UnavailableReason::languageModelDisabled));
-    EXPECT_EQ(rig_.app->summaryStatus(),
-              QStringLiteral("On-device AI is switched off in Settings. Switch it on "
-                             "to write summaries; your notes and transcripts remain "
-                             "available."));
-    EXPECT_TRUE(text(QStringLiteral("settingsLanguageModelStatus"))
-                    .endsWith(QStringLiteral("On-device AI is switched off.")));
+    EXPECT_EQ(rig_.app->summaryStatus(), u"On-device AI is switched off in Settings. Switch it on "
+                                         "to write summaries; your notes and transcripts remain "
+                                         "available."_s);
+    EXPECT_TRUE(text(u"settingsLanguageModelStatus"_s).endsWith(u"On-device AI is switched off."_s));
 
-    click(QStringLiteral("settingsOnDeviceAISwitch"));
+    click(u"settingsOnDeviceAISwitch"_s);
     EXPECT_TRUE(settings::onDeviceLanguageModelEnabled(*rig_.preferences));
     EXPECT_EQ(model_->availability(), LanguageModel::Availability::available());
-    EXPECT_EQ(rig_.app->summaryStatus(), QStringLiteral("On-device summaries ready."));
+    EXPECT_EQ(rig_.app->summaryStatus(), u"On-device summaries ready."_s);
 
-    auto *systemAudio = find<QCheckBox>(QStringLiteral("settingsRecordSystemAudioSwitch"));
-    auto *widget = find<QCheckBox>(QStringLiteral("settingsShowRecordingWidgetSwitch"));
+    auto *systemAudio = find<QCheckBox>(u"settingsRecordSystemAudioSwitch"_s);
+    auto *widget = find<QCheckBox>(u"settingsShowRecordingWidgetSwitch"_s);
     EXPECT_TRUE(systemAudio->isChecked());
     EXPECT_TRUE(widget->isChecked());
-    click(QStringLiteral("settingsRecordSystemAudioSwitch"));
-    click(QStringLiteral("settingsShowRecordingWidgetSwitch"));
+    click(u"settingsRecordSystemAudioSwitch"_s);
+    click(u"settingsShowRecordingWidgetSwitch"_s);
     EXPECT_FALSE(settings::recordSystemAudio(*rig_.preferences));
     EXPECT_FALSE(settings::showRecordingWidget(*rig_.preferences));
     // A change made elsewhere shows here too.
@@ -229,58 +222,52 @@ TEST_F(SettingsWindowTest, SpeechSetUpShowsProgressCancelsAndSaysWhyItFailed)
     // Bytes that are not the published model, served slowly: set-up shows
     // its progress, and once let through the catalogue's checksum refuses
     // them. What set-up keeps or records is tests/speech's SpeechSetUpTest.
-    server_.setFile(QStringLiteral("ggml-base.en.bin"), QByteArray(4 * 1024 * 1024, 'k'));
-    qputenv("KESTIL_SPEECH_MODEL_BASE_URL", server_.baseAddress(QStringLiteral("slow")).toUtf8());
-    rig_.preferences->set(QString(settings::keys::kestilSpeechModelSize), QStringLiteral("base"));
+    server_.setFile(u"ggml-base.en.bin"_s, QByteArray(4 * 1024 * 1024, 'k'));
+    qputenv("KESTIL_SPEECH_MODEL_BASE_URL", server_.baseAddress(u"slow"_s).toUtf8());
+    rig_.preferences->set(QString(settings::keys::kestilSpeechModelSize), u"base"_s);
     open("good");
-    auto *setUp = find<QPushButton>(QStringLiteral("settingsSpeechSetUpButton"));
-    auto *progress = find<QProgressBar>(QStringLiteral("settingsSpeechProgress"));
+    auto *setUp = find<QPushButton>(u"settingsSpeechSetUpButton"_s);
+    auto *progress = find<QProgressBar>(u"settingsSpeechProgress"_s);
     const LocalSpeech::Readiness readiness = LocalSpeech::readiness(rig_.app->language(), *rig_.preferences);
-    EXPECT_TRUE(text(QStringLiteral("settingsSpeechStatus")).startsWith(LocalSpeech::message(readiness)));
+    EXPECT_TRUE(text(u"settingsSpeechStatus"_s).startsWith(LocalSpeech::message(readiness)));
     ASSERT_TRUE(readiness.configuration.has_value()) << readiness.details.toStdString();
     ASSERT_TRUE(setUp->isEnabled());
 
-    click(QStringLiteral("settingsSpeechSetUpButton"));
+    click(u"settingsSpeechSetUpButton"_s);
     EXPECT_TRUE(settings_->speechBusy());
     EXPECT_FALSE(setUp->isEnabled());
     ASSERT_TRUE(QTest::qWaitFor([&] { return progress->maximum() > 0 && progress->value() > 0; }, 10000));
-    click(QStringLiteral("settingsSpeechCancelButton"));
+    click(u"settingsSpeechCancelButton"_s);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !settings_->speechBusy(); }, 10000));
-    EXPECT_EQ(
-        text(QStringLiteral("settingsSpeechMessage")),
-        QStringLiteral("Speech set-up was cancelled. What was downloaded is kept for the next set-up, and "
-                       "speech works as it did before."));
+    EXPECT_EQ(text(u"settingsSpeechMessage"_s),
+              u"Speech set-up was cancelled. What was downloaded is kept for the next set-up, and "
+              "speech works as it did before."_s);
 
-    click(QStringLiteral("settingsSpeechSetUpButton"));
+    click(u"settingsSpeechSetUpButton"_s);
     ASSERT_TRUE(QTest::qWaitFor([&] { return !settings_->speechBusy(); }, 60000));
     qunsetenv("KESTIL_SPEECH_MODEL_BASE_URL");
-    const QString message = text(QStringLiteral("settingsSpeechMessage"));
-    EXPECT_EQ(message,
-              QStringLiteral("The downloaded speech model “ggml-base.en.bin” did not match its published "
-                             "checksum, so it was deleted. Models already installed are unchanged; try "
-                             "Set Up On-Device Speech again."));
+    const QString message = text(u"settingsSpeechMessage"_s);
+    EXPECT_EQ(message, u"The downloaded speech model “ggml-base.en.bin” did not match its published "
+                       "checksum, so it was deleted. Models already installed are unchanged; try "
+                       "Set Up On-Device Speech again."_s);
     EXPECT_FALSE(progress->isVisible());
     EXPECT_TRUE(setUp->isEnabled());
     ASSERT_TRUE(QTest::qWaitFor(
-        [&] {
-            return text(QStringLiteral("settingsSpeechDiagnostics"))
-                .contains(QStringLiteral("Last set-up failure:\n"));
-        },
-        5000));
-    EXPECT_TRUE(text(QStringLiteral("settingsSpeechDiagnostics")).contains(message));
+        [&] { return text(u"settingsSpeechDiagnostics"_s).contains(u"Last set-up failure:\n"_s); }, 5000));
+    EXPECT_TRUE(text(u"settingsSpeechDiagnostics"_s).contains(message));
 }
 
 TEST_F(SettingsWindowTest, TheSettingsMenuEntryOpensTheWindow)
 {
-    auto *action = rig_.window->findChild<QAction *>(QStringLiteral("settingsAction"));
+    auto *action = rig_.window->findChild<QAction *>(u"settingsAction"_s);
     ASSERT_NE(action, nullptr);
     EXPECT_EQ(action->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Comma));
-    EXPECT_EQ(action->text(), QStringLiteral("Settings…"));
+    EXPECT_EQ(action->text(), u"Settings…"_s);
     action->trigger();
     SettingsWindow *window = rig_.window->settingsWindow();
     ASSERT_NE(window, nullptr);
     EXPECT_TRUE(window->isVisible());
-    EXPECT_EQ(window->objectName(), QStringLiteral("settingsWindow"));
+    EXPECT_EQ(window->objectName(), u"settingsWindow"_s);
     // A second call brings the same window forward.
     rig_.window->showSettings();
     EXPECT_EQ(rig_.window->settingsWindow(), window);

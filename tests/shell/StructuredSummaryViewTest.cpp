@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -33,25 +34,22 @@ QStringList itemNames(const StructuredSummaryView &view)
 
 TEST(StructuredSummaryViewTest, NamesItsBlocksHoldsBackAHalfLineAndOpensLinksOnlyOnClick)
 {
-    StructuredSummaryView view(QStringLiteral("noteDetailSummaryText"));
+    StructuredSummaryView view(u"noteDetailSummaryText"_s);
     view.resize(600, 500);
     view.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
-    const QString summary =
-        QStringLiteral("Read [the plan](https://example.org/plan) first.\n\n## Decisions\n"
-                       "- Launch in April\n- Owner: Sam\n");
-    view.setMarkdown(summary + QStringLiteral("## Ris"), true);
-    EXPECT_EQ(itemNames(view),
-              (QStringList{QStringLiteral("markdownListItem-3"), QStringLiteral("markdownListItem-4"),
-                           QStringLiteral("structuredSummaryOverview")}));
-    view.setMarkdown(summary + QStringLiteral("## Risks\n- Budget\n"), false);
-    EXPECT_TRUE(itemNames(view).contains(QStringLiteral("markdownListItem-6")));
-    EXPECT_EQ(
-        view.widget()->findChild<QWidget *>(QStringLiteral("markdownListItem-4"))->accessibleDescription(),
-        QStringLiteral("• Owner: Sam"));
+    const QString summary = u"Read [the plan](https://example.org/plan) first.\n\n## Decisions\n"
+                            "- Launch in April\n- Owner: Sam\n"_s;
+    view.setMarkdown(summary + u"## Ris"_s, true);
+    EXPECT_EQ(itemNames(view), (QStringList{u"markdownListItem-3"_s, u"markdownListItem-4"_s,
+                                            u"structuredSummaryOverview"_s}));
+    view.setMarkdown(summary + u"## Risks\n- Budget\n"_s, false);
+    EXPECT_TRUE(itemNames(view).contains(u"markdownListItem-6"_s));
+    EXPECT_EQ(view.widget()->findChild<QWidget *>(u"markdownListItem-4"_s)->accessibleDescription(),
+              u"• Owner: Sam"_s);
 
     UrlCatcher catcher;
-    QDesktopServices::setUrlHandler(QStringLiteral("https"), &catcher, "open");
+    QDesktopServices::setUrlHandler(u"https"_s, &catcher, "open");
     QPoint link;
     for (int x = 0; x < 600 && link.isNull(); x += 2) {
         for (int y = 0; y < 80 && link.isNull(); y += 2) {
@@ -61,32 +59,32 @@ TEST(StructuredSummaryViewTest, NamesItsBlocksHoldsBackAHalfLineAndOpensLinksOnl
     }
     ASSERT_FALSE(link.isNull());
     QTest::mouseClick(view.widget(), Qt::LeftButton, {}, link);
-    QDesktopServices::unsetUrlHandler(QStringLiteral("https"));
-    EXPECT_EQ(catcher.opened, (QList<QUrl>{QUrl(QStringLiteral("https://example.org/plan"))}));
-    EXPECT_EQ(view.markdown(), summary + QStringLiteral("## Risks\n- Budget\n"));
+    QDesktopServices::unsetUrlHandler(u"https"_s);
+    EXPECT_EQ(catcher.opened, (QList<QUrl>{QUrl(u"https://example.org/plan"_s)}));
+    EXPECT_EQ(view.markdown(), summary + u"## Risks\n- Budget\n"_s);
     EXPECT_TRUE(view.isVisible());
 }
 
 TEST(StructuredSummaryViewTest, AGrowingSummaryKeepsTheReadersPlaceAndAnotherTextStartsAtTheTop)
 {
-    StructuredSummaryView view(QStringLiteral("noteDetailSummaryStreamingText"));
+    StructuredSummaryView view(u"noteDetailSummaryStreamingText"_s);
     view.resize(400, 200);
     view.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
-    QString text = QStringLiteral("## Decisions\n");
+    QString text = u"## Decisions\n"_s;
     for (int i = 1; i <= 30; ++i)
-        text += QStringLiteral("- Decision %1 of the meeting\n").arg(i);
+        text += u"- Decision %1 of the meeting\n"_s.arg(i);
     view.setMarkdown(text, true);
     QScrollBar *bar = view.verticalScrollBar();
     ASSERT_GT(bar->maximum(), 100);
     bar->setValue(bar->maximum());
-    text += QStringLiteral("- One more decision\n");
+    text += u"- One more decision\n"_s;
     view.setMarkdown(text, true);
     EXPECT_EQ(bar->value(), bar->maximum()) << "at the bottom, the view follows the text";
     bar->setValue(40);
-    view.setMarkdown(text + QStringLiteral("- And another\n"), true);
+    view.setMarkdown(text + u"- And another\n"_s, true);
     EXPECT_EQ(bar->value(), 40) << "scrolled up to read, the view stays";
-    view.setMarkdown(QStringLiteral("## Another note\n") + text, false);
+    view.setMarkdown(u"## Another note\n"_s + text, false);
     EXPECT_EQ(bar->value(), 0);
 }
 

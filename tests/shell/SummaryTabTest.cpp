@@ -31,19 +31,19 @@
 using namespace kestil;
 using namespace kestil::test;
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 
 using Stream = ScriptedLanguageModel::Stream;
 using Stall = ScriptedLanguageModel::Stall;
 
-const QString transcript = QStringLiteral(
-    "Maria opened the weekly sync by reviewing the budget for the spring campaign. The team agreed to "
+const QString transcript =
+    u"Maria opened the weekly sync by reviewing the budget for the spring campaign. The team agreed to "
     "move the launch to April because the design review needs another week. Sam will draft the "
-    "announcement, Priya owns the landing page, and the budget numbers go to finance by Friday.");
+    "announcement, Priya owns the landing page, and the budget numbers go to finance by Friday."_s;
 
-const QString finalSummary =
-    QStringLiteral("## Decisions\n- Launch moves to **April**.\n- Budget to finance.");
+const QString finalSummary = u"## Decisions\n- Launch moves to **April**.\n- Budget to finance."_s;
 
 QJsonObject record(const QString &field, const QJsonValue &value)
 {
@@ -65,28 +65,22 @@ protected:
     {
         const NotePtr note = rig.addNote(title, text);
         if (summary) {
-            note->setValue(QStringLiteral("summary"), *summary);
-            note->setValue(QStringLiteral("summaryType"), QStringLiteral("Concise"));
+            note->setValue(u"summary"_s, *summary);
+            note->setValue(u"summaryType"_s, u"Concise"_s);
             rig.app->store()->save();
         }
         rig.list().selectNote(note, false);
-        rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"))->setCurrentIndex(0);
+        rig.find<QTabWidget>(u"noteDetailTabs"_s)->setCurrentIndex(0);
         return note;
     }
     bool showing(const QString &name) const { return rig.showing(name); }
 
-    QString progressLine() const
-    {
-        return rig.find<QLabel>(QStringLiteral("noteDetailSummaryProgress"))->text();
-    }
+    QString progressLine() const { return rig.find<QLabel>(u"noteDetailSummaryProgress"_s)->text(); }
 
-    QToolButton *templates() const
-    {
-        return rig.find<QToolButton>(QStringLiteral("noteDetailTemplatesButton"));
-    }
+    QToolButton *templates() const { return rig.find<QToolButton>(u"noteDetailTemplatesButton"_s); }
     QAction *row(const QString &key) const
     {
-        return rig.window->findChild<QAction *>(QStringLiteral("noteTemplate-") + key);
+        return rig.window->findChild<QAction *>(u"noteTemplate-"_s + key);
     }
     // Chooses a row of the Templates menu, which starts the summary.
     void choose(const QString &key) const { row(key)->trigger(); }
@@ -107,95 +101,87 @@ protected:
 TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummary)
 {
     const NotePtr note = showNote(untitledNoteTitle());
-    ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryEmpty")));
+    ASSERT_TRUE(showing(u"noteDetailSummaryEmpty"_s));
     // One row per template, the note's own checked.
-    ASSERT_TRUE(templates() && row(QStringLiteral("meetings/general")));
-    EXPECT_EQ(row(QStringLiteral("meetings/general"))->text(), QStringLiteral("General Meeting"));
-    EXPECT_EQ(templates()->text(), QStringLiteral("Auto"));
+    ASSERT_TRUE(templates() && row(u"meetings/general"_s));
+    EXPECT_EQ(row(u"meetings/general"_s)->text(), u"General Meeting"_s);
+    EXPECT_EQ(templates()->text(), u"Auto"_s);
     for (QAction *action : templates()->menu()->actions())
-        EXPECT_EQ(action->isChecked(), action == row(QStringLiteral("default-summary")))
+        EXPECT_EQ(action->isChecked(), action == row(u"default-summary"_s))
             << action->objectName().toStdString();
     EXPECT_TRUE(templates()->isEnabled());
 
-    model.replies = {
-        Stream{{QStringLiteral("## Decisions"), QStringLiteral("## Decisions\n- Launch moves"), finalSummary},
-               300ms},
-        record(QStringLiteral("title"), QStringLiteral("Spring launch sync")),
-        record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Launch")})};
+    model.replies = {Stream{{u"## Decisions"_s, u"## Decisions\n- Launch moves"_s, finalSummary}, 300ms},
+                     record(u"title"_s, u"Spring launch sync"_s), record(u"tags"_s, QJsonArray{u"Launch"_s})};
     QStringList lines;
     QObject::connect(&rig.list(), &NotesListViewModel::streamingSummaryChanged,
                      [&] { lines.append(progressLine()); });
     // The request waits, as behind an Ask AI answer, before the model takes it up.
     model.queueWait = 800ms;
-    choose(QStringLiteral("meetings/general"));
+    choose(u"meetings/general"_s);
     ASSERT_TRUE(waitUntil([&] { return progressLine() == SummaryTab::waitingText(); }));
-    EXPECT_EQ(progressLine(), QStringLiteral("Waiting for the on-device model to finish another request…"));
+    EXPECT_EQ(progressLine(), u"Waiting for the on-device model to finish another request…"_s);
 
     // While it runs: the stage in words, the text as it grows, and Cancel.
-    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryGenerating")); }));
-    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryActions")));
-    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryCancelButton")));
-    StructuredSummaryView *streaming = summaryView(QStringLiteral("noteDetailSummaryStreamingText"));
-    ASSERT_TRUE(waitUntil([&] { return streaming->plainText().contains(QStringLiteral("Launch moves")); }));
-    EXPECT_EQ(progressLine(), QStringLiteral("Writing summary…"));
-    EXPECT_FALSE(streaming->plainText().contains(QStringLiteral("##"))) << "the Markdown is rendered";
+    ASSERT_TRUE(waitUntil([&] { return showing(u"noteDetailSummaryGenerating"_s); }));
+    EXPECT_FALSE(showing(u"noteDetailSummaryActions"_s));
+    EXPECT_TRUE(showing(u"noteDetailSummaryCancelButton"_s));
+    StructuredSummaryView *streaming = summaryView(u"noteDetailSummaryStreamingText"_s);
+    ASSERT_TRUE(waitUntil([&] { return streaming->plainText().contains(u"Launch moves"_s); }));
+    EXPECT_EQ(progressLine(), u"Writing summary…"_s);
+    EXPECT_FALSE(streaming->plainText().contains(u"##"_s)) << "the Markdown is rendered";
     EXPECT_FALSE(note->summary().has_value()) << "nothing is saved before the end";
 
     // After: the saved summary, rendered, with the way to summarise again.
-    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryText")); }));
-    StructuredSummaryView *text = summaryView(QStringLiteral("noteDetailSummaryText"));
-    EXPECT_TRUE(text->plainText().contains(QStringLiteral("Launch moves to April.")));
-    EXPECT_FALSE(text->plainText().contains(QStringLiteral("**")));
-    EXPECT_TRUE(lines.contains(QStringLiteral("Finishing note title…")));
-    EXPECT_TRUE(lines.contains(QStringLiteral("Organizing tags…")));
+    ASSERT_TRUE(waitUntil([&] { return showing(u"noteDetailSummaryText"_s); }));
+    StructuredSummaryView *text = summaryView(u"noteDetailSummaryText"_s);
+    EXPECT_TRUE(text->plainText().contains(u"Launch moves to April."_s));
+    EXPECT_FALSE(text->plainText().contains(u"**"_s));
+    EXPECT_TRUE(lines.contains(u"Finishing note title…"_s));
+    EXPECT_TRUE(lines.contains(u"Organizing tags…"_s));
     EXPECT_EQ(note->summary(), finalSummary);
-    EXPECT_EQ(note->summaryType(), QStringLiteral("meetings/general"));
-    EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Launch")});
-    EXPECT_EQ(rig.find<QLineEdit>(QStringLiteral("noteDetailTitle"))->text(),
-              QStringLiteral("Spring launch sync"));
-    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryActions")));
+    EXPECT_EQ(note->summaryType(), u"meetings/general"_s);
+    EXPECT_EQ(note->sortedTagNames(), QStringList{u"Launch"_s});
+    EXPECT_EQ(rig.find<QLineEdit>(u"noteDetailTitle"_s)->text(), u"Spring launch sync"_s);
+    EXPECT_TRUE(showing(u"noteDetailSummaryActions"_s));
     EXPECT_TRUE(templates()->isEnabled());
-    EXPECT_EQ(templates()->text(), QStringLiteral("General Meeting"));
-    EXPECT_TRUE(row(QStringLiteral("meetings/general"))->isChecked());
+    EXPECT_EQ(templates()->text(), u"General Meeting"_s);
+    EXPECT_TRUE(row(u"meetings/general"_s)->isChecked());
     EXPECT_FALSE(rig.window->alert());
 }
 
 TEST_F(SummaryTabTest, CancelKeepsTheOldSummaryAndTheTranscriptIsNotSavedMeanwhile)
 {
-    const NotePtr note = showNote(QStringLiteral("Budget review"), QStringLiteral("Old **summary**"));
-    ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
+    const NotePtr note = showNote(u"Budget review"_s, u"Old **summary**"_s);
+    ASSERT_TRUE(showing(u"noteDetailSummaryText"_s));
     // The menu shows the template the summary was made with.
-    EXPECT_EQ(templates()->text(), QStringLiteral("Concise"));
-    EXPECT_TRUE(row(QStringLiteral("Concise"))->isChecked());
+    EXPECT_EQ(templates()->text(), u"Concise"_s);
+    EXPECT_TRUE(row(u"Concise"_s)->isChecked());
 
     model.replies = {Stall{}};
-    choose(QStringLiteral("meetings/brainstorming"));
-    ASSERT_TRUE(waitUntil([&] { return progressLine() == QStringLiteral("Writing summary…"); }));
-    ASSERT_TRUE(showing(QStringLiteral("noteDetailSummaryGenerating")));
+    choose(u"meetings/brainstorming"_s);
+    ASSERT_TRUE(waitUntil([&] { return progressLine() == u"Writing summary…"_s; }));
+    ASSERT_TRUE(showing(u"noteDetailSummaryGenerating"_s));
 
     // Meanwhile the transcript editor refuses to save.
-    auto *tabs = rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"));
+    auto *tabs = rig.find<QTabWidget>(u"noteDetailTabs"_s);
     tabs->setCurrentIndex(1);
-    rig.click(QStringLiteral("noteDetailEditTranscriptButton"));
-    auto *editor = rig.window->findChild<QDialog *>(QStringLiteral("transcriptEditor"));
+    rig.click(u"noteDetailEditTranscriptButton"_s);
+    auto *editor = rig.window->findChild<QDialog *>(u"transcriptEditor"_s);
     ASSERT_TRUE(editor);
-    editor->findChild<QPlainTextEdit *>(QStringLiteral("transcriptEditorText"))
-        ->setPlainText(QStringLiteral("Edited."));
-    QTest::mouseClick(editor->findChild<QPushButton *>(QStringLiteral("transcriptEditorSaveButton")),
-                      Qt::LeftButton);
-    EXPECT_EQ(editor->findChild<QLabel *>(QStringLiteral("transcriptEditorError"))->text(),
-              QStringLiteral("Finish transcription or processing before saving edits."));
+    editor->findChild<QPlainTextEdit *>(u"transcriptEditorText"_s)->setPlainText(u"Edited."_s);
+    QTest::mouseClick(editor->findChild<QPushButton *>(u"transcriptEditorSaveButton"_s), Qt::LeftButton);
+    EXPECT_EQ(editor->findChild<QLabel *>(u"transcriptEditorError"_s)->text(),
+              u"Finish transcription or processing before saving edits."_s);
     EXPECT_EQ(note->transcription(), transcript);
     editor->reject();
 
     tabs->setCurrentIndex(0);
-    rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
-    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryText")); }, 2s));
-    EXPECT_TRUE(summaryView(QStringLiteral("noteDetailSummaryText"))
-                    ->plainText()
-                    .contains(QStringLiteral("Old summary")));
-    EXPECT_EQ(note->summary(), QStringLiteral("Old **summary**"));
-    EXPECT_EQ(note->summaryType(), QStringLiteral("Concise"));
+    rig.click(u"noteDetailSummaryCancelButton"_s);
+    ASSERT_TRUE(waitUntil([&] { return showing(u"noteDetailSummaryText"_s); }, 2s));
+    EXPECT_TRUE(summaryView(u"noteDetailSummaryText"_s)->plainText().contains(u"Old summary"_s));
+    EXPECT_EQ(note->summary(), u"Old **summary**"_s);
+    EXPECT_EQ(note->summaryType(), u"Concise"_s);
     EXPECT_FALSE(rig.list().isGeneratingSummary());
     settle();
     EXPECT_FALSE(rig.window->alert()) << "a cancel says nothing";
@@ -206,7 +192,7 @@ TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenThe
     using Reason = LanguageModel::UnavailableReason;
     QSignalSpy settings(rig.window->summaryTab(), &SummaryTab::settingsRequested);
     const NotePtr note = showNote(untitledNoteTitle());
-    auto *gate = rig.find<QLabel>(QStringLiteral("noteDetailSummaryGateMessage"));
+    auto *gate = rig.find<QLabel>(u"noteDetailSummaryGateMessage"_s);
     // A sentence that says what to do; the internal reason is not shown.
     const struct {
         Reason reason;
@@ -224,19 +210,18 @@ TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenThe
         {Reason::deviceNotEligible,
          "This computer cannot run the on-device language model, so summaries are unavailable; your notes "
          "and transcripts remain available.",
-         false},
-    };
+         false}};
     for (const auto &c : cases) {
         model.availabilityValue = LanguageModel::Availability::unavailable(c.reason);
         rig.window->summaryTab()->refresh();
-        EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
+        EXPECT_TRUE(showing(u"noteDetailSummaryGateMessage"_s));
         EXPECT_EQ(gate->text(), QString::fromUtf8(c.says));
         EXPECT_FALSE(templates()->isEnabled());
-        EXPECT_EQ(showing(QStringLiteral("noteDetailSummaryOpenSettingsButton")), c.curable) << c.says;
+        EXPECT_EQ(showing(u"noteDetailSummaryOpenSettingsButton"_s), c.curable) << c.says;
     }
     model.availabilityValue = LanguageModel::Availability::unavailable(Reason::modelNotReady);
     rig.window->summaryTab()->refresh();
-    rig.click(QStringLiteral("noteDetailSummaryOpenSettingsButton"));
+    rig.click(u"noteDetailSummaryOpenSettingsButton"_s);
     EXPECT_EQ(settings.count(), 1);
     ASSERT_TRUE(rig.window->settingsWindow());
     EXPECT_TRUE(rig.window->settingsWindow()->isVisible());
@@ -246,45 +231,44 @@ TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenThe
     model.availabilityValue = LanguageModel::Availability::available();
     rig.window->summaryTab()->refresh();
     EXPECT_TRUE(templates()->isEnabled());
-    EXPECT_FALSE(showing(QStringLiteral("noteDetailSummaryGateMessage")));
+    EXPECT_FALSE(showing(u"noteDetailSummaryGateMessage"_s));
     EXPECT_TRUE(model.requests.isEmpty());
     EXPECT_FALSE(note->summary().has_value());
 }
 
 TEST_F(SummaryTabTest, AFailedSummaryIsToldInTheAlertAndTheOldSummaryShowsAgain)
 {
-    const NotePtr note = showNote(QStringLiteral("Budget review"), QStringLiteral("Old summary"));
-    model.replies = {Stream{{QStringLiteral("Partial words"), QStringLiteral("  ")}, 100ms}};
-    choose(QStringLiteral("default-summary"));
+    const NotePtr note = showNote(u"Budget review"_s, u"Old summary"_s);
+    model.replies = {Stream{{u"Partial words"_s, u"  "_s}, 100ms}};
+    choose(u"default-summary"_s);
     ASSERT_TRUE(waitUntil([&] { return rig.window->alert() != nullptr; }));
-    EXPECT_EQ(
-        rig.window->alert()->text(),
-        QStringLiteral("The on-device model returned no summary. Existing note content was preserved."));
-    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryText")));
-    StructuredSummaryView *text = summaryView(QStringLiteral("noteDetailSummaryText"));
-    EXPECT_EQ(text->plainText(), QStringLiteral("Old summary"));
-    EXPECT_EQ(note->summary(), QStringLiteral("Old summary"));
+    EXPECT_EQ(rig.window->alert()->text(),
+              u"The on-device model returned no summary. Existing note content was preserved."_s);
+    EXPECT_TRUE(showing(u"noteDetailSummaryText"_s));
+    StructuredSummaryView *text = summaryView(u"noteDetailSummaryText"_s);
+    EXPECT_EQ(text->plainText(), u"Old summary"_s);
+    EXPECT_EQ(note->summary(), u"Old summary"_s);
     EXPECT_TRUE(templates()->isEnabled());
 }
 
 TEST_F(SummaryTabTest, AnotherNoteBeingSummarizedHoldsThisOneOff)
 {
-    const NotePtr first = showNote(QStringLiteral("First"));
+    const NotePtr first = showNote(u"First"_s);
     model.replies = {Stall{}};
-    choose(QStringLiteral("default-summary"));
-    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryGenerating")); }));
+    choose(u"default-summary"_s);
+    ASSERT_TRUE(waitUntil([&] { return showing(u"noteDetailSummaryGenerating"_s); }));
 
-    showNote(QStringLiteral("Second"));
-    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryEmpty")));
-    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryBusyMessage")));
+    showNote(u"Second"_s);
+    EXPECT_TRUE(showing(u"noteDetailSummaryEmpty"_s));
+    EXPECT_TRUE(showing(u"noteDetailSummaryBusyMessage"_s));
     EXPECT_FALSE(templates()->isEnabled());
 
     // Back on the first note the job is still in view, and Cancel ends it.
     rig.list().selectNote(first, false);
-    rig.find<QTabWidget>(QStringLiteral("noteDetailTabs"))->setCurrentIndex(0);
-    EXPECT_TRUE(showing(QStringLiteral("noteDetailSummaryGenerating")));
-    rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
-    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryEmpty")); }, 2s));
+    rig.find<QTabWidget>(u"noteDetailTabs"_s)->setCurrentIndex(0);
+    EXPECT_TRUE(showing(u"noteDetailSummaryGenerating"_s));
+    rig.click(u"noteDetailSummaryCancelButton"_s);
+    ASSERT_TRUE(waitUntil([&] { return showing(u"noteDetailSummaryEmpty"_s); }, 2s));
     EXPECT_TRUE(templates()->isEnabled());
     EXPECT_FALSE(first->summary().has_value());
 }
@@ -294,21 +278,19 @@ TEST_F(SummaryTabTest, AStoppedSummaryOffersToContinueOrToStartAgain)
     // Three sections; the job is stopped while it reads the second.
     model.contextTokens = 2400;
     const QString longText = transcript.repeated(40).left(12000);
-    const NotePtr note = showNote(QStringLiteral("Weekly sync"), std::nullopt, longText);
-    model.replies = {QStringLiteral("Fact one."), Stall{}};
-    choose(QStringLiteral("meetings/general"));
-    ASSERT_TRUE(
-        waitUntil([&] { return progressLine().startsWith(QStringLiteral("Reading transcript… 1 of 3")); }));
-    auto *bar = rig.find<QProgressBar>(QStringLiteral("noteDetailSummaryProgressBar"));
+    const NotePtr note = showNote(u"Weekly sync"_s, std::nullopt, longText);
+    model.replies = {u"Fact one."_s, Stall{}};
+    choose(u"meetings/general"_s);
+    ASSERT_TRUE(waitUntil([&] { return progressLine().startsWith(u"Reading transcript… 1 of 3"_s); }));
+    auto *bar = rig.find<QProgressBar>(u"noteDetailSummaryProgressBar"_s);
     EXPECT_EQ(bar->maximum(), 1000);
     EXPECT_GT(bar->value(), 0);
-    rig.click(QStringLiteral("noteDetailSummaryCancelButton"));
-    ASSERT_TRUE(waitUntil([&] { return showing(QStringLiteral("noteDetailSummaryResumeOffer")); }, 2s));
-    EXPECT_EQ(
-        rig.find<QLabel>(QStringLiteral("noteDetailSummaryResumeText"))->text(),
-        QStringLiteral("An unfinished “General Meeting” summary can be continued where it stopped: 1 of 3 "
-                       "sections reviewed."));
-    EXPECT_TRUE(button(QStringLiteral("noteDetailContinueSummaryButton"))->isEnabled());
+    rig.click(u"noteDetailSummaryCancelButton"_s);
+    ASSERT_TRUE(waitUntil([&] { return showing(u"noteDetailSummaryResumeOffer"_s); }, 2s));
+    EXPECT_EQ(rig.find<QLabel>(u"noteDetailSummaryResumeText"_s)->text(),
+              u"An unfinished “General Meeting” summary can be continued where it stopped: 1 of 3 "
+              "sections reviewed."_s);
+    EXPECT_TRUE(button(u"noteDetailContinueSummaryButton"_s)->isEnabled());
 
     // Summarize Again drops what was read and begins at the first section.
     model.requests.clear();
@@ -316,12 +298,12 @@ TEST_F(SummaryTabTest, AStoppedSummaryOffersToContinueOrToStartAgain)
         if (request.streamed)
             return finalSummary;
         if (request.structured)
-            return record(QStringLiteral("tags"), QJsonArray{QStringLiteral("Launch")});
-        return QStringLiteral("- The launch moves to April.");
+            return record(u"tags"_s, QJsonArray{u"Launch"_s});
+        return u"- The launch moves to April."_s;
     };
-    rig.click(QStringLiteral("noteDetailSummarizeAgainButton"));
+    rig.click(u"noteDetailSummarizeAgainButton"_s);
     ASSERT_TRUE(waitUntil([&] { return note->summary() == finalSummary; }));
     ASSERT_FALSE(model.requests.isEmpty());
     EXPECT_TRUE(model.requests.first().prompt.startsWith(LocalSummary::keyPointPrompt(longText.left(200))));
-    ASSERT_TRUE(waitUntil([&] { return !showing(QStringLiteral("noteDetailSummaryResumeOffer")); }));
+    ASSERT_TRUE(waitUntil([&] { return !showing(u"noteDetailSummaryResumeOffer"_s); }));
 }

@@ -18,6 +18,7 @@
 
 using namespace kestil;
 using namespace kestil::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -26,7 +27,7 @@ namespace {
 struct IndicatorRig {
     QTemporaryDir dir;
     RecorderRig recorderRig;
-    PreferenceStore preferences{dir.filePath(QStringLiteral("config"))};
+    PreferenceStore preferences{dir.filePath(u"config"_s)};
     std::unique_ptr<ProcessTapRecorder> recorder;
     RecordingWidgetController controller{preferences};
     bool kestilActive = true;
@@ -34,8 +35,7 @@ struct IndicatorRig {
 
     IndicatorRig()
     {
-        recorderRig.useFile(writeTone(dir.filePath(QStringLiteral("tone.wav")), 2.0),
-                            AudioFileSource::Pace::realTime);
+        recorderRig.useFile(writeTone(dir.filePath(u"tone.wav"_s), 2.0), AudioFileSource::Pace::realTime);
         recorder = std::make_unique<ProcessTapRecorder>(recorderRig.environment());
         controller.setApplicationActive([this] { return kestilActive; });
         controller.start(recorder.get(), [this] { ++taps; });
@@ -48,7 +48,7 @@ struct IndicatorRig {
     }
     bool record()
     {
-        return waitFor(recorder->start(dir.filePath(QStringLiteral("root")), QUuid::createUuid(), false)) &&
+        return waitFor(recorder->start(dir.filePath(u"root"_s), QUuid::createUuid(), false)) &&
                recorder->recording();
     }
     RecordingWidgetPanel *panel() const { return controller.panel(); }
@@ -77,7 +77,7 @@ TEST(RecordingWidgetTest, TheWatchAndThePreferenceShowAndHideThePanel)
     EXPECT_TRUE(flags.testFlag(Qt::Tool) && flags.testFlag(Qt::FramelessWindowHint) &&
                 flags.testFlag(Qt::WindowStaysOnTopHint) && flags.testFlag(Qt::WindowDoesNotAcceptFocus));
     EXPECT_TRUE(panel->testAttribute(Qt::WA_ShowWithoutActivating));
-    ASSERT_TRUE(waitUntil([&] { return panel->elapsedText() != QStringLiteral("0:00"); }))
+    ASSERT_TRUE(waitUntil([&] { return panel->elapsedText() != u"0:00"_s; }))
         << "the clock follows the recorder: " << panel->elapsedText().toStdString();
     EXPECT_TRUE(panel->indicator()->animating());
 

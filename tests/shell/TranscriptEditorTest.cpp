@@ -15,17 +15,17 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString original = QStringLiteral("We shipped the beta.");
-const QString refusedByTheGate = QStringLiteral("Finish transcription or processing before saving edits.");
+const QString original = u"We shipped the beta."_s;
+const QString refusedByTheGate = u"Finish transcription or processing before saving edits."_s;
 
 struct EditorFixture : ::testing::Test {
     QTemporaryDir dir;
     SharedPersistenceController store{dir.path()};
-    NotePtr note = store.createNote(QStringLiteral("Standup"), original, QUuid::createUuid(),
-                                    QStringLiteral("transcription"));
+    NotePtr note = store.createNote(u"Standup"_s, original, QUuid::createUuid(), u"transcription"_s);
     QSignalSpy saves{&store, &SharedPersistenceController::didSave};
     TranscriptEditor editor{note, store, [] { return TranscriptEditGate{}; }};
 
@@ -37,16 +37,13 @@ struct EditorFixture : ::testing::Test {
     }
     void type(const QString &text)
     {
-        editor.findChild<QPlainTextEdit *>(QStringLiteral("transcriptEditorText"))->setPlainText(text);
+        editor.findChild<QPlainTextEdit *>(u"transcriptEditorText"_s)->setPlainText(text);
     }
     void click(const char *name)
     {
         QTest::mouseClick(editor.findChild<QPushButton *>(QLatin1String(name)), Qt::LeftButton);
     }
-    QString errorLine()
-    {
-        return editor.findChild<QLabel *>(QStringLiteral("transcriptEditorError"))->text();
-    }
+    QString errorLine() { return editor.findChild<QLabel *>(u"transcriptEditorError"_s)->text(); }
     QString storedTranscription()
     {
         SharedPersistenceController other(dir.path());
@@ -57,12 +54,11 @@ struct EditorFixture : ::testing::Test {
 TEST_F(EditorFixture, SaveWritesTheEditToTheStoreAndCloses)
 {
     EXPECT_EQ(editor.text(), original);
-    type(QStringLiteral("We shipped the beta on Friday.\n\nAna owns the release notes."));
+    type(u"We shipped the beta on Friday.\n\nAna owns the release notes."_s);
     click("transcriptEditorSaveButton");
     EXPECT_EQ(editor.result(), QDialog::Accepted);
     EXPECT_FALSE(editor.isVisible());
-    EXPECT_EQ(storedTranscription(),
-              QStringLiteral("We shipped the beta on Friday.\n\nAna owns the release notes."));
+    EXPECT_EQ(storedTranscription(), u"We shipped the beta on Friday.\n\nAna owns the release notes."_s);
     EXPECT_EQ(transcriptUtterances(*note).size(), 2);
 }
 
@@ -71,7 +67,7 @@ TEST_F(EditorFixture, UnchangedSaveAndCancelWriteNothing)
     click("transcriptEditorSaveButton");
     EXPECT_EQ(editor.result(), QDialog::Accepted);
     editor.show();
-    type(QStringLiteral("Thrown away."));
+    type(u"Thrown away."_s);
     click("transcriptEditorCancelButton");
     EXPECT_EQ(editor.result(), QDialog::Rejected);
     EXPECT_EQ(saves.count(), 0);
@@ -80,15 +76,14 @@ TEST_F(EditorFixture, UnchangedSaveAndCancelWriteNothing)
 
 TEST_F(EditorFixture, ARefusedEditKeepsTheSheetOpenWithTheReasonAndTheUsersText)
 {
-    type(QStringLiteral("My careful edit."));
+    type(u"My careful edit."_s);
     // A recording appended to the note while the sheet was open.
-    store.applyGeneratedFields(note,
-                               {{QStringLiteral("transcription"), original + QStringLiteral(" And more.")}});
+    store.applyGeneratedFields(note, {{u"transcription"_s, original + u" And more."_s}});
     click("transcriptEditorSaveButton");
     EXPECT_TRUE(editor.isVisible());
-    EXPECT_TRUE(errorLine().startsWith(QStringLiteral("This transcript changed while you were editing.")));
-    EXPECT_EQ(editor.text(), QStringLiteral("My careful edit."));
-    EXPECT_EQ(storedTranscription(), original + QStringLiteral(" And more."));
+    EXPECT_TRUE(errorLine().startsWith(u"This transcript changed while you were editing."_s));
+    EXPECT_EQ(editor.text(), u"My careful edit."_s);
+    EXPECT_EQ(storedTranscription(), original + u" And more."_s);
 
     // The sheet adds a deleted note to the running work it is given.
     store.deleteNote(note);

@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -41,8 +42,7 @@ TranscriptTabContent content(const QList<TranscriptUtterance> &list, bool live, 
 // A long paragraph that the live normalisation keeps as its own.
 QString sentence(int i)
 {
-    return QStringLiteral("Paragraph %1 talks about the budget, the schedule and who owns each open item.")
-        .arg(i);
+    return u"Paragraph %1 talks about the budget, the schedule and who owns each open item."_s.arg(i);
 }
 
 QList<TranscriptUtterance> longTranscript()
@@ -61,7 +61,7 @@ struct TabFixture : ::testing::Test {
         tab.resize(420, 260);
         tab.show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(&tab));
-        text = tab.findChild<QTextBrowser *>(QStringLiteral("noteDetailTranscript"));
+        text = tab.findChild<QTextBrowser *>(u"noteDetailTranscript"_s);
         ASSERT_TRUE(text);
     }
     QWidget *currentPage() const { return tab.findChild<QStackedWidget *>()->currentWidget(); }
@@ -75,29 +75,27 @@ struct TabFixture : ::testing::Test {
 
 TEST_F(TabFixture, SavedTranscriptShowsItsParagraphsAndNothingShowsTheEmptyPage)
 {
-    show(content(
-        {utterance(0.4, QStringLiteral("Welcome, everyone.")), utterance(75.5, QStringLiteral("Next item."))},
-        false));
+    show(content({utterance(0.4, u"Welcome, everyone."_s), utterance(75.5, u"Next item."_s)}, false));
     EXPECT_EQ(currentPage(), text);
-    EXPECT_EQ(tab.plainText(), QStringLiteral("0:00\nWelcome, everyone.\n1:16\nNext item."));
+    EXPECT_EQ(tab.plainText(), u"0:00\nWelcome, everyone.\n1:16\nNext item."_s);
     EXPECT_EQ(text->document()->blockCount(), 2);
 
     show({});
-    ASSERT_EQ(currentPage()->objectName(), QStringLiteral("noteDetailTranscriptEmpty"));
+    ASSERT_EQ(currentPage()->objectName(), u"noteDetailTranscriptEmpty"_s);
     QStringList texts;
     for (auto *label : currentPage()->findChildren<QLabel *>())
         texts << label->text();
-    EXPECT_TRUE(texts.contains(QStringLiteral("No transcript available")));
+    EXPECT_TRUE(texts.contains(u"No transcript available"_s));
 }
 
 TEST_F(TabFixture, LiveTextGrowsInPlaceWithItsTailAndMovingDots)
 {
     // Two engine results make one live paragraph; a third starts the next.
     QList<TranscriptUtterance> list{utterance(2, sentence(1)), utterance(8, sentence(2))};
-    show(content(list, true, QStringLiteral("and then")));
+    show(content(list, true, u"and then"_s));
     ASSERT_EQ(tab.paragraphs().size(), 3);
-    EXPECT_EQ(tab.paragraphs()[1].identity, QStringLiteral("interim"));
-    EXPECT_EQ(tab.paragraphs()[2].identity, QStringLiteral("ellipsis"));
+    EXPECT_EQ(tab.paragraphs()[1].identity, u"interim"_s);
+    EXPECT_EQ(tab.paragraphs()[2].identity, u"ellipsis"_s);
     const QString firstText = text->document()->firstBlock().text();
     EXPECT_TRUE(firstText.contains(sentence(1)) && firstText.contains(sentence(2)));
 

@@ -125,12 +125,6 @@ DiarisationError diarisationError(std::span<const SpeakerTurn> truth, std::span<
     const std::vector<int> mapping = cheapestAssignment(cost);
 
     DiarisationError error;
-    for (std::size_t r = 0; r < size; ++r) {
-        const bool hasTruth = r < real.size();
-        const bool hasFound = std::size_t(mapping[r]) < heard.size();
-        error.extraSpeakers += !hasTruth && hasFound;
-        error.missingSpeakers += hasTruth && !hasFound;
-    }
     for (std::size_t f = 0; f < frames; ++f) {
         if (!scored[f])
             continue;

@@ -13,10 +13,6 @@ struct DiarisationError {
     double missed = 0;     // speech nobody was found for
     double falseAlarm = 0; // speakers found where fewer spoke
     double confusion = 0;  // speech given to the wrong speaker
-    // Found speakers left without a true one by the mapping, and true ones
-    // left without a found one.
-    int extraSpeakers = 0;
-    int missingSpeakers = 0;
 
     // (missed + false alarm + confusion) / speech; with no true speech, 1 when
     // anything was found and 0 when nothing was.

@@ -51,7 +51,6 @@ public:
     void stop();
     bool running() const { return pid_ > 0; }
 
-    const Options &options() const { return options_; }
     QString serverAddress() const;
 
     // Plays a sound file into a sink and waits until it has been played.

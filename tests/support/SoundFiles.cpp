@@ -74,15 +74,6 @@ std::vector<float> readRawAudio(const QString &path)
     return samples;
 }
 
-bool writeRawAudio(const QString &path, std::span<const float> samples)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return false;
-    return file.write(reinterpret_cast<const char *>(samples.data()), qint64(samples.size_bytes())) ==
-           qint64(samples.size_bytes());
-}
-
 std::vector<float> sine(double frequency, double sampleRate, qint64 frames, float amplitude, double phase)
 {
     std::vector<float> out(static_cast<size_t>(frames));

@@ -28,7 +28,6 @@ bool writeSoundFile(const QString &path, int format, int sampleRate, int channel
 // The samples of a headerless little-endian float file; a trailing partial
 // sample is left out.
 std::vector<float> readRawAudio(const QString &path);
-bool writeRawAudio(const QString &path, std::span<const float> samples);
 
 // A sine of the given frequency, one channel.
 std::vector<float> sine(double frequency, double sampleRate, qint64 frames, float amplitude = 0.5f,
