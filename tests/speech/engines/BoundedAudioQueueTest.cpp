@@ -5,19 +5,16 @@
 #include <thread>
 
 using namespace kestil;
+using Result = BoundedAudioQueue::YieldResult;
 
 TEST(BoundedAudioQueue, RefusesTheBufferBeyondItsLimitAndKeepsTheOlderOnes)
 {
     BoundedAudioQueue queue(3);
     for (float i = 0; i < 3; ++i)
-        EXPECT_EQ(queue.yield({i}), BoundedAudioQueue::YieldResult::enqueued);
-    EXPECT_EQ(queue.yield({9.0f}), BoundedAudioQueue::YieldResult::dropped);
-
-    const auto taken = queue.takeAll();
-    ASSERT_EQ(taken.size(), 3u);
-    EXPECT_EQ(taken[0], std::vector<float>{0.0f});
-    EXPECT_EQ(taken[2], std::vector<float>{2.0f});
-    EXPECT_EQ(queue.yield({4.0f}), BoundedAudioQueue::YieldResult::enqueued) << "room again once taken";
+        EXPECT_EQ(queue.yield({i}), Result::enqueued);
+    EXPECT_EQ(queue.yield({9.0f}), Result::dropped);
+    EXPECT_EQ(queue.takeAll(), (std::vector<std::vector<float>>{{0.0f}, {1.0f}, {2.0f}}));
+    EXPECT_EQ(queue.yield({4.0f}), Result::enqueued) << "room again once taken";
 }
 
 TEST(BoundedAudioQueue, AFinishedQueueHandsOutWhatWaitsThenEnds)
@@ -25,7 +22,7 @@ TEST(BoundedAudioQueue, AFinishedQueueHandsOutWhatWaitsThenEnds)
     BoundedAudioQueue queue(4);
     queue.yield({1.0f});
     queue.finish();
-    EXPECT_EQ(queue.yield({2.0f}), BoundedAudioQueue::YieldResult::terminated);
+    EXPECT_EQ(queue.yield({2.0f}), Result::terminated);
     EXPECT_EQ(queue.takeAll().size(), 1u);
     EXPECT_TRUE(queue.takeAll().empty());
 }
@@ -35,12 +32,9 @@ TEST(BoundedAudioQueue, AWaitingReaderWakesForDataAndForTheEnd)
     BoundedAudioQueue queue(4);
     std::vector<std::size_t> sizes;
     std::thread reader([&] {
-        for (;;) {
-            auto taken = queue.takeAll();
-            sizes.push_back(taken.size());
-            if (taken.empty())
-                break;
-        }
+        do
+            sizes.push_back(queue.takeAll().size());
+        while (sizes.back() > 0);
     });
     queue.yield({1.0f});
     std::this_thread::sleep_for(std::chrono::milliseconds(20));

@@ -26,20 +26,14 @@ struct FakeComputer {
     Asset sphinx{Status::installed, 1, "/sphinx"};
     bool whisperAvailable = true;
     QStringList whisperList = whisperLocales;
-    QStringList sphinxList{"en-US"};
     int questions = 0;
 
     Inventory inventory()
     {
-        Inventory inv;
-        inv.whisperAvailable = whisperAvailable;
-        inv.whisperLocales = whisperList;
-        inv.pocketSphinxLocales = sphinxList;
-        inv.asset = [this](Engine engine, const QString &) {
-            ++questions;
-            return engine == Engine::speech ? whisper : sphinx;
-        };
-        return inv;
+        return Inventory{whisperAvailable, whisperList, {"en-US"}, [this](Engine engine, const QString &) {
+                             ++questions;
+                             return engine == Engine::speech ? whisper : sphinx;
+                         }};
     }
 };
 
@@ -48,23 +42,15 @@ struct FakeComputer {
 TEST(LocalSpeechKeys, LanguageKeyFollowsLanguageAndForChineseTheScript)
 {
     const std::pair<const char *, const char *> cases[] = {
-        {"en-US", "en"},           {"en_GB", "en"},       {"en", "en"},
-        {"en-us", "en"},           {"fr-CA", "fr"},       {"zh-Hans-CN", "zh-Hans"},
-        {"zh_Hant_TW", "zh-Hant"}, {"de_DE.UTF-8", "de"}, {"nb-NO", "nb"},
-        {"zh", nullptr},           {"zh-CN", nullptr},    {"pl", nullptr},
-        {"no", nullptr},           {"", nullptr}};
-    for (const auto &[id, key] : cases) {
-        const std::optional<QString> found = languageKey(QString::fromLatin1(id));
-        if (key)
-            EXPECT_EQ(found, QString::fromLatin1(key)) << id;
-        else
-            EXPECT_FALSE(found.has_value()) << id;
-    }
+        {"en-US", "en"},           {"en_GB", "en"},          {"en", "en"},    {"en-us", "en"},
+        {"fr-CA", "fr"},           {"nb-NO", "nb"},          {"zh", nullptr}, {"zh-CN", nullptr},
+        {"pl", nullptr},           {"no", nullptr},          {"", nullptr},   {"de_DE.UTF-8", "de"},
+        {"zh-Hans-CN", "zh-Hans"}, {"zh_Hant_TW", "zh-Hant"}};
+    for (const auto &[id, key] : cases)
+        EXPECT_EQ(languageKey(QString::fromLatin1(id)),
+                  key ? std::optional(QString::fromLatin1(key)) : std::nullopt)
+            << id;
     EXPECT_EQ(languageKeys().size(), 16);
-}
-
-TEST(LocalSpeechKeys, IdentifiersComeOutInBcp47Form)
-{
     for (const auto &[id, bcp47] : {std::pair{"en_us", "en-US"}, std::pair{"zh_hans_cn", "zh-Hans-CN"},
                                     std::pair{"de_DE.UTF-8", "de-DE"}, std::pair{"es-419", "es-419"}})
         EXPECT_EQ(bcp47Identifier(id), QString::fromLatin1(bcp47));
@@ -78,31 +64,8 @@ TEST(LocalSpeechReadiness, ALanguageWithoutKeyIsUnsupportedWithoutAskingForAsset
     EXPECT_EQ(r.status, Status::unsupported);
     EXPECT_EQ(r.details, QStringLiteral("Requested language: pl\nNot supported by on-device speech. Choose a "
                                         "supported language in Settings."));
-    EXPECT_EQ(computer.questions, 0);
     EXPECT_EQ(readiness("zh", computer.inventory()).status, Status::unsupported);
-}
-
-TEST(LocalSpeechReadiness, AnInstalledFallbackBeatsADownloadablePreferredEngine)
-{
-    FakeComputer computer;
-    const Readiness r = readiness("en-GB", computer.inventory());
-    ASSERT_TRUE(r.configuration.has_value());
-    EXPECT_EQ(r.configuration->engine, Engine::dictation);
-    EXPECT_EQ(r.configuration->locale, QStringLiteral("en-US"));
-    EXPECT_EQ(r.configuration->module, QStringLiteral("/sphinx"));
-    EXPECT_EQ(r.status, Status::installed);
-    EXPECT_EQ(r.details, QStringLiteral("Requested language: en-GB\n"
-                                        "Whisper available: true\n"
-                                        "Whisper languages: ") +
-                             whisperLocales.join(", ") +
-                             QStringLiteral("\nPocketSphinx languages: en-US\n"
-                                            "Whisper en-US: supported\n"
-                                            "PocketSphinx en-US: installed\n"
-                                            "PocketSphinx usable audio formats: 1"));
-    EXPECT_EQ(message(r),
-              QStringLiteral("On-device speech works with PocketSphinx, a basic fallback engine that "
-                             "gets many words wrong. Choose Set Up On-Device Speech to install "
-                             "Whisper for accurate transcripts."));
+    EXPECT_EQ(computer.questions, 0);
 }
 
 // Which engine answers for a language, given what the computer has.
@@ -110,10 +73,11 @@ TEST(LocalSpeechReadiness, TheEngineChosenFollowsWhatIsInstalledAndOffered)
 {
     const Asset unsupported{Status::unsupported, 0, "/w"};
     const Asset sphinx{Status::installed, 1, "/sphinx"};
+    const Asset downloadable{Status::supported, 0, "/m"};
     const QString needsSetUp =
         QStringLiteral("The on-device speech model for this language needs setup. Open Settings and choose "
                        "Set Up On-Device Speech. The on-device language model uses a separate model.");
-    struct Case {
+    const struct {
         const char *what;
         const char *locale;
         Asset whisper;
@@ -124,52 +88,56 @@ TEST(LocalSpeechReadiness, TheEngineChosenFollowsWhatIsInstalledAndOffered)
         Status status;
         const char *chosenLocale;
         QString message = {};
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"the installed preferred engine wins", "en-US",
          Asset{Status::installed, 1, "/models/ggml-base.en.bin"}, sphinx, true, whisperLocales,
          Engine::speech, Status::installed, "en-US",
          QStringLiteral("On-device speech is ready. Transcription works offline.")},
+        {"an installed fallback beats a downloadable preferred engine", "en-GB", downloadable, sphinx, true,
+         whisperLocales, Engine::dictation, Status::installed, "en-US",
+         QStringLiteral(
+             "On-device speech works with PocketSphinx, a basic fallback engine that gets many words "
+             "wrong. Choose Set Up On-Device Speech to install Whisper for accurate transcripts.")},
         {"installed without usable formats needs set-up", "de-AT", Asset{Status::installed, 0, "/m"}, sphinx,
          true, whisperLocales, Engine::speech, Status::supported, "de-DE", needsSetUp},
         {"downloading needs set-up", "fr-FR", Asset{Status::downloading, 0, "/m"}, sphinx, true,
          whisperLocales, Engine::speech, Status::downloading, "fr-FR", needsSetUp},
-        {"a language only the fallback offers", "en-US", Asset{Status::supported, 0, "/m"}, sphinx, true,
-         QStringList{"de-DE"}, Engine::dictation, Status::installed, "en-US"},
-        {"the fallback without whisper", "en-US", Asset{Status::supported, 0, "/m"}, sphinx, false,
-         QStringList{"de-DE"}, Engine::dictation, Status::installed, "en-US"},
-        {"no engine at all", "de-DE", Asset{Status::supported, 0, "/m"}, sphinx, false, whisperLocales,
-         std::nullopt, Status::unsupported, nullptr,
+        {"a language only the fallback offers", "en-US", downloadable, sphinx, true, QStringList{"de-DE"},
+         Engine::dictation, Status::installed, "en-US"},
+        {"the fallback without whisper", "en-US", downloadable, sphinx, false, QStringList{"de-DE"},
+         Engine::dictation, Status::installed, "en-US"},
+        {"no engine at all", "de-DE", downloadable, sphinx, false, whisperLocales, std::nullopt,
+         Status::unsupported, nullptr,
          QStringLiteral("Transcription is unavailable for the selected language on this device. Choose a "
                         "supported on-device speech language in Settings, or refresh speech availability.")},
         {"nothing usable: the first candidate answers", "en", unsupported, unsupported, true, whisperLocales,
          Engine::speech, Status::unsupported, "en-US"},
     };
-    for (const Case &c : cases) {
-        FakeComputer computer;
-        computer.whisper = c.whisper;
-        computer.sphinx = c.sphinx;
-        computer.whisperAvailable = c.whisperAvailable;
-        computer.whisperList = c.whisperList;
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        FakeComputer computer{c.whisper, c.sphinx, c.whisperAvailable, c.whisperList};
         const Readiness r = readiness(QString::fromLatin1(c.locale), computer.inventory());
-        EXPECT_EQ(r.status, c.status) << c.what;
-        ASSERT_EQ(r.configuration.has_value(), c.engine.has_value()) << c.what;
+        EXPECT_EQ(r.status, c.status);
+        ASSERT_EQ(r.configuration.has_value(), c.engine.has_value());
         if (c.engine) {
-            EXPECT_EQ(r.configuration->engine, *c.engine) << c.what;
-            EXPECT_EQ(r.configuration->locale, QString::fromLatin1(c.chosenLocale)) << c.what;
-            EXPECT_EQ(r.configuration->module,
-                      *c.engine == Engine::speech ? c.whisper.module : c.sphinx.module)
-                << c.what;
+            EXPECT_EQ(r.configuration,
+                      (Configuration{*c.engine == Engine::speech ? c.whisper.module : c.sphinx.module,
+                                     *c.engine, QString::fromLatin1(c.chosenLocale)}));
         }
         if (!c.message.isEmpty()) {
-            EXPECT_EQ(message(r), c.message) << c.what;
+            EXPECT_EQ(message(r), c.message);
         }
     }
 }
 
-TEST(LocalSpeechReadiness, AnInstalledModelWithoutUsableFormatsSaysWhyInItsDetails)
+TEST(LocalSpeechReadiness, TheDetailsSayWhatTheComputerOffersAndWhy)
 {
     FakeComputer computer;
+    EXPECT_EQ(readiness("en-GB", computer.inventory()).details,
+              QStringLiteral("Requested language: en-GB\nWhisper available: true\nWhisper languages: ") +
+                  whisperLocales.join(", ") +
+                  QStringLiteral("\nPocketSphinx languages: en-US\nWhisper en-US: supported\n"
+                                 "PocketSphinx en-US: installed\nPocketSphinx usable audio formats: 1"));
     computer.whisper = Asset{Status::installed, 0, "/models/ggml-base.bin"};
     const Readiness r = readiness("de-AT", computer.inventory());
     EXPECT_TRUE(

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "prefs/PreferenceStore.h"
-#include "speech/AudioFileReader.h"
 #include "speech/LiveSpeechSession.h"
 #include "speech/StreamResampler.h"
 #include "support/SoundFiles.h"
@@ -13,7 +12,6 @@
 #include <QRegularExpression>
 #include <QString>
 #include <QStringList>
-#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -27,22 +25,20 @@
 
 namespace kestil::test {
 
-inline QString modelsDirectory()
-{
-    const QString dir = qEnvironmentVariable("KESTIL_TEST_MODELS_DIR");
-    return dir.isEmpty() ? QDir::homePath() + QStringLiteral("/.cache/kestil/models") : dir;
-}
-
-// A generated model of scripts/models/tiny_whisper.py; the test fails, with
+// A model that scripts/test-models.sh makes or converts; the test fails, with
 // the command that makes it, when it is missing.
 inline QString generatedModel(const QString &name)
 {
-    const QString path = modelsDirectory() + QLatin1Char('/') + name;
+    QString dir = qEnvironmentVariable("KESTIL_TEST_MODELS_DIR");
+    if (dir.isEmpty())
+        dir = QDir::homePath() + QStringLiteral("/.cache/kestil/models");
+    const QString path = dir + QLatin1Char('/') + name;
     if (!QFile::exists(path))
         ADD_FAILURE() << "Missing test model " << path.toStdString() << ": run scripts/test-models.sh";
     return path;
 }
 
+// Whisper models of scripts/models/tiny_whisper.py: the right shape, random weights.
 inline QString tinyEnglishModel()
 {
     return generatedModel(QStringLiteral("whisper-test-tiny.en.bin"));
@@ -52,10 +48,7 @@ inline QString tinyMultilingualModel()
     return generatedModel(QStringLiteral("whisper-test-tiny.bin"));
 }
 
-inline QString pocketSphinxTestData()
-{
-    return QStringLiteral("/usr/share/pocketsphinx/test/data");
-}
+inline const QString pocketSphinxTestData = QStringLiteral("/usr/share/pocketsphinx/test/data");
 
 // Installs OpenAI's Whisper "base", as scripts/test-models.sh imports it, into
 // a data folder's Models/speech/ as an import leaves it: the file and its record.
@@ -85,25 +78,9 @@ inline QList<TableClip> clipTable()
             continue;
         const QStringList fields = line.split(QLatin1Char('\t'));
         EXPECT_EQ(fields.size(), 2) << line.toStdString();
-        if (fields.size() == 2)
-            clips.append(TableClip{fields[0], fields[1]});
+        clips.append(TableClip{fields.value(0), fields.value(1)});
     }
     return clips;
-}
-
-// 16-bit little-endian mono samples as floats.
-inline std::vector<float> readRaw16(const QString &path)
-{
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
-    const QByteArray bytes = file.readAll();
-    std::vector<float> samples(std::size_t(bytes.size() / 2));
-    for (std::size_t i = 0; i < samples.size(); ++i) {
-        const auto lo = quint8(bytes[qsizetype(2 * i)]);
-        const auto hi = qint8(bytes[qsizetype(2 * i + 1)]);
-        samples[i] = float(qint16(quint16(lo) | quint16(hi) << 8)) / 32768.0f;
-    }
-    return samples;
 }
 
 struct Clip {
@@ -113,27 +90,9 @@ struct Clip {
 
 inline Clip readAudioFile(const QString &path)
 {
-    AudioFileReader reader(path);
-    Clip clip{{}, reader.sampleRate()};
-    for (;;) {
-        std::vector<float> block = reader.read(65536);
-        if (block.empty())
-            break;
-        clip.samples.insert(clip.samples.end(), block.begin(), block.end());
-    }
-    return clip;
-}
-
-// Speech synthesised by espeak-ng in the Klatt voice, the one PocketSphinx's
-// acoustic model hears best.
-inline Clip synthesize(const QString &text)
-{
-    QTemporaryDir dir;
-    const QString wav = dir.filePath(QStringLiteral("speech.wav"));
-    QString error;
-    EXPECT_TRUE(synthesizeSpeech(text, wav, &error, QStringLiteral("en-us+klatt4"), 150))
-        << error.toStdString();
-    return readAudioFile(wav);
+    const auto sound = readSoundFile(path);
+    EXPECT_TRUE(sound.has_value()) << path.toStdString();
+    return sound ? Clip{sound->mono(), double(sound->sampleRate)} : Clip{};
 }
 
 inline std::vector<float> resample(const std::vector<float> &samples, double from, double to)
@@ -172,6 +131,14 @@ inline std::vector<float> noiseBurst(double seconds, double level = 0.1, unsigne
 inline std::vector<float> silence(double seconds, double rate = 16000)
 {
     return std::vector<float>(std::size_t(seconds * rate), 0.0f);
+}
+
+inline std::vector<float> joined(std::initializer_list<std::vector<float>> parts)
+{
+    std::vector<float> out;
+    for (const auto &part : parts)
+        out.insert(out.end(), part.begin(), part.end());
+    return out;
 }
 
 // Appends the samples to a live session in capture buffers of 4096 frames,
@@ -216,19 +183,6 @@ inline LocalTranscript playLive(PreferenceStore &preferences, const std::vector<
     return final;
 }
 
-inline std::vector<float> joined(std::initializer_list<std::vector<float>> parts)
-{
-    std::vector<float> out;
-    for (const auto &part : parts)
-        out.insert(out.end(), part.begin(), part.end());
-    return out;
-}
-
-inline void appendTo(std::vector<float> &to, const std::vector<float> &more)
-{
-    to.insert(to.end(), more.begin(), more.end());
-}
-
 inline QStringList words(const QString &text)
 {
     QString clean = text.toLower();
@@ -257,9 +211,9 @@ inline double wordErrorRate(const QString &reference, const QString &hypothesis)
     return ref.isEmpty() ? (hyp.isEmpty() ? 0.0 : 1.0) : double(row.back()) / double(ref.size());
 }
 
-// The LibriVox clips one after the other, as someone reading with pauses:
-// `lead` seconds of quiet room noise first and `pause` seconds of it between
-// clips, at 16 kHz. `starts` holds where each clip begins, in seconds.
+// The first `count` LibriVox clips one after the other, as someone reading
+// with pauses: `lead` seconds of quiet room noise first and `pause` seconds of
+// it after each clip, at 16 kHz. Each clip's start and end are in seconds.
 struct ReadingTrack {
     std::vector<float> samples;
     std::vector<double> starts;
@@ -267,19 +221,20 @@ struct ReadingTrack {
     QString reference;
 };
 
-inline ReadingTrack libriVoxReading(double lead, double pause)
+inline ReadingTrack libriVoxReading(double lead, double pause, int count = 5)
 {
     ReadingTrack track;
     track.samples = steadyNoise(lead, 0.0005, 21);
     unsigned seed = 22;
     for (const TableClip &clip : clipTable()) {
-        if (!clip.source.startsWith(QStringLiteral("testdata:librivox/")))
+        if (!clip.source.startsWith(QStringLiteral("testdata:librivox/")) ||
+            int(track.starts.size()) == count)
             continue;
-        const Clip audio = readAudioFile(pocketSphinxTestData() + QLatin1Char('/') + clip.source.mid(9));
+        const Clip audio = readAudioFile(pocketSphinxTestData + QLatin1Char('/') + clip.source.mid(9));
         track.starts.push_back(double(track.samples.size()) / 16000.0);
-        appendTo(track.samples, resample(audio.samples, audio.rate, 16000));
+        track.samples = joined({track.samples, resample(audio.samples, audio.rate, 16000)});
         track.ends.push_back(double(track.samples.size()) / 16000.0);
-        appendTo(track.samples, steadyNoise(pause, 0.0005, seed++));
+        track.samples = joined({track.samples, steadyNoise(pause, 0.0005, seed++)});
         track.reference += (track.reference.isEmpty() ? QString() : QStringLiteral(" ")) + clip.reference;
     }
     return track;

@@ -85,8 +85,8 @@ TEST(WhisperEngine, LoadsAGeneratedModelAndRefusesOnesItCannotUse)
     ASSERT_TRUE(truncated.open(QIODevice::WriteOnly));
     truncated.write(source.read(source.size() / 2));
     truncated.close();
-    EXPECT_THROW(WhisperEngine(truncated.fileName(), options()), LocalError);
-    EXPECT_THROW(WhisperEngine(dir.filePath(QStringLiteral("missing.bin")), options()), LocalError);
+    for (const QString &path : {truncated.fileName(), dir.filePath(QStringLiteral("missing.bin"))})
+        EXPECT_THROW(WhisperEngine(path, options()), LocalError) << path.toStdString();
 }
 
 TEST(WhisperEngine, SpeechIsVolatileFirstThenFinalTimedWithinTheAudioFed)

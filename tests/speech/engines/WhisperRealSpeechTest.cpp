@@ -31,16 +31,11 @@ protected:
     }
     void TearDown() override { qunsetenv("KESTIL_DATA_DIR"); }
 
-    LocalTranscript playLive(const std::vector<float> &audio, double pace, std::vector<LocalTranscript> &seen)
-    {
-        return test::playLive(*preferences_, audio, 16000, pace, &seen);
-    }
-
-    QString writeWav(const std::vector<float> &audio)
+    LocalTranscript transcribeFile(const std::vector<float> &audio)
     {
         const QString path = data_.filePath(QStringLiteral("reading.wav"));
         EXPECT_TRUE(test::writeSoundFile(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 16000, 1, audio));
-        return path;
+        return LocalSpeech::transcribe(path, QStringLiteral("en-US"), *preferences_);
     }
 
     QTemporaryDir data_;
@@ -56,11 +51,12 @@ TEST_F(WhisperRealSpeech, AReadingWithPausesIsTranscribedLiveWithoutRepeatsAndTi
     ASSERT_EQ(ready.configuration->engine, LocalSpeech::Engine::speech)
         << "the multilingual model serves English when no English-only one is installed";
 
+    // Played at twice real time: the finals are cut at the same pauses at any
+    // pace, and the volatile decodes pace themselves by the audio fed.
     const test::ReadingTrack reading = test::libriVoxReading(1.0, 1.2);
     std::vector<LocalTranscript> seen;
-    const LocalTranscript live = playLive(reading.samples, 1.0, seen);
-    const LocalTranscript offline =
-        LocalSpeech::transcribe(writeWav(reading.samples), QStringLiteral("en-US"), *preferences_);
+    const LocalTranscript live = test::playLive(*preferences_, reading.samples, 16000, 2.0, &seen);
+    const LocalTranscript offline = transcribeFile(reading.samples);
 
     const double liveWer = test::wordErrorRate(reading.reference, live.finalizedText());
     const double offlineWer = test::wordErrorRate(reading.reference, offline.finalizedText());
@@ -86,20 +82,21 @@ TEST_F(WhisperRealSpeech, AReadingWithPausesIsTranscribedLiveWithoutRepeatsAndTi
 
 TEST_F(WhisperRealSpeech, SilenceAndQuietRoomNoiseGiveNoWords)
 {
-    // A quiet room: hiss at about -54 dBFS with a faint mains hum.
-    std::vector<float> room = test::steadyNoise(60.0, 0.002, 31);
+    // A quiet room: hiss at about -54 dBFS with a faint mains hum, there from
+    // the first buffer on, before the voice-activity measure can have learnt
+    // it as background.
+    std::vector<float> room = test::steadyNoise(30.0, 0.002, 31);
     for (std::size_t i = 0; i < room.size(); ++i)
         room[i] += 0.001f * float(std::sin(2.0 * M_PI * 50.0 * double(i) / 16000.0));
     for (const auto &[name, audio] :
-         {std::pair{"silence", test::silence(60.0)}, std::pair{"room noise", room}}) {
+         {std::pair{"silence", test::silence(20.0)}, std::pair{"room noise", room}}) {
         std::vector<LocalTranscript> seen;
-        const LocalTranscript live = playLive(audio, 8.0, seen);
+        const LocalTranscript live = test::playLive(*preferences_, audio, 16000, 8.0, &seen);
         EXPECT_TRUE(live.fullText().isEmpty()) << name << ": " << live.fullText().toStdString();
         for (const LocalTranscript &snapshot : seen)
             EXPECT_TRUE(snapshot.fullText().isEmpty())
                 << name << " showed: " << snapshot.fullText().toStdString();
-        const LocalTranscript file =
-            LocalSpeech::transcribe(writeWav(audio), QStringLiteral("en-US"), *preferences_);
+        const LocalTranscript file = transcribeFile(audio);
         EXPECT_TRUE(file.fullText().isEmpty()) << name << " in a file: " << file.fullText().toStdString();
     }
 }

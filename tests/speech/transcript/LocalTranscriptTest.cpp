@@ -13,17 +13,13 @@ using namespace kestil;
 TEST(LocalTranscript, TextsJoinFinalsAndTentativeLeavingOutEmptyParts)
 {
     LocalTranscript transcript;
-    EXPECT_EQ(transcript.finalizedText(), QString());
-    EXPECT_EQ(transcript.fullText(), QString());
-
+    EXPECT_EQ(transcript.finalizedText() + transcript.fullText(), QString());
     transcript.tentative = "and then";
     EXPECT_EQ(transcript.finalizedText(), QString());
     EXPECT_EQ(transcript.fullText(), "and then");
-
     transcript.utterances = {{"Hello there.", 0.0, 1.2}, {"How are you?", 1.4, 2.5}};
     EXPECT_EQ(transcript.finalizedText(), "Hello there. How are you?");
     EXPECT_EQ(transcript.fullText(), "Hello there. How are you? and then");
-
     transcript.tentative.clear();
     EXPECT_EQ(transcript.fullText(), "Hello there. How are you?");
 }
@@ -42,13 +38,8 @@ TEST(TranscriptUtterance, NewIdsAreUniqueUpperCaseUuids)
 
 TEST(TranscriptUtterance, EqualityAndHashCoverEveryField)
 {
-    TranscriptUtterance a = utterance("A", "Hi.", 1.0, 2.0);
-    a.speaker = 1;
-    a.confidence = 0.5;
-    TranscriptUtterance b = a;
-    EXPECT_EQ(a, b);
-    EXPECT_EQ(qHash(a), qHash(b));
-
+    const TranscriptUtterance a = with(utterance("A", "Hi.", 1.0, 2.0), 1, 0.5);
+    EXPECT_EQ(qHash(a), qHash(TranscriptUtterance(a)));
     QList<TranscriptUtterance> variants(7, a);
     variants[0].id = "B";
     variants[1].text = "hi.";
@@ -61,33 +52,23 @@ TEST(TranscriptUtterance, EqualityAndHashCoverEveryField)
         EXPECT_FALSE(variant == a) << ::testing::PrintToString(variant);
 
     // An empty optional hashes apart from a present zero.
-    TranscriptUtterance zero = utterance("A", "x", 0.0);
-    TranscriptUtterance none = utterance("A", "x");
+    const TranscriptUtterance zero = utterance("A", "x", 0.0);
+    const TranscriptUtterance none = utterance("A", "x");
     EXPECT_NE(qHash(zero), qHash(none));
-    EXPECT_EQ(QSet<TranscriptUtterance>({a, b, zero, none}).size(), 3);
+    EXPECT_EQ(QSet<TranscriptUtterance>({a, TranscriptUtterance(a), zero, none}).size(), 3);
 }
 
 TEST(TranscriptUtterance, LiveResultsAreAppendedWithFreshIdsTrimmedTextAndShiftedTimes)
 {
     const QList<TranscriptUtterance> base = {utterance("OLD", "Before.", 0.0, 3.0)};
     const QList<LocalUtterance> live = {{"  First words.\n", 0.5, 1.5}, {"Second.", 2.0, 2.75}};
-
     const QList<TranscriptUtterance> combined = combinedTranscriptUtterances(base, live, 10.0);
     ASSERT_EQ(combined.size(), 3);
     EXPECT_EQ(combined[0], base[0]);
-    EXPECT_EQ(combined[1].text, "First words.");
-    EXPECT_EQ(combined[1].start, 10.5);
-    EXPECT_EQ(combined[1].end, 11.5);
-    EXPECT_EQ(combined[2].start, 12.0);
-    EXPECT_EQ(combined[2].end, 12.75);
-    for (int i = 1; i < 3; ++i) {
-        EXPECT_FALSE(combined[i].speaker);
-        EXPECT_FALSE(combined[i].confidence);
-        EXPECT_FALSE(combined[i].isInterim);
-        EXPECT_EQ(combined[i].id.size(), 36);
-    }
+    EXPECT_EQ(combined[1], utterance(combined[1].id, "First words.", 10.5, 11.5));
+    EXPECT_EQ(combined[2], utterance(combined[2].id, "Second.", 12.0, 12.75));
+    EXPECT_EQ(combined[1].id.size(), 36);
     EXPECT_NE(combined[1].id, combined[2].id);
-
     // Each report mints new ids: identity is stable across reads, not live saves.
     EXPECT_NE(combinedTranscriptUtterances(base, live, 10.0)[1].id, combined[1].id);
 }

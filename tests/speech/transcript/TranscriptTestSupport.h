@@ -29,11 +29,15 @@ inline TranscriptUtterance utterance(const QString &id, const QString &text,
                                      std::optional<double> start = std::nullopt,
                                      std::optional<double> end = std::nullopt)
 {
-    TranscriptUtterance u;
-    u.id = id;
-    u.text = text;
-    u.start = start;
-    u.end = end;
+    return TranscriptUtterance{id, text, start, end};
+}
+
+inline TranscriptUtterance with(TranscriptUtterance u, std::optional<qint64> speaker,
+                                std::optional<double> confidence = std::nullopt, bool interim = false)
+{
+    u.speaker = speaker;
+    u.confidence = confidence;
+    u.isInterim = interim;
     return u;
 }
 

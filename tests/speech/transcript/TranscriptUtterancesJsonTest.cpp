@@ -6,7 +6,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
-#include <cmath>
 #include <limits>
 
 #include <gtest/gtest.h>
@@ -31,16 +30,10 @@ bool fails(const char *json)
 
 TEST(TranscriptUtterancesJson, WritesKeysInFixedOrderAndLeavesOutEmptyOptionals)
 {
-    TranscriptUtterance full = utterance("A1", "Hello.", 1.5, 3.0);
-    full.speaker = 2;
-    full.confidence = 0.875;
-    full.isInterim = true;
-    const TranscriptUtterance bare = utterance("B2", "Bye.");
-    TranscriptUtterance endOnly = utterance("C3", "x", std::nullopt, 0.1);
-    endOnly.speaker = -4;
-
     EXPECT_EQ(
-        encodeTranscriptUtterances({full, bare, endOnly}),
+        encodeTranscriptUtterances({with(utterance("A1", "Hello.", 1.5, 3.0), 2, 0.875, true),
+                                    utterance("B2", "Bye."),
+                                    with(utterance("C3", "x", std::nullopt, 0.1), -4)}),
         QStringLiteral(R"([{"id":"A1","text":"Hello.","start":1.5,"end":3,"speaker":2,"confidence":0.875,)"
                        R"("isInterim":true},{"id":"B2","text":"Bye.","isInterim":false},)"
                        R"({"id":"C3","text":"x","end":0.1,"speaker":-4,"isInterim":false}])"));
@@ -62,36 +55,26 @@ TEST(TranscriptUtterancesJson, EscapesStringsLikeAStandardEncoder)
     EXPECT_EQ(decodeTranscriptUtterances(*json)->at(0).text, text);
 }
 
-TEST(TranscriptUtterancesJson, NumbersRoundTripExactly)
+TEST(TranscriptUtterancesJson, FiniteNumbersRoundTripExactly)
 {
     const double third = 1.0 / 3.0, largest = std::numeric_limits<double>::max();
     QList<TranscriptUtterance> list;
     for (double v : {0.0, -0.0, 0.1, third, 1e-7, 123456.789, 7200.123456789, 1e21, 9223372036854775808.0,
-                     5e-324, 3.0, -2.5, 1e300, largest}) {
-        TranscriptUtterance u = utterance("n", "n", v, v);
-        u.confidence = v;
-        list.append(u);
-    }
-    TranscriptUtterance extremes = utterance("s", "s");
-    extremes.speaker = std::numeric_limits<qint64>::min();
-    list.append(extremes);
-    extremes.speaker = std::numeric_limits<qint64>::max();
-    list.append(extremes);
+                     5e-324, 3.0, -2.5, 1e300, largest})
+        list.append(with(utterance("n", "n", v, v), {}, v));
+    for (qint64 speaker : {std::numeric_limits<qint64>::min(), std::numeric_limits<qint64>::max()})
+        list.append(with(utterance("s", "s"), speaker));
 
     const auto json = encodeTranscriptUtterances(list);
     ASSERT_TRUE(json);
     EXPECT_EQ(decodeTranscriptUtterances(*json), list);
-}
 
-TEST(TranscriptUtterancesJson, NonFiniteNumbersCannotBeWritten)
-{
+    // Infinities and NaN cannot be written, wherever they are.
     for (double bad : {std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
                        std::numeric_limits<double>::quiet_NaN()}) {
         EXPECT_FALSE(encodeTranscriptUtterances({utterance("a", "a", bad)}));
         EXPECT_FALSE(encodeTranscriptUtterances({utterance("a", "a", 0.0, bad)}));
-        TranscriptUtterance u = utterance("a", "a");
-        u.confidence = bad;
-        EXPECT_FALSE(encodeTranscriptUtterances({u}));
+        EXPECT_FALSE(encodeTranscriptUtterances({with(utterance("a", "a"), {}, bad)}));
     }
 }
 
@@ -102,10 +85,7 @@ TEST(TranscriptUtterancesJson, ReadsNullOrMissingOptionalsAsEmptyAndIgnoresUnkno
                               R"({"id":"y","text":"","isInterim":true,"start":3.0,"speaker":3.0}])");
     ASSERT_EQ(list.size(), 2);
     EXPECT_EQ(list[0], utterance("x", "t", std::nullopt, 4.0));
-    TranscriptUtterance second = utterance("y", QString(), 3.0);
-    second.speaker = 3;
-    second.isInterim = true;
-    EXPECT_EQ(list[1], second);
+    EXPECT_EQ(list[1], with(utterance("y", QString(), 3.0), 3, {}, true));
 
     EXPECT_TRUE(decoded("[]").isEmpty());
     EXPECT_TRUE(decoded("  [ ]\n").isEmpty());
