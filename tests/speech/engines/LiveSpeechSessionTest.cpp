@@ -1,4 +1,6 @@
 #include "speech/LiveSpeechSession.h"
+#include "speech/BoundedAudioQueue.h"
+#include "speech/StreamResampler.h"
 
 #include "ScriptedSpeechEngine.h"
 #include "SpeechTestSupport.h"
@@ -211,4 +213,23 @@ TEST_F(LiveSpeech, CancelOrDestructionAbandonsAStalledEngineAndNeverFails)
         EXPECT_EQ(stalled->finishes, 0) << destroy;
     }
     EXPECT_TRUE(failed().isEmpty());
+}
+
+// The session's input: a bounded queue, and a converter for other rates.
+TEST(LiveSpeechInput, TheQueueRefusesBeyondItsLimitUntilTakenAndHandsOutWhatWaitsOnceFinished)
+{
+    using Result = BoundedAudioQueue::YieldResult;
+    BoundedAudioQueue queue(2);
+    EXPECT_EQ(queue.yield({0.0f}), Result::enqueued);
+    EXPECT_EQ(queue.yield({1.0f}), Result::enqueued);
+    EXPECT_EQ(queue.yield({9.0f}), Result::dropped);
+    EXPECT_EQ(queue.takeAll(), (std::vector<std::vector<float>>{{0.0f}, {1.0f}}));
+    EXPECT_EQ(queue.yield({4.0f}), Result::enqueued) << "room again once taken";
+    queue.finish();
+    EXPECT_EQ(queue.yield({2.0f}), Result::terminated);
+    EXPECT_EQ(queue.takeAll(), std::vector<std::vector<float>>{{4.0f}});
+    EXPECT_TRUE(queue.takeAll().empty());
+
+    for (const double rate : {0.0, double(NAN), -48000.0})
+        EXPECT_THROW(StreamResampler(rate, 16000), SystemError) << rate;
 }

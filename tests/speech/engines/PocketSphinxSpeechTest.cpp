@@ -1,10 +1,8 @@
 #include "speech/LiveSpeechSession.h"
-#include "speech/LocalSpeech.h"
 
 #include "SpeechTestSupport.h"
 
 #include "prefs/PreferenceStore.h"
-#include "prefs/SettingsKeys.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -17,18 +15,6 @@
 using namespace kestil;
 
 namespace {
-
-// The message of the LocalError that `action` throws.
-template <typename Action> QString localError(Action action)
-{
-    try {
-        action();
-    } catch (const LocalError &e) {
-        return e.message();
-    }
-    ADD_FAILURE() << "no error";
-    return {};
-}
 
 // A clip of the table: "espeak:" text spoken by espeak-ng in the Klatt voice,
 // the one PocketSphinx's acoustic model hears best, or a file of the test data
@@ -55,7 +41,8 @@ test::Clip load(const QString &source)
 }
 
 // A data folder and preferences of the test's own, so that no installed
-// whisper model takes part and the choice falls to PocketSphinx.
+// whisper model takes part and the choice falls to PocketSphinx (which
+// SpeechSetUp checks with the same inventory).
 class PocketSphinxSpeech : public ::testing::Test {
 protected:
     void SetUp() override
@@ -71,40 +58,6 @@ protected:
 };
 
 } // namespace
-
-TEST_F(PocketSphinxSpeech, WithoutAWhisperModelEnglishRunsOnItAndOtherLanguagesSayWhyTheyCannot)
-{
-    const LocalSpeech::Readiness r = LocalSpeech::readiness(QStringLiteral("en-US"), *preferences_);
-    ASSERT_TRUE(r.configuration.has_value());
-    EXPECT_EQ(r.configuration->engine, LocalSpeech::Engine::dictation);
-    EXPECT_EQ(r.status, LocalSpeech::Readiness::Status::installed);
-    EXPECT_EQ(LocalSpeech::configuration(QStringLiteral("en-GB"), *preferences_).engine,
-              LocalSpeech::Engine::dictation);
-
-    // German has no engine ready until set-up downloads whisper's model; the
-    // failed start is recorded with what the computer offers.
-    EXPECT_EQ(LocalSpeech::readiness(QStringLiteral("de-DE"), *preferences_).status,
-              LocalSpeech::Readiness::Status::supported);
-    const auto start = [&](const char *locale) {
-        return localError(
-            [&] { LiveSpeechSession::start(QString::fromLatin1(locale), {}, {}, *preferences_); });
-    };
-    EXPECT_TRUE(start("de-DE").startsWith(
-        QStringLiteral("The on-device speech model for this language needs setup.")));
-    const auto failure = settings::localSpeechLastFailure(*preferences_);
-    ASSERT_TRUE(failure.has_value());
-    EXPECT_TRUE(failure->contains(QStringLiteral(" · de-DE\n")));
-    EXPECT_TRUE(failure->contains(QStringLiteral("Whisper de-DE: supported")));
-    // Chinese without a script has no language key.
-    EXPECT_TRUE(
-        start("zh").startsWith(QStringLiteral("Transcription is unavailable for the selected language")));
-
-    // A good start clears the record.
-    auto session = LiveSpeechSession::start(QStringLiteral("en-US"), {}, {}, *preferences_);
-    EXPECT_FALSE(settings::localSpeechLastFailure(*preferences_).has_value());
-    EXPECT_EQ(session->format(), 16000.0);
-    session->cancel();
-}
 
 TEST_F(PocketSphinxSpeech, RealSpeechThroughALiveSessionHoldsTheSpokenWords)
 {
@@ -154,29 +107,4 @@ TEST_F(PocketSphinxSpeech, AReadingIsTimedWhereEachPassageStartsWithoutOverlaps)
     auto session = LiveSpeechSession::start(QStringLiteral("en-US"), {}, {}, *preferences_);
     test::appendInBuffers(*session, reading.samples, 16000, 8);
     test::expectTimesOfTheReading(session->finish().utterances, reading);
-}
-
-TEST_F(PocketSphinxSpeech, AWholeFileIsTranscribedWithTimesFromItsStart)
-{
-    // espeak-ng writes a WAV at 22050 Hz: transcribe() reads and converts it.
-    QTemporaryDir dir;
-    const QString wav = dir.filePath(QStringLiteral("memo.wav"));
-    const QString spoken =
-        QStringLiteral("we should schedule another meeting next week to discuss the budget");
-    ASSERT_TRUE(test::synthesizeSpeech(spoken, wav, nullptr, QStringLiteral("en-us+klatt4"), 150));
-    const double seconds = test::readAudioFile(wav).samples.size() / 22050.0;
-    const LocalTranscript t = LocalSpeech::transcribe(wav, QStringLiteral("en-US"), *preferences_);
-    EXPECT_LT(test::wordErrorRate(spoken, t.finalizedText()), 0.4) << t.finalizedText().toStdString();
-    ASSERT_FALSE(t.utterances.isEmpty());
-    EXPECT_LE(t.utterances.last().end, seconds + 0.01);
-    EXPECT_LT(t.utterances.first().start, 0.5);
-
-    try {
-        LocalSpeech::transcribe(dir.filePath(QStringLiteral("missing.caf")), QStringLiteral("en-US"),
-                                *preferences_);
-        FAIL();
-    } catch (const SystemError &e) {
-        EXPECT_TRUE(e.localizedDescription().startsWith(
-            QStringLiteral("The audio file “missing.caf” could not be read")));
-    }
 }

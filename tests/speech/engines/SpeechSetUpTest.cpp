@@ -162,9 +162,6 @@ TEST_F(SpeechSetUp, SetUpInstallsWhisperProvesItAndWhisperThenTranscribes)
 {
     useServer("good");
     settings::setLocalSpeechLastFailure(*preferences_, QStringLiteral("an earlier failure"));
-    // Until set-up runs, the installed fallback answers for English.
-    EXPECT_EQ(readiness(QStringLiteral("en-US")).configuration->engine, LocalSpeech::Engine::dictation);
-
     LocalSpeech::setUp(QStringLiteral("en-US"), *preferences_, withCatalogue());
 
     EXPECT_FALSE(settings::localSpeechLastFailure(*preferences_).has_value());
@@ -176,11 +173,11 @@ TEST_F(SpeechSetUp, SetUpInstallsWhisperProvesItAndWhisperThenTranscribes)
     EXPECT_EQ(LocalSpeech::message(ready),
               QStringLiteral("On-device speech is ready. Transcription works offline."));
 
-    // A live session now runs on the installed whisper model.
-    std::vector<LocalTranscript> seen;
-    auto session = LiveSpeechSession::start(
-        QStringLiteral("en-US"), [](const Error &) {}, [&](const LocalTranscript &t) { seen.push_back(t); },
-        *preferences_);
+    // A live session now runs on the installed whisper model; its good start
+    // clears the record of an earlier one that could not start.
+    settings::setLocalSpeechLastFailure(*preferences_, QStringLiteral("an earlier failure"));
+    auto session = LiveSpeechSession::start(QStringLiteral("en-US"), {}, {}, *preferences_);
+    EXPECT_FALSE(settings::localSpeechLastFailure(*preferences_).has_value());
     EXPECT_EQ(session->format(), 16000.0);
     test::appendInBuffers(*session,
                           test::joined({test::silence(0.5, 48000), test::noiseBurst(2.0, 0.1, 3, 48000),
@@ -205,6 +202,30 @@ TEST_F(SpeechSetUp, SetUpInstallsWhisperProvesItAndWhisperThenTranscribes)
     EXPECT_GE(file.utterances.last().end, 5.2);
     EXPECT_LE(file.utterances.last().end, 6.2 + 0.05);
     EXPECT_TRUE(file.tentative.isEmpty());
+    EXPECT_TRUE(failureOf([&] {
+                    LocalSpeech::transcribe(data_.filePath(QStringLiteral("missing.caf")),
+                                            QStringLiteral("en-US"), *preferences_);
+                }).startsWith(QStringLiteral("The audio file “missing.caf” could not be read")));
+}
+
+TEST_F(SpeechSetUp, BeforeSetUpEnglishRunsOnPocketSphinxAndASessionInAnotherLanguageSaysWhyItCannotStart)
+{
+    const LocalSpeech::Readiness r = LocalSpeech::readiness(QStringLiteral("en-GB"), *preferences_);
+    ASSERT_TRUE(r.configuration.has_value());
+    EXPECT_EQ(r.configuration->engine, LocalSpeech::Engine::dictation);
+    EXPECT_EQ(r.status, Status::installed);
+    const auto start = [&](const char *locale) {
+        return failureOf(
+            [&] { LiveSpeechSession::start(QString::fromLatin1(locale), {}, {}, *preferences_); });
+    };
+    EXPECT_TRUE(start("de-DE").startsWith(
+        QStringLiteral("The on-device speech model for this language needs setup.")));
+    const QString record = settings::localSpeechLastFailure(*preferences_).value_or(QString());
+    EXPECT_TRUE(record.contains(QStringLiteral(" · de-DE\n"))) << record.toStdString();
+    EXPECT_TRUE(record.contains(QStringLiteral("Whisper de-DE: supported"))) << record.toStdString();
+    // Chinese without a script has no language key.
+    EXPECT_TRUE(
+        start("zh").startsWith(QStringLiteral("Transcription is unavailable for the selected language")));
 }
 
 TEST_F(SpeechSetUp, AFailedSetUpIsRecordedAndDeletesTheFileThatFailedItsChecksum)

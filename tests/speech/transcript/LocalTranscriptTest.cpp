@@ -36,24 +36,12 @@ TEST(TranscriptUtterance, NewIdsAreUniqueUpperCaseUuids)
     EXPECT_EQ(seen.size(), 100);
 }
 
-TEST(TranscriptUtterance, EqualityAndHashCoverEveryField)
+TEST(TranscriptUtterance, EqualRecordsHashAlikeAndAnEmptyOptionalApartFromAPresentZero)
 {
     const TranscriptUtterance a = with(utterance("A", "Hi.", 1.0, 2.0), 1, 0.5);
-    EXPECT_EQ(qHash(a), qHash(TranscriptUtterance(a)));
-    QList<TranscriptUtterance> variants(7, a);
-    variants[0].id = "B";
-    variants[1].text = "hi.";
-    variants[2].start.reset();
-    variants[3].end = 2.5;
-    variants[4].speaker = 2;
-    variants[5].confidence.reset();
-    variants[6].isInterim = true;
-    for (const TranscriptUtterance &variant : variants)
-        EXPECT_FALSE(variant == a) << ::testing::PrintToString(variant);
-
-    // An empty optional hashes apart from a present zero.
     const TranscriptUtterance zero = utterance("A", "x", 0.0);
     const TranscriptUtterance none = utterance("A", "x");
+    EXPECT_EQ(qHash(a), qHash(TranscriptUtterance(a)));
     EXPECT_NE(qHash(zero), qHash(none));
     EXPECT_EQ(QSet<TranscriptUtterance>({a, TranscriptUtterance(a), zero, none}).size(), 3);
 }

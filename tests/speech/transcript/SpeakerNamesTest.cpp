@@ -1,3 +1,5 @@
+#include "TranscriptTestSupport.h"
+
 #include "speech/SpeakerNames.h"
 
 #include "base/Error.h"
@@ -10,11 +12,7 @@ namespace {
 
 TranscriptUtterance said(const QString &text, std::optional<qint64> speaker)
 {
-    TranscriptUtterance u;
-    u.id = newTranscriptUtteranceId();
-    u.text = text;
-    u.speaker = speaker;
-    return u;
+    return with(utterance(newTranscriptUtteranceId(), text), speaker);
 }
 
 TEST(SpeakerNamesTest, StoredNamesSurviveAndMalformedOnesAreDropped)
