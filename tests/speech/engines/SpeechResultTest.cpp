@@ -1,8 +1,19 @@
 #include "speech/SpeechResult.h"
+#include "speech/SpeakerDiarizer.h"
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+#include <vector>
+
 using namespace kestil;
+
+namespace kestil {
+inline void PrintTo(const SpeakerTurn &t, std::ostream *os)
+{
+    *os << "{" << t.start << "-" << t.end << " s, speaker " << t.speaker << "}";
+}
+} // namespace kestil
 
 namespace {
 
@@ -47,4 +58,16 @@ TEST(SpeechResultsLoop, VolatileReplacesTheTailAndNeverTouchesFinals)
     EXPECT_FALSE(t.tentativeStart.has_value());
     EXPECT_FALSE(t.tentativeEnd.has_value());
     EXPECT_EQ(t.finalizedText(), "one two three four");
+}
+
+// How a diarizer hands its turns over.
+TEST(SpeakerTurnOrder, SortsJoinsAndNumbersByFirstAppearance)
+{
+    // Numbered in order of first appearance; one person's touching turns
+    // join, another's may overlap; empty and backward turns are dropped.
+    EXPECT_EQ(orderedSpeakerTurns({{5, 6, 7}, {1, 2, 3}, {3, 4, 7}}),
+              (std::vector<SpeakerTurn>{{1, 2, 0}, {3, 4, 1}, {5, 6, 1}}));
+    EXPECT_EQ(orderedSpeakerTurns({{0, 2, 4}, {1.5, 3, 4}, {3, 4, 4}, {2.5, 3.5, 9}}),
+              (std::vector<SpeakerTurn>{{0, 4, 0}, {2.5, 3.5, 1}}));
+    EXPECT_EQ(orderedSpeakerTurns({{1, 1, 0}, {3, 2, 1}, {4, 5, 2}}), (std::vector<SpeakerTurn>{{4, 5, 0}}));
 }
