@@ -44,6 +44,12 @@ protected:
         return QUrl(server_.baseAddress(QString::fromLatin1(mode)) + QStringLiteral("model.bin"));
     }
     QString part() const { return folder_.filePath(QStringLiteral("model.bin.part")); }
+    void writePart(const QByteArray &bytes) const
+    {
+        QFile file(part());
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+    }
 
     QString failureOf(const char *mode, const DownloadObserver &observer = {})
     {
@@ -98,10 +104,7 @@ TEST_F(ModelDownload, AConnectionLostMidwayKeepsWhatArrivedAndTheNextTryAsksForT
 
 TEST_F(ModelDownload, AServerThatIgnoresRangesMakesItStartOver)
 {
-    QFile stale(part());
-    ASSERT_TRUE(stale.open(QIODevice::WriteOnly));
-    stale.write(QByteArray(1000, 'z'));
-    stale.close();
+    writePart(QByteArray(1000, 'z'));
     EXPECT_EQ(downloadToPartFile(url("norange"), part(), {}, wording), sha_);
     EXPECT_EQ(contentOf(part()), content_);
     EXPECT_EQ(server_.requests().value(0).range, QByteArray("bytes=1000-"));
@@ -109,10 +112,7 @@ TEST_F(ModelDownload, AServerThatIgnoresRangesMakesItStartOver)
 
 TEST_F(ModelDownload, AWholeFileAlreadyThereIsCheckedWithoutAnotherByte)
 {
-    QFile whole(part());
-    ASSERT_TRUE(whole.open(QIODevice::WriteOnly));
-    whole.write(content_);
-    whole.close();
+    writePart(content_);
     // The server answers 416: nothing more to send.
     EXPECT_EQ(downloadToPartFile(url("good"), part(), {}, wording), sha_);
     EXPECT_EQ(QFileInfo(part()).size(), content_.size());

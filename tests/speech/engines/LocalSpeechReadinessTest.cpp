@@ -74,9 +74,8 @@ TEST(LocalSpeechReadiness, TheEngineChosenFollowsWhatIsInstalledAndOffered)
     const Asset unsupported{Status::unsupported, 0, "/w"};
     const Asset sphinx{Status::installed, 1, "/sphinx"};
     const Asset downloadable{Status::supported, 0, "/m"};
-    const QString needsSetUp =
-        QStringLiteral("The on-device speech model for this language needs setup. Open Settings and choose "
-                       "Set Up On-Device Speech. The on-device language model uses a separate model.");
+    // Each answer's message, by its first words.
+    const char *const needsSetUp = "The on-device speech model for this language needs setup.";
     const struct {
         const char *what;
         const char *locale;
@@ -87,17 +86,14 @@ TEST(LocalSpeechReadiness, TheEngineChosenFollowsWhatIsInstalledAndOffered)
         std::optional<Engine> engine;
         Status status;
         const char *chosenLocale;
-        QString message = {};
+        const char *message = "";
     } cases[] = {
         {"the installed preferred engine wins", "en-US",
          Asset{Status::installed, 1, "/models/ggml-base.en.bin"}, sphinx, true, whisperLocales,
-         Engine::speech, Status::installed, "en-US",
-         QStringLiteral("On-device speech is ready. Transcription works offline.")},
+         Engine::speech, Status::installed, "en-US", "On-device speech is ready."},
         {"an installed fallback beats a downloadable preferred engine", "en-GB", downloadable, sphinx, true,
          whisperLocales, Engine::dictation, Status::installed, "en-US",
-         QStringLiteral(
-             "On-device speech works with PocketSphinx, a basic fallback engine that gets many words "
-             "wrong. Choose Set Up On-Device Speech to install Whisper for accurate transcripts.")},
+         "On-device speech works with PocketSphinx,"},
         {"installed without usable formats needs set-up", "de-AT", Asset{Status::installed, 0, "/m"}, sphinx,
          true, whisperLocales, Engine::speech, Status::supported, "de-DE", needsSetUp},
         {"downloading needs set-up", "fr-FR", Asset{Status::downloading, 0, "/m"}, sphinx, true,
@@ -107,9 +103,7 @@ TEST(LocalSpeechReadiness, TheEngineChosenFollowsWhatIsInstalledAndOffered)
         {"the fallback without whisper", "en-US", downloadable, sphinx, false, QStringList{"de-DE"},
          Engine::dictation, Status::installed, "en-US"},
         {"no engine at all", "de-DE", downloadable, sphinx, false, whisperLocales, std::nullopt,
-         Status::unsupported, nullptr,
-         QStringLiteral("Transcription is unavailable for the selected language on this device. Choose a "
-                        "supported on-device speech language in Settings, or refresh speech availability.")},
+         Status::unsupported, nullptr, "Transcription is unavailable for the selected language"},
         {"nothing usable: the first candidate answers", "en", unsupported, unsupported, true, whisperLocales,
          Engine::speech, Status::unsupported, "en-US"},
     };
@@ -124,9 +118,7 @@ TEST(LocalSpeechReadiness, TheEngineChosenFollowsWhatIsInstalledAndOffered)
                       (Configuration{*c.engine == Engine::speech ? c.whisper.module : c.sphinx.module,
                                      *c.engine, QString::fromLatin1(c.chosenLocale)}));
         }
-        if (!c.message.isEmpty()) {
-            EXPECT_EQ(message(r), c.message);
-        }
+        EXPECT_TRUE(message(r).startsWith(QString::fromUtf8(c.message))) << message(r).toStdString();
     }
 }
 

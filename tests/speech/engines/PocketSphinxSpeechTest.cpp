@@ -19,7 +19,7 @@ namespace {
 // A clip of the table: "espeak:" text spoken by espeak-ng in the Klatt voice,
 // the one PocketSphinx's acoustic model hears best, or a file of the test data
 // (".raw" ones are 16-bit little-endian at 16 kHz).
-test::Clip load(const QString &source)
+test::SoundFile load(const QString &source)
 {
     QTemporaryDir dir;
     QString path = test::pocketSphinxTestData + QLatin1Char('/') + source.mid(9);
@@ -32,12 +32,14 @@ test::Clip load(const QString &source)
         QFile file(path);
         EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
         const QByteArray bytes = file.readAll();
-        std::vector<float> samples(std::size_t(bytes.size() / 2));
-        for (std::size_t i = 0; i < samples.size(); ++i)
-            samples[i] = float(qFromLittleEndian<qint16>(bytes.constData() + 2 * i)) / 32768.0f;
-        return test::Clip{samples, 16000};
+        test::SoundFile raw{16000, 1, 0, std::vector<float>(std::size_t(bytes.size() / 2))};
+        for (std::size_t i = 0; i < raw.samples.size(); ++i)
+            raw.samples[i] = float(qFromLittleEndian<qint16>(bytes.constData() + 2 * i)) / 32768.0f;
+        return raw;
     }
-    return test::readAudioFile(path);
+    const auto sound = test::readSoundFile(path);
+    EXPECT_TRUE(sound.has_value()) << path.toStdString();
+    return sound.value_or(test::SoundFile{});
 }
 
 // A data folder and preferences of the test's own, so that no installed
@@ -71,13 +73,14 @@ TEST_F(PocketSphinxSpeech, RealSpeechThroughALiveSessionHoldsTheSpokenWords)
     double referenceWords = 0;
     for (const test::TableClip &clip : test::clipTable()) {
         // Fed as the recorder would, with a second of room noise around it.
-        const test::Clip audio = load(clip.source);
+        const test::SoundFile audio = load(clip.source);
+        const double rate = audio.sampleRate;
         std::vector<LocalTranscript> seen;
         const LocalTranscript transcript =
             test::playLive(*preferences_,
-                           test::joined({test::steadyNoise(1.0, 0.0005, 1, audio.rate), audio.samples,
-                                         test::steadyNoise(1.0, 0.0005, 2, audio.rate)}),
-                           audio.rate, 8, &seen);
+                           test::joined({test::steadyNoise(1.0, 0.0005, 1, rate), audio.mono(),
+                                         test::steadyNoise(1.0, 0.0005, 2, rate)}),
+                           rate, 8, &seen);
         const double wer = test::wordErrorRate(clip.reference, transcript.finalizedText());
         const double words = double(test::words(clip.reference).size());
         errors += wer * words;

@@ -39,20 +39,17 @@ private:
 };
 
 // What the scripted engine did, and how it is told to behave. The gates and
-// errors are set before the engine runs.
+// errors are set before the engine runs: feed() waits for feedGate, as a slow
+// decoder would (abort() opens it), and finish() for finishGate; each fails
+// with its error text when that is set.
 struct EngineProbe {
     std::atomic<qint64> samplesFed{0};
     std::atomic<int> finishes{0};
     std::atomic<int> aborts{0};
     std::atomic<int> engines{0};
-    // feed() waits inside the engine for this gate, as a slow decoder would;
-    // abort() opens it.
     std::shared_ptr<Latch> feedGate;
-    // feed() fails with this text when it is set.
     QString feedError;
-    // finish() waits for this gate when there is one.
     std::shared_ptr<Latch> finishGate;
-    // finish() fails with this text when it is set.
     QString finishError;
 
     // Every sample fed, in order.
@@ -106,11 +103,9 @@ public:
         fed_ += qint64(samples.size());
         probe_->samplesFed += qint64(samples.size());
         std::vector<SpeechResult> results;
-        while (fed_ >= (words_ + 1) * qint64(rate)) {
-            ++words_;
+        for (; fed_ >= (words_ + 1) * qint64(rate); ++words_)
             results.push_back(
-                {QStringLiteral("word%1").arg(words_), double(words_ - 1), double(words_), true});
-        }
+                {QStringLiteral("word%1").arg(words_ + 1), double(words_), double(words_ + 1), true});
         if (fed_ > words_ * qint64(rate))
             results.push_back({QStringLiteral("partial"), double(words_), double(fed_) / rate, false});
         return results;
@@ -123,10 +118,9 @@ public:
             probe_->finishGate->wait();
         if (!probe_->finishError.isEmpty())
             throw LocalError(probe_->finishError);
-        std::vector<SpeechResult> results;
         if (fed_ > words_ * qint64(rate))
-            results.push_back({QStringLiteral("tail"), double(words_), double(fed_) / rate, true});
-        return results;
+            return {{QStringLiteral("tail"), double(words_), double(fed_) / rate, true}};
+        return {};
     }
 
     void abort() override

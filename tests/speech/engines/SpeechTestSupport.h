@@ -83,18 +83,6 @@ inline QList<TableClip> clipTable()
     return clips;
 }
 
-struct Clip {
-    std::vector<float> samples;
-    double rate = 0;
-};
-
-inline Clip readAudioFile(const QString &path)
-{
-    const auto sound = readSoundFile(path);
-    EXPECT_TRUE(sound.has_value()) << path.toStdString();
-    return sound ? Clip{sound->mono(), double(sound->sampleRate)} : Clip{};
-}
-
 inline std::vector<float> resample(const std::vector<float> &samples, double from, double to)
 {
     if (from == to)
@@ -230,9 +218,10 @@ inline ReadingTrack libriVoxReading(double lead, double pause, int count = 5)
         if (!clip.source.startsWith(QStringLiteral("testdata:librivox/")) ||
             int(track.starts.size()) == count)
             continue;
-        const Clip audio = readAudioFile(pocketSphinxTestData + QLatin1Char('/') + clip.source.mid(9));
+        const auto audio = readSoundFile(pocketSphinxTestData + QLatin1Char('/') + clip.source.mid(9));
+        EXPECT_TRUE(audio.has_value()) << clip.source.toStdString();
         track.starts.push_back(double(track.samples.size()) / 16000.0);
-        track.samples = joined({track.samples, resample(audio.samples, audio.rate, 16000)});
+        track.samples = joined({track.samples, resample(audio->mono(), audio->sampleRate, 16000)});
         track.ends.push_back(double(track.samples.size()) / 16000.0);
         track.samples = joined({track.samples, steadyNoise(pause, 0.0005, seed++)});
         track.reference += (track.reference.isEmpty() ? QString() : QStringLiteral(" ")) + clip.reference;

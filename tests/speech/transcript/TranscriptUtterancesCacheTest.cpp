@@ -51,7 +51,7 @@ TEST_F(TranscriptUtterancesCacheTest, AnEmptyInterimOnlyOrUnwritableListClearsTh
     }
 }
 
-TEST_F(TranscriptUtterancesCacheTest, WriteStoresNormalisedJsonAndTheNextReadIsAHit)
+TEST_F(TranscriptUtterancesCacheTest, WriteStoresNormalisedJsonForAHitAndReadNormalisesWithoutRewritingIt)
 {
     const QString transcription =
         "Good morning everyone. Let us start with the budget review today. Sounds good.";
@@ -67,6 +67,15 @@ TEST_F(TranscriptUtterancesCacheTest, WriteStoresNormalisedJsonAndTheNextReadIsA
     // Both come from the entry the write stored: no decoding, no normalising.
     EXPECT_EQ(first.constData(), second.constData());
     EXPECT_EQ(first.constData(), cache().object(noteKey)->utterances.constData());
+
+    // A stored list that was never normalised: an interim record and a repeat.
+    QList<TranscriptUtterance> raw = timedList();
+    raw.insert(1, raw[0]);
+    raw[1].id = "REPEAT";
+    const QString rawJson =
+        *encodeTranscriptUtterances(raw << with(utterance("T", "maybe", 5.0, 5.5), {}, {}, true));
+    EXPECT_EQ(readTranscriptUtterances("raw", rawJson, QString()), normalizedUtterances(timedList()));
+    EXPECT_EQ(cache().object("raw")->payload, rawJson);
 }
 
 TEST_F(TranscriptUtterancesCacheTest, EntryIsUsedOnlyWhileBothTextsAreUnchanged)
@@ -97,44 +106,24 @@ TEST_F(TranscriptUtterancesCacheTest, EntryIsUsedOnlyWhileBothTextsAreUnchanged)
     EXPECT_EQ(readTranscriptUtterances(noteKey, std::nullopt, "Hi.").constData(), emptyPayload.constData());
 }
 
-TEST_F(TranscriptUtterancesCacheTest, AnEmptyListFallsBackToTheTranscriptionWithNewIdsOnEachUncachedRead)
-{
-    const auto read = [] { return readTranscriptUtterances(noteKey, QStringLiteral("[]"), "Hello there."); };
-    const auto first = read();
-    ASSERT_EQ(first.size(), 1);
-    EXPECT_EQ(first[0], utterance(first[0].id, "Hello there."));
-    EXPECT_EQ(read()[0].id, first[0].id);
-    cache().removeAll();
-    EXPECT_NE(read()[0].id, first[0].id);
-}
-
-TEST_F(TranscriptUtterancesCacheTest, CorruptOrMissingJsonFallsBackToPlainParagraphs)
+TEST_F(TranscriptUtterancesCacheTest,
+       AnEmptyCorruptOrMissingListFallsBackToParagraphsWithNewIdsOnEachUncachedRead)
 {
     const QString text = "First paragraph of the note.\n\nSecond one.";
-    for (const std::optional<QString> &payload : {std::optional<QString>(), std::optional<QString>(QString()),
-                                                  std::optional<QString>(R"([{"id":"a","text":"lost"}])"),
-                                                  std::optional<QString>("not json at all")}) {
+    for (const std::optional<QString> &payload : QList<std::optional<QString>>{
+             std::nullopt, "", "[]", R"([{"id":"a","text":"lost"}])", "not json at all"}) {
         cache().removeAll();
         const auto list = readTranscriptUtterances(noteKey, payload, text);
-        ASSERT_EQ(list.size(), 2);
-        EXPECT_EQ(list[0].text, "First paragraph of the note.");
+        ASSERT_EQ(list.size(), 2) << payload.value_or("nothing").toStdString();
+        EXPECT_EQ(list[0], utterance(list[0].id, "First paragraph of the note."));
         EXPECT_EQ(list[1].text, "Second one.");
+        EXPECT_EQ(readTranscriptUtterances(noteKey, payload, text)[0].id, list[0].id) << "a cached read";
+        cache().removeAll();
+        EXPECT_NE(readTranscriptUtterances(noteKey, payload, text)[0].id, list[0].id) << "an uncached one";
     }
     // Nothing at all to read: an empty list, still cached.
     EXPECT_TRUE(readTranscriptUtterances(noteKey, std::nullopt, std::nullopt).isEmpty());
     EXPECT_TRUE(cached(noteKey));
-}
-
-TEST_F(TranscriptUtterancesCacheTest, ReadNormalisesButDoesNotRewriteWhatIsStored)
-{
-    // A stored list that was never normalised: an interim record and a repeat.
-    QList<TranscriptUtterance> raw = timedList();
-    raw.insert(1, raw[0]);
-    raw[1].id = "REPEAT";
-    const QString json =
-        *encodeTranscriptUtterances(raw << with(utterance("T", "maybe", 5.0, 5.5), {}, {}, true));
-    EXPECT_EQ(readTranscriptUtterances(noteKey, json, QString()), normalizedUtterances(timedList()));
-    EXPECT_EQ(cache().object(noteKey)->payload, json);
 }
 
 TEST_F(TranscriptUtterancesCacheTest, PlainTextEditIsEncodedWithoutNormalisation)
