@@ -172,20 +172,20 @@ TEST(SherpaDiarisationEdges, CancellingStopsTheWorkAtOnce)
 TEST(SherpaDiarisationEdges, AnUnusableModelIsASentenceNotACrash)
 {
     QTemporaryDir dir;
-    const auto write = [&](const char *name, const QByteArray &bytes) {
-        QFile file(dir.filePath(QString::fromLatin1(name)));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
-        return file.fileName();
-    };
     const SherpaSpeakerDiarizer::Options settings = kestilSettings();
     const QString segmentation = settings.segmentationModel;
     const QString embedding = settings.embeddingModel;
     QFile model(embedding);
     EXPECT_TRUE(model.open(QIODevice::ReadOnly));
     const QString missing = dir.filePath(QStringLiteral("campplus.onnx"));
-    const QString notAModel = write("seg.onnx", QByteArray(4096, 'x'));
-    const QString truncated = write("emb.onnx", model.read(1 << 20));
+    const QString notAModel = dir.filePath(QStringLiteral("seg.onnx"));
+    const QString truncated = dir.filePath(QStringLiteral("emb.onnx"));
+    for (const auto &[path, bytes] :
+         {std::pair{notAModel, QByteArray(4096, 'x')}, std::pair{truncated, model.read(1 << 20)}}) {
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+    }
     // The runtime ends its process on a model without the metadata it reads,
     // and crashes on a segmentation model used for voices. The last of each
     // row is the file the message names.
@@ -200,9 +200,8 @@ TEST(SherpaDiarisationEdges, AnUnusableModelIsASentenceNotACrash)
         SherpaSpeakerDiarizer::Options options = settings;
         options.segmentationModel = segmentationModel;
         options.embeddingModel = embeddingModel;
-        SherpaSpeakerDiarizer diarizer(options);
         try {
-            diarizer.diarize(mix.samples, 16000);
+            SherpaSpeakerDiarizer(options).diarize(mix.samples, 16000);
             FAIL() << "the diarizer used an unusable model";
         } catch (const LocalError &e) {
             EXPECT_TRUE(e.message().contains(culprit)) << e.message().toStdString();

@@ -45,6 +45,8 @@ TEST(SpeechResultsLoop, FinalsArrivingOutOfOrderEndUpSortedByStartAndKeepTheirTe
 
 TEST(SpeechResultsLoop, VolatileReplacesTheTailAndNeverTouchesFinals)
 {
+    EXPECT_EQ(LocalTranscript().fullText(), QString());
+    EXPECT_EQ(applied({{"two thr", 1.2, 2.0, false}}).fullText(), "two thr") << "the tail alone";
     LocalTranscript t =
         applied({{"one", 0.0, 1.0, true}, {"two thr", 1.2, 2.0, false}, {"two three", 1.2, 2.4, false}});
     ASSERT_EQ(t.utterances.size(), 1);

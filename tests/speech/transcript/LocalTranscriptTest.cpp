@@ -1,6 +1,5 @@
 #include "TranscriptTestSupport.h"
 
-#include "speech/LocalTranscript.h"
 #include "speech/TranscriptUtterance.h"
 
 #include <QRegularExpression>
@@ -9,20 +8,6 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
-
-TEST(LocalTranscript, TextsJoinFinalsAndTentativeLeavingOutEmptyParts)
-{
-    LocalTranscript transcript;
-    EXPECT_EQ(transcript.finalizedText() + transcript.fullText(), QString());
-    transcript.tentative = "and then";
-    EXPECT_EQ(transcript.finalizedText(), QString());
-    EXPECT_EQ(transcript.fullText(), "and then");
-    transcript.utterances = {{"Hello there.", 0.0, 1.2}, {"How are you?", 1.4, 2.5}};
-    EXPECT_EQ(transcript.finalizedText(), "Hello there. How are you?");
-    EXPECT_EQ(transcript.fullText(), "Hello there. How are you? and then");
-    transcript.tentative.clear();
-    EXPECT_EQ(transcript.fullText(), "Hello there. How are you?");
-}
 
 TEST(TranscriptUtterance, NewIdsAreUniqueUpperCaseUuids)
 {
