@@ -153,13 +153,9 @@ TEST_F(TranscriptUtterancesCacheTest, CostCountsUtf8BytesOfBothTextsAndEachUtter
     EXPECT_EQ(utf8Length(u"é€😀"), 2 + 3 + 4);
     EXPECT_EQ(utf8Length(QString(QChar(0xd800))), 3);
 
-    TranscriptUtterancesCacheBox box;
-    EXPECT_EQ(box.cost(), 0);
-    box.payload = "[]é";
-    box.sourceText = "€";
-    box.utterances = {utterance("ignored-id", "😀 a"), utterance("x", QString())};
-    EXPECT_EQ(box.cost(), (2 + 2) + 3 + (96 + 6) + 96);
-
+    // What an entry weighs: both texts and 96 bytes and the text for each utterance.
+    TranscriptUtterancesCacheBox box{{utterance("ignored-id", "😀 a")}, "[]é", "€"};
+    EXPECT_EQ(box.cost(), (2 + 2) + 3 + (96 + 6));
     ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), shortText));
     EXPECT_EQ(cache().totalCost(), cache().object(noteKey)->cost());
 }
