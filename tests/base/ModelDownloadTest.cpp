@@ -118,7 +118,7 @@ TEST_F(ModelDownload, AWholeFileAlreadyThereIsCheckedWithoutAnotherByte)
     EXPECT_EQ(QFileInfo(part()).size(), content_.size());
 }
 
-TEST_F(ModelDownload, AMissingFileIsTheServersAnswerInTheCallersWords)
+TEST_F(ModelDownload, AMissingFileOrAFolderThatCannotBeWrittenIsASentenceInTheCallersWords)
 {
     const QString message = failureOf("nothing-here");
     EXPECT_EQ(code_, 404);
@@ -127,6 +127,17 @@ TEST_F(ModelDownload, AMissingFileIsTheServersAnswerInTheCallersWords)
     // Nothing arrived, so the sentence promises nothing kept.
     EXPECT_FALSE(message.contains(QStringLiteral("kept"))) << message.toStdString();
     EXPECT_EQ(QFileInfo(part()).size(), 0);
+
+    // A folder that cannot be written is a sentence too.
+    try {
+        downloadToPartFile(url("good"), folder_.filePath(QStringLiteral("no/such/folder/model.part")), {},
+                           wording);
+        FAIL() << "a part file in a missing folder cannot be written";
+    } catch (const SystemError &e) {
+        EXPECT_TRUE(
+            e.localizedDescription().startsWith(QStringLiteral("The test model could not be saved: ")))
+            << e.localizedDescription().toStdString();
+    }
 }
 
 TEST_F(ModelDownload, CancellingStopsTheTransferAndKeepsThePart)
@@ -142,17 +153,4 @@ TEST_F(ModelDownload, CancellingStopsTheTransferAndKeepsThePart)
     const qint64 kept = QFileInfo(part()).size();
     EXPECT_GT(kept, 0);
     EXPECT_LT(kept, content_.size());
-}
-
-TEST_F(ModelDownload, AFolderThatCannotBeWrittenIsASentence)
-{
-    try {
-        downloadToPartFile(url("good"), folder_.filePath(QStringLiteral("no/such/folder/model.part")), {},
-                           wording);
-        FAIL() << "a part file in a missing folder cannot be written";
-    } catch (const SystemError &e) {
-        EXPECT_TRUE(
-            e.localizedDescription().startsWith(QStringLiteral("The test model could not be saved: ")))
-            << e.localizedDescription().toStdString();
-    }
 }

@@ -200,7 +200,7 @@ TEST_F(SpeechSetUp, SetUpInstallsWhisperProvesItAndWhisperThenTranscribes)
                 }).startsWith(QStringLiteral("The audio file “missing.caf” could not be read")));
 }
 
-TEST_F(SpeechSetUp, BeforeSetUpEnglishRunsOnPocketSphinxAndASessionInAnotherLanguageSaysWhyItCannotStart)
+TEST_F(SpeechSetUp, BeforeSetUpEnglishRunsOnPocketSphinxAndOtherLanguagesSayWhyTheyCannotStart)
 {
     const LocalSpeech::Readiness r = LocalSpeech::readiness(QStringLiteral("en-GB"), *preferences_);
     ASSERT_TRUE(r.configuration.has_value());
@@ -218,6 +218,13 @@ TEST_F(SpeechSetUp, BeforeSetUpEnglishRunsOnPocketSphinxAndASessionInAnotherLang
     // Chinese without a script has no language key.
     EXPECT_TRUE(
         start("zh").startsWith(QStringLiteral("Transcription is unavailable for the selected language")));
+    // Set-up refuses a language outside the keys, and records why, without a download.
+    useServer("good");
+    EXPECT_TRUE(
+        setUpFailure("pl-PL").startsWith(QStringLiteral("Transcription is unavailable for the selected")));
+    EXPECT_TRUE(
+        settings::localSpeechLastFailure(*preferences_).value_or(QString()).contains("language: pl-PL\n"));
+    EXPECT_TRUE(server_.requests().isEmpty());
 }
 
 TEST_F(SpeechSetUp, AFailedSetUpIsRecordedAndDeletesTheFileThatFailedItsChecksum)
@@ -255,16 +262,6 @@ TEST_F(SpeechSetUp, ACancelledSetUpLeavesTheLastFailureAsItWas)
     EXPECT_TRUE(sawDownloading);
     EXPECT_EQ(settings::localSpeechLastFailure(*preferences_), QStringLiteral("an earlier failure"));
     EXPECT_EQ(readiness(QStringLiteral("de-DE")).status, Status::supported);
-}
-
-TEST_F(SpeechSetUp, ALanguageOutsideTheKeysIsRefusedAndRecordedWithoutADownload)
-{
-    useServer("good");
-    EXPECT_TRUE(
-        setUpFailure("pl-PL").startsWith(QStringLiteral("Transcription is unavailable for the selected")));
-    EXPECT_TRUE(settings::localSpeechLastFailure(*preferences_)
-                    ->contains(QStringLiteral("Requested language: pl-PL\n")));
-    EXPECT_TRUE(server_.requests().isEmpty());
 }
 
 TEST_F(SpeechSetUp, AFileThatIsNoModelOrThatWhisperCannotLoadNeverCountsInstalled)

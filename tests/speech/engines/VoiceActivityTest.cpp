@@ -21,6 +21,9 @@ int speechFrames(VoiceActivity &vad, const std::vector<float> &signal)
 
 TEST(VoiceActivity, SilenceAndVeryQuietSoundAreNeverSpeech)
 {
+    // The level is the root mean square in decibels.
+    EXPECT_NEAR(VoiceActivity::levelDb(std::vector<float>(1000, 0.5f)), -6.02, 0.01);
+    EXPECT_EQ(VoiceActivity::levelDb({}), -120.0);
     VoiceActivity vad(16000);
     EXPECT_EQ(speechFrames(vad, test::silence(2.0)), 0);
     // About -66 dBFS: below the absolute floor however quiet the room.
@@ -58,11 +61,4 @@ TEST(VoiceActivity, NoiseThatStartsAfterDigitalSilenceIsLearntWithinSeconds)
     speechFrames(vad, test::steadyNoise(2.0, 0.0056, 6));
     EXPECT_GT(early, 0);
     EXPECT_EQ(speechFrames(vad, test::steadyNoise(2.0, 0.0056, 7)), 0);
-}
-
-TEST(VoiceActivity, LevelIsRootMeanSquareInDecibels)
-{
-    const std::vector<float> half(1000, 0.5f);
-    EXPECT_NEAR(VoiceActivity::levelDb(half), -6.02, 0.01);
-    EXPECT_EQ(VoiceActivity::levelDb({}), -120.0);
 }
