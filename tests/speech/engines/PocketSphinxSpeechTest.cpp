@@ -106,6 +106,8 @@ TEST_F(PocketSphinxSpeech, AReadingIsTimedWhereEachPassageStartsWithoutOverlaps)
 {
     // The first passage starts at 0:13, as in a recording that began with a
     // pause; the decoder counts its frames from there, not from each utterance.
+    // Three passages show it; the decoder hears each the same with or without
+    // the ones after it.
     const test::ReadingTrack reading = test::libriVoxReading(13.0, 2.0, 3);
     auto session = LiveSpeechSession::start(QStringLiteral("en-US"), {}, {}, *preferences_);
     test::appendInBuffers(*session, reading.samples, 16000, 8);
