@@ -16,8 +16,6 @@ namespace {
 
 class KestilEngagementTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(dir.isValid()); }
-
     // Each summary is followed by the prompt question, as the application
     // asks it after every change; the answers are collected.
     QList<Prompt> summarize(KestilEngagement &engagement, int count)
@@ -34,49 +32,39 @@ protected:
     PreferenceStore store{dir.path()};
 };
 
-// At which summaries (1-based) the support card appears, over a run of
-// summaries, with what happens to the card in between.
-struct CardCase {
-    const char *name;
-    int summaries;
-    std::optional<Action> clickAtFirstCard;
-    bool resetAfterClick;
-    QList<int> expectedCards;
-};
-
-void PrintTo(const CardCase &c, std::ostream *out)
+TEST_F(KestilEngagementTest, TheCardComesAtFiveAndEveryFiveMoreUntilAClick)
 {
-    *out << c.name;
-}
-
-class SupportCardRounds : public KestilEngagementTest, public ::testing::WithParamInterface<CardCase> {};
-
-TEST_P(SupportCardRounds, TheCardComesAtFiveAndEveryFiveMoreUntilAClick)
-{
-    const CardCase &c = GetParam();
-    KestilEngagement engagement(store);
-    QList<int> cards;
-    for (int i = 1; i <= c.summaries; ++i) {
-        const QList<Prompt> prompt = summarize(engagement, 1);
-        if (prompt.constFirst() != Prompt::supportCard)
-            continue;
-        cards.append(i);
-        if (c.clickAtFirstCard && cards.size() == 1) {
-            engagement.recordClick(*c.clickAtFirstCard);
-            if (c.resetAfterClick)
-                engagement.resetClicks();
+    const struct {
+        const char *name;
+        int summaries;
+        std::optional<Action> clickAtFirstCard;
+        bool resetAfterClick;
+        QList<int> expectedCards; // at which summaries, 1-based
+    } cases[] = {
+        {"closed without a click", 16, std::nullopt, false, {5, 10, 15}},
+        {"clicked tip", 16, Action::tip, false, {5}},
+        {"clicked, then reset", 16, Action::review, true, {5}},
+        {"four only", 4, std::nullopt, false, {}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        QTemporaryDir fresh;
+        PreferenceStore defaults(fresh.path());
+        KestilEngagement engagement(defaults);
+        QList<int> cards;
+        for (int i = 1; i <= c.summaries; ++i) {
+            if (summarize(engagement, 1).constFirst() != Prompt::supportCard)
+                continue;
+            cards.append(i);
+            if (c.clickAtFirstCard && cards.size() == 1) {
+                engagement.recordClick(*c.clickAtFirstCard);
+                if (c.resetAfterClick)
+                    engagement.resetClicks();
+            }
         }
+        EXPECT_EQ(cards, c.expectedCards);
     }
-    EXPECT_EQ(cards, c.expectedCards);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Engagement, SupportCardRounds,
-    ::testing::Values(CardCase{"closedWithoutClick", 16, std::nullopt, false, {5, 10, 15}},
-                      CardCase{"clickedTip", 16, Action::tip, false, {5}},
-                      CardCase{"clickedThenReset", 16, Action::review, true, {5}},
-                      CardCase{"fourOnly", 4, std::nullopt, false, {}}),
-    [](const auto &param) { return std::string(param.param.name); });
 
 TEST_F(KestilEngagementTest, NoPromptWhileBusyOrNotIdleAndAtMostOnePerCount)
 {
@@ -107,7 +95,7 @@ TEST_F(KestilEngagementTest, StartUpReadsTheStoredCountersAsTheyMayHaveBeenLeft)
     EXPECT_EQ(engagement.clickedActions(), QList<Action>{Action::share});
     // A click without the stopped flag: the flag is written back.
     EXPECT_TRUE(engagement.automaticRemindersStopped());
-    EXPECT_EQ(store.object(settings::keys::kestilSupportAutomaticRemindersStopped), QVariant(true));
+    EXPECT_TRUE(settings::supportAutomaticRemindersStopped(store));
 }
 
 TEST_F(KestilEngagementTest, OnlyNonEmptySummariesCountAndAnotherProcessLosesNothing)
@@ -152,8 +140,16 @@ TEST_F(KestilEngagementTest, ThePageOpenedByHandPutsTheCardOffByFiveSummaries)
     KestilEngagement engagement(store);
     summarize(engagement, 3);
     engagement.recordSupportPresented();
-    const QList<Prompt> prompts = summarize(engagement, 5);
-    EXPECT_EQ(prompts.indexOf(Prompt::supportCard), 4); // at 8, not at 5
+    EXPECT_EQ(summarize(engagement, 5).indexOf(Prompt::supportCard), 4); // at 8, not at 5
+}
+
+TEST_F(KestilEngagementTest, WithoutCustomRemindersTheSystemReviewIsAskedForOnceAtFive)
+{
+    KestilEngagement engagement(store, false);
+    const QList<Prompt> prompts = summarize(engagement, 7);
+    EXPECT_EQ(prompts, (QList<Prompt>{Prompt::none, Prompt::none, Prompt::none, Prompt::none,
+                                      Prompt::nativeReview, Prompt::none, Prompt::none}));
+    EXPECT_TRUE(settings::nativeReviewRequested(store));
 }
 
 TEST_F(KestilEngagementTest, WithoutAStoreItCountsWorkAndNothingElse)

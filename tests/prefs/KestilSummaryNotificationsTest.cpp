@@ -71,8 +71,6 @@ struct FakeCenter {
 
 class KestilSummaryNotificationsTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(dir.isValid()); }
-
     KestilSummaryNotifications &make()
     {
         notifications = std::make_unique<KestilSummaryNotifications>(store, center.center());
@@ -130,16 +128,22 @@ TEST_F(KestilSummaryNotificationsTest, PostsOnlyWhenAllowedWantedAndNotInFront)
     }
 }
 
-TEST_F(KestilSummaryNotificationsTest, ARequestIsPostedOnceAndTheRecordStaysBounded)
+// The request holds no note text, only the note to open.
+TEST_F(KestilSummaryNotificationsTest, ARequestIsPostedOnceWithTheNoteToOpenAndTheRecordStaysBounded)
 {
     KestilSummaryNotifications &n = make();
-    const QUuid request = QUuid::createUuid();
+    const QUuid request = QUuid::fromString("1b4e28ba-2fa1-11d2-883f-0016d3cca427");
     const QFuture<void> first = n.deliver(note, request);
     EXPECT_TRUE(n.isPending(request));
     const QFuture<void> second = n.deliver(note, request); // while the first is on its way
     ASSERT_TRUE(settled(first) && settled(second));
     ASSERT_TRUE(settled(n.deliver(note, request))); // and after it
-    EXPECT_EQ(center.posted.size(), 1);
+    ASSERT_EQ(center.posted.size(), 1);
+    const SummaryNotificationRequest &posted = center.posted.constFirst();
+    EXPECT_EQ(posted.title, "Summary ready");
+    EXPECT_EQ(posted.body, "Your summary is saved. Open Kestil to read it.");
+    EXPECT_EQ(posted.identifier, "kestil.summary.1B4E28BA-2FA1-11D2-883F-0016D3CCA427");
+    EXPECT_EQ(posted.userInfo, (QVariantMap{{"noteID", note.toString(QUuid::WithoutBraces).toUpper()}}));
 
     for (int i = 1; i < KestilSummaryNotifications::deliveredLimit; ++i)
         ASSERT_TRUE(settled(n.deliver(note, QUuid::createUuid())));
@@ -151,18 +155,6 @@ TEST_F(KestilSummaryNotificationsTest, ARequestIsPostedOnceAndTheRecordStaysBoun
     const qsizetype before = center.posted.size();
     ASSERT_TRUE(settled(n.deliver(std::nullopt, QUuid::createUuid())));
     EXPECT_EQ(center.posted.size(), before);
-}
-
-TEST_F(KestilSummaryNotificationsTest, TheRequestHoldsNoNoteTextOnlyTheNoteToOpen)
-{
-    const QUuid request = QUuid::fromString("1b4e28ba-2fa1-11d2-883f-0016d3cca427");
-    ASSERT_TRUE(settled(make().deliver(note, request)));
-    ASSERT_EQ(center.posted.size(), 1);
-    const SummaryNotificationRequest &posted = center.posted.constFirst();
-    EXPECT_EQ(posted.title, "Summary ready");
-    EXPECT_EQ(posted.body, "Your summary is saved. Open Kestil to read it.");
-    EXPECT_EQ(posted.identifier, "kestil.summary.1B4E28BA-2FA1-11D2-883F-0016D3CCA427");
-    EXPECT_EQ(posted.userInfo, (QVariantMap{{"noteID", note.toString(QUuid::WithoutBraces).toUpper()}}));
 }
 
 TEST_F(KestilSummaryNotificationsTest, TheDesktopIsAskedOnlyWhileKestilIsInFrontAndAFailureSaysSo)
@@ -212,20 +204,16 @@ TEST_F(KestilSummaryNotificationsTest, ASummaryEndingDuringTheQuestionUsesItsAns
 TEST_F(KestilSummaryNotificationsTest, OnlyTheDefaultActionWithAValidNoteOpensIt)
 {
     const QString someNote = "6F9619FF-8B86-D011-B42D-00C04FC964FF";
-    const struct {
-        QString action;
-        QVariantMap userInfo;
-    } ignored[] = {{"dismiss", {{"noteID", someNote}}},
-                   {"default", {}},
-                   {"default", {{"noteID", 42}}},
-                   {"default", {{"noteID", "x"}}}};
-    for (const auto &c : ignored) {
-        KestilSummaryNotifications &n = make();
-        EXPECT_FALSE(n.didReceive(c.action, c.userInfo))
-            << c.action.toStdString() << " " << c.userInfo.value("noteID").toString().toStdString();
+    const std::pair<QString, QVariantMap> ignored[] = {{"dismiss", {{"noteID", someNote}}},
+                                                       {"default", {}},
+                                                       {"default", {{"noteID", 42}}},
+                                                       {"default", {{"noteID", "x"}}}};
+    KestilSummaryNotifications &n = make();
+    for (const auto &[action, userInfo] : ignored) {
+        EXPECT_FALSE(n.didReceive(action, userInfo))
+            << action.toStdString() << " " << userInfo.value("noteID").toString().toStdString();
         EXPECT_FALSE(n.noteToOpen().has_value());
     }
-    KestilSummaryNotifications &n = make();
     EXPECT_TRUE(n.didReceive("default", {{"noteID", someNote}}));
     EXPECT_EQ(n.noteToOpen(), QUuid(someNote));
 }

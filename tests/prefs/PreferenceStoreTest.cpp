@@ -24,6 +24,9 @@ using namespace kestil;
 
 namespace {
 
+constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+constexpr double infinity = std::numeric_limits<double>::infinity();
+
 QByteArray readFile(const QString &path)
 {
     QFile file(path);
@@ -42,12 +45,12 @@ QStringList entriesOf(const QString &directory)
     return QDir(directory).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name);
 }
 
+// The keys the store announced and the save failures it reported.
 struct Recorder {
     explicit Recorder(PreferenceStore &store)
     {
         QObject::connect(&store, &PreferenceStore::changed, [this](const QString &key) { changed << key; });
-        QObject::connect(&store, &PreferenceStore::writeFailed,
-                         [this](const QString &message) { failures << message; });
+        QObject::connect(&store, &PreferenceStore::writeFailed, [this](const QString &m) { failures << m; });
     }
     QStringList changed;
     QStringList failures;
@@ -55,7 +58,6 @@ struct Recorder {
 
 class PreferenceStoreTest : public ::testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(dir.isValid()); }
     QString path() const { return dir.filePath("preferences.json"); }
 
     QTemporaryDir dir;
@@ -63,7 +65,6 @@ protected:
 
 TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
 {
-    constexpr double infinity = std::numeric_limits<double>::infinity();
     struct Case {
         Case(const char *k, QVariant w, QVariant r = {}) : key(k), written(w), read(r.isValid() ? r : w) {}
         const char *key;
@@ -71,14 +72,13 @@ TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
         QVariant read; // what a reloaded store holds, type and all
     };
     const Case cases[] = {
-        {"boolTrue", true},
         {"boolFalse", false},
         {"int", 42, QVariant::fromValue<qint64>(42)},
+        {"zero", 0, QVariant::fromValue<qint64>(0)},
         {"largest", QVariant::fromValue(std::numeric_limits<qint64>::max())},
         {"smallest", QVariant::fromValue(std::numeric_limits<qint64>::min())},
         {"beyondDoublePrecision", QVariant::fromValue<qint64>((qint64(1) << 62) + 1)},
         {"unsigned", QVariant::fromValue<quint64>(7), QVariant::fromValue<qint64>(7)},
-        {"tenth", 0.1},
         {"sum", 0.1 + 0.2},
         {"integralDouble", 3.0},
         {"huge", 1e300},
@@ -95,66 +95,44 @@ TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
     };
     {
         PreferenceStore store(dir.path());
+        EXPECT_FALSE(store.contains("int"));
+        EXPECT_FALSE(store.object("int").isValid());
         for (const auto &c : cases)
             store.set(c.key, c.written);
-        store.set("negativeZero", -0.0);
-        store.set("nan", std::numeric_limits<double>::quiet_NaN());
+        store.set(QVariantMap{{"negativeZero", -0.0}, {"nan", nan}});
     }
     PreferenceStore reloaded(dir.path());
     EXPECT_TRUE(reloaded.loadWarning().isEmpty()) << reloaded.loadWarning().toStdString();
     for (const auto &c : cases) {
-        EXPECT_TRUE(reloaded.contains(c.key)) << c.key;
         EXPECT_EQ(reloaded.object(c.key).metaType(), c.read.metaType()) << c.key;
         EXPECT_EQ(reloaded.object(c.key), c.read) << c.key;
     }
-    EXPECT_EQ(reloaded.object("negativeZero").metaType().id(), QMetaType::Double);
     EXPECT_TRUE(std::signbit(reloaded.doubleValue("negativeZero")));
     EXPECT_EQ(reloaded.object("nan").metaType().id(), QMetaType::Double);
     EXPECT_TRUE(std::isnan(reloaded.doubleValue("nan")));
-    EXPECT_EQ(reloaded.doubleValue("sum"), 0.1 + 0.2);
-    EXPECT_FALSE(reloaded.boolValue("falseText"));
+
+    reloaded.remove("boolFalse");
+    EXPECT_FALSE(PreferenceStore(dir.path()).contains("boolFalse"));
 }
 
-TEST_F(PreferenceStoreTest, AMissingKeyIsDistinctFromStoredFalseAndZeroAndReadersGiveEmptyValuesForOtherTypes)
+TEST_F(PreferenceStoreTest, ReadersGiveAnEmptyValueForAnotherTypeAndIntegerTruncatesADouble)
 {
-    {
-        PreferenceStore store(dir.path());
-        EXPECT_FALSE(store.contains("flag"));
-        EXPECT_FALSE(store.object("flag").isValid());
-        EXPECT_FALSE(store.boolValue("flag"));
-        EXPECT_EQ(store.integer("count"), 0);
-        EXPECT_FALSE(QFile::exists(path())) << "reading alone writes nothing";
-
-        store.set("flag", false);
-        store.set("count", 0);
-        store.set("ratio", 0.0);
-    }
     PreferenceStore store(dir.path());
-    EXPECT_EQ(store.keys(), (QStringList{"count", "flag", "ratio"}));
-    EXPECT_EQ(store.object("flag").metaType().id(), QMetaType::Bool);
-    EXPECT_FALSE(store.object("flag").toBool());
-    EXPECT_EQ(store.object("count").metaType().id(), QMetaType::LongLong);
-    EXPECT_EQ(store.object("ratio").metaType().id(), QMetaType::Double);
-    EXPECT_FALSE(store.contains("missing"));
-
-    store.remove("flag");
-    EXPECT_FALSE(PreferenceStore(dir.path()).contains("flag"));
-
-    // Readers give empty values for other types.
-    store.set("text", "42");
-    store.set("trueText", "true");
-    store.set("one", 1);
-    store.set("fraction", 3.9);
-    store.set("negativeFraction", -3.9);
-    store.set("huge", 1e300);
-    store.set("nan", std::numeric_limits<double>::quiet_NaN());
-    store.set("list", QStringList{"x"});
-    store.set("bytes", QByteArray("x"));
-
+    EXPECT_FALSE(store.boolValue("missing"));
+    EXPECT_EQ(store.integer("missing"), 0);
+    EXPECT_FALSE(QFile::exists(path())) << "reading alone writes nothing";
+    store.set(QVariantMap{{"text", "42"},
+                          {"trueText", "true"},
+                          {"one", 1},
+                          {"fraction", 3.9},
+                          {"negativeFraction", -3.9},
+                          {"huge", 1e300},
+                          {"nan", nan},
+                          {"list", QStringList{"x"}},
+                          {"bytes", QByteArray("x")}});
     EXPECT_FALSE(store.boolValue("trueText"));
     EXPECT_FALSE(store.boolValue("one"));
     EXPECT_EQ(store.integer("text"), 0);
-    EXPECT_EQ(store.integer("trueText"), 0);
     EXPECT_EQ(store.integer("fraction"), 3);
     EXPECT_EQ(store.integer("negativeFraction"), -3);
     EXPECT_EQ(store.integer("huge"), 0);
@@ -163,9 +141,9 @@ TEST_F(PreferenceStoreTest, AMissingKeyIsDistinctFromStoredFalseAndZeroAndReader
     EXPECT_EQ(store.doubleValue("text"), 0.0);
     EXPECT_TRUE(store.string("one").isEmpty());
     EXPECT_TRUE(store.string("list").isEmpty());
-    EXPECT_TRUE(store.string("bytes").isEmpty());
     EXPECT_TRUE(store.stringArray("text").isEmpty());
     EXPECT_TRUE(store.data("text").isEmpty());
+    EXPECT_EQ(store.data("bytes"), "x");
 }
 
 TEST_F(PreferenceStoreTest, UnsupportedValuesAreRefusedAndChangeNothing)
@@ -174,26 +152,17 @@ TEST_F(PreferenceStoreTest, UnsupportedValuesAreRefusedAndChangeNothing)
     Recorder recorder(store);
     store.set("kept", 1);
     recorder.changed.clear();
-
-    const QVariant refused[] = {
-        QVariant(),
-        QVariant(QDate(2024, 1, 1)),
-        QVariant(QVariantMap{{"a", 1}}),
-        QVariant(QVariantList{"a"}),
-        QVariant::fromValue(std::numeric_limits<quint64>::max()),
-    };
+    const QVariant refused[] = {QVariant(), QDate(2024, 1, 1), QVariantMap{{"a", 1}},
+                                QVariant::fromValue(std::numeric_limits<quint64>::max())};
     for (const QVariant &value : refused) {
         try {
             store.set("kept", value);
             ADD_FAILURE() << "accepted " << value.metaType().name();
         } catch (const LocalError &error) {
-            EXPECT_TRUE(error.message().endsWith('.')) << error.message().toStdString();
-            EXPECT_TRUE(error.message().contains("kept")) << error.message().toStdString();
+            EXPECT_TRUE(error.message().contains("“kept”")) << error.message().toStdString();
         }
     }
     EXPECT_THROW(store.set(QString(), true), LocalError);
-
-    EXPECT_EQ(store.object("kept"), QVariant::fromValue<qint64>(1));
     EXPECT_EQ(PreferenceStore(dir.path()).object("kept"), QVariant::fromValue<qint64>(1));
     EXPECT_TRUE(recorder.changed.isEmpty());
     EXPECT_TRUE(recorder.failures.isEmpty());
@@ -203,15 +172,13 @@ TEST_F(PreferenceStoreTest, EveryWriteLeavesAWholeFileThatReloadsToTheStoreInMem
 {
     PreferenceStore store(dir.path());
     for (int i = 0; i < 40; ++i) {
-        const QString key = QStringLiteral("key%1").arg(i % 7);
         SCOPED_TRACE(i);
         if (i % 4 == 3)
             store.remove(QStringLiteral("key%1").arg((i + 3) % 7));
         else
-            store.set(key, i % 4 == 0   ? QVariant(i)
-                           : i % 4 == 1 ? QVariant(QString(i * 50, QChar('x')))
-                                        : QVariant(QStringList(i, "item")));
-        ASSERT_NO_THROW(decodePreferenceFile(readFile(path())));
+            store.set(QStringLiteral("key%1").arg(i % 7), i % 4 == 0   ? QVariant(i)
+                                                          : i % 4 == 1 ? QVariant(QString(i * 50, 'x'))
+                                                                       : QVariant(QStringList(i, "item")));
         PreferenceStore reloaded(dir.path());
         ASSERT_EQ(reloaded.keys(), store.keys());
         for (const QString &k : store.keys())
@@ -249,45 +216,36 @@ TEST_F(PreferenceStoreTest, AWriteCutOffHalfWayLeavesThePreviousFile)
 
     store.set("small", false);
     EXPECT_TRUE(store.lastWriteError().isEmpty());
-    PreferenceStore reloaded(dir.path());
-    EXPECT_EQ(reloaded.string("large"), large);
-    EXPECT_EQ(reloaded.object("small"), QVariant(false));
+    EXPECT_EQ(PreferenceStore(dir.path()).string("large"), large);
 }
 
-TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsAndKeepsTheValue)
+TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsKeepsTheValueAndTheSameValueRetries)
 {
     const QString blocker = dir.filePath("blocker");
     writeFile(blocker, "not a folder");
     const QString configDir = blocker + "/Kestil";
-
     PreferenceStore store(configDir);
     Recorder recorder(store);
     store.set("recordSystemAudio", false);
 
     EXPECT_EQ(store.object("recordSystemAudio"), QVariant(false));
-    EXPECT_EQ(recorder.changed, QStringList{"recordSystemAudio"});
     ASSERT_EQ(recorder.failures.size(), 1);
-    const QString message = recorder.failures[0];
-    EXPECT_TRUE(message.contains(QDir::toNativeSeparators(configDir))) << message.toStdString();
-    EXPECT_TRUE(message.endsWith('.')) << message.toStdString();
-    EXPECT_TRUE(message.contains("until Kestil quits")) << message.toStdString();
+    EXPECT_TRUE(recorder.failures[0].contains(QDir::toNativeSeparators(configDir)))
+        << recorder.failures[0].toStdString();
+    EXPECT_TRUE(recorder.failures[0].contains("until Kestil quits")) << recorder.failures[0].toStdString();
 
-    // The same value again retries the save.
     store.set("recordSystemAudio", false);
     EXPECT_EQ(recorder.failures.size(), 2);
-    EXPECT_EQ(recorder.changed.size(), 1);
-
     ASSERT_TRUE(QFile::remove(blocker));
     store.set("recordSystemAudio", false);
     EXPECT_EQ(recorder.failures.size(), 2);
-    EXPECT_TRUE(store.lastWriteError().isEmpty());
+    EXPECT_EQ(recorder.changed, QStringList{"recordSystemAudio"});
     EXPECT_EQ(PreferenceStore(configDir).object("recordSystemAudio"), QVariant(false));
 
     // Once saved, the same value writes nothing.
     ASSERT_TRUE(QFile::remove(store.filePath()));
     store.set("recordSystemAudio", false);
     EXPECT_FALSE(QFile::exists(store.filePath()));
-    EXPECT_EQ(recorder.changed.size(), 1);
 }
 
 TEST_F(PreferenceStoreTest, SeveralKeysAreSavedTogetherOrNotAtAll)
@@ -295,7 +253,6 @@ TEST_F(PreferenceStoreTest, SeveralKeysAreSavedTogetherOrNotAtAll)
     PreferenceStore store(dir.path());
     Recorder recorder(store);
     store.set("x", 1.0);
-
     EXPECT_THROW(store.set(QVariantMap{{"x", 5.0}, {"y", QDate(2024, 1, 1)}}), LocalError);
     EXPECT_EQ(store.keys(), QStringList{"x"});
     EXPECT_EQ(store.doubleValue("x"), 1.0);
@@ -307,41 +264,28 @@ TEST_F(PreferenceStoreTest, SeveralKeysAreSavedTogetherOrNotAtAll)
     store.set(QVariantMap{{"x", 1.0}, {"y", 2.0}, {"z", "z"}});
     EXPECT_EQ(recorder.changed, (QStringList{"x", "y", "z"}));
     EXPECT_EQ(seenInsideSignal, (QStringList{"y=2", "z=2"}));
-    const PreferenceStore reloaded(dir.path());
-    EXPECT_EQ(reloaded.doubleValue("y"), 2.0);
-    EXPECT_EQ(reloaded.string("z"), "z");
+    EXPECT_EQ(PreferenceStore(dir.path()).string("z"), "z");
 }
 
 TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
 {
-    const QByteArray corrupt[] = {
-        QByteArray("{\"format\": 1, \"values\": {\"a\": "),
-        QByteArray("\xff\xfe garbage \x00", 12),
-        QByteArray("[1, 2, 3]"),
-        QByteArray("{\"format\": 1, \"values\": 3}"),
-        QByteArray(),
-    };
-    for (const QByteArray &bytes : corrupt) {
+    for (const QByteArray &bytes : {QByteArray("{\"format\": 1, \"values\": {\"a\": "),
+                                    QByteArray("\xff\xfe garbage \x00", 12), QByteArray()}) {
         QTemporaryDir scratch;
-        const QString file = scratch.filePath("preferences.json");
-        writeFile(file, bytes);
-
+        writeFile(scratch.filePath("preferences.json"), bytes);
         PreferenceStore store(scratch.path());
         EXPECT_TRUE(store.keys().isEmpty());
         const QString warning = store.loadWarning();
-        ASSERT_FALSE(warning.isEmpty());
+        EXPECT_TRUE(warning.startsWith("The settings file")) << warning.toStdString();
         EXPECT_TRUE(warning.contains("default settings")) << warning.toStdString();
-
         const QStringList entries = entriesOf(scratch.path());
         ASSERT_EQ(entries.size(), 1) << entries.join(", ").toStdString();
-        const QString aside = scratch.filePath(entries[0]);
         EXPECT_TRUE(entries[0].startsWith("preferences.json.unreadable-")) << entries[0].toStdString();
-        EXPECT_TRUE(warning.contains(QDir::toNativeSeparators(aside))) << warning.toStdString();
-        EXPECT_EQ(readFile(aside), bytes);
+        EXPECT_TRUE(warning.contains(QDir::toNativeSeparators(scratch.filePath(entries[0]))));
 
         store.set("showTags", true);
         EXPECT_TRUE(store.lastWriteError().isEmpty());
-        EXPECT_EQ(readFile(aside), bytes);
+        EXPECT_EQ(readFile(scratch.filePath(entries[0])), bytes);
         EXPECT_TRUE(PreferenceStore(scratch.path()).boolValue("showTags"));
     }
 
@@ -350,9 +294,6 @@ TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
     PreferenceStore first(dir.path());
     writeFile(path(), "second");
     PreferenceStore second(dir.path());
-    ASSERT_FALSE(first.loadWarning().isEmpty());
-    ASSERT_FALSE(second.loadWarning().isEmpty());
-
     QStringList contents;
     for (const QString &entry : entriesOf(dir.path()))
         contents << QString::fromUtf8(readFile(dir.filePath(entry)));
@@ -367,9 +308,8 @@ TEST_F(PreferenceStoreTest, AFolderInPlaceOfTheFileFailsWritesUntilALoadMovesItA
         Recorder recorder(store);
         ASSERT_TRUE(QDir().mkpath(path()));
         store.set("showTags", true);
-        ASSERT_EQ(recorder.failures.size(), 1);
+        EXPECT_EQ(recorder.failures.size(), 1);
         EXPECT_TRUE(QFileInfo(path()).isDir()) << "the folder in the way is not removed";
-        EXPECT_TRUE(store.boolValue("showTags"));
     }
     writeFile(path() + "/inside", "kept");
     PreferenceStore store(dir.path());
@@ -377,7 +317,6 @@ TEST_F(PreferenceStoreTest, AFolderInPlaceOfTheFileFailsWritesUntilALoadMovesItA
     store.set("foldersExpanded", true);
     EXPECT_TRUE(store.lastWriteError().isEmpty());
     EXPECT_TRUE(QFileInfo(path()).isFile());
-
     const QStringList entries = entriesOf(dir.path());
     ASSERT_EQ(entries.size(), 2);
     EXPECT_EQ(readFile(dir.filePath(entries[1]) + "/inside"), "kept");
@@ -385,29 +324,23 @@ TEST_F(PreferenceStoreTest, AFolderInPlaceOfTheFileFailsWritesUntilALoadMovesItA
 
 TEST_F(PreferenceStoreTest, EntriesThatCannotBeReadAreWrittenBackUnchanged)
 {
-    writeFile(path(), R"({
-        "format": 1,
-        "values": {
+    writeFile(path(), R"({"format": 1, "values": {
             "good": {"type": "integer", "value": "5"},
             "fromANewerVersion": {"type": "colour", "value": [1, 0, 0]},
             "badInteger": {"type": "integer", "value": "five"},
-            "replaced": {"type": "date", "value": "2024-01-01"}
-        }
-    })");
+            "replaced": {"type": "date", "value": "2024-01-01"}}})");
     PreferenceStore store(dir.path());
     EXPECT_TRUE(store.loadWarning().isEmpty());
     EXPECT_EQ(store.keys(), QStringList{"good"});
-    EXPECT_FALSE(store.object("fromANewerVersion").isValid());
 
     store.set("other", true);
     store.set("replaced", "now text");
-
     const QJsonObject values = QJsonDocument::fromJson(readFile(path())).object().value("values").toObject();
     EXPECT_EQ(values.value("fromANewerVersion").toObject().value("type").toString(), "colour");
     EXPECT_EQ(values.value("badInteger").toObject().value("value").toString(), "five");
     PreferenceStore reloaded(dir.path());
-    EXPECT_EQ(reloaded.string("replaced"), "now text");
     EXPECT_EQ(reloaded.keys(), (QStringList{"good", "other", "replaced"}));
+    EXPECT_EQ(reloaded.string("replaced"), "now text");
 
     reloaded.remove("badInteger");
     EXPECT_FALSE(readFile(path()).contains("badInteger"));
@@ -417,7 +350,6 @@ TEST_F(PreferenceStoreTest, ChangeSignalsNameTheWrittenKeyAndObserversOfAKeyShar
 {
     PreferenceStore store(dir.path());
     Recorder recorder(store);
-
     store.set("a", true);
     store.set("b", 1);
     store.set("a", true); // same value: nothing written
@@ -425,19 +357,14 @@ TEST_F(PreferenceStoreTest, ChangeSignalsNameTheWrittenKeyAndObserversOfAKeyShar
     store.set("a", "true");
     store.remove("b");
     store.remove("b"); // already missing
-    store.remove("neverSet");
-
     EXPECT_EQ(recorder.changed, (QStringList{"a", "b", "b", "a", "b"}));
-    EXPECT_TRUE(recorder.failures.isEmpty());
 
     PreferenceValue *first = store.observe("showRecordingWidget");
     PreferenceValue *second = store.observe("showRecordingWidget");
     PreferenceValue *other = store.observe("showTags");
     ASSERT_EQ(first, second);
-    EXPECT_EQ(first->parent(), &store);
     EXPECT_EQ(first->key(), "showRecordingWidget");
     EXPECT_FALSE(first->value().isValid());
-
     QVariantList seen;
     int otherChanges = 0;
     QObject::connect(first, &PreferenceValue::valueChanged, [&](const QVariant &v) { seen << v; });
@@ -449,15 +376,8 @@ TEST_F(PreferenceStoreTest, ChangeSignalsNameTheWrittenKeyAndObserversOfAKeyShar
     EXPECT_TRUE(store.boolValue("showRecordingWidget"));
     first->remove();
     EXPECT_FALSE(store.contains("showRecordingWidget"));
-
-    ASSERT_EQ(seen.size(), 3);
-    EXPECT_EQ(seen[0], QVariant(false));
-    EXPECT_EQ(seen[1], QVariant(true));
-    EXPECT_FALSE(seen[2].isValid());
+    EXPECT_EQ(seen, (QVariantList{false, true, QVariant()}));
     EXPECT_EQ(otherChanges, 0);
-
-    first->setValue("on");
-    EXPECT_EQ(PreferenceStore(dir.path()).string("showRecordingWidget"), "on");
 }
 
 TEST_F(PreferenceStoreTest, AWriteFromAWorkerReachesMainThreadObserversQueued)
@@ -470,14 +390,12 @@ TEST_F(PreferenceStoreTest, AWriteFromAWorkerReachesMainThreadObserversQueued)
         threads << QThread::currentThreadId();
         values << v;
     });
-
-    QThread *worker = QThread::create([&] {
+    std::unique_ptr<QThread> worker(QThread::create([&] {
         for (int i = 1; i <= 20; ++i)
             store.set("kestilCompletedLocalSummaries", i);
-    });
+    }));
     worker->start();
     ASSERT_TRUE(worker->wait(10000));
-    delete worker;
     EXPECT_TRUE(values.isEmpty()) << "delivered on the main thread only";
 
     QCoreApplication::processEvents();
@@ -492,14 +410,11 @@ TEST(PreferenceStoreLocation, FollowsTheConfigurationVariables)
 {
     const QByteArray savedConfig = qgetenv("KESTIL_CONFIG_DIR");
     const QByteArray savedXdg = qgetenv("XDG_CONFIG_HOME");
-
     qputenv("KESTIL_CONFIG_DIR", "/tmp/kestil-config");
     qputenv("XDG_CONFIG_HOME", "/tmp/xdg");
     EXPECT_EQ(PreferenceStore::standardDirectory(), "/tmp/kestil-config");
-
     qunsetenv("KESTIL_CONFIG_DIR");
     EXPECT_EQ(PreferenceStore::standardDirectory(), "/tmp/xdg/Kestil");
-
     qputenv("XDG_CONFIG_HOME", "relative/path");
     EXPECT_EQ(PreferenceStore::standardDirectory(), QDir::homePath() + "/.config/Kestil");
     qunsetenv("XDG_CONFIG_HOME");
@@ -509,13 +424,41 @@ TEST(PreferenceStoreLocation, FollowsTheConfigurationVariables)
     qputenv("KESTIL_CONFIG_DIR", scratch.path().toUtf8());
     PreferenceStore &standard = PreferenceStore::standard();
     EXPECT_EQ(&standard, &PreferenceStore::standard());
-    EXPECT_EQ(standard.directory(), scratch.path());
     standard.set("transcriptionLanguage", "de-DE");
     EXPECT_TRUE(QFile::exists(scratch.filePath("preferences.json")));
-
     for (const auto &[name, value] :
          {std::pair{"KESTIL_CONFIG_DIR", savedConfig}, {"XDG_CONFIG_HOME", savedXdg}})
         value.isNull() ? qunsetenv(name) : qputenv(name, value);
+}
+
+// A hand-edited file: each entry is read when it fits its type, and kept
+// aside, unread, when it does not.
+TEST(PreferenceFile, HandWrittenValuesAreReadWhenTheyFitTheirType)
+{
+    const PreferenceFile file = decodePreferenceFile(R"({"format": 7, "values": {
+        "plainNumber": {"type": "integer", "value": 12},
+        "largestExact": {"type": "integer", "value": 9007199254740992},
+        "beyondExact": {"type": "integer", "value": 18014398509481984},
+        "negative": {"type": "integer", "value": "-7"},
+        "fraction": {"type": "integer", "value": 1.5},
+        "overflow": {"type": "integer", "value": "9223372036854775808"},
+        "wholeDouble": {"type": "double", "value": 2},
+        "textDouble": {"type": "double", "value": "2.5"},
+        "boolAsText": {"type": "bool", "value": "true"},
+        "mixedList": {"type": "stringArray", "value": ["a", 1]},
+        "badBase64": {"type": "data", "value": "***"},
+        "goodBase64": {"type": "data", "value": "AP8="},
+        "noType": {"value": true},
+        "notAnEntry": 5}})");
+    EXPECT_EQ(file.values.value("plainNumber"), QVariant::fromValue<qint64>(12));
+    EXPECT_EQ(file.values.value("largestExact"), QVariant::fromValue<qint64>(9007199254740992));
+    EXPECT_EQ(file.values.value("negative"), QVariant::fromValue<qint64>(-7));
+    EXPECT_EQ(file.values.value("wholeDouble"), QVariant(2.0));
+    EXPECT_EQ(file.values.value("goodBase64"), QVariant(QByteArray("\x00\xff", 2)));
+    QStringList unreadable = file.unreadableEntries.keys();
+    unreadable.sort();
+    EXPECT_EQ(unreadable, (QStringList{"badBase64", "beyondExact", "boolAsText", "fraction", "mixedList",
+                                       "noType", "notAnEntry", "overflow", "textDouble"}));
 }
 
 } // namespace
