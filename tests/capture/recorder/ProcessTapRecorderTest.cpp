@@ -1,6 +1,5 @@
 #include "RecorderTestSupport.h"
 
-#include "capture/ProcessTapRecorder.h"
 #include "support/SoundFiles.h"
 #include "support/TmpfsMount.h"
 
@@ -9,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <cstring>
 
 using namespace kestil;
@@ -22,21 +20,13 @@ const QUuid noteID = QUuid::fromString("0F1E2D3C-4B5A-4978-8695-A4B3C2D1E0F9");
 const QString inProgressText = "A transcription session is already in progress.";
 const QString noError = "(no error)";
 
-std::vector<unsigned char> bytesOf(const std::vector<float> &samples)
+// A tenth of a second of a 440 Hz sine at the engine's rate, as 32-bit floats.
+std::vector<unsigned char> tenthOfASecond()
 {
+    const auto samples = sine(440, ScriptedSpeechEngine::rate, qint64(ScriptedSpeechEngine::rate / 10), 0.4f);
     std::vector<unsigned char> bytes(samples.size() * sizeof(float));
     std::memcpy(bytes.data(), samples.data(), bytes.size());
     return bytes;
-}
-
-std::vector<unsigned char> tenthOfASecond()
-{
-    return bytesOf(sine(440, ScriptedSpeechEngine::rate, qint64(ScriptedSpeechEngine::rate / 10), 0.4f));
-}
-
-std::vector<unsigned char> float64Silence(size_t frames)
-{
-    return std::vector<unsigned char>(8 * frames, 0);
 }
 
 class ProcessTapRecorderTest : public ::testing::Test {
@@ -44,8 +34,8 @@ protected:
     void SetUp() override
     {
         application();
-        ASSERT_TRUE(dir.isValid());
         root = dir.filePath("data");
+        // The scripted engine hears "word1 word2" and a "tail" in it.
         tone = writeTone(dir.filePath("tone.wav"), 2.5);
         rig.useFile(tone);
     }
@@ -75,17 +65,15 @@ protected:
         return stopped.isFinished() ? stopped.result() : QString();
     }
 
-    ScriptedSource::Script scripted(int buffers, AudioSampleFormat format = AudioSampleFormat::float32)
+    // `buffers` tenths of a second, or one buffer of 64-bit floats, which no
+    // mix takes.
+    std::shared_ptr<SourceProbe> useScript(int buffers, bool float64 = false)
     {
         ScriptedSource::Script script;
-        script.format = AudioFormat{format, ScriptedSpeechEngine::rate, 1};
+        script.format = AudioFormat{float64 ? AudioSampleFormat::float64 : AudioSampleFormat::float32,
+                                    ScriptedSpeechEngine::rate, 1};
         for (int i = 0; i < buffers; ++i)
-            script.buffers.push_back(tenthOfASecond());
-        return script;
-    }
-
-    std::shared_ptr<SourceProbe> useScript(const ScriptedSource::Script &script)
-    {
+            script.buffers.push_back(float64 ? std::vector<unsigned char>(8 * 1600) : tenthOfASecond());
         auto probe = std::make_shared<SourceProbe>();
         rig.useScript(script, probe);
         return probe;
@@ -187,9 +175,10 @@ TEST_F(ProcessTapRecorderTest, AStartIsRefusedWhileStartingRunningOrFinishing)
     EXPECT_EQ(segmentsOf(root, noteID).size(), 2);
 }
 
+// The new words start after the note's earlier audio or its last utterance,
+// whichever ends later.
 TEST_F(ProcessTapRecorderTest, AContinuedNoteTimesItsNewWordsAfterTheEarlierAudioOrTranscript)
 {
-    // 10 s of audio, a transcript to 12 s: the later one wins.
     writeSegment(root, noteID, 10);
     TranscriptUtterance earlier{"E1", "Earlier words.", 9.0, 12.0, {}, {}, false};
     auto recorder = makeRecorder();
@@ -209,11 +198,9 @@ TEST_F(ProcessTapRecorderTest, AContinuedNoteTimesItsNewWordsAfterTheEarlierAudi
     EXPECT_EQ(combined[3].end, 14.5);
     EXPECT_FALSE(combined[3].isInterim);
 
-    // 30 s of audio and no utterances: the audio decides.
     const QUuid other = QUuid::createUuid();
     writeSegment(root, other, 30);
     recorder->setExistingTranscript({});
-    recorder->setExistingUtterances({});
     EXPECT_EQ(tryStart(*recorder, false, other), noError);
     EXPECT_DOUBLE_EQ(recorder->transcriptTimeOffset(), 30.0);
     ASSERT_TRUE(rig.waitForFileDelivered());
@@ -227,7 +214,7 @@ TEST_F(ProcessTapRecorderTest, PauseCompletesTheSegmentAndResumeBeginsANewOneWhi
     auto recorder = makeRecorder();
     start(*recorder);
     ASSERT_TRUE(rig.waitForFileDelivered());
-    rig.clock.advance(3);
+    rig.advanceClock(3);
     ASSERT_TRUE(waitUntil([&] { return recorder->elapsed() == 3.0; }));
 
     recorder->togglePause();
@@ -237,14 +224,14 @@ TEST_F(ProcessTapRecorderTest, PauseCompletesTheSegmentAndResumeBeginsANewOneWhi
     EXPECT_TRUE(segmentComplete(onlySegment()));
 
     // Time spent paused is not counted.
-    rig.clock.advance(100);
+    rig.advanceClock(100);
     settle(400ms);
     EXPECT_EQ(recorder->elapsed(), 3.0);
 
     recorder->togglePause();
     EXPECT_FALSE(recorder->paused());
     ASSERT_TRUE(rig.waitForFileDelivered());
-    rig.clock.advance(2);
+    rig.advanceClock(2);
     ASSERT_TRUE(waitUntil([&] { return recorder->elapsed() == 5.0; }));
 
     // One live session heard both stretches, timed in audio, not wall-clock.
@@ -280,7 +267,7 @@ TEST_F(ProcessTapRecorderTest, StopWhilePausedHasNoCaptureToEndAndStillFinishesL
 
 TEST_F(ProcessTapRecorderTest, ASecondStopDuringTheFirstGivesTheCurrentTextAtOnce)
 {
-    auto probe = useScript(scripted(10));
+    auto probe = useScript(10);
     auto finishGate = std::make_shared<Latch>();
     rig.engine->finishGate = finishGate;
     auto recorder = makeRecorder();
@@ -321,33 +308,16 @@ TEST_F(ProcessTapRecorderTest, AStopAskedForWhileStartingStopsWhatTheStartBegan)
     EXPECT_TRUE(segmentComplete(onlySegment()));
 }
 
-TEST_F(ProcessTapRecorderTest, ASixtyFourBitFloatSourceStopsTheSessionAndKeepsWhatWasWritten)
-{
-    ScriptedSource::Script script = scripted(0, AudioSampleFormat::float64);
-    script.buffers.push_back(float64Silence(1600));
-    useScript(script);
-    auto recorder = makeRecorder();
-    start(*recorder);
-    // With no owner to stop it, the recorder stops itself.
-    ASSERT_TRUE(waitUntil([&] { return !recorder->recording() && !recorder->finishing(); }));
-    EXPECT_EQ(recorder->errorMessage(),
-              "Capture stopped: Unsupported capture sample format.. Captured audio was preserved.");
-    EXPECT_FALSE(recorder->errorIsSpeechWarning());
-    EXPECT_EQ(stateChanges, 2);
-    const QString segment = onlySegment();
-    EXPECT_TRUE(segmentComplete(segment));
-    EXPECT_EQ(DurableAudioWriter::frameCount(segment), 0);
-    EXPECT_EQ(rig.engine->samplesFed.load(), 0);
-}
-
 TEST_F(ProcessTapRecorderTest, ACaptureFailureRunsTheOwnersStopOnceWhenThereIsOne)
 {
     // The source ends after two buffers and one more arrives: the failure
     // ends the intake, so the raw file has no gap.
-    ScriptedSource::Script script = scripted(3);
+    ScriptedSource::Script script;
+    script.format = AudioFormat{AudioSampleFormat::float32, ScriptedSpeechEngine::rate, 1};
+    script.buffers = {tenthOfASecond(), tenthOfASecond(), tenthOfASecond()};
     script.failureAt = 2;
     script.failure = "The sound server ended the microphone recording: gone";
-    useScript(script);
+    rig.useScript(script, std::make_shared<SourceProbe>());
     auto recorder = makeRecorder();
     int stopActions = 0;
     recorder->setStopAction([&] {
@@ -366,7 +336,7 @@ TEST_F(ProcessTapRecorderTest, ACaptureFailureRunsTheOwnersStopOnceWhenThereIsOn
 
 TEST_F(ProcessTapRecorderTest, AFailureThatArrivesAfterTheSessionEndedChangesNothing)
 {
-    auto probe = useScript(scripted(3));
+    auto probe = useScript(3);
     auto recorder = makeRecorder();
     int stopActions = 0;
     recorder->setStopAction([&] { ++stopActions; });
@@ -385,7 +355,7 @@ TEST_F(ProcessTapRecorderTest, AFailureThatArrivesAfterTheSessionEndedChangesNot
     EXPECT_EQ(stateChanges, 2);
 }
 
-TEST_F(ProcessTapRecorderTest, WithoutLiveSpeechCaptureRunsAndTheWarningStaysUntilReplaced)
+TEST_F(ProcessTapRecorderTest, WithoutLiveSpeechCaptureRunsAndTheWarningStaysUntilACaptureFailure)
 {
     rig.speechFailure = "No compatible on-device speech audio format.";
     auto recorder = makeRecorder();
@@ -401,21 +371,25 @@ TEST_F(ProcessTapRecorderTest, WithoutLiveSpeechCaptureRunsAndTheWarningStaysUnt
     EXPECT_TRUE(recorder->errorIsSpeechWarning());
     EXPECT_EQ(DurableAudioWriter::frameCount(onlySegment()), 40000);
 
-    // A capture failure replaces the warning.
-    ScriptedSource::Script script = scripted(0, AudioSampleFormat::float64);
-    script.buffers.push_back(float64Silence(16));
-    useScript(script);
+    // Audio no mix takes fails the capture, which replaces the warning; with
+    // no owner to stop it, the recorder stops itself and keeps the segment.
+    useScript(1, true);
+    const QUuid other = QUuid::createUuid();
     auto second = makeRecorder();
     QStringList messages;
     QObject::connect(second.get(), &ProcessTapRecorder::errorMessageChanged,
                      [&](const QString &message) { messages << message; });
-    start(*second);
+    EXPECT_EQ(tryStart(*second, false, other), noError);
     ASSERT_TRUE(waitUntil([&] { return !second->recording() && !second->finishing(); }));
     EXPECT_FALSE(second->errorIsSpeechWarning());
     EXPECT_EQ(second->speechWarning(), warning);
-    ASSERT_EQ(messages.size(), 2);
-    EXPECT_EQ(messages[0], warning);
-    EXPECT_TRUE(messages[1].startsWith("Capture stopped: "));
+    EXPECT_EQ(messages, (QStringList{warning, "Capture stopped: Unsupported capture sample format.. Captured "
+                                              "audio was preserved."}));
+    EXPECT_EQ(stateChanges, 4);
+    const QStringList segments = segmentsOf(root, other);
+    ASSERT_EQ(segments.size(), 1);
+    EXPECT_TRUE(segmentComplete(segments[0]));
+    EXPECT_EQ(DurableAudioWriter::frameCount(segments[0]), 0);
 }
 
 TEST_F(ProcessTapRecorderTest, ACaptureThatCannotStartCancelsLiveSpeechAndTheNextStartWorks)
@@ -423,7 +397,7 @@ TEST_F(ProcessTapRecorderTest, ACaptureThatCannotStartCancelsLiveSpeechAndTheNex
     auto probe = std::make_shared<SourceProbe>();
     auto attempts = std::make_shared<int>(0);
     const QString wav = tone;
-    rig.makeSource = [probe, attempts, wav](bool systemAudio) -> std::unique_ptr<AudioSource> {
+    rig.makeSource = [probe, attempts, wav](bool) -> std::unique_ptr<AudioSource> {
         switch ((*attempts)++) {
         case 0:
             return std::make_unique<ScriptedSource>(
@@ -431,14 +405,13 @@ TEST_F(ProcessTapRecorderTest, ACaptureThatCannotStartCancelsLiveSpeechAndTheNex
         case 1:
             // No format and no reason: the path's own text.
             return std::make_unique<ScriptedSource>(ScriptedSource::Script{}, probe);
-        case 2: {
-            ScriptedSource::Script script;
-            script.format = AudioFormat{AudioSampleFormat::float32, 48000, 2};
-            script.runError = "Failed to start audio device: busy";
-            return std::make_unique<ScriptedSource>(script, probe);
-        }
+        case 2:
+            return std::make_unique<ScriptedSource>(
+                ScriptedSource::Script{AudioFormat{AudioSampleFormat::float32, 48000, 2},
+                                       {},
+                                       "Failed to start audio device: busy"},
+                probe);
         default:
-            (void)systemAudio;
             return std::make_unique<AudioFileSource>(wav, AudioFileSource::Pace::asFastAsConsumed);
         }
     };
@@ -487,7 +460,6 @@ TEST_F(ProcessTapRecorderTest, WithoutAnInputOrWithUnreadableEarlierAudioNothing
     EXPECT_FALSE(recorder->starting());
     EXPECT_EQ(segmentsOf(root, noteID), QStringList{segment});
     EXPECT_EQ(readRawAudio(RecordingFolder::rawAudioPath(segment)), before);
-
     EXPECT_EQ(*rig.speechStarts, 0);
     EXPECT_TRUE(rig.fileSources->empty());
 }
@@ -512,7 +484,7 @@ TEST_F(ProcessTapRecorderTest, AFullDiskAtPauseKeepsTheRawAudioAndStillPauses)
     if (!disk.mounted())
         GTEST_SKIP() << "no tmpfs: " << disk.error().toStdString();
     root = disk.path();
-    useScript(scripted(5));
+    useScript(5);
     auto recorder = makeRecorder();
     start(*recorder);
     const QString segment = segmentsOf(root, noteID).value(0);
@@ -525,13 +497,7 @@ TEST_F(ProcessTapRecorderTest, AFullDiskAtPauseKeepsTheRawAudioAndStillPauses)
     }
     filler.close();
 
-    QString thrown;
-    try {
-        recorder->togglePause();
-    } catch (const std::exception &error) {
-        thrown = describe(error);
-    }
-    EXPECT_FALSE(thrown.isEmpty());
+    EXPECT_THROW(recorder->togglePause(), std::exception);
     EXPECT_TRUE(recorder->paused());
     EXPECT_TRUE(recorder->errorMessage().startsWith("Audio could not be finalized: "))
         << recorder->errorMessage().toStdString();
