@@ -28,22 +28,6 @@ inline bool writeBytes(const QString &path, const QByteArray &bytes)
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
 }
 
-// Every file under a folder with its contents, for "nothing was touched".
-inline QMap<QString, QByteArray> snapshot(const QString &folder)
-{
-    QMap<QString, QByteArray> files;
-    for (const auto &entry :
-         QDir(folder).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System)) {
-        if (entry.isSymLink())
-            files.insert(entry.absoluteFilePath(), "-> " + entry.symLinkTarget().toUtf8());
-        else if (entry.isDir())
-            files.insert(snapshot(entry.absoluteFilePath()));
-        else
-            files.insert(entry.absoluteFilePath(), fileBytes(entry.absoluteFilePath()));
-    }
-    return files;
-}
-
 // The description of the Error that `action` throws, or "(no error)".
 inline QString thrownText(const std::function<void()> &action)
 {

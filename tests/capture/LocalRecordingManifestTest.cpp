@@ -64,8 +64,6 @@ TEST(LocalRecordingManifest, DamagedManifestsAreRefusedWithTheReason)
         {"truncated.json", "at byte"},
         {"array.json", "it does not hold a JSON object"},
         {"rate-as-string.json", "“sampleRate” is not a number"},
-        {"complete-as-number.json", "“complete” is not a boolean"},
-        {"note-as-number.json", "“noteID” is not a string"},
         {"note-not-uuid.json", "“noteID” is not a UUID"},
         {"missing-rate.json", "the key “sampleRate” is missing"},
     };
@@ -88,7 +86,6 @@ TEST(LocalRecordingManifest, WriteReplacesTheFileInOneStepAndNeverWritesThroughA
     const QString outside = root.filePath("outside.json");
     ASSERT_TRUE(writeBytes(outside, "precious"));
     ASSERT_TRUE(QFile::link(outside, RecordingFolder::manifestPath(segment)));
-
     const LocalRecordingManifest manifest{noteID, 1.5, 48000, true};
     manifest.write(segment);
     EXPECT_EQ(fileBytes(outside), QByteArray("precious"));
@@ -106,6 +103,4 @@ TEST(RecordingFolder, ANoteFolderIsNamedByTheNotesUuid)
     for (const QString &name : {QString("{6b1c2d3e-4f50-4a6b-8c7d-9e0f1a2b3c4d}"), QString("6b1c2d3e-4f50"),
                                 QString("zzzzzzzz-4f50-4a6b-8c7d-9e0f1a2b3c4d")})
         EXPECT_FALSE(RecordingFolder::uuidFromName(name)) << name.toStdString();
-    EXPECT_TRUE(
-        RecordingFolder::noteFolder("/data", noteID).endsWith("/6B1C2D3E-4F50-4A6B-8C7D-9E0F1A2B3C4D"));
 }

@@ -86,20 +86,16 @@ template <typename T> QString failureOf(QFuture<T> future)
 inline QStringList segmentsOf(const QString &root, const QUuid &noteID)
 {
     QDir folder(RecordingFolder::noteFolder(root, noteID));
-    QList<std::pair<double, QString>> found;
+    QMap<std::pair<double, QString>, QString> found;
     for (const QString &name : folder.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
         double createdAt = 0;
         try {
             createdAt = LocalRecordingManifest::read(folder.filePath(name)).createdAt;
         } catch (const std::exception &) {
         }
-        found.append({createdAt, folder.filePath(name)});
+        found.insert({createdAt, name}, folder.filePath(name));
     }
-    std::sort(found.begin(), found.end());
-    QStringList segments;
-    for (const auto &entry : found)
-        segments << entry.second;
-    return segments;
+    return found.values();
 }
 
 // A WAV file of a 440 Hz sine at amplitude 0.4.
@@ -120,8 +116,7 @@ inline QString writeSegment(const QString &root, const QUuid &noteID, double sec
     return segment;
 }
 
-// The handlers a scripted source was given, for late calls, and how often
-// it was told to stop.
+// The handlers a scripted source was given, for late calls, and its stops.
 struct SourceProbe {
     std::atomic<int> invalidations{0};
     AudioSource::InputBlock block;

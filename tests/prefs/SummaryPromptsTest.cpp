@@ -1,3 +1,7 @@
+// What follows a finished summary: the support prompts' counters, and the
+// summary notification's flow with the desktop's notification service
+// replaced by a scripted one.
+#include "prefs/KestilEngagement.h"
 #include "prefs/KestilSummaryNotifications.h"
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
@@ -15,9 +19,139 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using Prompt = KestilEngagement::Prompt;
+using Action = KestilEngagement::Action;
 using Status = NotificationAuthorization;
 
 namespace {
+
+class KestilEngagementTest : public ::testing::Test {
+protected:
+    // Each summary is followed by the prompt question, as the application
+    // asks it after every change; the answers are collected.
+    QList<Prompt> summarize(KestilEngagement &engagement, int count)
+    {
+        QList<Prompt> prompts;
+        for (int i = 0; i < count; ++i) {
+            engagement.recordCompletedSummary("A summary.");
+            prompts.append(engagement.nextPrompt(true));
+        }
+        return prompts;
+    }
+
+    QTemporaryDir dir;
+    PreferenceStore store{dir.path()};
+};
+
+// The support card comes at five summaries and every five more, until a
+// click; opening the support page by hand puts it off by five.
+TEST_F(KestilEngagementTest, TheCardComesAtFiveAndEveryFiveMoreUntilAClick)
+{
+    const struct {
+        const char *name;
+        int pageOpenedAt;
+        std::optional<Action> clickAtFirstCard;
+        bool resetAfterClick;
+        QList<int> expectedCards; // at which of 16 summaries, 1-based
+    } cases[] = {
+        {"closed without a click", 0, std::nullopt, false, {5, 10, 15}},
+        {"clicked tip", 0, Action::tip, false, {5}},
+        {"clicked, then reset", 0, Action::review, true, {5}},
+        {"page opened by hand", 3, Action::share, false, {8}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        QTemporaryDir fresh;
+        PreferenceStore defaults(fresh.path());
+        KestilEngagement engagement(defaults);
+        QList<int> cards;
+        for (int i = 1; i <= 16; ++i) {
+            if (summarize(engagement, 1).constFirst() == Prompt::supportCard)
+                cards.append(i);
+            if (i == c.pageOpenedAt)
+                engagement.recordSupportPresented();
+            if (c.clickAtFirstCard && cards.size() == 1 && cards.last() == i) {
+                engagement.recordClick(*c.clickAtFirstCard);
+                if (c.resetAfterClick)
+                    engagement.resetClicks();
+            }
+        }
+        EXPECT_EQ(cards, c.expectedCards);
+    }
+}
+
+TEST_F(KestilEngagementTest, NoPromptWhileBusyOrNotIdleAndAtMostOnePerCount)
+{
+    KestilEngagement engagement(store);
+    summarize(engagement, 4);
+    engagement.recordCompletedSummary("The fifth.");
+    const QStringList keysBefore = store.keys();
+    EXPECT_EQ(engagement.nextPrompt(false), Prompt::none);
+    EXPECT_EQ(store.keys(), keysBefore);
+    engagement.beginProcessing();
+    EXPECT_EQ(engagement.nextPrompt(true), Prompt::none);
+    engagement.endProcessing();
+    engagement.endProcessing(); // never below 0
+    EXPECT_EQ(engagement.processingCount(), 0);
+    EXPECT_EQ(engagement.nextPrompt(true), Prompt::supportCard);
+    EXPECT_EQ(settings::supportPresentedSummaryCount(store), 5);
+    EXPECT_EQ(engagement.nextPrompt(true), Prompt::none);
+}
+
+TEST_F(KestilEngagementTest, StartUpReadsTheStoredCountersAsTheyMayHaveBeenLeft)
+{
+    store.set(settings::keys::kestilCompletedLocalSummaries, qint64(-3));
+    store.set(settings::keys::kestilSupportClickedActions, QStringList{"rate", "share", ""});
+    KestilEngagement engagement(store);
+    EXPECT_EQ(engagement.completedActions(), 0);
+    EXPECT_EQ(engagement.clickedActions(), QList<Action>{Action::share});
+    // A click without the stopped flag: the flag is written back.
+    EXPECT_TRUE(engagement.automaticRemindersStopped());
+    EXPECT_TRUE(settings::supportAutomaticRemindersStopped(store));
+}
+
+TEST_F(KestilEngagementTest, OnlyNonEmptySummariesCountAndAnotherProcessLosesNothing)
+{
+    KestilEngagement engagement(store);
+    engagement.recordCompletedSummary(" \n\t ");
+    EXPECT_EQ(engagement.completedActions(), 0);
+    EXPECT_FALSE(store.contains(settings::keys::kestilCompletedLocalSummaries));
+    // Another process counted to 7 meanwhile.
+    settings::setCompletedLocalSummaries(store, 7);
+    engagement.recordCompletedSummary("Saved.");
+    EXPECT_EQ(engagement.completedActions(), 8);
+    EXPECT_EQ(settings::completedLocalSummaries(store), 8);
+    settings::setCompletedLocalSummaries(store, KestilEngagement::completedCap + 50);
+    engagement.recordCompletedSummary("Saved.");
+    EXPECT_EQ(engagement.completedActions(), KestilEngagement::completedCap + 1);
+}
+
+TEST_F(KestilEngagementTest, ClicksAreStoredSortedAndResetKeepsRemindersOff)
+{
+    KestilEngagement engagement(store);
+    summarize(engagement, 3);
+    EXPECT_EQ(engagement.resetClicks(), "Saved clicks reset.");
+    engagement.recordClick(Action::tip);
+    engagement.recordClick(Action::feedback);
+    engagement.recordClick(Action::tip);
+    EXPECT_EQ(settings::supportClickedActions(store), (QStringList{"feedback", "tip"}));
+    EXPECT_TRUE(engagement.hasClicked(Action::tip));
+    EXPECT_FALSE(engagement.hasClicked(Action::review));
+    EXPECT_EQ(engagement.resetClicks(), "Saved clicks reset. Automatic reminders stay off.");
+    EXPECT_FALSE(store.contains(settings::keys::kestilSupportClickedActions));
+    EXPECT_TRUE(engagement.clickedActions().isEmpty());
+    EXPECT_TRUE(engagement.automaticRemindersStopped());
+    EXPECT_EQ(settings::supportPresentedSummaryCount(store), 3);
+}
+
+TEST_F(KestilEngagementTest, WithoutCustomRemindersTheSystemReviewIsAskedForOnceAtFive)
+{
+    KestilEngagement engagement(store, false);
+    const QList<Prompt> prompts = summarize(engagement, 7);
+    EXPECT_EQ(prompts, (QList<Prompt>{Prompt::none, Prompt::none, Prompt::none, Prompt::none,
+                                      Prompt::nativeReview, Prompt::none, Prompt::none}));
+    EXPECT_TRUE(settings::nativeReviewRequested(store));
+}
 
 template <typename T> bool settled(const QFuture<T> &future)
 {
@@ -92,24 +226,19 @@ protected:
 
 TEST_F(KestilSummaryNotificationsTest, PostsOnlyWhenAllowedWantedAndNotInFront)
 {
-    const QString postingFailed = "The summary was saved, but its notification could not be shown.";
     const struct {
         const char *name;
         QVariant preference; // invalid: the key is missing
         Status status;
-        bool active;
-        bool enqueueFails;
-        bool posted;
-        std::optional<QString> error;
+        bool active, enqueueFails, posted;
     } cases[] = {
-        {"wanted by default", QVariant(), Status::authorized, false, false, true, std::nullopt},
-        {"text counts as on", "false", Status::provisional, false, false, true, std::nullopt},
-        {"switched off", false, Status::authorized, false, false, false, std::nullopt},
-        {"no service is no error", QVariant(), Status::denied, false, false, false, std::nullopt},
-        {"never asked in the background", QVariant(), Status::notDetermined, false, false, false,
-         std::nullopt},
-        {"window in front", QVariant(), Status::authorized, true, false, false, std::nullopt},
-        {"posting fails", QVariant(), Status::authorized, false, true, false, postingFailed},
+        {"wanted by default", QVariant(), Status::authorized, false, false, true},
+        {"provisional is allowed", QVariant(), Status::provisional, false, false, true},
+        {"switched off", false, Status::authorized, false, false, false},
+        {"no service is no error", QVariant(), Status::denied, false, false, false},
+        {"never asked in the background", QVariant(), Status::notDetermined, false, false, false},
+        {"window in front", QVariant(), Status::authorized, true, false, false},
+        {"posting fails", QVariant(), Status::authorized, false, true, false},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.name);
@@ -120,9 +249,11 @@ TEST_F(KestilSummaryNotificationsTest, PostsOnlyWhenAllowedWantedAndNotInFront)
         const QUuid request = QUuid::createUuid();
         ASSERT_TRUE(settled(make().deliver(note, request)));
         EXPECT_EQ(center.posted.size(), c.posted ? 1 : 0);
-        EXPECT_EQ(notifications->deliveryError(), c.error);
+        EXPECT_EQ(notifications->deliveryError(),
+                  c.enqueueFails ? std::optional<QString>("The summary was saved, but its notification could "
+                                                          "not be shown.")
+                                 : std::nullopt);
         EXPECT_FALSE(notifications->isPending(request));
-        EXPECT_EQ(notifications->deliveredCount(), c.posted ? 1 : 0);
         // Delivery asks nobody: a prompt belongs to the start of a summary.
         EXPECT_EQ(center.requests, 0);
     }
@@ -140,17 +271,13 @@ TEST_F(KestilSummaryNotificationsTest, ARequestIsPostedOnceWithTheNoteToOpenAndT
     ASSERT_TRUE(settled(n.deliver(note, request))); // and after it
     ASSERT_EQ(center.posted.size(), 1);
     const SummaryNotificationRequest &posted = center.posted.constFirst();
-    EXPECT_EQ(posted.title, "Summary ready");
-    EXPECT_EQ(posted.body, "Your summary is saved. Open Kestil to read it.");
     EXPECT_EQ(posted.identifier, "kestil.summary.1B4E28BA-2FA1-11D2-883F-0016D3CCA427");
     EXPECT_EQ(posted.userInfo, (QVariantMap{{"noteID", note.toString(QUuid::WithoutBraces).toUpper()}}));
-
     for (int i = 1; i < KestilSummaryNotifications::deliveredLimit; ++i)
         ASSERT_TRUE(settled(n.deliver(note, QUuid::createUuid())));
     EXPECT_EQ(n.deliveredCount(), KestilSummaryNotifications::deliveredLimit);
     ASSERT_TRUE(settled(n.deliver(note, QUuid::createUuid())));
     EXPECT_EQ(n.deliveredCount(), 1);
-
     // No note id, nothing to open: nothing is posted.
     const qsizetype before = center.posted.size();
     ASSERT_TRUE(settled(n.deliver(std::nullopt, QUuid::createUuid())));
@@ -165,7 +292,6 @@ TEST_F(KestilSummaryNotificationsTest, TheDesktopIsAskedOnlyWhileKestilIsInFront
     ASSERT_TRUE(settled(n.refreshAuthorization()));
     finishPermissionFlow();
     EXPECT_EQ(center.requests, 0);
-
     center.active = true;
     center.requestThrows = true;
     center.statusAfterRequest = Status::notDetermined;
@@ -173,7 +299,6 @@ TEST_F(KestilSummaryNotificationsTest, TheDesktopIsAskedOnlyWhileKestilIsInFront
     finishPermissionFlow();
     EXPECT_EQ(center.requests, 1);
     EXPECT_EQ(n.deliveryError(), "Notifications could not be enabled. Your summaries still work normally.");
-
     center.requestThrows = false;
     center.statusAfterRequest = Status::authorized;
     n.startPermissionFlow();

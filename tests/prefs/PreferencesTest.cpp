@@ -1,6 +1,8 @@
-#include "prefs/PreferenceStore.h"
 #include "base/Error.h"
+#include "prefs/ApplicationInfo.h"
 #include "prefs/PreferenceFile.h"
+#include "prefs/PreferenceStore.h"
+#include "prefs/SettingsKeys.h"
 
 #include <QDate>
 #include <QDir>
@@ -21,6 +23,7 @@
 #include <sys/resource.h>
 
 using namespace kestil;
+using namespace kestil::settings;
 
 namespace {
 
@@ -74,14 +77,10 @@ TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
     const Case cases[] = {
         {"boolFalse", false},
         {"int", 42, QVariant::fromValue<qint64>(42)},
-        {"zero", 0, QVariant::fromValue<qint64>(0)},
         {"largest", QVariant::fromValue(std::numeric_limits<qint64>::max())},
         {"smallest", QVariant::fromValue(std::numeric_limits<qint64>::min())},
-        {"beyondDoublePrecision", QVariant::fromValue<qint64>((qint64(1) << 62) + 1)},
-        {"unsigned", QVariant::fromValue<quint64>(7), QVariant::fromValue<qint64>(7)},
         {"sum", 0.1 + 0.2},
         {"integralDouble", 3.0},
-        {"huge", 1e300},
         {"float", 1.5f, 1.5},
         {"inf", infinity},
         {"minusInf", -infinity},
@@ -89,7 +88,6 @@ TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
         {"emptyText", QString()},
         {"unicode", "Grüße, 日本語 😀 \"quoted\"\n"},
         {"list", QStringList{"a", "", "b,c", "ü"}},
-        {"emptyList", QStringList()},
         {"binary", QByteArray("\x00\xff\x80 data\n", 9)},
         {"emptyBinary", QByteArray()},
     };
@@ -110,7 +108,6 @@ TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
     EXPECT_TRUE(std::signbit(reloaded.doubleValue("negativeZero")));
     EXPECT_EQ(reloaded.object("nan").metaType().id(), QMetaType::Double);
     EXPECT_TRUE(std::isnan(reloaded.doubleValue("nan")));
-
     reloaded.remove("boolFalse");
     EXPECT_FALSE(PreferenceStore(dir.path()).contains("boolFalse"));
 }
@@ -118,35 +115,23 @@ TEST_F(PreferenceStoreTest, ValuesKeepTheirTypesAcrossAReload)
 TEST_F(PreferenceStoreTest, ReadersGiveAnEmptyValueForAnotherTypeAndIntegerTruncatesADouble)
 {
     PreferenceStore store(dir.path());
-    EXPECT_FALSE(store.boolValue("missing"));
     EXPECT_EQ(store.integer("missing"), 0);
     EXPECT_FALSE(QFile::exists(path())) << "reading alone writes nothing";
-    store.set(QVariantMap{{"text", "42"},
-                          {"trueText", "true"},
-                          {"one", 1},
-                          {"fraction", 3.9},
-                          {"negativeFraction", -3.9},
-                          {"huge", 1e300},
-                          {"nan", nan},
-                          {"list", QStringList{"x"}},
-                          {"bytes", QByteArray("x")}});
-    EXPECT_FALSE(store.boolValue("trueText"));
+    store.set(QVariantMap{{"text", "true"}, {"one", 1}, {"fraction", -3.9}, {"huge", 1e300}, {"nan", nan}});
+    EXPECT_FALSE(store.boolValue("text"));
     EXPECT_FALSE(store.boolValue("one"));
     EXPECT_EQ(store.integer("text"), 0);
-    EXPECT_EQ(store.integer("fraction"), 3);
-    EXPECT_EQ(store.integer("negativeFraction"), -3);
+    EXPECT_EQ(store.integer("fraction"), -3);
     EXPECT_EQ(store.integer("huge"), 0);
     EXPECT_EQ(store.integer("nan"), 0);
     EXPECT_EQ(store.doubleValue("one"), 1.0);
     EXPECT_EQ(store.doubleValue("text"), 0.0);
     EXPECT_TRUE(store.string("one").isEmpty());
-    EXPECT_TRUE(store.string("list").isEmpty());
     EXPECT_TRUE(store.stringArray("text").isEmpty());
     EXPECT_TRUE(store.data("text").isEmpty());
-    EXPECT_EQ(store.data("bytes"), "x");
 }
 
-TEST_F(PreferenceStoreTest, UnsupportedValuesAreRefusedAndChangeNothing)
+TEST_F(PreferenceStoreTest, UnsupportedValuesAreRefusedAndChangeNothingNotEvenBesideOthers)
 {
     PreferenceStore store(dir.path());
     Recorder recorder(store);
@@ -163,39 +148,23 @@ TEST_F(PreferenceStoreTest, UnsupportedValuesAreRefusedAndChangeNothing)
         }
     }
     EXPECT_THROW(store.set(QString(), true), LocalError);
+    // Several keys are saved together or not at all.
+    EXPECT_THROW(store.set(QVariantMap{{"kept", 5}, {"y", QDate(2024, 1, 1)}}), LocalError);
+    EXPECT_EQ(store.keys(), QStringList{"kept"});
     EXPECT_EQ(PreferenceStore(dir.path()).object("kept"), QVariant::fromValue<qint64>(1));
     EXPECT_TRUE(recorder.changed.isEmpty());
     EXPECT_TRUE(recorder.failures.isEmpty());
 }
 
-TEST_F(PreferenceStoreTest, EveryWriteLeavesAWholeFileThatReloadsToTheStoreInMemory)
-{
-    PreferenceStore store(dir.path());
-    for (int i = 0; i < 40; ++i) {
-        SCOPED_TRACE(i);
-        if (i % 4 == 3)
-            store.remove(QStringLiteral("key%1").arg((i + 3) % 7));
-        else
-            store.set(QStringLiteral("key%1").arg(i % 7), i % 4 == 0   ? QVariant(i)
-                                                          : i % 4 == 1 ? QVariant(QString(i * 50, 'x'))
-                                                                       : QVariant(QStringList(i, "item")));
-        PreferenceStore reloaded(dir.path());
-        ASSERT_EQ(reloaded.keys(), store.keys());
-        for (const QString &k : store.keys())
-            ASSERT_EQ(reloaded.object(k), store.object(k)) << k.toStdString();
-        ASSERT_EQ(entriesOf(dir.path()), QStringList{"preferences.json"});
-    }
-    EXPECT_TRUE(store.lastWriteError().isEmpty());
-}
-
-TEST_F(PreferenceStoreTest, AWriteCutOffHalfWayLeavesThePreviousFile)
+// A write cut off half way leaves the previous file whole; the value stays in
+// memory, and setting it again retries the save until one works.
+TEST_F(PreferenceStoreTest, AFailedWriteLeavesThePreviousFileAndTheSameValueRetriesIt)
 {
     PreferenceStore store(dir.path());
     Recorder recorder(store);
     store.set("small", true);
     const QByteArray before = readFile(path());
     ASSERT_FALSE(before.isEmpty());
-
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit original{};
     ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &original), 0);
@@ -204,67 +173,23 @@ TEST_F(PreferenceStoreTest, AWriteCutOffHalfWayLeavesThePreviousFile)
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limited), 0);
     const QString large(100000, QChar('z'));
     store.set("large", large);
+    store.set("large", large);
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &original), 0);
-
     EXPECT_EQ(readFile(path()), before);
     EXPECT_EQ(entriesOf(dir.path()), QStringList{"preferences.json"});
     EXPECT_EQ(store.string("large"), large);
-    ASSERT_EQ(recorder.failures.size(), 1);
+    ASSERT_EQ(recorder.failures.size(), 2);
     EXPECT_TRUE(recorder.failures[0].contains("until Kestil quits")) << recorder.failures[0].toStdString();
-    EXPECT_EQ(store.lastWriteError(), recorder.failures[0]);
+    EXPECT_EQ(store.lastWriteError(), recorder.failures[1]);
     EXPECT_EQ(recorder.changed, (QStringList{"small", "large"}));
-
-    store.set("small", false);
+    store.set("large", large);
     EXPECT_TRUE(store.lastWriteError().isEmpty());
+    EXPECT_EQ(recorder.failures.size(), 2);
     EXPECT_EQ(PreferenceStore(dir.path()).string("large"), large);
-}
-
-TEST_F(PreferenceStoreTest, AFolderThatCannotBeCreatedReportsKeepsTheValueAndTheSameValueRetries)
-{
-    const QString blocker = dir.filePath("blocker");
-    writeFile(blocker, "not a folder");
-    const QString configDir = blocker + "/Kestil";
-    PreferenceStore store(configDir);
-    Recorder recorder(store);
-    store.set("recordSystemAudio", false);
-
-    EXPECT_EQ(store.object("recordSystemAudio"), QVariant(false));
-    ASSERT_EQ(recorder.failures.size(), 1);
-    EXPECT_TRUE(recorder.failures[0].contains(QDir::toNativeSeparators(configDir)))
-        << recorder.failures[0].toStdString();
-    EXPECT_TRUE(recorder.failures[0].contains("until Kestil quits")) << recorder.failures[0].toStdString();
-
-    store.set("recordSystemAudio", false);
-    EXPECT_EQ(recorder.failures.size(), 2);
-    ASSERT_TRUE(QFile::remove(blocker));
-    store.set("recordSystemAudio", false);
-    EXPECT_EQ(recorder.failures.size(), 2);
-    EXPECT_EQ(recorder.changed, QStringList{"recordSystemAudio"});
-    EXPECT_EQ(PreferenceStore(configDir).object("recordSystemAudio"), QVariant(false));
-
     // Once saved, the same value writes nothing.
-    ASSERT_TRUE(QFile::remove(store.filePath()));
-    store.set("recordSystemAudio", false);
-    EXPECT_FALSE(QFile::exists(store.filePath()));
-}
-
-TEST_F(PreferenceStoreTest, SeveralKeysAreSavedTogetherOrNotAtAll)
-{
-    PreferenceStore store(dir.path());
-    Recorder recorder(store);
-    store.set("x", 1.0);
-    EXPECT_THROW(store.set(QVariantMap{{"x", 5.0}, {"y", QDate(2024, 1, 1)}}), LocalError);
-    EXPECT_EQ(store.keys(), QStringList{"x"});
-    EXPECT_EQ(store.doubleValue("x"), 1.0);
-
-    QStringList seenInsideSignal;
-    QObject::connect(&store, &PreferenceStore::changed, [&](const QString &key) {
-        seenInsideSignal << key + "=" + QString::number(store.doubleValue("y"));
-    });
-    store.set(QVariantMap{{"x", 1.0}, {"y", 2.0}, {"z", "z"}});
-    EXPECT_EQ(recorder.changed, (QStringList{"x", "y", "z"}));
-    EXPECT_EQ(seenInsideSignal, (QStringList{"y=2", "z=2"}));
-    EXPECT_EQ(PreferenceStore(dir.path()).string("z"), "z");
+    ASSERT_TRUE(QFile::remove(path()));
+    store.set("large", large);
+    EXPECT_FALSE(QFile::exists(path()));
 }
 
 TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
@@ -282,13 +207,11 @@ TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
         ASSERT_EQ(entries.size(), 1) << entries.join(", ").toStdString();
         EXPECT_TRUE(entries[0].startsWith("preferences.json.unreadable-")) << entries[0].toStdString();
         EXPECT_TRUE(warning.contains(QDir::toNativeSeparators(scratch.filePath(entries[0]))));
-
         store.set("showTags", true);
         EXPECT_TRUE(store.lastWriteError().isEmpty());
         EXPECT_EQ(readFile(scratch.filePath(entries[0])), bytes);
         EXPECT_TRUE(PreferenceStore(scratch.path()).boolValue("showTags"));
     }
-
     // Successive corrupt files are all kept.
     writeFile(path(), "first");
     PreferenceStore first(dir.path());
@@ -301,52 +224,7 @@ TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
     EXPECT_EQ(contents, (QStringList{"first", "second"}));
 }
 
-TEST_F(PreferenceStoreTest, AFolderInPlaceOfTheFileFailsWritesUntilALoadMovesItAside)
-{
-    {
-        PreferenceStore store(dir.path());
-        Recorder recorder(store);
-        ASSERT_TRUE(QDir().mkpath(path()));
-        store.set("showTags", true);
-        EXPECT_EQ(recorder.failures.size(), 1);
-        EXPECT_TRUE(QFileInfo(path()).isDir()) << "the folder in the way is not removed";
-    }
-    writeFile(path() + "/inside", "kept");
-    PreferenceStore store(dir.path());
-    EXPECT_FALSE(store.loadWarning().isEmpty());
-    store.set("foldersExpanded", true);
-    EXPECT_TRUE(store.lastWriteError().isEmpty());
-    EXPECT_TRUE(QFileInfo(path()).isFile());
-    const QStringList entries = entriesOf(dir.path());
-    ASSERT_EQ(entries.size(), 2);
-    EXPECT_EQ(readFile(dir.filePath(entries[1]) + "/inside"), "kept");
-}
-
-TEST_F(PreferenceStoreTest, EntriesThatCannotBeReadAreWrittenBackUnchanged)
-{
-    writeFile(path(), R"({"format": 1, "values": {
-            "good": {"type": "integer", "value": "5"},
-            "fromANewerVersion": {"type": "colour", "value": [1, 0, 0]},
-            "badInteger": {"type": "integer", "value": "five"},
-            "replaced": {"type": "date", "value": "2024-01-01"}}})");
-    PreferenceStore store(dir.path());
-    EXPECT_TRUE(store.loadWarning().isEmpty());
-    EXPECT_EQ(store.keys(), QStringList{"good"});
-
-    store.set("other", true);
-    store.set("replaced", "now text");
-    const QJsonObject values = QJsonDocument::fromJson(readFile(path())).object().value("values").toObject();
-    EXPECT_EQ(values.value("fromANewerVersion").toObject().value("type").toString(), "colour");
-    EXPECT_EQ(values.value("badInteger").toObject().value("value").toString(), "five");
-    PreferenceStore reloaded(dir.path());
-    EXPECT_EQ(reloaded.keys(), (QStringList{"good", "other", "replaced"}));
-    EXPECT_EQ(reloaded.string("replaced"), "now text");
-
-    reloaded.remove("badInteger");
-    EXPECT_FALSE(readFile(path()).contains("badInteger"));
-}
-
-TEST_F(PreferenceStoreTest, ChangeSignalsNameTheWrittenKeyAndObserversOfAKeyShareOneValue)
+TEST_F(PreferenceStoreTest, ChangeSignalsNameEachWrittenKeyOnceAllAreInPlaceAndObserversShareOneValue)
 {
     PreferenceStore store(dir.path());
     Recorder recorder(store);
@@ -358,7 +236,15 @@ TEST_F(PreferenceStoreTest, ChangeSignalsNameTheWrittenKeyAndObserversOfAKeyShar
     store.remove("b");
     store.remove("b"); // already missing
     EXPECT_EQ(recorder.changed, (QStringList{"a", "b", "b", "a", "b"}));
-
+    // Several keys in one write: each changed one is announced, in key
+    // order, once all are in place.
+    recorder.changed.clear();
+    QStringList seenInsideSignal;
+    QObject::connect(&store, &PreferenceStore::changed,
+                     [&](const QString &key) { seenInsideSignal << key + "=" + store.string("z"); });
+    store.set(QVariantMap{{"a", "true"}, {"y", 2.0}, {"z", "z"}});
+    EXPECT_EQ(recorder.changed, (QStringList{"y", "z"}));
+    EXPECT_EQ(seenInsideSignal, (QStringList{"y=z", "z=z"}));
     PreferenceValue *first = store.observe("showRecordingWidget");
     PreferenceValue *second = store.observe("showRecordingWidget");
     PreferenceValue *other = store.observe("showTags");
@@ -369,7 +255,6 @@ TEST_F(PreferenceStoreTest, ChangeSignalsNameTheWrittenKeyAndObserversOfAKeyShar
     int otherChanges = 0;
     QObject::connect(first, &PreferenceValue::valueChanged, [&](const QVariant &v) { seen << v; });
     QObject::connect(other, &PreferenceValue::valueChanged, [&] { ++otherChanges; });
-
     store.set("showRecordingWidget", false);
     EXPECT_EQ(first->value(), QVariant(false));
     second->setValue(true);
@@ -397,7 +282,6 @@ TEST_F(PreferenceStoreTest, AWriteFromAWorkerReachesMainThreadObserversQueued)
     worker->start();
     ASSERT_TRUE(worker->wait(10000));
     EXPECT_TRUE(values.isEmpty()) << "delivered on the main thread only";
-
     QCoreApplication::processEvents();
     ASSERT_EQ(values.size(), 20);
     for (Qt::HANDLE thread : threads)
@@ -408,8 +292,7 @@ TEST_F(PreferenceStoreTest, AWriteFromAWorkerReachesMainThreadObserversQueued)
 
 TEST(PreferenceStoreLocation, FollowsTheConfigurationVariables)
 {
-    const QByteArray savedConfig = qgetenv("KESTIL_CONFIG_DIR");
-    const QByteArray savedXdg = qgetenv("XDG_CONFIG_HOME");
+    const QByteArray savedConfig = qgetenv("KESTIL_CONFIG_DIR"), savedXdg = qgetenv("XDG_CONFIG_HOME");
     qputenv("KESTIL_CONFIG_DIR", "/tmp/kestil-config");
     qputenv("XDG_CONFIG_HOME", "/tmp/xdg");
     EXPECT_EQ(PreferenceStore::standardDirectory(), "/tmp/kestil-config");
@@ -417,9 +300,6 @@ TEST(PreferenceStoreLocation, FollowsTheConfigurationVariables)
     EXPECT_EQ(PreferenceStore::standardDirectory(), "/tmp/xdg/Kestil");
     qputenv("XDG_CONFIG_HOME", "relative/path");
     EXPECT_EQ(PreferenceStore::standardDirectory(), QDir::homePath() + "/.config/Kestil");
-    qunsetenv("XDG_CONFIG_HOME");
-    EXPECT_EQ(PreferenceStore::standardDirectory(), QDir::homePath() + "/.config/Kestil");
-
     QTemporaryDir scratch;
     qputenv("KESTIL_CONFIG_DIR", scratch.path().toUtf8());
     PreferenceStore &standard = PreferenceStore::standard();
@@ -431,11 +311,11 @@ TEST(PreferenceStoreLocation, FollowsTheConfigurationVariables)
         value.isNull() ? qunsetenv(name) : qputenv(name, value);
 }
 
-// A hand-edited file: each entry is read when it fits its type, and kept
-// aside, unread, when it does not.
-TEST(PreferenceFile, HandWrittenValuesAreReadWhenTheyFitTheirType)
+// A hand-edited file: each entry is read when it fits its type; the others
+// (from a newer version, or edited by hand) are written back unchanged.
+TEST_F(PreferenceStoreTest, HandWrittenEntriesAreReadWhenTheyFitTheirTypeAndTheOthersAreKept)
 {
-    const PreferenceFile file = decodePreferenceFile(R"({"format": 7, "values": {
+    writeFile(path(), R"({"format": 7, "values": {
         "plainNumber": {"type": "integer", "value": 12},
         "largestExact": {"type": "integer", "value": 9007199254740992},
         "beyondExact": {"type": "integer", "value": 18014398509481984},
@@ -448,17 +328,155 @@ TEST(PreferenceFile, HandWrittenValuesAreReadWhenTheyFitTheirType)
         "mixedList": {"type": "stringArray", "value": ["a", 1]},
         "badBase64": {"type": "data", "value": "***"},
         "goodBase64": {"type": "data", "value": "AP8="},
+        "fromANewerVersion": {"type": "colour", "value": [1, 0, 0]},
+        "replaced": {"type": "date", "value": "2024-01-01"},
         "noType": {"value": true},
         "notAnEntry": 5}})");
-    EXPECT_EQ(file.values.value("plainNumber"), QVariant::fromValue<qint64>(12));
-    EXPECT_EQ(file.values.value("largestExact"), QVariant::fromValue<qint64>(9007199254740992));
-    EXPECT_EQ(file.values.value("negative"), QVariant::fromValue<qint64>(-7));
-    EXPECT_EQ(file.values.value("wholeDouble"), QVariant(2.0));
-    EXPECT_EQ(file.values.value("goodBase64"), QVariant(QByteArray("\x00\xff", 2)));
-    QStringList unreadable = file.unreadableEntries.keys();
-    unreadable.sort();
-    EXPECT_EQ(unreadable, (QStringList{"badBase64", "beyondExact", "boolAsText", "fraction", "mixedList",
-                                       "noType", "notAnEntry", "overflow", "textDouble"}));
+    PreferenceStore store(dir.path());
+    EXPECT_TRUE(store.loadWarning().isEmpty());
+    EXPECT_EQ(store.keys(),
+              (QStringList{"goodBase64", "largestExact", "negative", "plainNumber", "wholeDouble"}));
+    EXPECT_EQ(store.object("plainNumber"), QVariant::fromValue<qint64>(12));
+    EXPECT_EQ(store.object("largestExact"), QVariant::fromValue<qint64>(9007199254740992));
+    EXPECT_EQ(store.object("negative"), QVariant::fromValue<qint64>(-7));
+    EXPECT_EQ(store.object("wholeDouble"), QVariant(2.0));
+    EXPECT_EQ(store.object("goodBase64"), QVariant(QByteArray("\x00\xff", 2)));
+
+    store.set("replaced", "now text");
+    store.remove("badBase64");
+    const QJsonObject values = QJsonDocument::fromJson(readFile(path())).object().value("values").toObject();
+    EXPECT_EQ(values.value("fromANewerVersion").toObject().value("type").toString(), "colour");
+    EXPECT_EQ(values.value("fraction").toObject().value("value").toDouble(), 1.5);
+    EXPECT_EQ(values.size(), 15);
+    EXPECT_FALSE(values.contains("badBase64"));
+    EXPECT_EQ(PreferenceStore(dir.path()).string("replaced"), "now text");
+}
+
+class SettingsKeysTest : public ::testing::Test {
+protected:
+    QTemporaryDir dir;
+    PreferenceStore store{dir.path()};
+};
+
+// A switch reads as its default until its writer stores the other value,
+// which the next launch reads back; only a stored boolean moves it.
+TEST_F(SettingsKeysTest, ASwitchKeepsItsDefaultUntilItsWriterStoresTheOtherValue)
+{
+    const struct {
+        QLatin1StringView key;
+        bool (*read)(const PreferenceStore &);
+        void (*write)(PreferenceStore &, bool);
+        bool byDefault;
+    } cases[] = {
+        {keys::recordSystemAudio, recordSystemAudio, setRecordSystemAudio, true},
+        {keys::showRecordingWidget, showRecordingWidget, setShowRecordingWidget, true},
+        {keys::kestilPrivateICloudSyncEnabled, privateICloudSyncEnabled, setPrivateICloudSyncEnabled, true},
+        {keys::kestilSummaryNotificationsEnabled, summaryNotificationsEnabled, setSummaryNotificationsEnabled,
+         true},
+        {keys::kestilOnDeviceLanguageModelEnabled, onDeviceLanguageModelEnabled,
+         setOnDeviceLanguageModelEnabled, true},
+        {keys::foldersExpanded, foldersExpanded, setFoldersExpanded, false},
+        {keys::showTags, showTags, setShowTags, false},
+        {keys::preferCleanedTranscript, preferCleanedTranscript, setPreferCleanedTranscript, false},
+        {keys::kestilWelcomeCompleted, welcomeCompleted, setWelcomeCompleted, false},
+        {keys::kestilSupportAutomaticRemindersStopped, supportAutomaticRemindersStopped,
+         setSupportAutomaticRemindersStopped, false},
+        {keys::kestilNativeReviewRequested, nativeReviewRequested, setNativeReviewRequested, false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.key.data());
+        EXPECT_EQ(c.read(store), c.byDefault);
+        for (const QVariant &notABoolean :
+             {QVariant(c.byDefault ? "false" : "true"), QVariant(qint64(!c.byDefault))}) {
+            store.set(c.key, notABoolean);
+            EXPECT_EQ(c.read(store), c.byDefault);
+        }
+        c.write(store, !c.byDefault);
+        EXPECT_EQ(c.read(PreferenceStore(dir.path())), !c.byDefault);
+        c.write(store, c.byDefault);
+        EXPECT_EQ(c.read(store), c.byDefault);
+    }
+    EXPECT_TRUE(syncFolderAutoSyncEnabled(store));
+    store.set(keys::syncFolderAutoSyncEnabled, false);
+    EXPECT_FALSE(syncFolderAutoSyncEnabled(store));
+}
+
+TEST_F(SettingsKeysTest, TextSettingsFallBackToTheirDefaultsWhenEmptyOrNotText)
+{
+    const struct {
+        QString (*read)(const PreferenceStore &);
+        void (*write)(PreferenceStore &, const QString &);
+        QString byDefault;
+    } cases[] = {
+        {transcriptionLanguage, setTranscriptionLanguage, "en-US"},
+        {selectedThemeColor, setSelectedThemeColor, "Purple"},
+        {selectedAppearanceMode, setSelectedAppearanceMode, "System"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.byDefault.toStdString());
+        EXPECT_EQ(c.read(store), c.byDefault);
+        c.write(store, "chosen");
+        EXPECT_EQ(c.read(PreferenceStore(dir.path())), "chosen");
+        c.write(store, QString());
+        EXPECT_EQ(c.read(store), c.byDefault);
+    }
+    store.set(keys::transcriptionLanguage, 5);
+    EXPECT_EQ(transcriptionLanguage(store), "en-US");
+}
+
+TEST_F(SettingsKeysTest, TheWidgetPositionCountsOnlyWithTwoFiniteNumbers)
+{
+    store.set(keys::recordingWidgetPositionX, 100.5);
+    EXPECT_FALSE(recordingWidgetPosition(store));
+    store.remove(keys::recordingWidgetPositionX);
+    store.set(keys::recordingWidgetPositionY, 40.0);
+    EXPECT_FALSE(recordingWidgetPosition(store));
+    for (const QVariant &x : {QVariant("100"), QVariant(std::numeric_limits<double>::quiet_NaN())}) {
+        store.set(keys::recordingWidgetPositionX, x);
+        EXPECT_FALSE(recordingWidgetPosition(store));
+    }
+    store.set(keys::recordingWidgetPositionX, -300);
+    EXPECT_EQ(recordingWidgetPosition(store), (RecordingWidgetPosition{-300, 40}));
+    setRecordingWidgetPosition(store, {1200, 24});
+    EXPECT_EQ(recordingWidgetPosition(PreferenceStore(dir.path())), (RecordingWidgetPosition{1200, 24}));
+}
+
+TEST_F(SettingsKeysTest, CountersListsTextAndDataAreAbsentUntilWrittenInTheirType)
+{
+    // Unknown raw values stay in the list; dropping them is the support actions' business.
+    setSupportClickedActions(store, {"share", "bogus"});
+    EXPECT_EQ(supportClickedActions(PreferenceStore(dir.path())), (QStringList{"share", "bogus"}));
+    removeSupportClickedActions(store);
+    EXPECT_FALSE(store.contains(keys::kestilSupportClickedActions));
+    // A presented count of 0 is not the same as none.
+    EXPECT_FALSE(supportPresentedSummaryCount(store));
+    setSupportPresentedSummaryCount(store, 0);
+    EXPECT_EQ(supportPresentedSummaryCount(PreferenceStore(dir.path())), 0);
+    setLocalSpeechLastFailure(store, "Transcription: en-US\nline two");
+    EXPECT_EQ(localSpeechLastFailure(PreferenceStore(dir.path())), "Transcription: en-US\nline two");
+    removeLocalSpeechLastFailure(store);
+    EXPECT_FALSE(localSpeechLastFailure(store));
+    const QByteArray bookmark("/home/u/Vault\xff");
+    setObsidianSyncFolderBookmark(store, bookmark);
+    EXPECT_EQ(obsidianSyncFolderBookmark(PreferenceStore(dir.path())), bookmark);
+    removeObsidianSyncFolderBookmark(store);
+    EXPECT_FALSE(obsidianSyncFolderBookmark(store));
+    // A value of another type reads as nothing.
+    store.set(QVariantMap{{keys::kestilSupportPresentedSummaryCount, "10"},
+                          {keys::localSpeechLastFailure, 3},
+                          {keys::kestilObsidianSyncFolderBookmark, "/home/u/Vault"}});
+    EXPECT_FALSE(supportPresentedSummaryCount(store));
+    EXPECT_FALSE(localSpeechLastFailure(store));
+    EXPECT_FALSE(obsidianSyncFolderBookmark(store));
+}
+
+TEST(ApplicationInfo, OnlyABooleanTrueEnablesTheUpdateServiceAndThisBuildHasNone)
+{
+    EXPECT_FALSE(ApplicationInfo::enableSparkle());
+    EXPECT_TRUE(ApplicationInfo::enableSparkle({{"KestilEnableSparkle", true}}));
+    EXPECT_FALSE(ApplicationInfo::enableSparkle({{"KestilEnableSparkle", false}}));
+    EXPECT_FALSE(ApplicationInfo::enableSparkle({{"KestilEnableSparkle", "YES"}}));
+    EXPECT_FALSE(ApplicationInfo::enableSparkle({{"KestilEnableSparkle", 1}}));
 }
 
 } // namespace
