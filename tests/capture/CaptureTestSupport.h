@@ -16,41 +16,16 @@
 
 namespace kestil::test {
 
-inline QString dataPath(const QString &relative)
-{
-    return QStringLiteral(KESTIL_TEST_DATA_DIR "/capture/") + relative;
-}
-
 inline QByteArray fileBytes(const QString &path)
 {
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return file.readAll();
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 inline bool writeBytes(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
     return file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.write(bytes) == bytes.size();
-}
-
-// Every file under a folder with its contents, for "nothing was touched".
-inline QMap<QString, QByteArray> snapshot(const QString &folder)
-{
-    QMap<QString, QByteArray> files;
-    QDir dir(folder);
-    const auto entries =
-        dir.entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
-    for (const auto &entry : entries) {
-        if (entry.isSymLink())
-            files.insert(entry.absoluteFilePath(), "-> " + entry.symLinkTarget().toUtf8());
-        else if (entry.isDir())
-            files.insert(snapshot(entry.absoluteFilePath()));
-        else
-            files.insert(entry.absoluteFilePath(), fileBytes(entry.absoluteFilePath()));
-    }
-    return files;
 }
 
 // The description of the Error that `action` throws, or "(no error)".
@@ -62,13 +37,6 @@ inline QString thrownText(const std::function<void()> &action)
         return describe(error);
     }
     return QStringLiteral("(no error)");
-}
-
-inline const QString &invalidFormatText()
-{
-    static const QString text =
-        QStringLiteral("Transcription audio has an invalid format; the original audio was preserved.");
-    return text;
 }
 
 } // namespace kestil::test

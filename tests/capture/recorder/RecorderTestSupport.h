@@ -11,7 +11,6 @@
 #include "capture/ProcessTapRecorder.h"
 #include "capture/RecordingFolder.h"
 #include "speech/LiveSpeechSession.h"
-#include "speech/SpeechEngine.h"
 #include "speech/engines/ScriptedSpeechEngine.h"
 #include "support/QtPrinters.h"
 #include "support/SoundFiles.h"
@@ -20,17 +19,14 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFuture>
-#include <QString>
 #include <QThread>
 
 #include <sndfile.h>
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 namespace kestil::test {
@@ -86,10 +82,42 @@ template <typename T> QString failureOf(QFuture<T> future)
     return QStringLiteral("(no error)");
 }
 
-// What a scripted source was asked to do, and its handlers for late calls.
+// The segment folders of a note, oldest first.
+inline QStringList segmentsOf(const QString &root, const QUuid &noteID)
+{
+    QDir folder(RecordingFolder::noteFolder(root, noteID));
+    QMap<std::pair<double, QString>, QString> found;
+    for (const QString &name : folder.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        double createdAt = 0;
+        try {
+            createdAt = LocalRecordingManifest::read(folder.filePath(name)).createdAt;
+        } catch (const std::exception &) {
+        }
+        found.insert({createdAt, name}, folder.filePath(name));
+    }
+    return found.values();
+}
+
+// A WAV file of a 440 Hz sine at amplitude 0.4.
+inline QString writeTone(const QString &path, double seconds, int sampleRate = 16000)
+{
+    writeSoundFile(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, sampleRate, 1,
+                   sine(440, sampleRate, qint64(seconds * sampleRate), 0.4f));
+    return path;
+}
+
+// A finished segment of `seconds` of silence, written by the real writer.
+inline QString writeSegment(const QString &root, const QUuid &noteID, double seconds)
+{
+    const QString segment = RecordingFolder::newSegmentFolder(root, noteID);
+    DurableAudioWriter writer(segment, noteID, 16000);
+    writer.append(std::vector<float>(size_t(seconds * 16000), 0.0f));
+    writer.complete();
+    return segment;
+}
+
+// The handlers a scripted source was given, for late calls, and its stops.
 struct SourceProbe {
-    std::atomic<int> made{0};
-    std::atomic<int> runs{0};
     std::atomic<int> invalidations{0};
     AudioSource::InputBlock block;
     AudioSource::FailureHandler failure;
@@ -103,7 +131,6 @@ public:
         std::optional<AudioFormat> format;
         QString errorMessage;
         QString runError;
-        int channels = 1;
         // Each entry is the bytes of one buffer list of one buffer.
         std::vector<std::vector<unsigned char>> buffers;
         // Before the buffer at this index the source reports that it ended
@@ -115,7 +142,6 @@ public:
     ScriptedSource(Script script, std::shared_ptr<SourceProbe> probe)
         : script_(std::move(script)), probe_(std::move(probe))
     {
-        ++probe_->made;
     }
 
     void prepare() override {}
@@ -124,7 +150,6 @@ public:
 
     void run(CaptureQueue &queue, InputBlock block, InvalidationHandler, FailureHandler failure) override
     {
-        ++probe_->runs;
         if (!script_.runError.isEmpty())
             throw SystemError(script_.runError);
         probe_->block = block;
@@ -132,8 +157,8 @@ public:
         for (int i = 0; i < int(script_.buffers.size()); ++i) {
             if (i == script_.failureAt && failure)
                 queue.async([failure, text = script_.failure] { failure(text); });
-            queue.async([block, bytes = script_.buffers[size_t(i)], channels = script_.channels] {
-                const AudioBuffer buffer{channels, bytes.data(), qint64(bytes.size())};
+            queue.async([block, bytes = script_.buffers[size_t(i)]] {
+                const AudioBuffer buffer{1, bytes.data(), qint64(bytes.size())};
                 block(AudioBufferList(&buffer, 1));
             });
         }
@@ -146,61 +171,8 @@ private:
     std::shared_ptr<SourceProbe> probe_;
 };
 
-// A clock that moves only when the test moves it.
-struct ManualClock {
-    std::shared_ptr<std::atomic<qint64>> nanoseconds = std::make_shared<std::atomic<qint64>>(0);
-
-    void advance(double seconds) { *nanoseconds += qint64(seconds * 1e9); }
-    SessionClock::Now now() const
-    {
-        return [ns = nanoseconds] {
-            return SessionClock::TimePoint(std::chrono::nanoseconds(ns->load()) + std::chrono::hours(1));
-        };
-    }
-};
-
-// A WAV file of a 440 Hz sine at amplitude 0.4.
-inline QString writeTone(const QString &path, double seconds, int sampleRate = 16000)
-{
-    const auto samples = sine(440, sampleRate, qint64(seconds * sampleRate), 0.4f);
-    writeSoundFile(path, SF_FORMAT_WAV | SF_FORMAT_FLOAT, sampleRate, 1, samples);
-    return path;
-}
-
-// A finished segment of `seconds` of silence, written by the real writer.
-inline QString writeSegment(const QString &root, const QUuid &noteID, double seconds,
-                            double sampleRate = 16000)
-{
-    const QString segment = RecordingFolder::newSegmentFolder(root, noteID);
-    DurableAudioWriter writer(segment, noteID, sampleRate);
-    std::vector<float> silence(size_t(seconds * sampleRate), 0.0f);
-    writer.append(std::span<const float>(silence));
-    writer.complete();
-    return segment;
-}
-
-// The segment folders of a note, oldest first.
-inline QStringList segmentsOf(const QString &root, const QUuid &noteID)
-{
-    QDir folder(RecordingFolder::noteFolder(root, noteID));
-    QList<std::pair<double, QString>> found;
-    for (const QString &name : folder.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        double createdAt = 0;
-        try {
-            createdAt = LocalRecordingManifest::read(folder.filePath(name)).createdAt;
-        } catch (const std::exception &) {
-        }
-        found.append({createdAt, folder.filePath(name)});
-    }
-    std::sort(found.begin(), found.end());
-    QStringList segments;
-    for (const auto &entry : found)
-        segments << entry.second;
-    return segments;
-}
-
 // The recorder's surroundings in a test: scripted speech, a source factory,
-// and a clock.
+// and a clock that, when `manualClock` is set, moves only when told.
 struct RecorderRig {
     std::shared_ptr<EngineProbe> engine = std::make_shared<EngineProbe>();
     std::function<std::unique_ptr<AudioSource>(bool systemAudio)> makeSource;
@@ -210,11 +182,13 @@ struct RecorderRig {
     // When set, the start of live speech waits for it.
     std::shared_ptr<Latch> speechStartGate;
     std::shared_ptr<std::atomic<int>> speechStarts = std::make_shared<std::atomic<int>>(0);
-    ManualClock clock;
     bool manualClock = false;
+    std::shared_ptr<std::atomic<qint64>> clockNanoseconds = std::make_shared<std::atomic<qint64>>(0);
     // The file sources made so far, newest last.
     std::shared_ptr<std::vector<AudioFileSource *>> fileSources =
         std::make_shared<std::vector<AudioFileSource *>>();
+
+    void advanceClock(double seconds) { *clockNanoseconds += qint64(seconds * 1e9); }
 
     // Every segment reads the whole file, as fast as the recorder takes it.
     void useFile(const QString &path, AudioFileSource::Pace pace = AudioFileSource::Pace::asFastAsConsumed)
@@ -258,7 +232,9 @@ struct RecorderRig {
                                                        std::move(onResult));
         };
         if (manualClock)
-            environment.now = clock.now();
+            environment.now = [ns = clockNanoseconds] {
+                return SessionClock::TimePoint(std::chrono::nanoseconds(ns->load()) + std::chrono::hours(1));
+            };
         return environment;
     }
 };
