@@ -93,48 +93,41 @@ TEST(LocalNoteChatPrompt, FollowUpsKeepTheTopicAndHistoryIsShort)
 
 TEST(LocalNoteChatPrompt, RefusesBadQuestionsAndEmptyNotes)
 {
-    EXPECT_EQ(failure([] { LocalNoteChat::prompt("Text.", " \n ", {}); }),
-              "Enter a question about this note.");
     const QString exact = QString(798, QLatin1Char('q')) + "é";
-    EXPECT_EQ(failure([&] { LocalNoteChat::prompt("Text.", "  " + exact + "  ", {}); }), "(no error)");
-    EXPECT_EQ(failure([&] { LocalNoteChat::prompt("Text.", exact + "q", {}); }),
-              "Please shorten your question to 800 bytes or fewer.");
-    EXPECT_EQ(failure([] { LocalNoteChat::prompt("  \n", "Why?", {}); }),
-              "Transcribe this note before asking a question.");
+    const std::tuple<QString, QString, QString> rows[] = {
+        {"Text.", " \n ", "Enter a question about this note."},
+        {"Text.", "  " + exact + "  ", "(no error)"},
+        {"Text.", exact + "q", "Please shorten your question to 800 bytes or fewer."},
+        {"  \n", "Why?", "Transcribe this note before asking a question."}};
+    for (const auto &[note, question, expected] : rows)
+        EXPECT_EQ(failure([&] { LocalNoteChat::prompt(note, question, {}); }), expected)
+            << question.toStdString();
 }
 
-TEST(LocalNoteChatAnswer, StreamsEverySnapshotWithoutAFence)
+TEST(LocalNoteChatAnswer, StreamsEverySnapshotWithoutAFenceOrRefuses)
 {
     ScriptedLanguageModel model;
-    model.replies = {ScriptedLanguageModel::Stream{{"```md", "```md\nTwo", "```md\nTwo roles.\n```"}}};
     QStringList snapshots;
-    const QString text =
-        LocalNoteChat::answer(model, "We hire two people.", "Who is hired?", {}, QLocale("en_US"),
-                              [&](const QString &snapshot) { snapshots.append(snapshot); }, {});
-    EXPECT_EQ(text, "Two roles.");
+    const auto ask = [&] {
+        return LocalNoteChat::answer(model, "We hire two people.", "Who is hired?", {}, QLocale("en_US"),
+                                     [&](const QString &snapshot) { snapshots.append(snapshot); }, {});
+    };
+    model.replies = {ScriptedLanguageModel::Stream{{"```md", "```md\nTwo", "```md\nTwo roles.\n```"}}};
+    EXPECT_EQ(ask(), "Two roles.");
     EXPECT_EQ(snapshots, (QStringList{"", "Two", "Two roles."}));
     ASSERT_EQ(model.requests.size(), 1);
     EXPECT_EQ(model.requests.first().instructions, LocalNoteChat::instructions());
-    EXPECT_EQ(model.requests.first().options.maximumResponseTokens, 512);
-    EXPECT_EQ(model.requests.first().options.temperature, 0.2);
-}
 
-TEST(LocalNoteChatAnswer, RefusesWhenUnreadyOrSilent)
-{
-    ScriptedLanguageModel model;
-    const auto ask = [&] {
-        LocalNoteChat::answer(model, "Note.", "Why?", {}, QLocale("en_US"), [](const QString &) {}, {});
-    };
     model.availabilityValue =
         LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
-    EXPECT_EQ(failure(ask),
+    EXPECT_EQ(failure([&] { ask(); }),
               "On-device Ask AI unavailable: modelNotReady. Your notes and transcripts remain available.");
     model.availabilityValue = LanguageModel::Availability::available();
     model.languages = {"fr"};
-    EXPECT_EQ(failure(ask), "The on-device summary model does not support this language.");
+    EXPECT_EQ(failure([&] { ask(); }), "The on-device summary model does not support this language.");
     model.languages = {"en"};
     model.replies = {ScriptedLanguageModel::Stream{{"```"}}};
-    EXPECT_EQ(failure(ask),
+    EXPECT_EQ(failure([&] { ask(); }),
               "The on-device language model returned no answer. Your conversation was preserved; try again.");
 
     CancellationToken cancel;

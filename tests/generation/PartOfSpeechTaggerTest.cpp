@@ -1,8 +1,8 @@
+// The words of a text: as runs and counts, and as nouns and names.
 #include "generation/PartOfSpeechTagger.h"
+#include "generation/TextWords.h"
 
 #include "support/QtPrinters.h"
-
-#include <QFile>
 
 #include <gtest/gtest.h>
 
@@ -29,6 +29,20 @@ const PartOfSpeechTagger &tagger()
 }
 
 } // namespace
+
+TEST(TextWords, RunsOfLettersAndNumbersCountsOfWordsAndGraphemes)
+{
+    EXPECT_EQ(TextWords::wordSet("Machine-Learning, machine 42x! Café"),
+              (QSet<QString>{"machine", "learning", "42x", "café"}));
+    EXPECT_TRUE(TextWords::wordSet(" -- !! ").isEmpty());
+    // A decomposed accent stays inside its word.
+    EXPECT_EQ(TextWords::wordSet("Cafe\u0301 au lait"), (QSet<QString>{"café", "au", "lait"}));
+    EXPECT_EQ(TextWords::wordCount("Hello, world!  It's 3.5 degrees."), 5);
+    EXPECT_EQ(TextWords::wordCount("... --- !!!"), 0);
+    EXPECT_EQ(TextWords::words("Don't stop."), (QStringList{"Don't", "stop"}));
+    EXPECT_EQ(TextWords::characterCount("e\u0301t\u00e9"), 3);
+    EXPECT_EQ(TextWords::characterCount("\U0001F469\u200D\U0001F4BB"), 1);
+}
 
 TEST(PartOfSpeechTagger, ReadsNounsFromTheLexiconAndItsContext)
 {
