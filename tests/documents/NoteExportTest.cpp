@@ -59,48 +59,17 @@ TEST(NoteExportSummary, OnlyARealSummaryIsExportable)
         EXPECT_EQ(NoteExport::hasExportableSummary(summary), exportable) << summary.toStdString();
 }
 
-class NoteDocuments : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
-        full.title = u"  Launch plan \n"_s;
-        full.timestamp = QDateTime(QDate(2024, 3, 5), QTime(15, 4, 30));
-        full.summary = u"\n## Overview\nShip in April.\n\n"_s;
-        full.transcription = u" We ship in April. "_s;
-        full.tags = {u"planning"_s, u"q2"_s};
-    }
-    void TearDown() override { QLocale::setDefault(QLocale::c()); }
-
-    NoteExportContent full;
-};
-
-TEST_F(NoteDocuments, AFullNoteInEachDocumentDatedInTheLocale)
+TEST(NoteDocuments, EachDocumentHoldsWhatTheNoteHasDatedInTheLocale)
 {
-    const QString date = NoteExport::dateText(*full.timestamp);
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    const QString date = NoteExport::dateText(QDateTime(QDate(2024, 3, 5), QTime(15, 4, 30)));
     EXPECT_EQ(date, u"Tuesday, March 5, 2024, 3:04 PM"_s);
-    EXPECT_EQ(NoteExport::plainTextDocument(full),
-              u"Launch plan\n===========\n\nCreated: "_s + date +
-                  u"\n\nTags: planning, q2\n\nSUMMARY\n-------\n## Overview\nShip in April.\n\n"
-                  "TRANSCRIPT\n----------\nWe ship in April.\n"_s);
-    EXPECT_EQ(NoteExport::formattedDocument(full),
-              u"# Launch plan\n\n*Created: "_s + date +
-                  u"*\n\n**Tags:** #planning #q2\n\n## Summary\n\n## Overview\nShip in April.\n\n"
-                  "## Transcript\n\nWe ship in April.\n"_s);
-    EXPECT_EQ(NoteExport::sectionDocument(full, u"Summary"_s, full.summary),
-              u"# Launch plan - Summary\n\n*Exported: "_s + date + u"*\n\n## Overview\nShip in April.\n"_s);
-}
-
-TEST_F(NoteDocuments, MissingPartsAreLeftOutAndNamesFollowTheTitle)
-{
-    struct Row {
-        const char *row;
-        NoteExportContent note;
-        QString plain;
-        QString formatted;
-        QString summaryOnly;
-    };
-    NoteExportContent untitled;
+    NoteExportContent full;
+    full.title = u"  Launch plan \n"_s;
+    full.timestamp = QDateTime(QDate(2024, 3, 5), QTime(15, 4, 30));
+    full.summary = u"\n## Overview\nShip in April.\n\n"_s;
+    full.transcription = u" We ship in April. "_s;
+    full.tags = {u"planning"_s, u"q2"_s};
     NoteExportContent blank;
     blank.title = u"  \n"_s;
     blank.summary = u"   "_s;
@@ -108,41 +77,45 @@ TEST_F(NoteDocuments, MissingPartsAreLeftOutAndNamesFollowTheTitle)
     // "Café" with a combining accent: four characters, five code units.
     accented.title = u"Cafe\u0301"_s;
     accented.transcription = u"Two coffees."_s;
-    const std::vector<Row> rows = {
-        {"no title", untitled, u"Untitled Note\n=============\n\n"_s, u"# Untitled Note\n\n"_s,
+    const std::tuple<const char *, NoteExportContent, QString, QString, QString> rows[] = {
+        {"full", full,
+         u"Launch plan\n===========\n\nCreated: "_s + date +
+             u"\n\nTags: planning, q2\n\nSUMMARY\n-------\n## Overview\nShip in April.\n\n"
+             "TRANSCRIPT\n----------\nWe ship in April.\n"_s,
+         u"# Launch plan\n\n*Created: "_s + date +
+             u"*\n\n**Tags:** #planning #q2\n\n## Summary\n\n## Overview\nShip in April.\n\n"
+             "## Transcript\n\nWe ship in April.\n"_s,
+         u"# Launch plan - Summary\n\n*Exported: "_s + date + u"*\n\n## Overview\nShip in April.\n"_s},
+        {"no title",
+         {},
+         u"Untitled Note\n=============\n\n"_s,
+         u"# Untitled Note\n\n"_s,
          u"# Untitled Note - Summary\n\n*No summary available*\n"_s},
         {"blank title", blank, u"\n\n\n"_s, u"# \n\n"_s, u"#  - Summary\n\n*No summary available*\n"_s},
         {"combining accent", accented, u"Cafe\u0301\n====\n\nTRANSCRIPT\n----------\nTwo coffees.\n"_s,
          u"# Cafe\u0301\n\n## Transcript\n\nTwo coffees.\n"_s,
          u"# Cafe\u0301 - Summary\n\n*No summary available*\n"_s}};
-    for (const Row &row : rows) {
-        SCOPED_TRACE(row.row);
-        EXPECT_EQ(NoteExport::plainTextDocument(row.note), row.plain);
-        EXPECT_EQ(NoteExport::formattedDocument(row.note), row.formatted);
-        EXPECT_EQ(NoteExport::sectionDocument(row.note, u"Summary"_s, row.note.summary), row.summaryOnly);
+    for (const auto &[row, note, plain, formatted, summaryOnly] : rows) {
+        SCOPED_TRACE(row);
+        EXPECT_EQ(NoteExport::plainTextDocument(note), plain);
+        EXPECT_EQ(NoteExport::formattedDocument(note), formatted);
+        EXPECT_EQ(NoteExport::sectionDocument(note, u"Summary"_s, note.summary), summaryOnly);
     }
-    EXPECT_EQ(NoteExport::sectionDocument(untitled, u"Transcript"_s, QString()),
+    EXPECT_EQ(NoteExport::sectionDocument({}, u"Transcript"_s, QString()),
               u"# Untitled Note - Transcript\n\n*No transcript available*\n"_s);
+    QLocale::setDefault(QLocale::c());
 }
 
-class AtomicWrite : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_TRUE(dir.isValid()); }
+TEST(AtomicWrite, ReplacesTheFileWithTheWholeTextOrNamesTheFileAndTheCauseAndLeavesNothingBehind)
+{
     QTemporaryDir dir;
-};
-
-TEST_F(AtomicWrite, ReplacesTheFileWithTheWholeTextInUtf8)
-{
-    const QString path = dir.filePath(u"Launch – plan.md"_s);
-    ASSERT_TRUE(QFile(path).open(QIODevice::WriteOnly));
-    NoteExport::writeTextAtomically(path, u"# Café \uFFFD\n"_s);
-    NoteExport::writeTextAtomically(path, u"# Café 東京\n"_s);
-    EXPECT_EQ(readAll(path), QByteArray("# Caf\xC3\xA9 \xE6\x9D\xB1\xE4\xBA\xAC\n"));
+    const QString replaced = dir.filePath(u"Launch – plan.md"_s);
+    ASSERT_TRUE(QFile(replaced).open(QIODevice::WriteOnly));
+    NoteExport::writeTextAtomically(replaced, u"# Café \uFFFD\n"_s);
+    NoteExport::writeTextAtomically(replaced, u"# Café 東京\n"_s);
+    EXPECT_EQ(readAll(replaced), QByteArray("# Caf\xC3\xA9 \xE6\x9D\xB1\xE4\xBA\xAC\n"));
     EXPECT_EQ(entries(dir.path()), QStringList{u"Launch – plan.md"_s});
-}
 
-TEST_F(AtomicWrite, AFailureNamesTheFileAndTheCauseAndLeavesNothingBehind)
-{
     const QString folder = dir.filePath(u"folder"_s);
     ASSERT_TRUE(QDir().mkpath(folder + u"/taken.md"_s));
     // Just short enough to be a name, too long to have a temporary beside it
@@ -161,7 +134,7 @@ TEST_F(AtomicWrite, AFailureNamesTheFileAndTheCauseAndLeavesNothingBehind)
     EXPECT_EQ(entries(folder), (QStringList{longestName, u"taken.md"_s}));
 }
 
-TEST_F(AtomicWrite, AFullDiskKeepsTheOldFileWhole)
+TEST(AtomicWrite, AFullDiskKeepsTheOldFileWhole)
 {
     test::TmpfsMount disk(64 * 1024);
     if (!disk.mounted())

@@ -95,10 +95,7 @@ protected:
     }
 
     QTemporaryDir dir;
-    QString root;
-    QString vault;
-    QString first;
-    QString second;
+    QString root, vault, first, second;
     QList<QByteArray> rawBytes;
     NoteExportContent note;
 };
@@ -143,38 +140,28 @@ TEST_F(ObsidianExportCopy, CopiesPlayableAudioInRecordingOrderThenWritesTheMarkd
     EXPECT_EQ(entries(vault).size(), 4);
 }
 
-TEST_F(ObsidianExportCopy, ANoteWithoutAudioInTheStoreExportsMarkdownOnly)
+TEST_F(ObsidianExportCopy, ANoteWithoutSegmentsInTheStoreExportsMarkdownOnly)
 {
-    // Audio outside the store that a bad path could reach.
+    // Audio outside the store that a bad path could reach, and an audio folder without segments.
     recordSegment(dir.filePath(u"x/S"_s), 1, 16000, 1600);
-    const std::vector<std::tuple<const char *, std::optional<QString>, QString>> rows = {
-        {"outside the store", root, u"../x"_s},
-        {"absolute", root, RecordingFolder::noteFolder(root, noteID)},
-        {"no store", std::nullopt, note.sourceURL},
-        {"not on disk", root, u"Recordings/"_s + RecordingFolder::uuidText(QUuid::createUuid())}};
-    for (const auto &[row, storeRoot, sourceURL] : rows) {
+    ASSERT_TRUE(QDir().mkpath(root + u"/Recordings/Empty/not-a-segment"_s));
+    const std::tuple<const char *, QString, bool> rows[] = {
+        {"outside the store", u"../x"_s, false},
+        {"not on disk", u"Recordings/"_s + RecordingFolder::uuidText(QUuid::createUuid()), false},
+        {"no segments", u"Recordings/Empty"_s, true}};
+    for (const auto &[row, sourceURL, audioFolder] : rows) {
         SCOPED_TRACE(row);
         QTemporaryDir out;
         NoteExportContent content = note;
         content.sourceURL = sourceURL;
-        const ObsidianExport::Result result = ObsidianExport::run(content, out.path(), storeRoot);
+        const ObsidianExport::Result result = ObsidianExport::run(content, out.path(), root);
         EXPECT_EQ(result.copiedSegments, 0);
         EXPECT_EQ(result.message(), u"Markdown exported to the selected folder."_s);
-        EXPECT_EQ(entries(out.path()), QStringList{QFileInfo(result.markdownPath).fileName()});
+        const QString markdown = QFileInfo(result.markdownPath).fileName();
+        const QStringList expected{markdown.chopped(3) + u"-audio"_s, markdown};
+        EXPECT_EQ(entries(out.path()), audioFolder ? expected : expected.mid(1));
         EXPECT_EQ(QString::fromUtf8(readAll(result.markdownPath)), ObsidianExport::markdown(content));
     }
-}
-
-TEST_F(ObsidianExportCopy, AnAudioFolderWithoutSegmentsLeavesAnEmptyAudioFolder)
-{
-    note.sourceURL = u"Recordings/Empty"_s;
-    ASSERT_TRUE(QDir().mkpath(root + u"/Recordings/Empty/not-a-segment"_s));
-    const ObsidianExport::Result result = ObsidianExport::run(note, vault, root);
-    const QString base = baseNameOf(result);
-    EXPECT_EQ(result.message(), u"Markdown exported to the selected folder."_s);
-    EXPECT_EQ(entries(vault), (QStringList{base + u"-audio"_s, base + u".md"_s}));
-    EXPECT_EQ(entries(vault + QLatin1Char('/') + base + u"-audio"_s), QStringList());
-    EXPECT_EQ(QString::fromUtf8(readAll(result.markdownPath)), ObsidianExport::markdown(note));
 }
 
 TEST_F(ObsidianExportCopy, AFailedOrCancelledCopyKeepsWholeCopiesAndWritesNoMarkdown)

@@ -67,35 +67,17 @@ TEST(LocalSummaryReadiness, NamesTheReasonOrTheLanguageAndSortsReasonsIntoCurabl
     }
 }
 
+// A stalled request, or one stopped by cancelling its job, is the pipeline's;
+// a request queued behind another is the real model's too.
 TEST(LocalSummaryTimeLimit, CountsFromWhenTheModelTakesTheRequestUp)
 {
-    EXPECT_EQ(LocalSummary::withTimeLimit(std::chrono::milliseconds(500), "late", {},
-                                          [](const CancellationToken &) { return "done"; }),
-              "done");
-
-    // A stalled operation fails with the message at the limit.
-    QElapsedTimer timer;
-    timer.start();
-    EXPECT_EQ(failure([] {
-                  LocalSummary::withTimeLimit(std::chrono::milliseconds(100), "Took too long.", {},
-                                              [](const CancellationToken &limited) -> QString {
-                                                  limited.beginWork();
-                                                  while (!limited.isCancelled())
-                                                      std::this_thread::sleep_for(
-                                                          std::chrono::milliseconds(1));
-                                                  throw CancellationError();
-                                              });
-              }),
-              "Took too long.");
-    EXPECT_GE(timer.elapsed(), 95);
-    EXPECT_LT(timer.elapsed(), 1000);
-
-    // A request queued for 150 ms behind other work, then answered in 50 ms,
-    // keeps within a limit of 100 ms; its wait is told to the watcher.
+    // Queued for 150 ms behind other work, then answered in 50 ms: within a
+    // limit of 100 ms, and the wait is told to the watcher.
     QList<bool> waits;
     const CancellationToken job =
         CancellationToken().watchingWaits([&](bool waiting) { waits.append(waiting); });
-    timer.restart();
+    QElapsedTimer timer;
+    timer.start();
     EXPECT_EQ(LocalSummary::withTimeLimit(std::chrono::milliseconds(100), "late", job,
                                           [](const CancellationToken &limited) {
                                               limited.setWaiting(true);
@@ -109,22 +91,6 @@ TEST(LocalSummaryTimeLimit, CountsFromWhenTheModelTakesTheRequestUp)
               "done");
     EXPECT_GE(timer.elapsed(), 200);
     EXPECT_EQ(waits, (QList<bool>{true, false}));
-}
-
-TEST(LocalSummaryTimeLimit, CancellingTheJobIsNotATimeOutAndOtherFailuresPassThrough)
-{
-    CancellationToken cancelled;
-    cancelled.cancel();
-    EXPECT_THROW(LocalSummary::withTimeLimit(std::chrono::seconds(30), "late", cancelled,
-                                             [](const CancellationToken &limited) {
-                                                 limited.checkCancellation();
-                                                 return QString();
-                                             }),
-                 CancellationError);
-    EXPECT_THROW(LocalSummary::withTimeLimit(
-                     std::chrono::seconds(30), "late", {},
-                     [](const CancellationToken &) -> QString { throw SystemError("Disk full."); }),
-                 SystemError);
 }
 
 TEST(LocalSummaryTitle, AsksWithTheStartOfTheSummaryAndKeepsUpToAHundredCharacters)

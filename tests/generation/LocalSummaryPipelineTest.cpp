@@ -315,6 +315,9 @@ TEST(LocalSummaryPipeline, FailuresBeforeAndDuringTheRunAreToldInTheirOwnWords)
         message([&] { partly.generate(reader, words(7200), tmpl, {}, {}, std::chrono::milliseconds(80)); }),
         stalled);
     EXPECT_EQ(partly.checkpoints.last().facts, QStringList{"Fact one."});
+    // The model's own failure passes through as it is.
+    Scripted broken = scripted({LocalError("The model broke.")});
+    EXPECT_EQ(message([&] { Pipeline().generate(broken, "Words."); }), "The model broke.");
     Scripted writer = scripted({Scripted::Stall{}});
     EXPECT_EQ(
         message([&] { Pipeline().generate(writer, "Words.", tmpl, {}, {}, std::chrono::milliseconds(80)); }),
