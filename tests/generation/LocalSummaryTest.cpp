@@ -1,7 +1,11 @@
+// The summary pipeline and what it rests on: sections, the gate, the time
+// limit and titles, on a scripted model.
 #include "generation/LocalSummary.h"
 
 #include "ScriptedLanguageModel.h"
 #include "support/QtPrinters.h"
+
+#include <QElapsedTimer>
 
 #include <gtest/gtest.h>
 
@@ -9,6 +13,8 @@ using namespace kestil;
 using Progress = LocalSummaryProgress;
 using Scripted = ScriptedLanguageModel;
 using Stream = Scripted::Stream;
+using Reason = LanguageModel::UnavailableReason;
+using State = LocalSummary::ModelStatus::State;
 
 namespace {
 
@@ -66,7 +72,202 @@ struct Pipeline {
     std::optional<Progress> cancelAt;
 };
 
+// The sections of a source for a scripted model with this much context.
+QStringList sections(const QString &source, qint64 contextTokens)
+{
+    ScriptedLanguageModel model;
+    model.contextTokens = contextTokens;
+    const qint64 overhead = model.tokenCount(LanguageModel::Instructions{LocalSummary::instructions()});
+    return LocalSummary::makeSections(model, source, tmpl, overhead, LocalSummary::budget(model), {});
+}
+
+const QLocale english("en_US");
+
+QString refusal(Reason reason)
+{
+    return QStringLiteral("On-device summaries unavailable: %1. Your notes and transcripts remain available.")
+        .arg(reason == Reason::modelNotReady           ? "modelNotReady"
+             : reason == Reason::languageModelDisabled ? "languageModelDisabled"
+                                                       : "deviceNotEligible");
+}
+
 } // namespace
+
+TEST(LocalSummaryChunks, CutsAtScalarsWithinTheByteLimit)
+{
+    const QString four = "\U0001F600";
+    const QString lone = QString(QChar(0xD800));
+    const std::tuple<QString, qsizetype, QStringList> rows[] = {
+        {QString(), 4, {}},
+        {"abcdefghij", 4, {"abcd", "efgh", "ij"}},
+        {four, 4, {four}},
+        {four + four, 4, {four, four}},
+        // "é" is two bytes: a piece of five bytes holds "aé" and then two of them would be six.
+        {"aéaéé", 5, {"aéa", "éé"}},
+        // A cut may part a letter from its combining mark; joining restores the text.
+        {"abce\u0301", 4, {"abce", "\u0301"}},
+        // A lone surrogate counts as the three bytes of its replacement character.
+        {lone + "ab", 4, {lone + "a", "b"}}};
+    for (const auto &[text, limit, pieces] : rows)
+        EXPECT_EQ(LocalSummary::chunks(text, limit), pieces) << text.toStdString();
+    EXPECT_DEATH(LocalSummary::chunks("abc", 3), "at least 4");
+}
+
+TEST(LocalSummaryFit, ChecksBothPromptsAndCountsAnExactFit)
+{
+    ScriptedLanguageModel model;
+    model.contextTokens = 8192;
+    EXPECT_EQ(LocalSummary::budget(model), 4096);
+    model.contextTokens = 2400;
+    const qint64 overhead = model.tokenCount(LanguageModel::Instructions{LocalSummary::instructions()});
+    const QString text = words(1000);
+    const qint64 required =
+        overhead + model.tokenCount(LanguageModel::Prompt{LocalSummary::finalPrompt(text, tmpl)}) + 512 + 256;
+    EXPECT_FALSE(LocalSummary::fitsModel(model, text, tmpl, overhead, required - 1));
+    // The final prompt is the longer one here; both are asked for all the same.
+    model.tokenCounts = 0;
+    EXPECT_TRUE(LocalSummary::fitsModel(model, text, tmpl, overhead, required));
+    EXPECT_EQ(model.tokenCounts, 2);
+}
+
+TEST(LocalSummarySections, GrowByWholeUnitsHalveWhatDoesNotFitAndRebuildTheSource)
+{
+    const QString fits = words(3000);
+    EXPECT_EQ(sections(fits, 4096), QStringList{fits});
+    // About 5000 bytes fit: 2400 + 2400, a third unit does not; the short last unit joins the section before
+    // it.
+    const QString source = words(4 * 2400 + 100);
+    EXPECT_EQ(sections(source, 2400), (QStringList{source.left(4800), source.mid(4800)}));
+    // About 1900 bytes fit: a 2400-byte unit is cut in two, and text after it may still join its last piece.
+    for (const QString &text : {words(2400), words(2700)})
+        EXPECT_EQ(sections(text, 1600), (QStringList{text.left(1200), text.mid(1200)}));
+
+    QString wide;
+    for (int i = 0; i < 1000; ++i)
+        wide += QStringLiteral("e\u0301\U0001F600漢");
+    const QStringList pieces = sections(wide, 1600);
+    EXPECT_GT(pieces.size(), 3);
+    EXPECT_EQ(pieces.join(QString()), wide);
+    EXPECT_FALSE(pieces.contains(QString()));
+
+    // Less context than the fixed prompt and the answer's reserve.
+    try {
+        sections("Hello there.", 900);
+        FAIL() << "sections of a source that cannot fit";
+    } catch (const LocalError &error) {
+        EXPECT_EQ(error.message(), "The model context is too small for this source.");
+    }
+}
+
+TEST(LocalSummarySections, SplitToFitHalvesUntilEachPieceFits)
+{
+    const auto under = [](qsizetype bytes) {
+        return [bytes](const QString &text) { return text.toUtf8().size() <= bytes; };
+    };
+    EXPECT_EQ(LocalSummary::splitToFit("abcdefgh", under(8), {}), QStringList{"abcdefgh"});
+    EXPECT_EQ(LocalSummary::splitToFit("abcdefgh", under(4), {}), (QStringList{"abcd", "efgh"}));
+    // Eleven bytes are cut at five: three pieces; five bytes are cut at the smallest limit, four.
+    EXPECT_EQ(LocalSummary::splitToFit("abcdefghijk", under(4), {}),
+              (QStringList{"abcd", "e", "fghi", "j", "k"}));
+    // Nothing fits, or one character of two scalars would have to be cut.
+    EXPECT_THROW(LocalSummary::splitToFit("abcd", under(3), {}), LocalError);
+    EXPECT_THROW(LocalSummary::splitToFit("ab", under(0), {}), LocalError);
+    EXPECT_THROW(LocalSummary::splitToFit("e\u0301", under(1), {}), LocalError);
+    CancellationToken cancel;
+    cancel.cancel();
+    EXPECT_THROW(LocalSummary::splitToFit("abc", under(8), cancel), CancellationError);
+}
+
+TEST(LocalSummaryReadiness, NamesTheReasonOrTheLanguageAndSortsReasonsIntoCurableAndNot)
+{
+    const QString otherLanguage = "The on-device summary model does not support this language.";
+    ScriptedLanguageModel model;
+    EXPECT_FALSE(LocalSummary::readiness(model, english).has_value());
+    EXPECT_EQ(LocalSummary::readiness(model, QLocale("ja_JP")), otherLanguage);
+    auto status = LocalSummary::modelStatus(model, english);
+    EXPECT_EQ(status.state, State::available);
+    EXPECT_EQ(status.statusLine, "On-device summaries ready.");
+    EXPECT_FALSE(LocalSummary::onboardingText(model, english).has_value());
+    // Available but not in this language: still available, with the refusal shown.
+    status = LocalSummary::modelStatus(model, QLocale("ko_KR"));
+    EXPECT_EQ(status.state, State::available);
+    EXPECT_EQ(status.statusLine, otherLanguage);
+    EXPECT_EQ(LocalSummary::onboardingText(model, QLocale("ko_KR")),
+              "The on-device language model does not support the selected language for summaries. You can "
+              "choose another language in Settings.");
+
+    for (const auto &[reason, state] : {std::pair{Reason::deviceNotEligible, State::unavailableForGood},
+                                        {Reason::modelNotReady, State::unavailableButCurable},
+                                        {Reason::languageModelDisabled, State::unavailableButCurable}}) {
+        model.availabilityValue = LanguageModel::Availability::unavailable(reason);
+        // The model's own state comes before the language.
+        EXPECT_EQ(LocalSummary::readiness(model, QLocale("ja_JP")), refusal(reason));
+        status = LocalSummary::modelStatus(model, english);
+        EXPECT_EQ(status.state, state);
+        EXPECT_EQ(status.statusLine, refusal(reason));
+        EXPECT_TRUE(LocalSummary::onboardingText(model, english).has_value());
+    }
+}
+
+// A stalled request, or one stopped by cancelling its job, is the pipeline's;
+// a request queued behind another is the real model's too.
+TEST(LocalSummaryTimeLimit, CountsFromWhenTheModelTakesTheRequestUp)
+{
+    // Queued for 150 ms behind other work, then answered in 50 ms: within a
+    // limit of 100 ms, and the wait is told to the watcher.
+    QList<bool> waits;
+    const CancellationToken job =
+        CancellationToken().watchingWaits([&](bool waiting) { waits.append(waiting); });
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_EQ(LocalSummary::withTimeLimit(std::chrono::milliseconds(100), "late", job,
+                                          [](const CancellationToken &limited) {
+                                              limited.setWaiting(true);
+                                              std::this_thread::sleep_for(std::chrono::milliseconds(150));
+                                              limited.setWaiting(false);
+                                              limited.beginWork();
+                                              std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                                              limited.checkCancellation();
+                                              return "done";
+                                          }),
+              "done");
+    EXPECT_GE(timer.elapsed(), 200);
+    EXPECT_EQ(waits, (QList<bool>{true, false}));
+}
+
+TEST(LocalSummaryTitle, AsksWithTheStartOfTheSummaryAndKeepsUpToAHundredCharacters)
+{
+    ScriptedLanguageModel model;
+    const auto title = [&](const QString &summary = "## Summary\nBudget review.") {
+        return LocalSummary::generateTitle(model, summary, english, {}, std::chrono::milliseconds(100));
+    };
+    const auto record = [](const QString &text) -> ScriptedLanguageModel::Reply {
+        return QJsonObject{{"title", text}};
+    };
+    model.replies = {record("  Budget\nreview   for Q3 ")};
+    EXPECT_EQ(title("```md\n" + QString(3000, QLatin1Char('b')) + "\n```"), "Budget review for Q3");
+    ASSERT_EQ(model.requests.size(), 1);
+    EXPECT_EQ(model.requests.first().prompt,
+              "Create a title for this note summary:\n" + QString(2400, QLatin1Char('b')));
+    EXPECT_TRUE(model.requests.first().structured);
+
+    // Cut at a hundred characters, not code units; otherwise what the model wrote.
+    const QString hundred = QString(99, QLatin1Char('t')) + "e\u0301";
+    model.replies = {record(hundred + "xyz"), record("untitled"), record("\"**Launch** plan\"")};
+    for (const QString &expected : {hundred, QString("untitled"), QString("\"**Launch** plan\"")})
+        EXPECT_EQ(title(), expected);
+
+    const QString none = "The on-device model returned no descriptive title.";
+    model.replies = {record("Untitled  Note"), record("Untitled"), record(" \n "),
+                     ScriptedLanguageModel::Stall{}};
+    for (const QString &expected :
+         {none, none, none, QString("Title generation took too long and was stopped.")})
+        EXPECT_EQ(message([&] { title(); }), expected);
+    for (const char *summary : {"```markdown", "  \n"})
+        EXPECT_EQ(message([&] { title(summary); }), "A summary is required to generate a title.");
+    model.availabilityValue = LanguageModel::Availability::unavailable(Reason::deviceNotEligible);
+    EXPECT_EQ(message([&] { title(); }), refusal(Reason::deviceNotEligible));
+}
 
 TEST(LocalSummaryPipeline, ASourceThatFitsIsWrittenInOneStreamedRequest)
 {
