@@ -10,6 +10,8 @@
 #include <QDir>
 #include <QTemporaryDir>
 
+#include <map>
+
 #include <gtest/gtest.h>
 
 using namespace kestil;
@@ -21,18 +23,17 @@ class Environment {
 public:
     void set(const char *name, const QByteArray &value)
     {
-        if (!saved_.contains(name))
-            saved_.insert(name, qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
+        saved_.try_emplace(name, qgetenv(name));
         value.isNull() ? qunsetenv(name) : qputenv(name, value);
     }
     ~Environment()
     {
-        for (auto it = saved_.cbegin(); it != saved_.cend(); ++it)
-            it.value().isNull() ? qunsetenv(it.key().constData()) : qputenv(it.key().constData(), it.value());
+        for (const auto &[name, value] : saved_)
+            value.isNull() ? qunsetenv(name.c_str()) : qputenv(name.c_str(), value);
     }
 
 private:
-    QMap<QByteArray, QByteArray> saved_;
+    std::map<std::string, QByteArray> saved_;
 };
 
 } // namespace

@@ -20,50 +20,11 @@ using namespace kestil;
 
 namespace {
 
-const QLocale english("en_US");
-
 QString transcript()
 {
     QFile file(QStringLiteral(KESTIL_TEST_DATA_DIR "/generation/weekly-sync-transcript.txt"));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll());
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
-
-} // namespace
-
-class SmolLM : public ::testing::Test {
-protected:
-    static void SetUpTestSuite()
-    {
-        if (!ModelFolder::available("smollm2-135m-instruct-q4_1.gguf"))
-            return;
-        folder = new ModelFolder;
-        folder->install("smollm2-135m-instruct-q4_1.gguf");
-        // A model this small follows the Markdown format only some of the
-        // time; a fixed seed makes every run read the same answers, so that a
-        // failure here is the program's and not the dice's.
-        qputenv("KESTIL_LANGUAGE_MODEL_SEED", "1");
-        model = new LlamaLanguageModel(folder->directory());
-    }
-    static void TearDownTestSuite()
-    {
-        delete model;
-        delete folder;
-        model = nullptr;
-        folder = nullptr;
-    }
-    void SetUp() override
-    {
-        if (!model)
-            GTEST_FAIL() << "smollm2-135m-instruct-q4_1.gguf is missing: run scripts/test-models.sh";
-    }
-
-    static inline ModelFolder *folder = nullptr;
-    static inline LlamaLanguageModel *model = nullptr;
-};
-
-namespace {
 
 // The share of words two texts have in common.
 double overlap(const QString &a, const QString &b)
@@ -73,6 +34,27 @@ double overlap(const QString &a, const QString &b)
     const qsizetype either = QSet<QString>(x).unite(y).size();
     return either == 0 ? 1.0 : double(QSet<QString>(x).intersect(y).size()) / double(either);
 }
+
+// One model for the suite, loaded once.
+class SmolLM : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        if (!ModelFolder::available("smollm2-135m-instruct-q4_1.gguf"))
+            return;
+        folder.install("smollm2-135m-instruct-q4_1.gguf");
+        // A model this small follows the Markdown format only some of the
+        // time; a fixed seed makes every run read the same answers, so that a
+        // failure here is the program's and not the dice's.
+        qputenv("KESTIL_LANGUAGE_MODEL_SEED", "1");
+        model = std::make_unique<LlamaLanguageModel>(folder.directory());
+    }
+    static void TearDownTestSuite() { model.reset(); }
+    void SetUp() override { KESTIL_REQUIRE_MODEL("smollm2-135m-instruct-q4_1.gguf"); }
+
+    static inline ModelFolder folder;
+    static inline std::unique_ptr<LlamaLanguageModel> model;
+};
 
 } // namespace
 
@@ -131,9 +113,9 @@ TEST_F(SmolLM, AnswersAQuestionAboutTheNote)
     const QString note = transcript().section(QStringLiteral("\n\n"), 0, 1);
     ASSERT_TRUE(note.contains("ship on Friday"));
     QStringList snapshots;
-    const QString answer =
-        LocalNoteChat::answer(*model, note, QStringLiteral("When does the mobile app ship?"), {}, english,
-                              [&](const QString &snapshot) { snapshots.append(snapshot); }, {});
+    const QString answer = LocalNoteChat::answer(
+        *model, note, QStringLiteral("When does the mobile app ship?"), {}, QLocale("en_US"),
+        [&](const QString &snapshot) { snapshots.append(snapshot); }, {});
     EXPECT_FALSE(answer.trimmed().isEmpty());
     ASSERT_FALSE(snapshots.isEmpty());
     EXPECT_EQ(snapshots.last(), answer);
