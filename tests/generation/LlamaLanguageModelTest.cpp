@@ -144,7 +144,7 @@ protected:
 TEST(LlamaLanguageModel, AvailabilityFollowsTheInstalledModelAndThePreference)
 {
     KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    // Before a model is installed: the install below.
+    // A folder without a model: the download tests below.
     ModelFolder folder;
     folder.install(tiny);
     LlamaLanguageModel model(folder.directory());

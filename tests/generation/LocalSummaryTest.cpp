@@ -132,8 +132,7 @@ TEST(LocalSummarySections, GrowByWholeUnitsHalveWhatDoesNotFitAndRebuildTheSourc
 {
     const QString fits = words(3000);
     EXPECT_EQ(sections(fits, 4096), QStringList{fits});
-    // About 5000 bytes fit: 2400 + 2400, a third unit does not; the short last unit joins the section before
-    // it.
+    // About 5000 bytes fit: two units of 2400, not three; the short last unit joins the section before it.
     const QString source = words(4 * 2400 + 100);
     EXPECT_EQ(sections(source, 2400), (QStringList{source.left(4800), source.mid(4800)}));
     // About 1900 bytes fit: a 2400-byte unit is cut in two, and text after it may still join its last piece.
