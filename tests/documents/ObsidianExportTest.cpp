@@ -1,9 +1,24 @@
-// What the Obsidian export writes and where it may read: the Markdown of a
-// note, and the guards that keep a note's audio path inside the store.
+// The Obsidian export over a real store folder: segments written by the
+// durable writer (one never built into playable audio, one whose raw file
+// was torn mid-sample) are copied in recording order as files that sox reads
+// with their length and rate, and the Markdown comes last. Failures and a
+// cancel leave no Markdown and no partial copy.
 #include "DocumentsTestSupport.h"
 
+#include "base/CancellationError.h"
 #include "base/Error.h"
+#include "capture/DurableAudioWriter.h"
+#include "capture/RecordingFolder.h"
 #include "documents/ObsidianExport.h"
+#include "support/SoundFiles.h"
+#include "support/TmpfsMount.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -12,38 +27,180 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-TEST(ObsidianMarkdown, EveryHeadingStandsAndNothingIsTrimmed)
+const QUuid noteID = QUuid::fromString(u"7A1B2C3D-4E5F-4061-8273-94A5B6C7D8E9"_s);
+
+// What sox makes of a file: "<rate> <samples> <channels>".
+QString soxReading(const QString &path)
 {
-    NoteExportContent note;
-    note.summary = u" Ship. "_s;
-    note.notes = u"bring cake\n"_s;
-    EXPECT_EQ(ObsidianExport::markdown(note),
-              u"# \n\n Ship. \n\n## Transcript\n\n\n\n## Notes\n\nbring cake\n\n"_s);
+    QStringList parts;
+    for (const char *option : {"-r", "-s", "-c"}) {
+        QProcess soxi;
+        soxi.start(u"soxi"_s, {QString::fromLatin1(option), path});
+        if (!soxi.waitForFinished(30000) || soxi.exitCode() != 0)
+            return u"soxi failed: "_s + QString::fromLocal8Bit(soxi.readAllStandardError());
+        parts << QString::fromLatin1(soxi.readAllStandardOutput()).trimmed();
+    }
+    return parts.join(QLatin1Char(' '));
 }
 
-TEST(ObsidianAudioFolder, OnlyARelativePathInsideTheStoreIsFollowed)
+// One completed segment made by the durable writer, with the manifest's date
+// set so that the recording order is the reverse of the folder names'.
+QString recordSegment(const QString &folder, double createdAt, double rate, qint64 frames)
 {
-    const std::optional<QString> root = u"/data/Kestil/"_s;
-    const std::vector<std::pair<const char *, const char *>> rows = {
-        {"", "This note has no local audio."},
-        {"/etc", "This note has no local audio."},
-        {"file:Recordings/A", "This note has no local audio."},
-        {"a:b", "This note has no local audio."},
-        {"../x", "Audio path is outside the local store."},
-        {"Recordings/../../Kestil2/A", "Audio path is outside the local store."},
-        {".", "Audio path is outside the local store."},
-        {"Recordings/../Recordings/A/", "/data/Kestil/Recordings/A"},
-        {"Recordings/A", "/data/Kestil/Recordings/A"}};
-    const auto answer = [](const std::optional<QString> &storeRoot, const QString &sourceURL) {
-        try {
-            return ObsidianExport::noteAudioFolder(storeRoot, sourceURL);
-        } catch (const LocalError &error) {
-            return error.message();
-        }
-    };
-    for (const auto &[sourceURL, expected] : rows)
-        EXPECT_EQ(answer(root, QString::fromUtf8(sourceURL)), QString::fromUtf8(expected)) << sourceURL;
-    EXPECT_EQ(answer(std::nullopt, u"Recordings/A"_s), u"Local storage is unavailable."_s);
+    {
+        DurableAudioWriter writer(folder, noteID, rate);
+        writer.append(test::sine(440, rate, frames, 0.3f));
+        writer.complete();
+    }
+    LocalRecordingManifest{noteID, createdAt, rate, true}.write(folder);
+    return folder;
+}
+
+class ObsidianExportCopy : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(dir.isValid());
+        ASSERT_FALSE(QStandardPaths::findExecutable(u"soxi"_s).isEmpty()) << "sox is a test tool";
+        root = dir.filePath(u"data"_s);
+        vault = dir.filePath(u"vault"_s);
+        ASSERT_TRUE(QDir().mkpath(vault));
+        const QString noteFolder = RecordingFolder::noteFolder(root, noteID);
+        first = recordSegment(noteFolder + u"/ZZ-first"_s, 100, 48000, 72000);
+        second = recordSegment(noteFolder + u"/AA-second"_s, 200, 16000, 12000);
+        // A crash cut the last sample of the second segment in half.
+        QFile raw(RecordingFolder::rawAudioPath(second));
+        ASSERT_TRUE(raw.open(QIODevice::Append));
+        raw.write("\x01\x02", 2);
+        raw.close();
+        rawBytes = {readAll(RecordingFolder::rawAudioPath(first)),
+                    readAll(RecordingFolder::rawAudioPath(second))};
+
+        note.title = u"Launch"_s;
+        note.summary = u"Ship in April."_s;
+        note.transcription = u"We ship in April."_s;
+        note.sourceURL = u"Recordings/"_s + RecordingFolder::uuidText(noteID);
+    }
+
+    // The base name of an export's Markdown, checked for its form.
+    QString baseNameOf(const ObsidianExport::Result &result)
+    {
+        const QString name = QFileInfo(result.markdownPath).fileName();
+        EXPECT_TRUE(QRegularExpression(u"^Kestil-[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.md$"_s)
+                        .match(name)
+                        .hasMatch())
+            << name.toStdString();
+        EXPECT_EQ(QFileInfo(result.markdownPath).path(), vault);
+        return name.chopped(3);
+    }
+
+    QTemporaryDir dir;
+    QString root, vault, first, second;
+    QList<QByteArray> rawBytes;
+    NoteExportContent note;
+};
+
+TEST_F(ObsidianExportCopy, CopiesPlayableAudioInRecordingOrderThenWritesTheMarkdownAnewEachTime)
+{
+    QList<std::pair<qint64, qint64>> reports;
+    const ObsidianExport::Result result =
+        ObsidianExport::run(note, vault, root, [&](qint64 done, qint64 total) {
+            reports.append({done, total});
+        });
+    const QString base = baseNameOf(result);
+    const QString audio = vault + QLatin1Char('/') + base + u"-audio"_s;
+
+    EXPECT_EQ(result.copiedSegments, 2);
+    EXPECT_EQ(result.message(), u"Markdown and audio exported to the selected folder."_s);
+    EXPECT_EQ(entries(vault), (QStringList{base + u"-audio"_s, base + u".md"_s}));
+    EXPECT_EQ(entries(audio), (QStringList{u"segment-1.caf"_s, u"segment-2.caf"_s}));
+    EXPECT_EQ(QString::fromUtf8(readAll(result.markdownPath)),
+              u"# Launch\n\nShip in April.\n\n## Transcript\n\nWe ship in April.\n\n## Notes\n\n\n"_s +
+                  u"\n![["_s + base + u"-audio/segment-1.caf]]\n"_s + u"\n![["_s + base +
+                  u"-audio/segment-2.caf]]\n"_s);
+
+    // The oldest recording first, each whole: the torn sample is left out.
+    EXPECT_EQ(soxReading(audio + u"/segment-1.caf"_s), u"48000 72000 1"_s);
+    EXPECT_EQ(soxReading(audio + u"/segment-2.caf"_s), u"16000 12000 1"_s);
+    EXPECT_EQ(readAll(audio + u"/segment-2.caf"_s), readAll(RecordingFolder::finalAudioPath(second)));
+
+    // The raw audio is the recording and stays as it was.
+    EXPECT_EQ(readAll(RecordingFolder::rawAudioPath(first)), rawBytes[0]);
+    EXPECT_EQ(readAll(RecordingFolder::rawAudioPath(second)), rawBytes[1]);
+
+    const qint64 total =
+        QFileInfo(audio + u"/segment-1.caf"_s).size() + QFileInfo(audio + u"/segment-2.caf"_s).size();
+    ASSERT_FALSE(reports.isEmpty());
+    EXPECT_EQ(reports.first(), std::make_pair(qint64(0), total));
+    EXPECT_EQ(reports.last(), std::make_pair(total, total));
+    EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
+
+    // A second export of the note writes files of its own.
+    EXPECT_NE(baseNameOf(ObsidianExport::run(note, vault, root)), base);
+    EXPECT_EQ(entries(vault).size(), 4);
+}
+
+TEST_F(ObsidianExportCopy, ANoteWithoutSegmentsInTheStoreExportsMarkdownOnly)
+{
+    // Audio outside the store that a bad path could reach, and an audio folder without segments.
+    recordSegment(dir.filePath(u"x/S"_s), 1, 16000, 1600);
+    ASSERT_TRUE(QDir().mkpath(root + u"/Recordings/Empty/not-a-segment"_s));
+    const std::tuple<const char *, QString, bool> rows[] = {
+        {"outside the store", u"../x"_s, false},
+        {"not on disk", u"Recordings/"_s + RecordingFolder::uuidText(QUuid::createUuid()), false},
+        {"no segments", u"Recordings/Empty"_s, true}};
+    for (const auto &[row, sourceURL, audioFolder] : rows) {
+        SCOPED_TRACE(row);
+        QTemporaryDir out;
+        NoteExportContent content = note;
+        content.sourceURL = sourceURL;
+        const ObsidianExport::Result result = ObsidianExport::run(content, out.path(), root);
+        EXPECT_EQ(result.copiedSegments, 0);
+        EXPECT_EQ(result.message(), u"Markdown exported to the selected folder."_s);
+        const QString markdown = QFileInfo(result.markdownPath).fileName();
+        const QStringList expected{markdown.chopped(3) + u"-audio"_s, markdown};
+        EXPECT_EQ(entries(out.path()), audioFolder ? expected : expected.mid(1));
+        EXPECT_EQ(QString::fromUtf8(readAll(result.markdownPath)), ObsidianExport::markdown(content));
+    }
+}
+
+TEST_F(ObsidianExportCopy, AFailedOrCancelledCopyKeepsWholeCopiesAndWritesNoMarkdown)
+{
+    const QString file = dir.filePath(u"not-a-folder"_s);
+    ASSERT_TRUE(QFile(file).open(QIODevice::WriteOnly));
+    try {
+        ObsidianExport::run(note, file, root);
+        ADD_FAILURE() << "an export into a file went through";
+    } catch (const LocalError &error) {
+        EXPECT_EQ(error.message(), u"Could not create the folder “not-a-folder”: File exists"_s);
+    }
+
+    std::atomic_bool cancel = false;
+    try {
+        ObsidianExport::run(
+            note, vault, root, [&](qint64 done, qint64) { cancel = done > 0; }, &cancel);
+        ADD_FAILURE() << "a cancelled export went through";
+    } catch (const CancellationError &) {
+    }
+    ASSERT_EQ(entries(vault).size(), 1);
+    EXPECT_TRUE(entries(vault).first().endsWith(u"-audio"_s));
+    EXPECT_EQ(entries(vault + QLatin1Char('/') + entries(vault).first()), QStringList());
+
+    // Room for the first copy and not the second.
+    test::TmpfsMount disk(320 * 1024);
+    if (!disk.mounted())
+        GTEST_SKIP() << disk.error().toStdString();
+    try {
+        ObsidianExport::run(note, disk.path(), root);
+        ADD_FAILURE() << "an export onto a full disk went through";
+    } catch (const LocalError &error) {
+        EXPECT_EQ(error.message(), u"Could not write “segment-2.caf”: No space left on device"_s);
+    }
+    const QStringList written = entries(disk.path());
+    ASSERT_EQ(written.size(), 1);
+    const QString audio = disk.path() + QLatin1Char('/') + written.first();
+    EXPECT_EQ(entries(audio), QStringList{u"segment-1.caf"_s});
+    EXPECT_EQ(soxReading(audio + u"/segment-1.caf"_s), u"48000 72000 1"_s);
 }
 
 } // namespace

@@ -7,12 +7,10 @@
 #include "documents/NoteExport.h"
 #include "documents/Subtitles.h"
 
-#include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -22,26 +20,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A Python that imports both parsers: KESTIL_SUBTITLE_PYTHON, the project's
-// cached environment, or the one on the path.
-std::optional<QString> parserPython()
-{
-    QStringList candidates;
-    if (const QString chosen = qEnvironmentVariable("KESTIL_SUBTITLE_PYTHON"); !chosen.isEmpty())
-        candidates << chosen;
-    candidates << QDir::homePath() + u"/.cache/kestil/subtitle-parsers/bin/python3"_s;
-    if (const QString onPath = QStandardPaths::findExecutable(u"python3"_s); !onPath.isEmpty())
-        candidates << onPath;
-    for (const QString &python : candidates) {
-        QProcess probe;
-        probe.start(python, {u"-c"_s, u"import srt, webvtt"_s});
-        if (probe.waitForFinished(30000) && probe.exitStatus() == QProcess::NormalExit &&
-            probe.exitCode() == 0)
-            return python;
-    }
-    return std::nullopt;
-}
-
 TranscriptUtterance said(const QString &text, double start, double end)
 {
     return TranscriptUtterance{newTranscriptUtteranceId(), text, start, end, {}, {}, false};
@@ -49,7 +27,19 @@ TranscriptUtterance said(const QString &text, double start, double end)
 
 TEST(SubtitleParsers, ReadTheSameCuesFromTheSrtAndWebVttFiles)
 {
-    const std::optional<QString> python = parserPython();
+    // KESTIL_SUBTITLE_PYTHON, the project's cached environment, or the one on the path.
+    std::optional<QString> python;
+    for (const QString &candidate :
+         {qEnvironmentVariable("KESTIL_SUBTITLE_PYTHON"),
+          QDir::homePath() + u"/.cache/kestil/subtitle-parsers/bin/python3"_s, u"python3"_s}) {
+        if (python || candidate.isEmpty())
+            continue;
+        QProcess probe;
+        probe.start(candidate, {u"-c"_s, u"import srt, webvtt"_s});
+        if (probe.waitForFinished(30000) && probe.exitStatus() == QProcess::NormalExit &&
+            probe.exitCode() == 0)
+            python = candidate;
+    }
     if (!python)
         GTEST_SKIP() << "no Python with the srt and webvtt-py packages (pip install srt webvtt-py into "
                         "~/.cache/kestil/subtitle-parsers, or set KESTIL_SUBTITLE_PYTHON)";
@@ -61,31 +51,26 @@ TEST(SubtitleParsers, ReadTheSameCuesFromTheSrtAndWebVttFiles)
               4.0, 13.0),
          said(u"An hour later: 42"_s, 3725.125, 3727.0), said(u"1"_s, 3730.0, 3730.5)});
     ASSERT_GE(cues.size(), 5);
-
     QTemporaryDir dir;
-    ASSERT_TRUE(dir.isValid());
-    const QString srtPath = dir.filePath(u"note.srt"_s);
-    const QString vttPath = dir.filePath(u"note.vtt"_s);
-    NoteExport::writeTextAtomically(srtPath, Subtitles::srt(cues));
-    NoteExport::writeTextAtomically(vttPath, Subtitles::webVtt(cues));
-
+    NoteExport::writeTextAtomically(dir.filePath(u"note.srt"_s), Subtitles::srt(cues));
+    NoteExport::writeTextAtomically(dir.filePath(u"note.vtt"_s), Subtitles::webVtt(cues));
     QProcess parse;
-    parse.start(*python,
-                {QStringLiteral(KESTIL_SOURCE_DIR "/tests/documents/subtitle_parsers.py"), srtPath, vttPath});
+    parse.start(*python, {QStringLiteral(KESTIL_SOURCE_DIR "/tests/documents/subtitle_parsers.py"),
+                          dir.filePath(u"note.srt"_s), dir.filePath(u"note.vtt"_s)});
     ASSERT_TRUE(parse.waitForFinished(60000));
     ASSERT_EQ(parse.exitCode(), 0) << parse.readAllStandardError().toStdString();
     const QJsonObject found = QJsonDocument::fromJson(parse.readAllStandardOutput()).object();
 
     EXPECT_TRUE(found.value(u"srtRoundTrip"_s).toBool());
     for (const QString &format : {u"srt"_s, u"vtt"_s}) {
-        SCOPED_TRACE(format.toStdString());
         const QJsonArray parsed = found.value(format).toArray();
-        ASSERT_EQ(parsed.size(), cues.size());
+        ASSERT_EQ(parsed.size(), cues.size()) << format.toStdString();
         for (qsizetype i = 0; i < cues.size(); ++i) {
+            SCOPED_TRACE(format.toStdString() + " cue " + std::to_string(i));
             const QJsonArray cue = parsed[i].toArray();
-            EXPECT_EQ(cue[0].toInteger(), std::llround(cues[i].start * 1000)) << i;
-            EXPECT_EQ(cue[1].toInteger(), std::llround(cues[i].end * 1000)) << i;
-            EXPECT_EQ(cue[2].toString(), cues[i].text) << i;
+            EXPECT_EQ(cue[0].toInteger(), std::llround(cues[i].start * 1000));
+            EXPECT_EQ(cue[1].toInteger(), std::llround(cues[i].end * 1000));
+            EXPECT_EQ(cue[2].toString(), cues[i].text);
         }
     }
 }

@@ -1,22 +1,19 @@
+// What a summary run keeps: its checkpoint, its template's stored key, and
+// the forms that titles and tags are asked for in.
 #include "generation/LocalSummaryCheckpoint.h"
+#include "generation/GeneratedNoteTags.h"
+#include "generation/GeneratedNoteTitle.h"
+#include "generation/GenerationSchema.h"
 
 #include "support/QtPrinters.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
 
 #include <gtest/gtest.h>
 
 using namespace kestil;
-
-TEST(LocalSummaryCheckpoint, FreshCheckpointStartsAtPassZero)
-{
-    const LocalSummaryCheckpoint fresh("We met.", LocalSummaryTemplate::standUp);
-    EXPECT_EQ(fresh.input, "We met.");
-    EXPECT_EQ(fresh.source, "We met.");
-    EXPECT_EQ(fresh.templateKey, "meetings/stand-up");
-    EXPECT_EQ(fresh.pass, 0);
-    EXPECT_TRUE(fresh.facts.isEmpty());
-    EXPECT_FALSE(fresh.sections.has_value());
-    EXPECT_FALSE(fresh.result.has_value());
-}
+namespace T = LocalSummaryTemplates;
 
 TEST(LocalSummaryCheckpoint, JsonKeepsKeyOrderAndLeavesOutAbsentFields)
 {
@@ -42,17 +39,67 @@ TEST(LocalSummaryCheckpoint, DecodingRequiresTheFirstFiveKeysWithTheirTypes)
     EXPECT_FALSE(decoded->sections.has_value());
     EXPECT_FALSE(decoded->result.has_value());
 
-    for (const char *json : {
-             R"({"input":"i","templateKey":"Study","source":"s","pass":3})",
-             R"({"input":"i","templateKey":"Study","source":"s","facts":[]})",
-             R"({"input":"i","templateKey":"Study","source":"s","pass":"3","facts":[]})",
-             R"({"input":"i","templateKey":"Study","source":"s","pass":1.5,"facts":[]})",
-             R"({"input":"i","templateKey":"Study","source":"s","pass":1,"facts":[1]})",
-             R"({"input":"i","templateKey":"Study","source":"s","pass":1,"facts":[],"sections":"x"})",
-             R"({"input":"i","templateKey":"Study","source":"s","pass":1,"facts":[],"result":7})",
-             R"({"input":1,"templateKey":"Study","source":"s","pass":1,"facts":[]})",
-             R"(["not an object"])",
-             "{broken",
-         })
+    const QString head = R"({"input":"i","templateKey":"Study","source":"s",)";
+    for (const char *rest : {R"("pass":3})", R"("facts":[]})", R"("pass":"3","facts":[]})",
+                             R"("pass":1.5,"facts":[]})", R"("pass":1,"facts":[1]})",
+                             R"("pass":1,"facts":[],"sections":"x"})", R"("pass":1,"facts":[],"result":7})"})
+        EXPECT_FALSE(LocalSummaryCheckpoint::fromJson((head + rest).toUtf8()).has_value()) << rest;
+    for (const char *json : {R"({"input":1,"templateKey":"Study","source":"s","pass":1,"facts":[]})",
+                             R"(["not an object"])", "{broken"})
         EXPECT_FALSE(LocalSummaryCheckpoint::fromJson(json).has_value()) << json;
+}
+
+TEST(LocalSummaryTemplate, StoredStringsResolveByKeyThenTitleElseAuto)
+{
+    // Every template comes back from its key and from its stored title.
+    for (LocalSummaryTemplate value : T::allCases) {
+        EXPECT_EQ(T::fromStored(T::id(value)), value) << T::id(value).toStdString();
+        EXPECT_EQ(T::fromStored(T::rawValue(value)), value) << T::rawValue(value).toStdString();
+        EXPECT_EQ(T::category(value).has_value(), T::id(value).startsWith("meetings/"));
+    }
+    EXPECT_EQ(T::id(LocalSummaryTemplate::standUp), "meetings/stand-up");
+    EXPECT_EQ(T::rawValue(LocalSummaryTemplate::meeting), "Meeting");
+    EXPECT_EQ(T::displayTitle(LocalSummaryTemplate::meeting), "General Meeting");
+    EXPECT_EQ(T::category(LocalSummaryTemplate::meeting), "Meetings");
+    for (const std::optional<QString> &stored :
+         {std::optional<QString>(), std::optional(QString()), std::optional<QString>("General Meeting"),
+          std::optional<QString>("study"), std::optional<QString>("meetings/retro-v2")})
+        EXPECT_EQ(T::fromStored(stored), LocalSummaryTemplate::autoSummary)
+            << stored.value_or("-").toStdString();
+}
+
+TEST(LocalSummaryTemplate, SubmenuRowsAndTheirTitle)
+{
+    const QList<Template> rows{{"meetings/general", "Team meeting", "Notes of a meeting", "Meetings"},
+                               {"Study", "Study notes", "For learning", std::nullopt}};
+    EXPECT_EQ(Template::currentTitle(std::nullopt, rows), "Auto");
+    EXPECT_EQ(Template::currentTitle("Meeting", rows), "Team meeting");
+    EXPECT_EQ(Template::currentTitle("Study", rows), "Study notes");
+    EXPECT_EQ(Template::currentTitle("lecture", rows), "Auto");
+
+    EXPECT_EQ(
+        QJsonDocument(rows.first().toJson()).toJson(QJsonDocument::Compact),
+        R"({"category":"Meetings","description":"Notes of a meeting","key":"meetings/general","title":"Team meeting"})");
+    for (const Template &row : rows)
+        EXPECT_EQ(Template::fromJson(row.toJson()), row);
+    EXPECT_FALSE(rows.last().toJson().contains("category"));
+    EXPECT_FALSE(Template::fromJson(QJsonObject{{"key", "x"}, {"title", "y"}}).has_value());
+}
+
+TEST(GenerationSchema, ThePromptShowsAFormAndValidationWantsEveryFieldWithItsTypeAndCount)
+{
+    GenerationSchema two;
+    GenerationSchema::Property aliases{"aliases", "Other names.", GenerationSchema::Kind::stringArray};
+    aliases.maximumCount = 3;
+    two.properties = {GenerationSchema::Property{"name", QString()}, aliases};
+    EXPECT_EQ(two.promptText(), "Respond with JSON in this form:\n{\"name\": string,\n "
+                                "\"aliases\": [string, ...] // at most 3 items. Other names.}");
+
+    const GenerationSchema tags = GeneratedNoteTags::schema();
+    const QJsonObject good{{"tags", QJsonArray{"Budget"}}};
+    EXPECT_EQ(tags.validated(good), good);
+    for (const QJsonValue &bad : {QJsonValue(QJsonArray{}), QJsonValue(QJsonArray{1}), QJsonValue("Budget"),
+                                  QJsonValue(QJsonArray{"a", "b", "c", "d", "e", "f"})})
+        EXPECT_TRUE(tags.validated(QJsonObject{{"tags", bad}}).isEmpty()) << bad.toString().toStdString();
+    EXPECT_TRUE(GeneratedNoteTitle::schema().validated(QJsonObject{}).isEmpty());
 }

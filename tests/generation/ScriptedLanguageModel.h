@@ -37,6 +37,7 @@ public:
     kestil::LanguageModel::Availability availabilityValue = kestil::LanguageModel::Availability::available();
     QStringList languages{QStringLiteral("en")};
     qint64 contextTokens = 4096;
+    QString identityValue = QStringLiteral("scripted-model");
     QList<Reply> replies;
     QList<Request> requests;
     int tokenCounts = 0;
@@ -56,36 +57,22 @@ public:
     kestil::LanguageModel::Availability availability() const override { return availabilityValue; }
     bool supportsLocale(const QLocale &locale) const override
     {
-        for (const QString &language : languages) {
-            if (QLocale(language).language() == locale.language())
-                return true;
-        }
-        return false;
+        return std::any_of(languages.begin(), languages.end(), [&](const QString &language) {
+            return QLocale(language).language() == locale.language();
+        });
     }
     qint64 contextSize() const override { return contextTokens; }
-    QString identityValue = QStringLiteral("scripted-model");
     QString identity() const override { return identityValue; }
-    qint64 tokenCount(const Instructions &instructions) override
-    {
-        ++tokenCounts;
-        return turnTokens + tokensOf(instructions.text);
-    }
-    qint64 tokenCount(const Prompt &prompt) override
-    {
-        ++tokenCounts;
-        return turnTokens + tokensOf(prompt.text);
-    }
+    qint64 tokenCount(const Instructions &instructions) override { return counted(instructions.text); }
+    qint64 tokenCount(const Prompt &prompt) override { return counted(prompt.text); }
 
     QString respond(const QString &instructions, const QString &prompt,
                     const kestil::GenerationOptions &options,
                     const kestil::CancellationToken &cancel) override
     {
-        const Reply reply = next({instructions, prompt, options, false, false}, cancel);
-        if (const QString *text = std::get_if<QString>(&reply))
-            return *text;
-        if (const Stream *stream = std::get_if<Stream>(&reply))
-            return stream->snapshots.isEmpty() ? QString() : stream->snapshots.last();
-        throw kestil::LocalError(QStringLiteral("The script gave a record to a text request."));
+        const QStringList snapshots =
+            snapshotsOf(next({instructions, prompt, options, false, false}, cancel));
+        return snapshots.isEmpty() ? QString() : snapshots.last();
     }
 
     QJsonObject respond(const QString &instructions, const QString &prompt,
@@ -104,22 +91,13 @@ public:
                         const SnapshotHandler &onSnapshot) override
     {
         const Reply reply = next({instructions, prompt, options, true, false}, cancel);
-        QStringList snapshots;
-        std::chrono::milliseconds pause{0};
-        if (const QString *text = std::get_if<QString>(&reply)) {
-            snapshots = {*text};
-        } else if (const Stream *stream = std::get_if<Stream>(&reply)) {
-            snapshots = stream->snapshots;
-            pause = stream->pause;
-        } else {
-            throw kestil::LocalError(QStringLiteral("The script gave a record to a stream request."));
-        }
-        for (const QString &snapshot : snapshots) {
+        const Stream *stream = std::get_if<Stream>(&reply);
+        for (const QString &snapshot : snapshotsOf(reply)) {
             cancel.checkCancellation();
             if (!onSnapshot(snapshot))
                 return;
-            if (pause.count() > 0)
-                std::this_thread::sleep_for(pause);
+            if (stream && stream->pause.count() > 0)
+                std::this_thread::sleep_for(stream->pause);
         }
     }
 
@@ -139,6 +117,21 @@ public:
     }
 
 private:
+    qint64 counted(const QString &text)
+    {
+        ++tokenCounts;
+        return turnTokens + tokensOf(text);
+    }
+
+    static QStringList snapshotsOf(const Reply &reply)
+    {
+        if (const QString *text = std::get_if<QString>(&reply))
+            return {*text};
+        if (const Stream *stream = std::get_if<Stream>(&reply))
+            return stream->snapshots;
+        throw kestil::LocalError(QStringLiteral("The script gave a record to a text request."));
+    }
+
     Reply next(const Request &request, const kestil::CancellationToken &cancel)
     {
         cancel.checkCancellation();
