@@ -3,7 +3,7 @@
 // speech engine that hears one word per second of audio.
 #include "core/CoreTestRig.h"
 
-#include "core/Folder.h"
+#include "core/NoteOrganizing.h"
 #include "core/NoteTranscript.h"
 #include "prefs/SettingsKeys.h"
 
@@ -16,32 +16,41 @@ using namespace std::chrono_literals;
 namespace {
 
 const QString deleteRefused = QStringLiteral("Cancel or finish the current operation before deleting notes.");
+const QString unavailable = QStringLiteral("This note is unavailable.");
 
 class NotesListViewModelTest : public CoreRigTest {
 protected:
     NotePtr record(NotesListViewModel &model)
     {
-        const QFuture<void> started = model.startNewTranscription();
-        EXPECT_TRUE(waitFor(started));
+        EXPECT_TRUE(waitFor(model.startNewTranscription()));
         EXPECT_TRUE(recorder->recording());
         return model.newNoteBeingRecorded();
     }
 
     void stop(NotesListViewModel &model) { EXPECT_TRUE(waitFor(model.stopTranscription())); }
+
+    bool allComplete(const QUuid &id)
+    {
+        const QStringList segments = segmentsOf(root.path(), id);
+        return !segments.isEmpty() && std::all_of(segments.begin(), segments.end(), [](const QString &s) {
+            return LocalRecordingManifest::read(s).complete;
+        });
+    }
+
+    QString storedTranscript(const NotePtr &note)
+    {
+        return storedNote(*note->id())->transcription().value_or(QString());
+    }
 };
 
 } // namespace
 
-TEST_F(NotesListViewModelTest,
-       NewTranscriptionRecordsIntoANewNoteInTheShownFolderAndSavesEveryCommittedSnapshot)
+TEST_F(NotesListViewModelTest, ANewRecordingGoesIntoANewNoteInTheShownFolderAndEverySnapshotIsSaved)
 {
-    auto folder = store().context().insert<Folder>();
-    const QUuid folderID = QUuid::createUuid();
-    folder->setValue(QStringLiteral("id"), folderID);
-    folder->setValue(QStringLiteral("name"), QStringLiteral("Meetings"));
+    const FolderPtr folder = createFolder(QStringLiteral("Meetings"), store().context());
     store().save();
     NotesListViewModel &model = list();
-    model.setPendingFolderSelection(FolderSelection::folder(folderID));
+    model.setPendingFolderSelection(FolderSelection::folder(*folder->id()));
     const QFuture<void> started = model.startNewTranscription();
 
     // At once: the note, its lease, its folder name and the transcript tab.
@@ -52,17 +61,13 @@ TEST_F(NotesListViewModelTest,
     EXPECT_EQ(note->noteType(), QStringLiteral("transcription"));
     EXPECT_EQ(note->sourceURL(), QStringLiteral("Recordings/") + idText(id));
     EXPECT_TRUE(model.operationInProgress());
-    EXPECT_TRUE(recorder->starting());
     EXPECT_FALSE(model.canStart());
     EXPECT_TRUE(store().activeRecording().has_value());
     EXPECT_EQ(app->selected(), id);
-    EXPECT_EQ(model.selectedNoteIDs(), QList<ObjectId>{note->objectId()});
     EXPECT_EQ(model.selectedDetailTab(), NotesListViewModel::transcriptTab);
     EXPECT_EQ(roles.recordingNotesViewModel(), &model);
-
     ASSERT_TRUE(waitFor(started));
     EXPECT_FALSE(model.operationInProgress());
-    EXPECT_EQ(model.recordingNote(), note);
     EXPECT_FALSE(model.showSyncError()) << model.syncErrorMessage().toStdString();
 
     // Each committed snapshot is in the file while the recording runs.
@@ -70,27 +75,22 @@ TEST_F(NotesListViewModelTest,
     ASSERT_TRUE(waitUntil([&] { return note->transcription() == QStringLiteral("word1 word2"); }));
     EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral("word1 word2 partial"));
     EXPECT_FALSE(store().context().hasChanges());
-    EXPECT_EQ(storedNote(id)->transcription(), QStringLiteral("word1 word2"));
+    EXPECT_EQ(storedTranscript(note), QStringLiteral("word1 word2"));
 
     stop(model);
-    EXPECT_EQ(note->transcription(), QStringLiteral("word1 word2 tail"));
     EXPECT_FALSE(model.newNoteBeingRecorded());
-    EXPECT_FALSE(model.operationInProgress());
     EXPECT_FALSE(store().activeRecording().has_value());
     EXPECT_EQ(roles.recordingNotesViewModel(), nullptr);
-    EXPECT_EQ(model.selectedDetailTab(), NotesListViewModel::transcriptTab);
-
     const NotePtr stored = storedNote(id);
     EXPECT_EQ(stored->transcription(), QStringLiteral("word1 word2 tail"));
     const auto utterances = transcriptUtterances(*stored);
     ASSERT_FALSE(utterances.isEmpty());
     EXPECT_EQ(utterances.first().start, 0.0);
     EXPECT_EQ(utterances.last().end, 2.5);
-    const QStringList segments = segmentsOf(root.path(), id);
-    ASSERT_EQ(segments.size(), 1);
-    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
-    ASSERT_TRUE(note->folder());
-    EXPECT_EQ(note->folder()->id(), folderID);
+    EXPECT_EQ(segmentsOf(root.path(), id).size(), 1);
+    EXPECT_TRUE(allComplete(id));
+    ASSERT_TRUE(stored->folder());
+    EXPECT_EQ(stored->folder()->id(), folder->id());
 
     // With all notes shown a new note lands in no folder.
     model.setPendingFolderSelection(FolderSelection::all());
@@ -100,24 +100,23 @@ TEST_F(NotesListViewModelTest,
 
 TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStoredAndAFailedSaveIsRetried)
 {
-    auto probe = std::make_shared<SourceProbe>();
-    rig.useScript(ScriptedSource::Script{AudioFormat{AudioSampleFormat::float32, 16000, 1}}, probe);
+    rig.useScript(ScriptedSource::Script{AudioFormat{AudioSampleFormat::float32, 16000, 1}},
+                  std::make_shared<SourceProbe>());
     NotesListViewModel &model = list();
     const NotePtr note = record(model);
     ASSERT_TRUE(note);
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
 
-    LocalTranscript tentative;
-    tentative.tentative = QStringLiteral("hello there");
-    model.receiveSnapshot(tentative);
+    LocalTranscript snapshot;
+    snapshot.tentative = QStringLiteral("hello there");
+    model.receiveSnapshot(snapshot);
     EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral("hello there"));
     EXPECT_EQ(note->transcription(), QString());
     EXPECT_EQ(saves.count(), 0);
 
-    LocalTranscript committed;
-    committed.utterances = {LocalUtterance{QStringLiteral(" hello there "), 0.5, 1.5}};
-    committed.tentative = QStringLiteral("and");
-    model.receiveSnapshot(committed);
+    snapshot.utterances = {LocalUtterance{QStringLiteral(" hello there "), 0.5, 1.5}};
+    snapshot.tentative = QStringLiteral("and");
+    model.receiveSnapshot(snapshot);
     EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral(" hello there  and"));
     EXPECT_EQ(note->transcription(), QStringLiteral(" hello there "));
     EXPECT_EQ(saves.count(), 1);
@@ -127,29 +126,24 @@ TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStoredAndAFailedSa
 
     // A new tentative tail after the same finals is shown, and the store,
     // which holds those finals already, is not written again.
-    committed.tentative = QStringLiteral("and then");
-    model.receiveSnapshot(committed);
+    snapshot.tentative = QStringLiteral("and then");
+    model.receiveSnapshot(snapshot);
     EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral(" hello there  and then"));
     EXPECT_EQ(saves.count(), 1);
-    committed.utterances.append(LocalUtterance{QStringLiteral("and then some"), 1.5, 2.5});
-    committed.tentative.clear();
-    model.receiveSnapshot(committed);
-    EXPECT_EQ(saves.count(), 2);
-    EXPECT_EQ(note->transcription(), QStringLiteral(" hello there  and then some"));
 
     // A snapshot that cannot be saved is reported, the recording goes on, and
     // the next snapshot writes and tries again.
     failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-    committed.utterances.append(LocalUtterance{QStringLiteral("first words"), 2.5, 3.5});
-    model.receiveSnapshot(committed);
+    snapshot.tentative.clear();
+    snapshot.utterances.append(LocalUtterance{QStringLiteral("first words"), 2.5, 3.5});
+    model.receiveSnapshot(snapshot);
     EXPECT_TRUE(model.showSyncError());
     EXPECT_TRUE(recorder->recording());
     EXPECT_TRUE(model.newNoteBeingRecorded());
     allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-    committed.utterances.append(LocalUtterance{QStringLiteral("more words"), 3.5, 4.5});
-    model.receiveSnapshot(committed);
-    EXPECT_EQ(storedNote(*note->id())->transcription(),
-              QStringLiteral(" hello there  and then some first words more words"));
+    snapshot.utterances.append(LocalUtterance{QStringLiteral("more words"), 3.5, 4.5});
+    model.receiveSnapshot(snapshot);
+    EXPECT_EQ(storedTranscript(note), QStringLiteral(" hello there  first words more words"));
     stop(model);
 }
 
@@ -161,18 +155,16 @@ TEST_F(NotesListViewModelTest, RecordingIntoANoteWithTextKeepsItInFrontAndTimesT
     writeSegment(root.path(), *note->id(), 4);
 
     ASSERT_TRUE(waitFor(model.startTranscription(note)));
-    ASSERT_TRUE(recorder->recording());
     ASSERT_TRUE(rig.waitForFileDelivered());
     ASSERT_TRUE(
         waitUntil([&] { return model.accumulatedTranscription().contains(QStringLiteral("word2")); }));
     EXPECT_TRUE(model.accumulatedTranscription().startsWith(QStringLiteral("Earlier text. word1")));
     stop(model);
 
-    EXPECT_EQ(note->transcription(), QStringLiteral("Earlier text. word1 word2 tail"));
     EXPECT_EQ(note->title(), QStringLiteral("Standup"));
     // The untimed earlier paragraph and the new words read as one short
     // paragraph, timed after the four seconds of earlier audio.
-    const auto utterances = transcriptUtterances(*note);
+    const auto utterances = transcriptUtterances(*storedNote(*note->id()));
     ASSERT_EQ(utterances.size(), 1);
     EXPECT_EQ(utterances[0].text, QStringLiteral("Earlier text. word1 word2 tail"));
     EXPECT_EQ(utterances[0].start, 4.0);
@@ -188,37 +180,31 @@ TEST_F(NotesListViewModelTest,
     rig.engine->finishGate = gate;
     NotesListViewModel &model = list();
     const NotePtr kept = makeNote(QStringLiteral("Keep"));
+    const NotePtr other = makeNote({});
     const QFuture<void> first = model.startNewTranscription();
     const NotePtr note = model.newNoteBeingRecorded();
     const qsizetype notes = store().fetchNotes().size();
-
-    const QFuture<void> second = model.startNewTranscription();
-    EXPECT_TRUE(second.isFinished());
+    // Neither a second new note nor a start into another note.
+    EXPECT_TRUE(model.startNewTranscription().isFinished());
+    EXPECT_TRUE(model.startTranscription(other).isFinished());
     EXPECT_EQ(store().fetchNotes().size(), notes);
     EXPECT_EQ(model.newNoteBeingRecorded(), note);
     EXPECT_FALSE(model.showSyncError());
-    EXPECT_TRUE(model.syncErrorMessage().isEmpty());
-    // Nor does a start into another note.
-    const NotePtr other = makeNote({});
-    EXPECT_TRUE(model.startTranscription(other).isFinished());
-    EXPECT_EQ(model.newNoteBeingRecorded(), note);
 
-    EXPECT_TRUE(model.deleteNote(kept).isFinished());
-    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(store().noteWithId(*kept->id()));
-
-    model.setShowSyncError(false);
+    const auto refusesDelete = [&] {
+        model.setShowSyncError(false);
+        EXPECT_TRUE(model.deleteNote(kept).isFinished());
+        EXPECT_TRUE(model.showSyncError());
+        EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
+        EXPECT_TRUE(store().noteWithId(*kept->id()));
+    };
+    refusesDelete();
     rig.speechStartGate->open();
     ASSERT_TRUE(waitFor(first));
     EXPECT_EQ(*rig.speechStarts, 1);
-    EXPECT_TRUE(recorder->recording());
     const QFuture<void> stopping = model.stopTranscription();
     ASSERT_TRUE(recorder->finishing());
-    EXPECT_TRUE(model.deleteNote(kept).isFinished());
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
-    EXPECT_TRUE(store().noteWithId(*kept->id()));
+    refusesDelete();
     gate->open();
     ASSERT_TRUE(waitFor(stopping));
 
@@ -238,24 +224,19 @@ TEST_F(NotesListViewModelTest, TwoStopsRunOneAndBothReturnAfterIt)
     QObject::connect(recorder.get(), &ProcessTapRecorder::finishingChanged,
                      [&](bool finishing) { stops += finishing ? 1 : 0; });
 
-    const QFuture<void> first = model.stopTranscription();
-    const QFuture<void> second = model.stopTranscription();
     // A list that does not record hands the stop to the one that does.
-    const QFuture<void> third = other.stopTranscription();
+    const QList<QFuture<void>> futures{model.stopTranscription(), model.stopTranscription(),
+                                       other.stopTranscription()};
     settle();
-    EXPECT_FALSE(first.isFinished());
-    EXPECT_FALSE(second.isFinished());
-    EXPECT_FALSE(third.isFinished());
+    for (const auto &future : futures)
+        EXPECT_FALSE(future.isFinished());
     EXPECT_TRUE(model.operationInProgress());
-
     gate->open();
-    ASSERT_TRUE(waitFor(first));
-    ASSERT_TRUE(waitFor(second));
-    ASSERT_TRUE(waitFor(third));
+    for (const auto &future : futures)
+        ASSERT_TRUE(waitFor(future));
     EXPECT_EQ(stops, 1);
-    EXPECT_FALSE(model.newNoteBeingRecorded());
-    EXPECT_FALSE(store().activeRecording().has_value());
     EXPECT_EQ(rig.engine->finishes.load(), 1);
+    EXPECT_FALSE(store().activeRecording().has_value());
     EXPECT_EQ(note->transcription(), QStringLiteral("word1 word2 tail"));
 }
 
@@ -266,23 +247,18 @@ TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsA
     const QUuid id = *note->id();
     ASSERT_TRUE(rig.waitForFileDelivered());
     QStringList moves;
-    bool stoppedBeforeMove = false;
-    bool completeBeforeMove = false;
+    bool stoppedAndCompleteBeforeMove = false;
     store().setMoverForTesting([&](const QString &from, const QString &to) {
         moves << QDir(root.path()).relativeFilePath(from) + QStringLiteral(" -> ") +
                      QDir(root.path()).relativeFilePath(to);
-        stoppedBeforeMove = !recorder->recording() && !recorder->finishing();
-        completeBeforeMove = true;
-        for (const QString &segment : segmentsOf(root.path(), id))
-            completeBeforeMove = completeBeforeMove && LocalRecordingManifest::read(segment).complete;
+        stoppedAndCompleteBeforeMove = !recorder->recording() && !recorder->finishing() && allComplete(id);
         moveItemAtomically(from, to);
     });
 
     ASSERT_TRUE(waitFor(model.deleteNote(note)));
     EXPECT_FALSE(model.showSyncError()) << model.syncErrorMessage().toStdString();
     EXPECT_EQ(moves, QStringList{QStringLiteral("Recordings/%1 -> DeletedRecordings/%1").arg(idText(id))});
-    EXPECT_TRUE(stoppedBeforeMove);
-    EXPECT_TRUE(completeBeforeMove);
+    EXPECT_TRUE(stoppedAndCompleteBeforeMove);
     EXPECT_FALSE(store().noteWithId(id));
     EXPECT_FALSE(QDir(root.file(QStringLiteral("Recordings/") + idText(id))).exists());
     EXPECT_FALSE(QDir(root.file(QStringLiteral("DeletedRecordings/") + idText(id))).exists());
@@ -297,42 +273,19 @@ TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsA
     EXPECT_FALSE(recorder->recording());
     EXPECT_FALSE(model.newNoteBeingRecorded());
     EXPECT_FALSE(store().noteWithId(*second->id()));
-    EXPECT_FALSE(store().activeRecording().has_value());
-}
-
-TEST_F(NotesListViewModelTest, QuittingWhileRecordingStopsSavesAndMayEnd)
-{
-    NotesListViewModel &model = list();
-    const NotePtr note = record(model);
-    ASSERT_TRUE(rig.waitForFileDelivered());
-    // An edit not saved yet is saved by the quit.
-    note->setValue(QStringLiteral("notes"), QStringLiteral("typed before quitting"));
-    QSignalSpy editorsSave(&roles, &NotesListRoles::forceAllEditorsSave);
-
-    const QFuture<bool> quit = roles.prepareToQuit(&store());
-    ASSERT_TRUE(waitFor(quit));
-    EXPECT_TRUE(quit.result());
-    EXPECT_EQ(editorsSave.count(), 1);
-    EXPECT_FALSE(recorder->recording());
-    const NotePtr stored = storedNote(*note->id());
-    EXPECT_EQ(stored->transcription(), QStringLiteral("word1 word2 tail"));
-    EXPECT_EQ(stored->notes(), QStringLiteral("typed before quitting"));
-    for (const QString &segment : segmentsOf(root.path(), *note->id()))
-        EXPECT_TRUE(LocalRecordingManifest::read(segment).complete);
 }
 
 TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWorks)
 {
-    auto probe = std::make_shared<SourceProbe>();
     auto attempts = std::make_shared<int>(0);
-    const QString wav = tone;
     auto systemAudioFlags = std::make_shared<QList<bool>>();
-    rig.makeSource = [probe, attempts, wav,
+    rig.makeSource = [attempts, wav = tone,
                       systemAudioFlags](bool systemAudio) -> std::unique_ptr<AudioSource> {
         systemAudioFlags->append(systemAudio);
         if ((*attempts)++ == 0)
             return std::make_unique<ScriptedSource>(
-                ScriptedSource::Script{{}, QStringLiteral("No microphone input is available.")}, probe);
+                ScriptedSource::Script{{}, QStringLiteral("No microphone input is available.")},
+                std::make_shared<SourceProbe>());
         return std::make_unique<AudioFileSource>(wav, AudioFileSource::Pace::asFastAsConsumed);
     };
     settings::setRecordSystemAudio(*preferences, false);
@@ -340,7 +293,6 @@ TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWor
 
     ASSERT_TRUE(waitFor(model.startNewTranscription()));
     EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("No microphone input is available."));
-    EXPECT_TRUE(model.showSyncError());
     EXPECT_FALSE(model.newNoteBeingRecorded());
     EXPECT_FALSE(model.operationInProgress());
     EXPECT_FALSE(store().activeRecording().has_value());
@@ -356,6 +308,15 @@ TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWor
     EXPECT_NE(note, notes[0]);
     EXPECT_EQ(*systemAudioFlags, (QList<bool>{false, true}));
     stop(model);
+
+    // A note gone before the start: nothing starts at all.
+    const NotePtr gone = makeNote({});
+    store().deleteNote(gone);
+    const int speechStarts = *rig.speechStarts;
+    ASSERT_TRUE(waitFor(model.startTranscription(gone)));
+    EXPECT_EQ(model.syncErrorMessage(), unavailable);
+    EXPECT_EQ(*rig.speechStarts, speechStarts);
+    EXPECT_FALSE(store().activeRecording().has_value());
 }
 
 TEST_F(NotesListViewModelTest, TheSpeechWarningIsShownAtStartAndNotAgainAtStop)
@@ -363,7 +324,6 @@ TEST_F(NotesListViewModelTest, TheSpeechWarningIsShownAtStartAndNotAgainAtStop)
     rig.speechFailure = QStringLiteral("No compatible on-device speech audio format.");
     NotesListViewModel &model = list();
     ASSERT_TRUE(record(model));
-    EXPECT_TRUE(model.showSyncError());
     EXPECT_TRUE(model.syncErrorMessage().startsWith(QStringLiteral("Live transcription unavailable: ")));
     model.setShowSyncError(false);
     ASSERT_TRUE(rig.waitForFileDelivered());
@@ -373,15 +333,12 @@ TEST_F(NotesListViewModelTest, TheSpeechWarningIsShownAtStartAndNotAgainAtStop)
 
 TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndSavesTheNote)
 {
-    auto probe = std::make_shared<SourceProbe>();
     ScriptedSource::Script script;
     script.format = AudioFormat{AudioSampleFormat::float32, 16000, 1};
-    for (int i = 0; i < 15; ++i)
-        script.buffers.push_back(std::vector<unsigned char>(1600 * 4, 0));
+    script.buffers.assign(16, std::vector<unsigned char>(1600 * 4, 0));
     script.failureAt = 15;
     script.failure = QStringLiteral("The sound server ended the microphone recording: gone");
-    script.buffers.push_back(std::vector<unsigned char>(1600 * 4, 0));
-    rig.useScript(script, probe);
+    rig.useScript(script, std::make_shared<SourceProbe>());
     NotesListViewModel &model = list();
     const QFuture<void> started = model.startNewTranscription();
     const NotePtr note = model.newNoteBeingRecorded();
@@ -393,35 +350,10 @@ TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndS
               QStringLiteral("Capture stopped: The sound server ended the microphone "
                              "recording: gone. Captured audio was preserved."));
     EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(storedNote(*note->id())->transcription(), QStringLiteral("word1 tail"));
+    EXPECT_EQ(storedTranscript(note), QStringLiteral("word1 tail"));
 }
 
-TEST_F(NotesListViewModelTest, AGoneNoteCannotBeRecordedIntoAndPauseFollowsTheRecorder)
-{
-    NotesListViewModel &model = list();
-    const NotePtr gone = makeNote({});
-    store().deleteNote(gone);
-    ASSERT_TRUE(waitFor(model.startTranscription(gone)));
-    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
-    EXPECT_FALSE(model.operationInProgress());
-    EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(*rig.speechStarts, 0);
-
-    model.togglePause();
-    EXPECT_FALSE(model.isTranscriptionPaused());
-    const NotePtr note = record(model);
-    ASSERT_TRUE(rig.waitForFileDelivered());
-    model.togglePause();
-    EXPECT_TRUE(model.isTranscriptionPaused());
-    EXPECT_TRUE(recorder->paused());
-    model.togglePause();
-    EXPECT_FALSE(model.isTranscriptionPaused());
-    ASSERT_TRUE(rig.waitForFileDelivered());
-    stop(model);
-    EXPECT_EQ(storedNote(*note->id())->transcription(), QStringLiteral("word1 word2 word3 word4 word5"));
-}
-
-TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOne)
+TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOneAndDeletesGoPastFailures)
 {
     NotesListViewModel &model = list();
     const NotePtr plain = makeNote(QStringLiteral("A"));
@@ -437,7 +369,6 @@ TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOne)
     EXPECT_EQ(app->selected(), summarised->id());
     model.selectNote(generating, false);
     EXPECT_EQ(model.selectedDetailTab(), NotesListViewModel::transcriptTab);
-    EXPECT_EQ(model.selectedNoteIDs(), QList<ObjectId>{generating->objectId()});
     model.selectNote(plain, true);
     EXPECT_EQ(model.selectedNoteIDs(), (QList<ObjectId>{generating->objectId(), plain->objectId()}));
     model.selectNote(generating, true);
@@ -455,20 +386,17 @@ TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOne)
 
     // Deleting the selected notes; then by position, going on past a note
     // whose delete fails and showing its error.
-    QList<NotePtr> notes;
-    for (int i = 0; i < 3; ++i)
-        notes << makeNote(QString::number(i));
-    model.selectNote(notes[0], false);
-    model.selectNote(notes[2], true);
-    ASSERT_TRUE(waitFor(model.deleteSelectedNotes(notes)));
-    EXPECT_FALSE(store().noteWithId(*notes[0]->id()));
-    EXPECT_TRUE(store().noteWithId(*notes[1]->id()));
-    EXPECT_FALSE(store().noteWithId(*notes[2]->id()));
+    model.selectNote(summarised, false);
+    model.selectNote(generating, true);
+    ASSERT_TRUE(waitFor(model.deleteSelectedNotes({summarised, plain, generating})));
+    EXPECT_FALSE(store().noteWithId(*summarised->id()));
+    EXPECT_TRUE(store().noteWithId(*plain->id()));
+    EXPECT_FALSE(store().noteWithId(*generating->id()));
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
-    QList<NotePtr> more = {notes[1], makeNote(QStringLiteral("more")), makeNote(QStringLiteral("more"))};
+    const QList<NotePtr> more = {plain, makeNote(QStringLiteral("more")), makeNote(QStringLiteral("more"))};
     store().deleteNote(more[1]);
     ASSERT_TRUE(waitFor(model.deleteNotes({0, 1, 2, 7}, more)));
-    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
+    EXPECT_EQ(model.syncErrorMessage(), unavailable);
     EXPECT_FALSE(store().noteWithId(*more[0]->id()));
     EXPECT_FALSE(store().noteWithId(*more[2]->id()));
 }
@@ -479,7 +407,6 @@ TEST_F(NotesListViewModelTest, EditsAndQuitsThatCannotBeSavedArePutBackOrKeptAnd
     roles.setActiveNotesViewModel(&model);
     const NotePtr note = makeNote(QStringLiteral("Title"));
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
-
     model.setTitle(note, QStringLiteral("Title"));
     model.setTitle(note, QStringLiteral("   "));
     EXPECT_EQ(saves.count(), 0);
@@ -493,16 +420,23 @@ TEST_F(NotesListViewModelTest, EditsAndQuitsThatCannotBeSavedArePutBackOrKeptAnd
     failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
     model.setSummaryType(note, QStringLiteral("lecture"));
     EXPECT_EQ(note->summaryType(), QStringLiteral("meeting"));
-    EXPECT_TRUE(model.showSyncError());
     EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive));
+    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
 
-    // A quit whose save fails stays running and says why; the words stay in
+    // A quit while recording stops the recording and saves every editor; one
+    // whose save fails stays running and says why, with the words kept in
     // memory for the next try.
+    const NotePtr recorded = record(model);
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
     model.setShowSyncError(false);
     note->setValue(QStringLiteral("notes"), QStringLiteral("unsaved words"));
+    QSignalSpy editorsSave(&roles, &NotesListRoles::forceAllEditorsSave);
     QFuture<bool> quit = roles.prepareToQuit(&store());
     ASSERT_TRUE(waitFor(quit));
     EXPECT_FALSE(quit.result());
+    EXPECT_EQ(editorsSave.count(), 1);
+    EXPECT_FALSE(recorder->recording());
     EXPECT_TRUE(model.showSyncError());
     EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive))
         << model.syncErrorMessage().toStdString();
@@ -513,6 +447,8 @@ TEST_F(NotesListViewModelTest, EditsAndQuitsThatCannotBeSavedArePutBackOrKeptAnd
     ASSERT_TRUE(waitFor(quit));
     EXPECT_TRUE(quit.result());
     EXPECT_EQ(storedNote(*note->id())->notes(), QStringLiteral("unsaved words"));
+    EXPECT_EQ(storedTranscript(recorded), QStringLiteral("word1 word2 tail"));
+    EXPECT_TRUE(allComplete(*recorded->id()));
     // Without a store there is nothing to keep the program open for.
     quit = roles.prepareToQuit(nullptr);
     ASSERT_TRUE(waitFor(quit));

@@ -55,31 +55,25 @@ TEST(SummaryCheckpointStore, TellsUnusableFilesApart)
     QTemporaryDir root;
     const SummaryCheckpointStore store(root.path());
     const QUuid note = QUuid::createUuid();
-    const QByteArray id = note.toString(QUuid::WithoutBraces).toUpper().toUtf8();
     const QByteArray checkpoint = stored(note, QStringLiteral("Text")).checkpoint.toJson();
+    const auto file = [&](const QByteArray &head, const QUuid &id, const QByteArray &tail) {
+        return "{" + head + "\"noteID\":\"" + id.toString(QUuid::WithoutBraces).toUpper().toUtf8() +
+               "\",\"model\":\"m\",\"checkpoint\":" + tail;
+    };
     const struct {
         const char *what;
         QByteArray bytes;
         State state;
     } cases[] = {
-        {"whole",
-         "{\"version\":1,\"noteID\":\"" + id + "\",\"model\":\"m\",\"checkpoint\":" + checkpoint + "}",
-         State::readable},
-        {"cut off", "{\"version\":1,\"noteID\":\"" + id + "\",\"model\":\"m\",\"checkpoint\":{\"input\":\"Te",
-         State::unreadable},
+        {"whole", file("\"version\":1,", note, checkpoint + "}"), State::readable},
+        {"cut off", file("\"version\":1,", note, "{\"input\":\"Te"), State::unreadable},
         {"not JSON", "\x01\x02garbage", State::unreadable},
         {"empty", "", State::unreadable},
         {"newer", "{\"version\":2,\"somethingNew\":true}", State::newerVersion},
-        {"no version", "{\"noteID\":\"" + id + "\",\"model\":\"m\",\"checkpoint\":" + checkpoint + "}",
-         State::unreadable},
-        {"another note",
-         "{\"version\":1,\"noteID\":\"" + QUuid::createUuid().toString(QUuid::WithoutBraces).toUtf8() +
-             "\",\"model\":\"m\",\"checkpoint\":" + checkpoint + "}",
-         State::unreadable},
+        {"no version", file("", note, checkpoint + "}"), State::unreadable},
+        {"another note", file("\"version\":1,", QUuid::createUuid(), checkpoint + "}"), State::unreadable},
         {"checkpoint without facts",
-         "{\"version\":1,\"noteID\":\"" + id +
-             "\",\"model\":\"m\",\"checkpoint\":{\"input\":\"a\",\"templateKey\":\"b\",\"source\":\"a\","
-             "\"pass\":0}}",
+         file("\"version\":1,", note, "{\"input\":\"a\",\"templateKey\":\"b\",\"source\":\"a\",\"pass\":0}}"),
          State::unreadable},
     };
     for (const auto &c : cases) {
