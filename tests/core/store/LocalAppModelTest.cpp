@@ -7,9 +7,7 @@ using namespace kestil::test;
 
 namespace {
 
-LaunchEnvironment
-environmentFor(const TempRoot &root,
-               LanguageModelAvailability availability = LanguageModelAvailability::available)
+LaunchEnvironment environmentFor(const TempRoot &root, LanguageModelAvailability availability)
 {
     LaunchEnvironment env;
     env.root = root.path();
@@ -33,50 +31,24 @@ TEST(LaunchTest, AnUnsupportedMachineOpensNothingAndACurableModelStateOpensTheLi
     EXPECT_TRUE(app.message().isEmpty());
 }
 
-TEST(LaunchTest, StoreThatCannotLoadShowsItsMessage)
-{
-    TempRoot root;
-    writeFile(root.file(QStringLiteral("KestilNotes.sqlite")), QByteArray("not a database at all, sorry"));
-    const QByteArray before = fileDigest(root.file(QStringLiteral("KestilNotes.sqlite")));
-    LocalAppModel app(environmentFor(root));
-    ASSERT_TRUE(app.store());
-    EXPECT_FALSE(app.storeReady());
-    EXPECT_EQ(app.message(), *app.store()->errorMessage());
-    EXPECT_EQ(fileDigest(root.file(QStringLiteral("KestilNotes.sqlite"))), before);
-}
-
-TEST(LaunchTest, RecoveryConflictStopsTheLaunchWithItsWords)
-{
-    TempRoot root;
-    QUuid id;
-    {
-        auto c = root.open();
-        id = *c->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"))->id();
-    }
-    writeFile(root.file(QStringLiteral("DeletedRecordings/") + idText(id) + QStringLiteral("/a")), "1");
-    writeFile(root.file(QStringLiteral("Recordings/") + idText(id) + QStringLiteral("/a")), "2");
-    LocalAppModel app(environmentFor(root));
-    EXPECT_FALSE(app.store());
-    EXPECT_EQ(app.message(),
-              QStringLiteral("Transcription recovery found two audio copies for one note. Both were "
-                             "preserved for review."));
-}
-
-TEST(LaunchTest, SelectionIsAdoptedOnlyWhenNoneIsSet)
+TEST(LaunchTest, TheNewestNoteIsSelectedOnlyWhenNothingIsAndAStaleSelectionStays)
 {
     TempRoot root;
     bool recovered = false;
-    auto env = environmentFor(root);
+    auto env = environmentFor(root, LanguageModelAvailability::available);
     env.recoverInterruptedSessions = [&recovered](LocalAppModel &) { recovered = true; };
     LocalAppModel app(env);
     EXPECT_TRUE(recovered);
     EXPECT_FALSE(app.selected().has_value());
-    auto first = app.store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    const auto create = [&] {
+        return app.store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    };
+    const NotePtr first = create();
     app.refreshNotes();
     EXPECT_EQ(app.selected(), first->id());
     EXPECT_EQ(app.selectedNote(), first);
 
-    auto second = app.store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr second = create();
     second->setValue(QStringLiteral("timestamp"), first->timestamp()->addSecs(1));
     app.store()->save();
     app.refreshNotes();
@@ -92,8 +64,8 @@ TEST(LaunchTest, SelectionIsAdoptedOnlyWhenNoneIsSet)
 TEST(LaunchTest, NoteAudioDirectoryStaysInsideTheRoot)
 {
     TempRoot root;
-    LocalAppModel app(environmentFor(root));
-    auto note = app.store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
+    const auto app = launchApp(root.path());
+    const NotePtr note = app->store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
     const QString noAudio = QStringLiteral("This note has no local audio.");
     const QString outside = QStringLiteral("Audio path is outside the local store.");
     for (const auto &[source, text] :
@@ -103,10 +75,11 @@ TEST(LaunchTest, NoteAudioDirectoryStaysInsideTheRoot)
           std::pair{QVariant(QStringLiteral("Recordings/../../elsewhere")), outside},
           std::pair{QVariant(QStringLiteral(".")), outside}}) {
         note->setValue(QStringLiteral("sourceURL"), source);
-        EXPECT_EQ(errorOf([&] { app.noteAudioDirectory(*note); }), text) << source.toString().toStdString();
+        EXPECT_EQ(errorOf([&] { app->noteAudioDirectory(*note); }), text) << source.toString().toStdString();
     }
-    note->setValue(QStringLiteral("sourceURL"), QStringLiteral("Recordings/") + idText(*note->id()));
-    EXPECT_EQ(app.noteAudioDirectory(*note), root.file(QStringLiteral("Recordings/") + idText(*note->id())));
+    const QString folder = QStringLiteral("Recordings/") + idText(*note->id());
+    note->setValue(QStringLiteral("sourceURL"), folder);
+    EXPECT_EQ(app->noteAudioDirectory(*note), root.file(folder));
 
     LocalAppModel without(environmentFor(root, LanguageModelAvailability::unavailableForGood));
     EXPECT_EQ(errorOf([&] { without.noteAudioDirectory(*note); }),

@@ -15,17 +15,17 @@ protected:
     }
     QString storedTitle(const NotePtr &note)
     {
-        auto fresh = root.open();
-        auto n = fresh->noteWithId(*note->id());
+        auto n = root.open()->noteWithId(*note->id());
         return n ? n->title().value_or(QStringLiteral("<missing>")) : QStringLiteral("<no row>");
     }
+    qint64 rows(const char *table) { return countRows(*controller, QString::fromLatin1(table)); }
 };
 
 TEST_F(NoteOperationsTest, CreateNoteWritesItsFieldsInOneSaveOrLeavesNoRowAnywhere)
 {
     failWrites(*controller, QStringLiteral("note"), QStringLiteral("INSERT"));
     EXPECT_THROW(makeNote(), SystemError);
-    EXPECT_EQ(countRows(*controller, QStringLiteral("note")), 0);
+    EXPECT_EQ(rows("note"), 0);
     EXPECT_TRUE(controller->context().fetch<Note>(FetchRequest{}).isEmpty());
     EXPECT_FALSE(controller->context().hasChanges());
     allowWrites(*controller, QStringLiteral("note"), QStringLiteral("INSERT"));
@@ -33,12 +33,12 @@ TEST_F(NoteOperationsTest, CreateNoteWritesItsFieldsInOneSaveOrLeavesNoRowAnywhe
     auto note = controller->createNote(QStringLiteral("T"), QStringLiteral("text"), QUuid::createUuid(),
                                        QStringLiteral("local"));
     EXPECT_FALSE(controller->context().hasChanges());
-    EXPECT_EQ(countRows(*controller, QStringLiteral("note")), 1);
+    EXPECT_EQ(rows("note"), 1);
     EXPECT_EQ(note->transcription(), QStringLiteral("text"));
     EXPECT_TRUE(note->timestamp().has_value());
 }
 
-TEST_F(NoteOperationsTest, GeneratedFieldsAcceptOnlyNoteAttributes)
+TEST_F(NoteOperationsTest, GeneratedFieldsAcceptOnlyNoteAttributesOfAUsableNote)
 {
     auto note = makeNote();
     for (const char *key : {"tags", "folder", "titel", "notesList"}) {
@@ -55,11 +55,7 @@ TEST_F(NoteOperationsTest, GeneratedFieldsAcceptOnlyNoteAttributes)
                                             {QStringLiteral("summaryType"), QStringLiteral("general")},
                                             {QStringLiteral("title"), QStringLiteral("Quarterly plan")}});
     EXPECT_EQ(storedTitle(note), QStringLiteral("Quarterly plan"));
-}
 
-TEST_F(NoteOperationsTest, GeneratedFieldsRefuseAnUnusableNote)
-{
-    auto note = makeNote();
     controller->context().deleteObject(note);
     EXPECT_EQ(errorOf([&] {
                   controller->applyGeneratedFields(note, {{QStringLiteral("summary"), QStringLiteral("S")}});
@@ -70,7 +66,7 @@ TEST_F(NoteOperationsTest, GeneratedFieldsRefuseAnUnusableNote)
     EXPECT_THROW(controller->applyGeneratedFields(foreign, {}), LocalError);
 }
 
-TEST_F(NoteOperationsTest, TagsReplaceTheSetAndReuseLibrarySpelling)
+TEST_F(NoteOperationsTest, GeneratedTagsReplaceTheSetInTheSpellingMostNotesUse)
 {
     auto first = makeNote();
     controller->applyGeneratedFields(
@@ -86,11 +82,34 @@ TEST_F(NoteOperationsTest, TagsReplaceTheSetAndReuseLibrarySpelling)
               (QStringList{QStringLiteral("HIRING"), QStringLiteral("Machine-Learning")}));
     controller->applyGeneratedFields(second, {}, QStringList{QStringLiteral("Budget")});
     EXPECT_EQ(second->sortedTagNames(), QStringList{QStringLiteral("Budget")});
-    EXPECT_EQ(countRows(*controller, QStringLiteral("tag")), 3);
-    EXPECT_EQ(countRows(*controller, QStringLiteral("note_tags")), 3);
-    // nil tags leave the set alone.
+    EXPECT_EQ(rows("tag"), 3);
+    EXPECT_EQ(rows("note_tags"), 3);
+    // No tags leave the set alone.
     controller->applyGeneratedFields(second, {{QStringLiteral("summary"), QStringLiteral("x")}});
     EXPECT_EQ(second->sortedTagNames(), QStringList{QStringLiteral("Budget")});
+
+    // Two spellings of one tag in the library, the older one on fewer notes:
+    // the one more notes use is chosen.
+    makeNote()->addTag(QStringLiteral("Résumé"));
+    for (int i = 0; i < 3; ++i)
+        makeNote()->addTag(QStringLiteral("Resume"));
+    controller->save();
+    auto third = makeNote();
+    controller->applyGeneratedFields(third, {}, QStringList{QStringLiteral("RESUME")});
+    EXPECT_EQ(third->sortedTagNames(), QStringList{QStringLiteral("Resume")});
+
+    // The candidates count the notes of each named tag, from rows not yet in memory.
+    auto unnamed = controller->context().insert<Tag>();
+    unnamed->setValue(QStringLiteral("canonicalName"), QStringLiteral("x"));
+    controller->save();
+    auto candidates = root.open()->fetchTagCandidates();
+    std::sort(candidates.begin(), candidates.end(),
+              [](const auto &a, const auto &b) { return a.name < b.name; });
+    EXPECT_EQ(candidates, (QList<LocalTagCandidate>{{QStringLiteral("Budget"), 2},
+                                                    {QStringLiteral("HIRING"), 0},
+                                                    {QStringLiteral("Machine-Learning"), 1},
+                                                    {QStringLiteral("Resume"), 4},
+                                                    {QStringLiteral("Résumé"), 1}}));
 }
 
 TEST_F(NoteOperationsTest, FailedSaveRestoresFieldsAndLeavesNoOrphanTag)
@@ -98,7 +117,7 @@ TEST_F(NoteOperationsTest, FailedSaveRestoresFieldsAndLeavesNoOrphanTag)
     auto note = makeNote(QStringLiteral("Original"));
     note->addTag(QStringLiteral("Existing"));
     controller->save();
-    const qint64 tagsBefore = countRows(*controller, QStringLiteral("tag"));
+    const qint64 tagsBefore = rows("tag");
 
     failWrites(*controller, QStringLiteral("note"), QStringLiteral("UPDATE"));
     EXPECT_THROW(controller->applyGeneratedFields(note,
@@ -111,7 +130,7 @@ TEST_F(NoteOperationsTest, FailedSaveRestoresFieldsAndLeavesNoOrphanTag)
     EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Existing")});
     for (const auto &t : controller->context().fetch<Tag>(FetchRequest{}))
         EXPECT_NE(t->name(), QStringLiteral("Brand-New-Topic"));
-    EXPECT_EQ(countRows(*controller, QStringLiteral("tag")), tagsBefore);
+    EXPECT_EQ(rows("tag"), tagsBefore);
     EXPECT_EQ(storedTitle(note), QStringLiteral("Original"));
 
     allowWrites(*controller, QStringLiteral("note"), QStringLiteral("UPDATE"));
@@ -122,10 +141,9 @@ TEST_F(NoteOperationsTest, FailedSaveRestoresFieldsAndLeavesNoOrphanTag)
 TEST_F(NoteOperationsTest, RecordingLeaseIsSingleAndReleasedOnlyByItsToken)
 {
     auto a = makeNote();
-    auto b = makeNote();
     const QUuid lease = controller->beginRecording(a);
     EXPECT_EQ(controller->activeRecording()->noteId, a->objectId());
-    EXPECT_EQ(errorOf([&] { controller->beginRecording(b); }),
+    EXPECT_EQ(errorOf([&] { controller->beginRecording(makeNote()); }),
               QStringLiteral("Finish the current transcription first."));
     controller->endRecording(QUuid::createUuid()); // stale
     EXPECT_TRUE(controller->activeRecording().has_value());
