@@ -43,7 +43,7 @@ TEST_F(RecoveryTest, ALibraryWithNothingToRepairSaysNothingAndTouchesNothing)
     EXPECT_EQ(library.launch()->message(), QString()) << "no recordings at all";
     const QUuid other = library.createNote();
     for (int s = 0; s < 3; ++s)
-        finishedSegment(library.segment(other), other, 48000, ramp(1000));
+        interruptedSegment(library.segment(other), other, 48000, ramp(1000), true);
     // Audio without a manifest, folders named like no note, a file among the segments.
     writeFile(library.segment(id, QStringLiteral("A")) + QStringLiteral("/audio.float32"),
               QByteArray(400, 1));
@@ -67,7 +67,7 @@ TEST_F(RecoveryTest, EveryInterruptedSessionIsRebuiltMarkedAndCountedOncePerNote
         {interruptedSegment(library.segment(second), second, 48000, ramp(3000)), 48000},
         // Audio of a deleted note is repaired but not counted.
         {interruptedSegment(library.segment(gone), gone, 48000, ramp(3000)), 48000}};
-    finishedSegment(library.segment(first), first, 44100, ramp(100));
+    interruptedSegment(library.segment(first), first, 44100, ramp(100), true);
     // Leftovers of a build that a crash cut short.
     writeFile(repaired[0].first + QStringLiteral("/recovered-5E0B7C56-0000-4000-8000-000000000000.caf"),
               "torn");

@@ -1,9 +1,8 @@
 // A Kestil process for the crash tests to kill: it records a sound file into
-// a segment, rebuilds a segment's playable file, or launches the application
-// model with its recovery pass, exactly as the program does.
+// a segment, or launches the application model with its recovery pass,
+// exactly as the program does.
 //
 //   recovery_child record <segment> <note UUID> <sound file> <report fd> <pause µs>
-//   recovery_child rebuild <segment>
 //   recovery_child launch <data root>
 //
 // While recording it writes, after each append has returned, the number of
@@ -19,7 +18,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <thread>
 
 #include <unistd.h>
@@ -65,10 +63,6 @@ int main(int argc, char *argv[])
     try {
         if (args.size() == 7 && args[1] == QLatin1String("record"))
             return record(args[2], QUuid::fromString(args[3]), args[4], args[5].toInt(), args[6].toInt());
-        if (args.size() == 3 && args[1] == QLatin1String("rebuild")) {
-            DurableAudioWriter::rebuildFinalAudio(args[2]);
-            return 0;
-        }
         if (args.size() == 3 && args[1] == QLatin1String("launch")) {
             LaunchEnvironment environment;
             environment.root = args[2];

@@ -8,13 +8,6 @@
 #include "core/InterruptedSessionRecovery.h"
 #include "support/SoundFiles.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
-
 #include <ostream>
 #include <span>
 
@@ -49,11 +42,11 @@ public:
 
     QString root() const { return root_.isEmpty() ? dir_.path() : root_; }
 
-    QUuid createNote(const QString &title = QStringLiteral("Meeting"))
+    QUuid createNote()
     {
-        SharedPersistenceController store(root());
         const QUuid id = QUuid::createUuid();
-        store.createNote(title, QString(), id, QStringLiteral("local"));
+        SharedPersistenceController(root()).createNote(QStringLiteral("Meeting"), QString(), id,
+                                                       QStringLiteral("local"));
         return id;
     }
 
@@ -61,12 +54,8 @@ public:
 
     std::optional<QString> sourceURL(const QUuid &noteID) const
     {
-        SharedPersistenceController store(root());
-        for (const auto &note : store.fetchNotes()) {
-            if (note->id() == noteID)
-                return note->sourceURL();
-        }
-        return std::nullopt;
+        const NotePtr note = SharedPersistenceController(root()).noteWithId(noteID);
+        return note ? note->sourceURL() : std::nullopt;
     }
 
     QString segment(const QUuid &noteID, const QString &name = QString()) const
@@ -90,12 +79,6 @@ inline QString interruptedSegment(const QString &segment, const QUuid &noteID, d
     if (complete)
         writer.complete();
     return segment;
-}
-
-inline QString finishedSegment(const QString &segment, const QUuid &noteID, double rate,
-                               std::span<const float> samples)
-{
-    return interruptedSegment(segment, noteID, rate, samples, true);
 }
 
 inline std::vector<float> ramp(size_t count, float offset = 0)
