@@ -54,7 +54,8 @@ public:
 
     std::optional<QString> sourceURL(const QUuid &noteID) const
     {
-        const NotePtr note = SharedPersistenceController(root()).noteWithId(noteID);
+        SharedPersistenceController store(root());
+        const NotePtr note = store.noteWithId(noteID);
         return note ? note->sourceURL() : std::nullopt;
     }
 

@@ -1,10 +1,11 @@
+// Who said what: a real store and real recording folders, with a scripted
+// diarizer (the real one is measured in the speech tests).
 #include "core/SpeakerIdentification.h"
 #include "core/CoreTestSupport.h"
 #include "support/CoreApplicationEnvironment.h"
 #include "support/QtPrinters.h"
 
 #include "base/CancellationError.h"
-#include "base/Error.h"
 #include "capture/DurableAudioWriter.h"
 #include "capture/RecordingFolder.h"
 #include "core/NoteAudio.h"
@@ -12,45 +13,32 @@
 #include "speech/SpeakerNames.h"
 
 #include <QEventLoop>
-#include <QTemporaryDir>
 #include <QTimer>
 
-#include <gtest/gtest.h>
-
-#include <condition_variable>
-#include <mutex>
+#include <atomic>
+#include <thread>
 
 using namespace kestil;
 
 namespace {
 
-// Answers with the turns it was given once the test lets it go, and records
-// how much audio it heard.
+// What the diarizer answers, when the test lets it, and how much audio it heard.
+struct Script {
+    std::vector<SpeakerTurn> turns;
+    std::atomic<bool> go = true;
+    double heardSeconds = 0;
+};
+
 class ScriptedDiarizer : public SpeakerDiarizer {
 public:
-    struct Script {
-        std::vector<SpeakerTurn> turns;
-        std::mutex mutex;
-        std::condition_variable released;
-        bool go = true;
-        double heardSeconds = 0;
-
-        void release()
-        {
-            std::lock_guard lock(mutex);
-            go = true;
-            released.notify_all();
-        }
-    };
     explicit ScriptedDiarizer(std::shared_ptr<Script> script) : script_(std::move(script)) {}
 
     std::vector<SpeakerTurn> diarize(std::span<const float> samples, double rate, const Progress &progress,
                                      const CancelCheck &cancelled) override
     {
-        std::unique_lock lock(script_->mutex);
         script_->heardSeconds = double(samples.size()) / rate;
         while (!script_->go)
-            script_->released.wait_for(lock, std::chrono::milliseconds(10));
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
         if (cancelled && cancelled())
             throw CancellationError();
         if (progress)
@@ -61,16 +49,6 @@ public:
 private:
     std::shared_ptr<Script> script_;
 };
-
-TranscriptUtterance said(double start, double end, const QString &text)
-{
-    TranscriptUtterance u;
-    u.id = newTranscriptUtteranceId();
-    u.text = text;
-    u.start = start;
-    u.end = end;
-    return u;
-}
 
 class SpeakerIdentificationTest : public ::testing::Test {
 public:
@@ -88,17 +66,21 @@ public:
     {
         const QUuid id = QUuid::createUuid();
         NotePtr note = app_->store()->createNote(QStringLiteral("Meeting"), {}, id, QStringLiteral("local"));
-        const double rates[] = {48000, 44100};
-        for (int part = 0; part < 2; ++part) {
-            DurableAudioWriter writer(RecordingFolder::newSegmentFolder(root_, id), id, rates[part]);
-            writer.append(std::vector<float>(std::size_t(rates[part] * seconds / 2), 0.1f));
+        for (const double rate : {48000.0, 44100.0}) {
+            DurableAudioWriter writer(RecordingFolder::newSegmentFolder(root_, id), id, rate);
+            writer.append(std::vector<float>(std::size_t(rate * seconds / 2), 0.1f));
             writer.complete();
         }
         QList<TranscriptUtterance> utterances;
         QStringList text;
         for (int i = 0; i * 5 < seconds; ++i) {
-            utterances << said(i * 5, i * 5 + 4, QStringLiteral("Sentence number %1.").arg(i));
-            text << utterances.last().text;
+            TranscriptUtterance u;
+            u.id = newTranscriptUtteranceId();
+            u.text = QStringLiteral("Sentence number %1.").arg(i);
+            u.start = i * 5;
+            u.end = i * 5 + 4;
+            utterances << u;
+            text << u.text;
         }
         note->setValue(QStringLiteral("transcription"), text.join(QLatin1Char(' ')));
         setTranscriptUtterances(*note, utterances);
@@ -121,14 +103,14 @@ public:
             return outcome;
         if (during)
             during();
-        script_->release();
+        script_->go = true;
         loop.exec();
         return outcome;
     }
 
     QTemporaryDir dir_;
     QString root_;
-    std::shared_ptr<ScriptedDiarizer::Script> script_ = std::make_shared<ScriptedDiarizer::Script>();
+    std::shared_ptr<Script> script_ = std::make_shared<Script>();
     std::unique_ptr<LocalAppModel> app_;
     std::unique_ptr<SpeakerIdentification> identification_;
 };
@@ -144,50 +126,44 @@ TEST_F(SpeakerIdentificationTest, EachSentenceGetsTheVoiceOfItsTimeAndTheResultI
                              "transcript to rename them."));
     // Both segments were heard, one after the other, at the models' rate.
     EXPECT_NEAR(script_->heardSeconds, 20.0, 0.01);
-
-    const NotePtr reread = app_->store()->noteWithId(*note->id());
+    SharedPersistenceController stored(root_);
+    const NotePtr reread = stored.noteWithId(*note->id());
     EXPECT_EQ(
         transcriptForReading(*reread),
         QStringLiteral("Speaker 1: Sentence number 0. Sentence number 1.\n\nSpeaker 2: Sentence number 2. "
                        "Sentence number 3."));
-    // Names given to the earlier numbering are gone.
-    EXPECT_FALSE(reread->speakerNamesJSON());
+    EXPECT_FALSE(reread->speakerNamesJSON()) << "names given to the earlier numbering are gone";
 }
 
 TEST_F(SpeakerIdentificationTest, AnythingThatChangesTheNoteMeanwhileLeavesItAsItWas)
 {
+    const QString unchanged = QStringLiteral(" The transcript is unchanged.");
     const struct {
         const char *what;
-        std::function<void(SpeakerIdentificationTest &, const NotePtr &)> meanwhile;
-        bool deleted;
+        std::function<void(const NotePtr &)> meanwhile;
         QString message;
     } rows[] = {
         {"edited",
-         [](SpeakerIdentificationTest &, const NotePtr &note) {
-             setTranscriptFromPlainText(*note, QStringLiteral("Typed over."));
-         },
-         false,
+         [](const NotePtr &note) { setTranscriptFromPlainText(*note, QStringLiteral("Typed over.")); },
          QStringLiteral(
              "The transcript changed while its speakers were identified, so the result no longer fits "
              "it. The transcript is unchanged. Choose Identify Speakers again.")},
-        {"deleted",
-         [](SpeakerIdentificationTest &t, const NotePtr &note) { t.app_->store()->deleteNote(note); }, true,
+        {"deleted", [&](const NotePtr &note) { app_->store()->deleteNote(note); },
          QStringLiteral("The note was deleted while its speakers were identified.")},
-        {"cancelled", [](SpeakerIdentificationTest &t, const NotePtr &) { t.identification_->cancel(); },
-         false, QStringLiteral("Identifying speakers was cancelled. The transcript is unchanged.")},
-        {"silent", [](SpeakerIdentificationTest &t, const NotePtr &) { t.script_->turns.clear(); }, false,
-         QStringLiteral("No voices were found in this note's audio. The transcript is unchanged.")},
+        {"cancelled", [&](const NotePtr &) { identification_->cancel(); },
+         QStringLiteral("Identifying speakers was cancelled.") + unchanged},
+        {"silent", [&](const NotePtr &) { script_->turns.clear(); },
+         QStringLiteral("No voices were found in this note's audio.") + unchanged},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.what);
         const NotePtr note = recordedNote(10);
-        const std::optional<QString> before = note->transcriptUtterancesJSON();
         script_->turns = {{0, 5, 0}, {5, 10, 1}};
         script_->go = false;
-        const auto [identified, message] = run(note, [&] { row.meanwhile(*this, note); });
+        const auto [identified, message] = run(note, [&] { row.meanwhile(note); });
         EXPECT_FALSE(identified);
         EXPECT_EQ(message, row.message);
-        if (row.deleted)
+        if (note->isDeleted())
             continue;
         EXPECT_FALSE(showsSpeakers(transcriptUtterances(*note)));
         EXPECT_EQ(note->speakerNamesJSON(), QStringLiteral("{\"0\":\"Old name\"}"));
@@ -203,7 +179,6 @@ TEST_F(SpeakerIdentificationTest, ANoteWithoutTimedTextOrModelsCannotBegin)
         identification_->lastMessage(),
         QStringLiteral("This note has no timed transcript to give to speakers: only recorded or imported "
                        "audio has one. The transcript is unchanged."));
-
     SpeakerIdentification missing(*app_, []() -> std::unique_ptr<SpeakerDiarizer> {
         throw LocalError(QStringLiteral("The models are missing."));
     });
@@ -211,17 +186,16 @@ TEST_F(SpeakerIdentificationTest, ANoteWithoutTimedTextOrModelsCannotBegin)
     EXPECT_EQ(missing.lastMessage(), QStringLiteral("The models are missing."));
 }
 
-TEST_F(SpeakerIdentificationTest, ATornSegmentGivesItsWholeSamples)
+TEST_F(SpeakerIdentificationTest, ASegmentLongerThanOneReadAndTornGivesAllItsWholeSamples)
 {
     const QUuid id = QUuid::createUuid();
-    const QString segment = RecordingFolder::newSegmentFolder(root_, id);
     {
-        DurableAudioWriter writer(segment, id, 16000);
-        writer.append(std::vector<float>(16000, 0.25f));
+        DurableAudioWriter writer(RecordingFolder::newSegmentFolder(root_, id), id, 16000);
+        writer.append(std::vector<float>((1 << 16) + 1, 0.25f));
         writer.append("\x01\x02", 2); // half a sample, as a crash leaves it
     }
     const std::vector<float> audio = readNoteAudio(root_, id, 16000);
-    ASSERT_EQ(audio.size(), 16000u);
+    ASSERT_EQ(audio.size(), (1u << 16) + 1);
     EXPECT_EQ(audio.back(), 0.25f);
 }
 

@@ -15,7 +15,8 @@ protected:
     }
     QString storedTitle(const NotePtr &note)
     {
-        auto n = root.open()->noteWithId(*note->id());
+        const auto fresh = root.open();
+        const auto n = fresh->noteWithId(*note->id());
         return n ? n->title().value_or(QStringLiteral("<missing>")) : QStringLiteral("<no row>");
     }
     qint64 rows(const char *table) { return countRows(*controller, QString::fromLatin1(table)); }

@@ -89,7 +89,8 @@ TEST(StoreFileTest, NotesSurviveAReopenWithTheirLinksNewestFirstWithStableIdenti
     // Deleting the folder leaves the note unfiled; its tags stay in the library.
     controller->context().deleteObject(note->folder());
     controller->save();
-    const auto again = root.open()->fetchNotes().last();
+    const auto reopened = root.open();
+    const auto again = reopened->fetchNotes().last();
     EXPECT_FALSE(again->folder());
     EXPECT_EQ(again->sortedTagNames(), QStringList{QStringLiteral("Planning")});
     EXPECT_EQ(again->objectId().uriString(), uri);
