@@ -22,6 +22,7 @@
 #include <unistd.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -34,8 +35,8 @@ struct Outcome {
 // Three seconds of read speech at 16 kHz.
 const test::SoundFile &speech()
 {
-    static const test::SoundFile clip = *test::readSoundFile(QStringLiteral(
-        "/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-0880.wav"));
+    static const test::SoundFile clip = *test::readSoundFile(
+        u"/usr/share/pocketsphinx/test/data/librivox/sense_and_sensibility_01_austen_64kb-0880.wav"_s);
     return clip;
 }
 
@@ -57,7 +58,7 @@ std::vector<float> speechAt(int rate, int channels)
 // holds no whisper model, so that PocketSphinx transcribes.
 class AudioFileImportTest : public ::testing::Test {
 protected:
-    void SetUp() override { open(dir_.path() + QStringLiteral("/Kestil")); }
+    void SetUp() override { open(dir_.path() + u"/Kestil"_s); }
     void TearDown() override { qunsetenv("KESTIL_DATA_DIR"); }
 
     void open(const QString &root)
@@ -67,7 +68,7 @@ protected:
         root_ = root;
         QDir().mkpath(root_);
         qputenv("KESTIL_DATA_DIR", root_.toUtf8());
-        preferences_ = std::make_unique<PreferenceStore>(dir_.path() + QStringLiteral("/config"));
+        preferences_ = std::make_unique<PreferenceStore>(dir_.path() + u"/config"_s);
         app_ = test::launchApp(root_);
         import_ = std::make_unique<AudioFileImport>(*app_, *preferences_);
     }
@@ -120,22 +121,22 @@ TEST_F(AudioFileImportTest, AFileBecomesANoteWithItsAudioStoredAsARecordingAndIt
 {
     // FLAC at 44.1 kHz in stereo: decoded, mixed to mono, stored at its own rate.
     const std::vector<float> stereo = speechAt(44100, 2);
-    const QString flac = file(QStringLiteral("Young man.flac"));
+    const QString flac = file(u"Young man.flac"_s);
     ASSERT_TRUE(test::writeSoundFile(flac, SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 44100, 2, stereo));
     std::vector<AudioFileImport::Stage> stages;
     const Outcome outcome = run(flac, [&](AudioFileImport &i) { stages.push_back(i.stage()); });
     ASSERT_TRUE(outcome.began);
     EXPECT_TRUE(outcome.transcribed) << outcome.message.toStdString();
-    EXPECT_EQ(outcome.message, QStringLiteral("“Young man.flac” is imported and transcribed."));
+    EXPECT_EQ(outcome.message, u"“Young man.flac” is imported and transcribed."_s);
     ASSERT_FALSE(stages.empty());
     EXPECT_EQ(stages.front(), AudioFileImport::Stage::copying);
     EXPECT_EQ(stages.back(), AudioFileImport::Stage::transcribing);
 
     ASSERT_EQ(notes().size(), 1);
     const NotePtr note = notes().first();
-    EXPECT_EQ(note->title(), QStringLiteral("Young man"));
-    EXPECT_EQ(note->sourceURL(), QStringLiteral("Recordings/") + RecordingFolder::uuidText(*note->id()));
-    EXPECT_TRUE(note->transcription().value_or(QString()).contains(QStringLiteral("young man")))
+    EXPECT_EQ(note->title(), u"Young man"_s);
+    EXPECT_EQ(note->sourceURL(), u"Recordings/"_s + RecordingFolder::uuidText(*note->id()));
+    EXPECT_TRUE(note->transcription().value_or(QString()).contains(u"young man"_s))
         << note->transcription().value_or(QString()).toStdString();
     const qint64 frames = qint64(stereo.size() / 2);
     const QList<TranscriptUtterance> utterances = transcriptUtterances(*note);
@@ -155,7 +156,7 @@ TEST_F(AudioFileImportTest, AFileBecomesANoteWithItsAudioStoredAsARecordingAndIt
 
 TEST_F(AudioFileImportTest, EightChannelsAt192kHzAreMixedAndStoredAt48kHz)
 {
-    const QString wav = file(QStringLiteral("studio.wav"));
+    const QString wav = file(u"studio.wav"_s);
     ASSERT_TRUE(test::writeSoundFile(wav, SF_FORMAT_WAV | SF_FORMAT_FLOAT, 192000, 8, speechAt(192000, 8)));
     // The copy is what this is about: the transcription is cancelled as it begins.
     const Outcome outcome = run(wav, [](AudioFileImport &i) {
@@ -173,32 +174,29 @@ TEST_F(AudioFileImportTest, EightChannelsAt192kHzAreMixedAndStoredAt48kHz)
 
 TEST_F(AudioFileImportTest, FilesThatAreNoUsableAudioAreRefusedBeforeAnythingIsWrittenAndACutOneSaysSo)
 {
-    test::writeFile(file(QStringLiteral("notes.wav")), "This is a shopping list, not a recording.\n");
-    test::writeFile(file(QStringLiteral("empty.flac")), {});
+    test::writeFile(file(u"notes.wav"_s), "This is a shopping list, not a recording.\n");
+    test::writeFile(file(u"empty.flac"_s), {});
     // A name that is not UTF-8 arrives with a replacement character.
     const QByteArray latin1 = QFile::encodeName(dir_.path()) + "/caf\xe9.wav";
     SF_INFO info{0, 16000, 1, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 0, 0};
     SNDFILE *f = sf_open(latin1.constData(), SFM_WRITE, &info);
     ASSERT_NE(f, nullptr);
     sf_close(f);
-    const QString nothing = QStringLiteral(" Nothing was imported.");
+    const QString nothing = u" Nothing was imported."_s;
     const struct {
         QString path;
         QString message;
     } cases[] = {
-        {file(QStringLiteral("notes.wav")),
-         QStringLiteral(
-             "“notes.wav” is not an audio file Kestil can read. Choose a WAV, FLAC, Ogg, Opus or MP3 "
-             "file.") +
+        {file(u"notes.wav"_s),
+         u"“notes.wav” is not an audio file Kestil can read. Choose a WAV, FLAC, Ogg, Opus or MP3 "
+         "file."_s +
              nothing},
-        {file(QStringLiteral("empty.flac")),
-         QStringLiteral("“empty.flac” is empty: it holds no audio.") + nothing},
+        {file(u"empty.flac"_s), u"“empty.flac” is empty: it holds no audio."_s + nothing},
         {QFile::decodeName(latin1),
-         QStringLiteral(
-             "The name of “caf\uFFFD.wav” is not valid UTF-8, so Kestil cannot open it. Rename the file "
-             "and import it again.") +
+         u"The name of “caf\uFFFD.wav” is not valid UTF-8, so Kestil cannot open it. Rename the file "
+         "and import it again."_s +
              nothing},
-        {file(QStringLiteral("missing.mp3")), QStringLiteral("“missing.mp3” could not be found.") + nothing},
+        {file(u"missing.mp3"_s), u"“missing.mp3” could not be found."_s + nothing},
     };
     for (const auto &c : cases) {
         const Outcome outcome = run(c.path);
@@ -207,17 +205,16 @@ TEST_F(AudioFileImportTest, FilesThatAreNoUsableAudioAreRefusedBeforeAnythingIsW
     }
     ::unlink(latin1.constData());
     EXPECT_TRUE(notes().isEmpty());
-    EXPECT_TRUE(QDir(root_ + QStringLiteral("/Recordings")).isEmpty());
+    EXPECT_TRUE(QDir(root_ + u"/Recordings"_s).isEmpty());
 
     // A FLAC cut in half keeps what could be decoded.
-    const QString flac = file(QStringLiteral("cut.flac"));
+    const QString flac = file(u"cut.flac"_s);
     ASSERT_TRUE(test::writeSoundFile(flac, SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 16000, 1, speech().samples));
     const QByteArray whole = test::readFile(flac);
     test::writeFile(flac, whole.left(whole.size() / 2));
     const Outcome cut = run(flac);
     ASSERT_TRUE(cut.began);
-    EXPECT_TRUE(cut.message.contains(QStringLiteral("The file ends early: the first 0:0")))
-        << cut.message.toStdString();
+    EXPECT_TRUE(cut.message.contains(u"The file ends early: the first 0:0"_s)) << cut.message.toStdString();
     EXPECT_EQ(notes().size(), 1);
 }
 
@@ -226,16 +223,15 @@ TEST_F(AudioFileImportTest, AFileLargerThanTheFreeSpaceIsRefusedUpFront)
     test::TmpfsMount disk(8 << 20);
     if (!disk.mounted())
         GTEST_SKIP() << disk.error().toStdString();
-    open(disk.path() + QStringLiteral("/Kestil"));
+    open(disk.path() + u"/Kestil"_s);
     // Two minutes at 48 kHz: 46 MB as a recording, far more than the disk.
-    const QString wav = file(QStringLiteral("long.wav"));
+    const QString wav = file(u"long.wav"_s);
     ASSERT_TRUE(test::writeSoundFile(wav, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 48000, 1,
                                      test::sine(220, 48000, 48000 * 120, 0.2f)));
     const Outcome outcome = run(wav);
     EXPECT_FALSE(outcome.began);
-    EXPECT_TRUE(outcome.message.startsWith(QStringLiteral("“long.wav” needs about ")));
-    EXPECT_TRUE(outcome.message.endsWith(
-        QStringLiteral("Free some space and import it again. Nothing was imported.")));
+    EXPECT_TRUE(outcome.message.startsWith(u"“long.wav” needs about "_s));
+    EXPECT_TRUE(outcome.message.endsWith(u"Free some space and import it again. Nothing was imported."_s));
     EXPECT_TRUE(notes().isEmpty());
 }
 
@@ -245,7 +241,7 @@ TEST_F(AudioFileImportTest, CancellingWhileCopyingLeavesNothingAndWhileTranscrib
     std::vector<float> audio;
     while (audio.size() < std::size_t(16000 * 90))
         audio.insert(audio.end(), speech().samples.begin(), speech().samples.end());
-    const QString wav = file(QStringLiteral("lecture.wav"));
+    const QString wav = file(u"lecture.wav"_s);
     ASSERT_TRUE(test::writeSoundFile(wav, SF_FORMAT_WAV | SF_FORMAT_PCM_16, 16000, 1, audio));
 
     // As soon as the note exists, before a sample is copied.
@@ -253,17 +249,15 @@ TEST_F(AudioFileImportTest, CancellingWhileCopyingLeavesNothingAndWhileTranscrib
                                                &AudioFileImport::cancel);
     const Outcome copying = run(wav);
     QObject::disconnect(cancelAtOnce);
-    EXPECT_EQ(copying.message,
-              QStringLiteral("The import of “lecture.wav” was cancelled. Nothing was imported."));
+    EXPECT_EQ(copying.message, u"The import of “lecture.wav” was cancelled. Nothing was imported."_s);
     EXPECT_TRUE(notes().isEmpty());
 
     const Outcome transcribing = run(wav, [](AudioFileImport &i) {
         if (i.stage() == AudioFileImport::Stage::transcribing && i.progress() > 0.2)
             i.cancel();
     });
-    EXPECT_EQ(transcribing.message,
-              QStringLiteral("The transcription of “lecture.wav” was cancelled. The note "
-                             "keeps all its audio and the text transcribed so far."));
+    EXPECT_EQ(transcribing.message, u"The transcription of “lecture.wav” was cancelled. The note "
+                                    "keeps all its audio and the text transcribed so far."_s);
     ASSERT_EQ(notes().size(), 1);
     const NotePtr note = notes().first();
     EXPECT_FALSE(note->transcription().value_or(QString()).isEmpty()) << "text saved as it came";

@@ -12,11 +12,12 @@
 using namespace kestil;
 using namespace kestil::test;
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString deleteRefused = QStringLiteral("Cancel or finish the current operation before deleting notes.");
-const QString unavailable = QStringLiteral("This note is unavailable.");
+const QString deleteRefused = u"Cancel or finish the current operation before deleting notes."_s;
+const QString unavailable = u"This note is unavailable."_s;
 
 class NotesListViewModelTest : public CoreRigTest {
 protected:
@@ -47,7 +48,7 @@ protected:
 
 TEST_F(NotesListViewModelTest, ANewRecordingGoesIntoANewNoteInTheShownFolderAndEverySnapshotIsSaved)
 {
-    const FolderPtr folder = createFolder(QStringLiteral("Meetings"), store().context());
+    const FolderPtr folder = createFolder(u"Meetings"_s, store().context());
     store().save();
     NotesListViewModel &model = list();
     model.setPendingFolderSelection(FolderSelection::folder(*folder->id()));
@@ -57,9 +58,9 @@ TEST_F(NotesListViewModelTest, ANewRecordingGoesIntoANewNoteInTheShownFolderAndE
     const NotePtr note = model.newNoteBeingRecorded();
     ASSERT_TRUE(note);
     const QUuid id = *note->id();
-    EXPECT_EQ(note->title(), QStringLiteral("Untitled Note"));
-    EXPECT_EQ(note->noteType(), QStringLiteral("transcription"));
-    EXPECT_EQ(note->sourceURL(), QStringLiteral("Recordings/") + idText(id));
+    EXPECT_EQ(note->title(), u"Untitled Note"_s);
+    EXPECT_EQ(note->noteType(), u"transcription"_s);
+    EXPECT_EQ(note->sourceURL(), u"Recordings/"_s + idText(id));
     EXPECT_TRUE(model.operationInProgress());
     EXPECT_FALSE(model.canStart());
     EXPECT_TRUE(store().activeRecording().has_value());
@@ -72,17 +73,17 @@ TEST_F(NotesListViewModelTest, ANewRecordingGoesIntoANewNoteInTheShownFolderAndE
 
     // Each committed snapshot is in the file while the recording runs.
     ASSERT_TRUE(rig.waitForFileDelivered());
-    ASSERT_TRUE(waitUntil([&] { return note->transcription() == QStringLiteral("word1 word2"); }));
-    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral("word1 word2 partial"));
+    ASSERT_TRUE(waitUntil([&] { return note->transcription() == u"word1 word2"_s; }));
+    EXPECT_EQ(model.accumulatedTranscription(), u"word1 word2 partial"_s);
     EXPECT_FALSE(store().context().hasChanges());
-    EXPECT_EQ(storedTranscript(note), QStringLiteral("word1 word2"));
+    EXPECT_EQ(storedTranscript(note), u"word1 word2"_s);
 
     stop(model);
     EXPECT_FALSE(model.newNoteBeingRecorded());
     EXPECT_FALSE(store().activeRecording().has_value());
     EXPECT_EQ(roles.recordingNotesViewModel(), nullptr);
     const NotePtr stored = storedNote(id);
-    EXPECT_EQ(stored->transcription(), QStringLiteral("word1 word2 tail"));
+    EXPECT_EQ(stored->transcription(), u"word1 word2 tail"_s);
     const auto utterances = transcriptUtterances(*stored);
     ASSERT_FALSE(utterances.isEmpty());
     EXPECT_EQ(utterances.first().start, 0.0);
@@ -108,65 +109,64 @@ TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStoredAndAFailedSa
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
 
     LocalTranscript snapshot;
-    snapshot.tentative = QStringLiteral("hello there");
+    snapshot.tentative = u"hello there"_s;
     model.receiveSnapshot(snapshot);
-    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral("hello there"));
+    EXPECT_EQ(model.accumulatedTranscription(), u"hello there"_s);
     EXPECT_EQ(note->transcription(), QString());
     EXPECT_EQ(saves.count(), 0);
 
-    snapshot.utterances = {LocalUtterance{QStringLiteral(" hello there "), 0.5, 1.5}};
-    snapshot.tentative = QStringLiteral("and");
+    snapshot.utterances = {LocalUtterance{u" hello there "_s, 0.5, 1.5}};
+    snapshot.tentative = u"and"_s;
     model.receiveSnapshot(snapshot);
-    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral(" hello there  and"));
-    EXPECT_EQ(note->transcription(), QStringLiteral(" hello there "));
+    EXPECT_EQ(model.accumulatedTranscription(), u" hello there  and"_s);
+    EXPECT_EQ(note->transcription(), u" hello there "_s);
     EXPECT_EQ(saves.count(), 1);
     const auto utterances = transcriptUtterances(*note);
     ASSERT_EQ(utterances.size(), 1);
-    EXPECT_EQ(utterances[0].text, QStringLiteral("hello there"));
+    EXPECT_EQ(utterances[0].text, u"hello there"_s);
 
     // A new tentative tail after the same finals is shown, and the store,
     // which holds those finals already, is not written again.
-    snapshot.tentative = QStringLiteral("and then");
+    snapshot.tentative = u"and then"_s;
     model.receiveSnapshot(snapshot);
-    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral(" hello there  and then"));
+    EXPECT_EQ(model.accumulatedTranscription(), u" hello there  and then"_s);
     EXPECT_EQ(saves.count(), 1);
 
     // A snapshot that cannot be saved is reported, the recording goes on, and
     // the next snapshot writes and tries again.
-    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    failWrites(store(), u"note"_s, u"UPDATE"_s);
     snapshot.tentative.clear();
-    snapshot.utterances.append(LocalUtterance{QStringLiteral("first words"), 2.5, 3.5});
+    snapshot.utterances.append(LocalUtterance{u"first words"_s, 2.5, 3.5});
     model.receiveSnapshot(snapshot);
     EXPECT_TRUE(model.showSyncError());
     EXPECT_TRUE(recorder->recording());
     EXPECT_TRUE(model.newNoteBeingRecorded());
-    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-    snapshot.utterances.append(LocalUtterance{QStringLiteral("more words"), 3.5, 4.5});
+    allowWrites(store(), u"note"_s, u"UPDATE"_s);
+    snapshot.utterances.append(LocalUtterance{u"more words"_s, 3.5, 4.5});
     model.receiveSnapshot(snapshot);
-    EXPECT_EQ(storedTranscript(note), QStringLiteral(" hello there  first words more words"));
+    EXPECT_EQ(storedTranscript(note), u" hello there  first words more words"_s);
     stop(model);
 }
 
 TEST_F(NotesListViewModelTest, RecordingIntoANoteWithTextKeepsItInFrontAndTimesTheNewWordsAfterIt)
 {
     NotesListViewModel &model = list();
-    const NotePtr note = makeNote(QStringLiteral("Standup"), QStringLiteral("Earlier text."));
+    const NotePtr note = makeNote(u"Standup"_s, u"Earlier text."_s);
     // Four seconds of earlier audio in the note's folder.
     writeSegment(root.path(), *note->id(), 4);
 
     ASSERT_TRUE(waitFor(model.startTranscription(note)));
     ASSERT_TRUE(rig.waitForFileDelivered());
-    ASSERT_TRUE(
-        waitUntil([&] { return model.accumulatedTranscription().contains(QStringLiteral("word2")); }));
-    EXPECT_TRUE(model.accumulatedTranscription().startsWith(QStringLiteral("Earlier text. word1")));
+    ASSERT_TRUE(waitUntil([&] { return model.accumulatedTranscription().contains(u"word2"_s); }));
+    EXPECT_TRUE(model.accumulatedTranscription().startsWith(u"Earlier text. word1"_s));
     stop(model);
 
-    EXPECT_EQ(note->title(), QStringLiteral("Standup"));
+    EXPECT_EQ(note->title(), u"Standup"_s);
     // The untimed earlier paragraph and the new words read as one short
     // paragraph, timed after the four seconds of earlier audio.
     const auto utterances = transcriptUtterances(*storedNote(*note->id()));
     ASSERT_EQ(utterances.size(), 1);
-    EXPECT_EQ(utterances[0].text, QStringLiteral("Earlier text. word1 word2 tail"));
+    EXPECT_EQ(utterances[0].text, u"Earlier text. word1 word2 tail"_s);
     EXPECT_EQ(utterances[0].start, 4.0);
     EXPECT_EQ(utterances[0].end, 6.5);
     EXPECT_EQ(segmentsOf(root.path(), *note->id()).size(), 2);
@@ -179,7 +179,7 @@ TEST_F(NotesListViewModelTest,
     auto gate = std::make_shared<Latch>();
     rig.engine->finishGate = gate;
     NotesListViewModel &model = list();
-    const NotePtr kept = makeNote(QStringLiteral("Keep"));
+    const NotePtr kept = makeNote(u"Keep"_s);
     const NotePtr other = makeNote({});
     const QFuture<void> first = model.startNewTranscription();
     const NotePtr note = model.newNoteBeingRecorded();
@@ -237,7 +237,7 @@ TEST_F(NotesListViewModelTest, TwoStopsRunOneAndBothReturnAfterIt)
     EXPECT_EQ(stops, 1);
     EXPECT_EQ(rig.engine->finishes.load(), 1);
     EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(note->transcription(), QStringLiteral("word1 word2 tail"));
+    EXPECT_EQ(note->transcription(), u"word1 word2 tail"_s);
 }
 
 TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsAudio)
@@ -249,7 +249,7 @@ TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsA
     QStringList moves;
     bool stoppedAndCompleteBeforeMove = false;
     store().setMoverForTesting([&](const QString &from, const QString &to) {
-        moves << QDir(root.path()).relativeFilePath(from) + QStringLiteral(" -> ") +
+        moves << QDir(root.path()).relativeFilePath(from) + u" -> "_s +
                      QDir(root.path()).relativeFilePath(to);
         stoppedAndCompleteBeforeMove = !recorder->recording() && !recorder->finishing() && allComplete(id);
         moveItemAtomically(from, to);
@@ -257,11 +257,11 @@ TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsA
 
     ASSERT_TRUE(waitFor(model.deleteNote(note)));
     EXPECT_FALSE(model.showSyncError()) << model.syncErrorMessage().toStdString();
-    EXPECT_EQ(moves, QStringList{QStringLiteral("Recordings/%1 -> DeletedRecordings/%1").arg(idText(id))});
+    EXPECT_EQ(moves, QStringList{u"Recordings/%1 -> DeletedRecordings/%1"_s.arg(idText(id))});
     EXPECT_TRUE(stoppedAndCompleteBeforeMove);
     EXPECT_FALSE(store().noteWithId(id));
-    EXPECT_FALSE(QDir(root.file(QStringLiteral("Recordings/") + idText(id))).exists());
-    EXPECT_FALSE(QDir(root.file(QStringLiteral("DeletedRecordings/") + idText(id))).exists());
+    EXPECT_FALSE(QDir(root.file(u"Recordings/"_s + idText(id))).exists());
+    EXPECT_FALSE(QDir(root.file(u"DeletedRecordings/"_s + idText(id))).exists());
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
     EXPECT_FALSE(store().activeRecording().has_value());
 
@@ -284,7 +284,7 @@ TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWor
         systemAudioFlags->append(systemAudio);
         if ((*attempts)++ == 0)
             return std::make_unique<ScriptedSource>(
-                ScriptedSource::Script{{}, QStringLiteral("No microphone input is available.")},
+                ScriptedSource::Script{{}, u"No microphone input is available."_s},
                 std::make_shared<SourceProbe>());
         return std::make_unique<AudioFileSource>(wav, AudioFileSource::Pace::asFastAsConsumed);
     };
@@ -292,7 +292,7 @@ TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWor
     NotesListViewModel &model = list();
 
     ASSERT_TRUE(waitFor(model.startNewTranscription()));
-    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("No microphone input is available."));
+    EXPECT_EQ(model.syncErrorMessage(), u"No microphone input is available."_s);
     EXPECT_FALSE(model.newNoteBeingRecorded());
     EXPECT_FALSE(model.operationInProgress());
     EXPECT_FALSE(store().activeRecording().has_value());
@@ -321,10 +321,10 @@ TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWor
 
 TEST_F(NotesListViewModelTest, TheSpeechWarningIsShownAtStartAndNotAgainAtStop)
 {
-    rig.speechFailure = QStringLiteral("No compatible on-device speech audio format.");
+    rig.speechFailure = u"No compatible on-device speech audio format."_s;
     NotesListViewModel &model = list();
     ASSERT_TRUE(record(model));
-    EXPECT_TRUE(model.syncErrorMessage().startsWith(QStringLiteral("Live transcription unavailable: ")));
+    EXPECT_TRUE(model.syncErrorMessage().startsWith(u"Live transcription unavailable: "_s));
     model.setShowSyncError(false);
     ASSERT_TRUE(rig.waitForFileDelivered());
     stop(model);
@@ -337,7 +337,7 @@ TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndS
     script.format = AudioFormat{AudioSampleFormat::float32, 16000, 1};
     script.buffers.assign(16, std::vector<unsigned char>(1600 * 4, 0));
     script.failureAt = 15;
-    script.failure = QStringLiteral("The sound server ended the microphone recording: gone");
+    script.failure = u"The sound server ended the microphone recording: gone"_s;
     rig.useScript(script, std::make_shared<SourceProbe>());
     NotesListViewModel &model = list();
     const QFuture<void> started = model.startNewTranscription();
@@ -346,21 +346,20 @@ TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndS
     ASSERT_TRUE(waitFor(started));
 
     ASSERT_TRUE(waitUntil([&] { return !model.newNoteBeingRecorded() && !recorder->finishing(); }));
-    EXPECT_EQ(model.syncErrorMessage(),
-              QStringLiteral("Capture stopped: The sound server ended the microphone "
-                             "recording: gone. Captured audio was preserved."));
+    EXPECT_EQ(model.syncErrorMessage(), u"Capture stopped: The sound server ended the microphone "
+                                        "recording: gone. Captured audio was preserved."_s);
     EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(storedTranscript(note), QStringLiteral("word1 tail"));
+    EXPECT_EQ(storedTranscript(note), u"word1 tail"_s);
 }
 
 TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOneAndDeletesGoPastFailures)
 {
     NotesListViewModel &model = list();
-    const NotePtr plain = makeNote(QStringLiteral("A"));
-    const NotePtr summarised = makeNote(QStringLiteral("B"));
-    summarised->setValue(QStringLiteral("summary"), QStringLiteral("## Points\n- one"));
-    const NotePtr generating = makeNote(QStringLiteral("C"));
-    generating->setValue(QStringLiteral("summary"), QStringLiteral("Generating summary..."));
+    const NotePtr plain = makeNote(u"A"_s);
+    const NotePtr summarised = makeNote(u"B"_s);
+    summarised->setValue(u"summary"_s, u"## Points\n- one"_s);
+    const NotePtr generating = makeNote(u"C"_s);
+    generating->setValue(u"summary"_s, u"Generating summary..."_s);
     store().save();
     QSignalSpy editorsSave(&model, &NotesListViewModel::kestilSaveCurrentNote);
 
@@ -393,7 +392,7 @@ TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOneAndDele
     EXPECT_TRUE(store().noteWithId(*plain->id()));
     EXPECT_FALSE(store().noteWithId(*generating->id()));
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
-    const QList<NotePtr> more = {plain, makeNote(QStringLiteral("more")), makeNote(QStringLiteral("more"))};
+    const QList<NotePtr> more = {plain, makeNote(u"more"_s), makeNote(u"more"_s)};
     store().deleteNote(more[1]);
     ASSERT_TRUE(waitFor(model.deleteNotes({0, 1, 2, 7}, more)));
     EXPECT_EQ(model.syncErrorMessage(), unavailable);
@@ -405,32 +404,32 @@ TEST_F(NotesListViewModelTest, EditsAndQuitsThatCannotBeSavedArePutBackOrKeptAnd
 {
     NotesListViewModel &model = list();
     roles.setActiveNotesViewModel(&model);
-    const NotePtr note = makeNote(QStringLiteral("Title"));
+    const NotePtr note = makeNote(u"Title"_s);
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
-    model.setTitle(note, QStringLiteral("Title"));
-    model.setTitle(note, QStringLiteral("   "));
+    model.setTitle(note, u"Title"_s);
+    model.setTitle(note, u"   "_s);
     EXPECT_EQ(saves.count(), 0);
-    EXPECT_EQ(note->title(), QStringLiteral("Title"));
-    model.setTitle(note, QStringLiteral("Weekly review"));
-    model.setSummary(note, QStringLiteral("Short."));
-    model.setSummaryType(note, QStringLiteral("meeting"));
+    EXPECT_EQ(note->title(), u"Title"_s);
+    model.setTitle(note, u"Weekly review"_s);
+    model.setSummary(note, u"Short."_s);
+    model.setSummaryType(note, u"meeting"_s);
     EXPECT_EQ(saves.count(), 3);
-    EXPECT_EQ(storedNote(*note->id())->title(), QStringLiteral("Weekly review"));
+    EXPECT_EQ(storedNote(*note->id())->title(), u"Weekly review"_s);
 
-    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-    model.setSummaryType(note, QStringLiteral("lecture"));
-    EXPECT_EQ(note->summaryType(), QStringLiteral("meeting"));
-    EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive));
-    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    failWrites(store(), u"note"_s, u"UPDATE"_s);
+    model.setSummaryType(note, u"lecture"_s);
+    EXPECT_EQ(note->summaryType(), u"meeting"_s);
+    EXPECT_TRUE(model.syncErrorMessage().contains(u"disk is full"_s, Qt::CaseInsensitive));
+    allowWrites(store(), u"note"_s, u"UPDATE"_s);
 
     // A quit while recording stops the recording and saves every editor; one
     // whose save fails stays running and says why, with the words kept in
     // memory for the next try.
     const NotePtr recorded = record(model);
     ASSERT_TRUE(rig.waitForFileDelivered());
-    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    failWrites(store(), u"note"_s, u"UPDATE"_s);
     model.setShowSyncError(false);
-    note->setValue(QStringLiteral("notes"), QStringLiteral("unsaved words"));
+    note->setValue(u"notes"_s, u"unsaved words"_s);
     QSignalSpy editorsSave(&roles, &NotesListRoles::forceAllEditorsSave);
     QFuture<bool> quit = roles.prepareToQuit(&store());
     ASSERT_TRUE(waitFor(quit));
@@ -438,16 +437,16 @@ TEST_F(NotesListViewModelTest, EditsAndQuitsThatCannotBeSavedArePutBackOrKeptAnd
     EXPECT_EQ(editorsSave.count(), 1);
     EXPECT_FALSE(recorder->recording());
     EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive))
+    EXPECT_TRUE(model.syncErrorMessage().contains(u"disk is full"_s, Qt::CaseInsensitive))
         << model.syncErrorMessage().toStdString();
-    EXPECT_EQ(note->notes(), QStringLiteral("unsaved words"));
+    EXPECT_EQ(note->notes(), u"unsaved words"_s);
 
-    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    allowWrites(store(), u"note"_s, u"UPDATE"_s);
     quit = roles.prepareToQuit(&store());
     ASSERT_TRUE(waitFor(quit));
     EXPECT_TRUE(quit.result());
-    EXPECT_EQ(storedNote(*note->id())->notes(), QStringLiteral("unsaved words"));
-    EXPECT_EQ(storedTranscript(recorded), QStringLiteral("word1 word2 tail"));
+    EXPECT_EQ(storedNote(*note->id())->notes(), u"unsaved words"_s);
+    EXPECT_EQ(storedTranscript(recorded), u"word1 word2 tail"_s);
     EXPECT_TRUE(allComplete(*recorded->id()));
     // Without a store there is nothing to keep the program open for.
     quit = roles.prepareToQuit(nullptr);

@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 using kestil::test::writeFile;
 
 namespace {
@@ -22,8 +23,8 @@ StoredSummaryCheckpoint stored(const QUuid &note, const QString &input, int fact
     LocalSummaryCheckpoint checkpoint(input, LocalSummaryTemplate::meeting);
     checkpoint.sections = QStringList{input.left(input.size() / 2), input.mid(input.size() / 2)};
     for (int i = 0; i < facts; ++i)
-        checkpoint.facts.append(QStringLiteral("Fact %1.").arg(i));
-    return {note, QStringLiteral("model.gguf:1234"), checkpoint};
+        checkpoint.facts.append(u"Fact %1."_s.arg(i));
+    return {note, u"model.gguf:1234"_s, checkpoint};
 }
 
 } // namespace
@@ -35,14 +36,14 @@ TEST(SummaryCheckpointStore, KeepsOneFilePerNoteAndReplacesIt)
     const QUuid note = QUuid::createUuid();
     EXPECT_EQ(store.read(note).state, State::absent);
 
-    store.save(stored(note, QStringLiteral("First transcript, long enough to cut.")));
-    const StoredSummaryCheckpoint second = stored(note, QStringLiteral("Second transcript “quoted”."), 2);
+    store.save(stored(note, u"First transcript, long enough to cut."_s));
+    const StoredSummaryCheckpoint second = stored(note, u"Second transcript “quoted”."_s, 2);
     store.save(second);
     const SummaryCheckpointStore::Read read = store.read(note);
     ASSERT_EQ(read.state, State::readable);
     EXPECT_EQ(read.stored, second);
     EXPECT_EQ(QDir(store.directory()).entryList(QDir::Files),
-              QStringList{note.toString(QUuid::WithoutBraces).toUpper() + QStringLiteral(".json")});
+              QStringList{note.toString(QUuid::WithoutBraces).toUpper() + u".json"_s});
     EXPECT_EQ(store.noteIDs(), QList<QUuid>{note});
 
     store.remove(note);
@@ -55,7 +56,7 @@ TEST(SummaryCheckpointStore, TellsUnusableFilesApart)
     QTemporaryDir root;
     const SummaryCheckpointStore store(root.path());
     const QUuid note = QUuid::createUuid();
-    const QByteArray checkpoint = stored(note, QStringLiteral("Text")).checkpoint.toJson();
+    const QByteArray checkpoint = stored(note, u"Text"_s).checkpoint.toJson();
     const auto file = [&](const QByteArray &head, const QUuid &id, const QByteArray &tail) {
         return "{" + head + "\"noteID\":\"" + id.toString(QUuid::WithoutBraces).toUpper().toUtf8() +
                "\",\"model\":\"m\",\"checkpoint\":" + tail;
@@ -88,8 +89,8 @@ TEST(SummaryCheckpointStore, AWriteKilledHalfWayLeavesTheOneBefore)
     const SummaryCheckpointStore store(root.path());
     const QUuid note = QUuid::createUuid();
     // Large enough that the kill lands inside a write now and then.
-    const StoredSummaryCheckpoint a = stored(note, QStringLiteral("Alpha words. ").repeated(200000));
-    const StoredSummaryCheckpoint b = stored(note, QStringLiteral("Beta words. ").repeated(200000), 3);
+    const StoredSummaryCheckpoint a = stored(note, u"Alpha words. "_s.repeated(200000));
+    const StoredSummaryCheckpoint b = stored(note, u"Beta words. "_s.repeated(200000), 3);
     store.save(a);
     for (int round = 0; round < 3; ++round) {
         const pid_t child = fork();
@@ -119,13 +120,13 @@ TEST(SummaryCheckpointStore, AFullDiskFailsTheWriteAndKeepsTheOneBefore)
         GTEST_SKIP() << disk.error().toStdString();
     const SummaryCheckpointStore store(disk.path());
     const QUuid note = QUuid::createUuid();
-    const StoredSummaryCheckpoint small = stored(note, QStringLiteral("A short transcript."));
+    const StoredSummaryCheckpoint small = stored(note, u"A short transcript."_s);
     store.save(small);
     try {
-        store.save(stored(note, QStringLiteral("A long transcript. ").repeated(40000)));
+        store.save(stored(note, u"A long transcript. "_s.repeated(40000)));
         FAIL() << "a write larger than the disk succeeded";
     } catch (const SystemError &error) {
-        EXPECT_TRUE(error.localizedDescription().startsWith(QStringLiteral("Kestil could not write “")))
+        EXPECT_TRUE(error.localizedDescription().startsWith(u"Kestil could not write “"_s))
             << error.localizedDescription().toStdString();
     }
     EXPECT_EQ(store.read(note).stored, small);

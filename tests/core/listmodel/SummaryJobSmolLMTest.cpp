@@ -14,12 +14,13 @@
 using namespace kestil;
 using namespace kestil::test;
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 TEST(SummaryJobSmolLM, SummarisesARealNoteAndSavesSummaryTemplateTitleAndTags)
 {
     KESTIL_REQUIRE_MODEL("smollm2-135m-instruct-q4_1.gguf");
     ModelFolder folder;
-    folder.install(QStringLiteral("smollm2-135m-instruct-q4_1.gguf"));
+    folder.install(u"smollm2-135m-instruct-q4_1.gguf"_s);
     // The same answers on every run: a failure is the program's, not the dice's.
     qputenv("KESTIL_LANGUAGE_MODEL_SEED", "1");
     LlamaLanguageModel languageModel(folder.directory());
@@ -31,7 +32,7 @@ TEST(SummaryJobSmolLM, SummarisesARealNoteAndSavesSummaryTemplateTitleAndTags)
     const QString text = QString::fromUtf8(
         readFile(QStringLiteral(KESTIL_TEST_DATA_DIR "/generation/weekly-sync-transcript.txt")));
     ASSERT_GT(text.size(), 1500);
-    const NotePtr note = rig.makeNote(untitledNoteTitle(), text, QStringLiteral("transcription"));
+    const NotePtr note = rig.makeNote(untitledNoteTitle(), text, u"transcription"_s);
     QList<LocalSummaryProgress::Stage> stages;
     QStringList streamed;
     StreamingSummaryViewModel &streaming = list.streamingSummaryViewModel();
@@ -42,11 +43,11 @@ TEST(SummaryJobSmolLM, SummarisesARealNoteAndSavesSummaryTemplateTitleAndTags)
     QSignalSpy completions(&list, &NotesListViewModel::summaryGenerationComplete);
     QSignalSpy saves(&rig.store(), &SharedPersistenceController::didSave);
 
-    ASSERT_TRUE(waitFor(list.generateSummary(note, QStringLiteral("meetings/general")), 540s));
+    ASSERT_TRUE(waitFor(list.generateSummary(note, u"meetings/general"_s), 540s));
 
     // A failed title keeps the summary and says so; anything else is a failure.
     if (list.showSyncError()) {
-        EXPECT_TRUE(list.syncErrorMessage().startsWith(QStringLiteral("Summary saved. Title: ")))
+        EXPECT_TRUE(list.syncErrorMessage().startsWith(u"Summary saved. Title: "_s))
             << list.syncErrorMessage().toStdString();
     }
     ASSERT_EQ(completions.count(), 1);
@@ -61,7 +62,7 @@ TEST(SummaryJobSmolLM, SummarisesARealNoteAndSavesSummaryTemplateTitleAndTags)
     // Markdown without a fence; the last snapshot before the job's end was the summary.
     const QString summary = note->summary().value_or(QString());
     EXPECT_FALSE(summary.trimmed().isEmpty());
-    EXPECT_FALSE(summary.trimmed().startsWith(QStringLiteral("```"))) << summary.toStdString();
+    EXPECT_FALSE(summary.trimmed().startsWith(u"```"_s)) << summary.toStdString();
     EXPECT_EQ(completions.at(0).at(1).toString(), summary);
     ASSERT_GE(streamed.size(), 2);
     EXPECT_EQ(streamed.last(), QString());
@@ -85,10 +86,10 @@ TEST(SummaryJobSmolLM, SummarisesARealNoteAndSavesSummaryTemplateTitleAndTags)
     const NotePtr stored = rig.storedNote(*note->id());
     ASSERT_TRUE(stored);
     EXPECT_EQ(stored->summary(), summary);
-    EXPECT_EQ(stored->summaryType(), QStringLiteral("meetings/general"));
+    EXPECT_EQ(stored->summaryType(), u"meetings/general"_s);
     EXPECT_EQ(stored->title(), note->title());
     EXPECT_EQ(stored->sortedTagNames(), tags);
-    EXPECT_EQ(countRows(*rig.reopened, QStringLiteral("tag")), tags.size());
+    EXPECT_EQ(countRows(*rig.reopened, u"tag"_s), tags.size());
     // The summary is in the note: no unfinished one is kept to continue.
     EXPECT_EQ(SummaryCheckpointStore(rig.root.path()).read(*note->id()).state,
               SummaryCheckpointStore::State::absent);

@@ -18,6 +18,7 @@
 using namespace kestil;
 using namespace kestil::test;
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -25,27 +26,26 @@ using Stream = ScriptedLanguageModel::Stream;
 using Stall = ScriptedLanguageModel::Stall;
 
 // Sixty words: enough for two tags, and short enough for one request.
-const QString transcript = QStringLiteral(
-    "Maria opened the weekly sync by reviewing the budget for the spring campaign. The team agreed to "
+const QString transcript =
+    u"Maria opened the weekly sync by reviewing the budget for the spring campaign. The team agreed to "
     "move the launch to April because the design review needs another week. Sam will draft the "
     "announcement, Priya owns the landing page, and the budget numbers go to finance by Friday. "
-    "Open question: whether the partner webinar still fits in March.");
+    "Open question: whether the partner webinar still fits in March."_s;
 
-const QString finalSummary =
-    QStringLiteral("## Summary\n- Launch moves to April.\n- Budget to finance by Friday.");
-const QString oldSummary = QStringLiteral("Old summary");
+const QString finalSummary = u"## Summary\n- Launch moves to April.\n- Budget to finance by Friday."_s;
+const QString oldSummary = u"Old summary"_s;
 
 QJsonObject titleRecord(const QString &title)
 {
-    return QJsonObject{{QStringLiteral("title"), title}};
+    return QJsonObject{{u"title"_s, title}};
 }
 
 QJsonObject tagsRecord(const QStringList &tags)
 {
-    return QJsonObject{{QStringLiteral("tags"), QJsonArray::fromStringList(tags)}};
+    return QJsonObject{{u"tags"_s, QJsonArray::fromStringList(tags)}};
 }
 
-const QJsonObject budgetTags = tagsRecord({QStringLiteral("Budget")});
+const QJsonObject budgetTags = tagsRecord({u"Budget"_s});
 
 class SummaryJobTest : public CoreRigTest {
 protected:
@@ -58,8 +58,8 @@ protected:
     {
         const NotePtr note = CoreRig::makeNote(title, transcript);
         if (summarised) {
-            note->setValue(QStringLiteral("summary"), oldSummary);
-            note->setValue(QStringLiteral("summaryType"), QStringLiteral("Concise"));
+            note->setValue(u"summary"_s, oldSummary);
+            note->setValue(u"summaryType"_s, u"Concise"_s);
             store().save();
         }
         return note;
@@ -67,13 +67,13 @@ protected:
 
     bool summarise(const NotePtr &note)
     {
-        return waitFor(list().generateSummary(note, QStringLiteral("meetings/general")));
+        return waitFor(list().generateSummary(note, u"meetings/general"_s));
     }
 
     bool askedForATitle() const
     {
         return std::any_of(model.requests.begin(), model.requests.end(), [](const auto &request) {
-            return request.instructions.startsWith(QStringLiteral("Create a concise descriptive title"));
+            return request.instructions.startsWith(u"Create a concise descriptive title"_s);
         });
     }
 
@@ -86,11 +86,9 @@ TEST_F(SummaryJobTest, SummaryTemplateTitleAndTagsAreSavedTogetherWhenTheJobEnds
 {
     NotesListViewModel &jobs = list();
     const NotePtr note = makeNote(untitledNoteTitle());
-    model.replies = {
-        Stream{{QStringLiteral("## Summary"), QStringLiteral("## Summary\n- Launch moves"), finalSummary},
-               250ms},
-        titleRecord(QStringLiteral("Spring  campaign\nsync")),
-        tagsRecord({QStringLiteral("Budget"), QStringLiteral("Launch Planning")})};
+    model.replies = {Stream{{u"## Summary"_s, u"## Summary\n- Launch moves"_s, finalSummary}, 250ms},
+                     titleRecord(u"Spring  campaign\nsync"_s),
+                     tagsRecord({u"Budget"_s, u"Launch Planning"_s})};
     using Stage = LocalSummaryProgress::Stage;
     QList<Stage> stages;
     QStringList texts;
@@ -106,13 +104,13 @@ TEST_F(SummaryJobTest, SummaryTemplateTitleAndTagsAreSavedTogetherWhenTheJobEnds
     QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
 
     const int idle = KestilEngagement::shared().processingCount();
-    const QFuture<void> job = jobs.generateSummary(note, QStringLiteral("meetings/general"));
+    const QFuture<void> job = jobs.generateSummary(note, u"meetings/general"_s);
     EXPECT_EQ(KestilEngagement::shared().processingCount(), idle + 1) << "a summary is model work";
     EXPECT_TRUE(jobs.isSummaryJobRunning());
     EXPECT_EQ(jobs.generatingSummaryNoteID(), note->objectId());
     EXPECT_TRUE(jobs.summaryStartedAt(note).has_value());
     // While the model writes, the text grows in the streaming model only.
-    ASSERT_TRUE(waitUntil([&] { return streaming.summary().contains(QStringLiteral("Launch moves")); }));
+    ASSERT_TRUE(waitUntil([&] { return streaming.summary().contains(u"Launch moves"_s); }));
     EXPECT_FALSE(note->summary().has_value());
     EXPECT_EQ(saves.count(), 0);
 
@@ -133,10 +131,9 @@ TEST_F(SummaryJobTest, SummaryTemplateTitleAndTagsAreSavedTogetherWhenTheJobEnds
     for (const NotePtr &n : {note, storedNote(*note->id())}) {
         ASSERT_TRUE(n);
         EXPECT_EQ(n->summary(), finalSummary);
-        EXPECT_EQ(n->summaryType(), QStringLiteral("meetings/general"));
-        EXPECT_EQ(n->title(), QStringLiteral("Spring campaign sync"));
-        EXPECT_EQ(n->sortedTagNames(),
-                  (QStringList{QStringLiteral("Budget"), QStringLiteral("Launch-Planning")}));
+        EXPECT_EQ(n->summaryType(), u"meetings/general"_s);
+        EXPECT_EQ(n->title(), u"Spring campaign sync"_s);
+        EXPECT_EQ(n->sortedTagNames(), (QStringList{u"Budget"_s, u"Launch-Planning"_s}));
     }
     ASSERT_EQ(completions.count(), 1);
     EXPECT_EQ(completions.at(0).at(0).value<ObjectId>(), note->objectId());
@@ -146,12 +143,12 @@ TEST_F(SummaryJobTest, SummaryTemplateTitleAndTagsAreSavedTogetherWhenTheJobEnds
 TEST_F(SummaryJobTest, ARunningJobDropsOtherRequestsAndACancelOrAClosedListWritesNothing)
 {
     NotesListViewModel &jobs = list();
-    const NotePtr note = makeNote(QStringLiteral("Kept title"), true);
-    const NotePtr second = makeNote(QStringLiteral("Second"));
+    const NotePtr note = makeNote(u"Kept title"_s, true);
+    const NotePtr second = makeNote(u"Second"_s);
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
     QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
     model.replies = {Stall{}};
-    const QFuture<void> job = jobs.generateSummary(note, QStringLiteral("meetings/general"));
+    const QFuture<void> job = jobs.generateSummary(note, u"meetings/general"_s);
     ASSERT_TRUE(waitUntil([&] { return model.requests.size() == 1; }));
     // Another note, or the same one: dropped, and nothing said.
     EXPECT_TRUE(jobs.generateSummary(second, QString()).isFinished());
@@ -167,8 +164,8 @@ TEST_F(SummaryJobTest, ARunningJobDropsOtherRequestsAndACancelOrAClosedListWrite
     EXPECT_EQ(saves.count(), 0);
     EXPECT_EQ(completions.count(), 0);
     EXPECT_EQ(note->summary(), oldSummary);
-    EXPECT_EQ(note->summaryType(), QStringLiteral("Concise"));
-    EXPECT_EQ(note->title(), QStringLiteral("Kept title"));
+    EXPECT_EQ(note->summaryType(), u"Concise"_s);
+    EXPECT_EQ(note->title(), u"Kept title"_s);
 
     // A start of a recording holds summaries off until it has started.
     const QFuture<void> started = jobs.startNewTranscription();
@@ -196,7 +193,7 @@ TEST_F(SummaryJobTest, ARunningJobDropsOtherRequestsAndACancelOrAClosedListWrite
     models.clear();
     EXPECT_LT(clock.elapsed(), 1000);
     EXPECT_TRUE(closed.isFinished());
-    EXPECT_EQ(countRows(store(), QStringLiteral("tag")), 0);
+    EXPECT_EQ(countRows(store(), u"tag"_s), 0);
     EXPECT_FALSE(second->summary().has_value());
 }
 
@@ -204,7 +201,7 @@ TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItOrFindsItGoneAndNothingIsWr
 {
     NotesListViewModel &jobs = list();
     const NotePtr note = makeNote(untitledNoteTitle());
-    const NotePtr other = makeNote(QStringLiteral("Other"));
+    const NotePtr other = makeNote(u"Other"_s);
     model.replies = {Stall{}};
     const QFuture<void> job = jobs.generateSummary(note, QString());
     ASSERT_TRUE(waitUntil([&] { return model.requests.size() == 1; }));
@@ -221,8 +218,8 @@ TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItOrFindsItGoneAndNothingIsWr
     // the note gone before its save.
     NotesListViewModel &elsewhere = anotherList();
     const NotePtr second = makeNote(untitledNoteTitle());
-    model.replies = {Stream{{QStringLiteral("## Summary"), finalSummary}, 400ms},
-                     titleRecord(QStringLiteral("Spring campaign")), budgetTags};
+    model.replies = {Stream{{u"## Summary"_s, finalSummary}, 400ms}, titleRecord(u"Spring campaign"_s),
+                     budgetTags};
     QSignalSpy completions(&jobs, &NotesListViewModel::summaryGenerationComplete);
     const QFuture<void> unowned = jobs.generateSummary(second, QString());
     ASSERT_TRUE(waitUntil([&] { return !jobs.streamingSummaryViewModel().summary().isEmpty(); }));
@@ -233,8 +230,8 @@ TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItOrFindsItGoneAndNothingIsWr
     EXPECT_EQ(completions.count(), 0);
     EXPECT_TRUE(second->isDeleted());
     EXPECT_FALSE(storedNote(*second->id()));
-    EXPECT_EQ(countRows(*reopened, QStringLiteral("note")), 0);
-    EXPECT_EQ(countRows(*reopened, QStringLiteral("tag")), 0);
+    EXPECT_EQ(countRows(*reopened, u"note"_s), 0);
+    EXPECT_EQ(countRows(*reopened, u"tag"_s), 0);
 }
 
 TEST_F(SummaryJobTest, OnlyATitleTheUserDidNotChooseIsReplaced)
@@ -243,25 +240,25 @@ TEST_F(SummaryJobTest, OnlyATitleTheUserDidNotChooseIsReplaced)
     // A typed title survives and no title is asked for. A failed tag request
     // leaves the library (empty here) and the text to decide, as for any
     // note: sixty words earn two tags.
-    const NotePtr typed = makeNote(QStringLiteral("Budget review with Sam"));
-    model.replies = {finalSummary, LocalError(QStringLiteral("The model ran out of memory."))};
+    const NotePtr typed = makeNote(u"Budget review with Sam"_s);
+    model.replies = {finalSummary, LocalError(u"The model ran out of memory."_s)};
     ASSERT_TRUE(summarise(typed));
     EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
     EXPECT_FALSE(askedForATitle());
     const NotePtr stored = storedNote(*typed->id());
-    EXPECT_EQ(stored->title(), QStringLiteral("Budget review with Sam"));
+    EXPECT_EQ(stored->title(), u"Budget review with Sam"_s);
     EXPECT_EQ(stored->summary(), finalSummary);
     EXPECT_EQ(stored->sortedTagNames().size(), 2);
 
     // A title typed while the job runs wins over the generated one.
     const NotePtr renamed = makeNote(untitledNoteTitle());
-    model.replies = {Stream{{QStringLiteral("## Summary"), finalSummary}, 300ms},
-                     titleRecord(QStringLiteral("Generated title")), budgetTags};
+    model.replies = {Stream{{u"## Summary"_s, finalSummary}, 300ms}, titleRecord(u"Generated title"_s),
+                     budgetTags};
     const QFuture<void> job = jobs.generateSummary(renamed, QString());
     ASSERT_TRUE(waitUntil([&] { return !jobs.streamingSummaryViewModel().summary().isEmpty(); }));
-    jobs.setTitle(renamed, QStringLiteral("Typed meanwhile"));
+    jobs.setTitle(renamed, u"Typed meanwhile"_s);
     ASSERT_TRUE(waitFor(job));
-    EXPECT_EQ(storedNote(*renamed->id())->title(), QStringLiteral("Typed meanwhile"));
+    EXPECT_EQ(storedNote(*renamed->id())->title(), u"Typed meanwhile"_s);
     EXPECT_EQ(renamed->summary(), finalSummary);
 }
 
@@ -273,13 +270,13 @@ TEST_F(SummaryJobTest, ATitleFailureKeepsTheSummaryAndSaysSoTruly)
         QString message;
     } cases[] = {
         // "Untitled Note" is no descriptive title.
-        {titleRecord(QStringLiteral("Untitled  Note")),
-         QStringLiteral("Summary saved. Title: The on-device model returned no descriptive title.")},
+        {titleRecord(u"Untitled  Note"_s),
+         u"Summary saved. Title: The on-device model returned no descriptive title."_s},
         // A model error says the notes are unchanged; after the save only the title is.
-        {LocalError(QStringLiteral("The on-device model's answer did not have the expected form. Your notes "
-                                   "are unchanged.")),
-         QStringLiteral("Summary saved. Title: The on-device model's answer did not have the expected form. "
-                        "The note keeps its title.")},
+        {LocalError(u"The on-device model's answer did not have the expected form. Your notes "
+                    "are unchanged."_s),
+         u"Summary saved. Title: The on-device model's answer did not have the expected form. "
+         "The note keeps its title."_s},
     };
     for (const auto &c : cases) {
         const NotePtr note = makeNote(untitledNoteTitle());
@@ -291,7 +288,7 @@ TEST_F(SummaryJobTest, ATitleFailureKeepsTheSummaryAndSaysSoTruly)
         const NotePtr stored = storedNote(*note->id());
         EXPECT_EQ(stored->title(), untitledNoteTitle());
         EXPECT_EQ(stored->summary(), finalSummary);
-        EXPECT_EQ(stored->sortedTagNames(), QStringList{QStringLiteral("Budget")});
+        EXPECT_EQ(stored->sortedTagNames(), QStringList{u"Budget"_s});
     }
 }
 
@@ -301,28 +298,27 @@ TEST_F(SummaryJobTest, AnUnknownLanguageOrAFailedSaveLeavesTheNoteAsItWas)
     const NotePtr note = makeNote(untitledNoteTitle(), true);
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
     // The summary speaks the language the user transcribes in.
-    preferences->set(QString(settings::keys::transcriptionLanguage), QStringLiteral("de-DE"));
+    preferences->set(QString(settings::keys::transcriptionLanguage), u"de-DE"_s);
     ASSERT_TRUE(summarise(note));
-    EXPECT_EQ(jobs.syncErrorMessage(),
-              QStringLiteral("The on-device summary model does not support this language."));
+    EXPECT_EQ(jobs.syncErrorMessage(), u"The on-device summary model does not support this language."_s);
     EXPECT_TRUE(model.requests.isEmpty()) << "refused before any request";
     EXPECT_EQ(saves.count(), 0);
 
     preferences->set(QString(settings::keys::transcriptionLanguage), QString());
     jobs.setShowSyncError(false);
-    model.replies = {finalSummary, titleRecord(QStringLiteral("Spring campaign")), budgetTags};
-    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    model.replies = {finalSummary, titleRecord(u"Spring campaign"_s), budgetTags};
+    failWrites(store(), u"note"_s, u"UPDATE"_s);
     ASSERT_TRUE(summarise(note));
     EXPECT_TRUE(jobs.showSyncError());
-    EXPECT_TRUE(jobs.syncErrorMessage().contains(QStringLiteral("could not be written")))
+    EXPECT_TRUE(jobs.syncErrorMessage().contains(u"could not be written"_s))
         << jobs.syncErrorMessage().toStdString();
     EXPECT_EQ(note->summary(), oldSummary);
-    EXPECT_EQ(note->summaryType(), QStringLiteral("Concise"));
+    EXPECT_EQ(note->summaryType(), u"Concise"_s);
     EXPECT_EQ(note->title(), untitledNoteTitle());
     EXPECT_TRUE(note->tags().isEmpty());
-    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    allowWrites(store(), u"note"_s, u"UPDATE"_s);
     EXPECT_EQ(storedNote(*note->id())->summary(), oldSummary);
-    EXPECT_EQ(countRows(*reopened, QStringLiteral("tag")), 0);
+    EXPECT_EQ(countRows(*reopened, u"tag"_s), 0);
 }
 
 TEST_F(SummaryJobTest, AStoppedJobKeepsItsSectionsAndContinuesFromTheFirstUnfinishedOne)
@@ -330,10 +326,10 @@ TEST_F(SummaryJobTest, AStoppedJobKeepsItsSectionsAndContinuesFromTheFirstUnfini
     NotesListViewModel &jobs = list();
     model.contextTokens = 2400;
     // Three sections for the scripted model of a small context.
-    const NotePtr note = CoreRig::makeNote(QStringLiteral("Planning"), transcript.repeated(40).left(12000));
+    const NotePtr note = CoreRig::makeNote(u"Planning"_s, transcript.repeated(40).left(12000));
     const SummaryCheckpointStore kept(root.path());
-    model.replies = {QStringLiteral("Fact one."), Stall{}};
-    const QFuture<void> job = jobs.generateSummary(note, QStringLiteral("meetings/general"));
+    model.replies = {u"Fact one."_s, Stall{}};
+    const QFuture<void> job = jobs.generateSummary(note, u"meetings/general"_s);
     // The first section's key points are kept as soon as they are there.
     ASSERT_TRUE(waitUntil([&] {
         const SummaryCheckpointStore::Read read = kept.read(*note->id());
@@ -343,13 +339,13 @@ TEST_F(SummaryJobTest, AStoppedJobKeepsItsSectionsAndContinuesFromTheFirstUnfini
     ASSERT_TRUE(waitFor(job, 2s));
     const auto offer = jobs.summaryResumeOffer(note);
     ASSERT_TRUE(offer);
-    EXPECT_EQ(offer->templateKey, QStringLiteral("meetings/general"));
+    EXPECT_EQ(offer->templateKey, u"meetings/general"_s);
     EXPECT_EQ(offer->completed, 1);
     EXPECT_EQ(offer->total, 3);
 
     // Two sections left, the summary and the tags.
     model.requests.clear();
-    model.replies = {QStringLiteral("Fact two."), QStringLiteral("Fact three."), finalSummary, budgetTags};
+    model.replies = {u"Fact two."_s, u"Fact three."_s, finalSummary, budgetTags};
     ASSERT_TRUE(waitFor(jobs.continueSummary(note)));
     EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
     EXPECT_EQ(model.requests.size(), 4);
@@ -365,11 +361,10 @@ TEST_F(SummaryJobTest, AKeptSummaryThatCanNoLongerGoOnIsDiscardedWithASentence)
     const auto overwrite = [&](const NotePtr &note, const QByteArray &bytes) {
         writeFile(kept.path(*note->id()), bytes);
     };
-    const QString discarded = QStringLiteral("The unfinished summary of “Planning” was discarded because ");
-    const QString unreadable = QStringLiteral("The saved progress of an unfinished summary ");
+    const QString discarded = u"The unfinished summary of “Planning” was discarded because "_s;
+    const QString unreadable = u"The saved progress of an unfinished summary "_s;
     const QString edited =
-        discarded +
-        QStringLiteral("its transcript was edited after the summary began; the note is unchanged.");
+        discarded + u"its transcript was edited after the summary began; the note is unchanged."_s;
     const struct {
         const char *what;
         std::function<void(const NotePtr &)> change;
@@ -377,24 +372,23 @@ TEST_F(SummaryJobTest, AKeptSummaryThatCanNoLongerGoOnIsDiscardedWithASentence)
     } cases[] = {
         {"edited transcript",
          [&](const NotePtr &note) {
-             note->setValue(QStringLiteral("transcription"), QStringLiteral("Another text."));
+             note->setValue(u"transcription"_s, u"Another text."_s);
              store().save();
          },
          edited},
-        {"another model",
-         [&](const NotePtr &) { model.identityValue = QStringLiteral("other-model.gguf:1"); },
-         discarded + QStringLiteral("it was begun with another on-device model; the note is unchanged.")},
+        {"another model", [&](const NotePtr &) { model.identityValue = u"other-model.gguf:1"_s; },
+         discarded + u"it was begun with another on-device model; the note is unchanged."_s},
         {"corrupt file", [&](const NotePtr &note) { overwrite(note, "{\"version\":1,\"noteID\":\""); },
-         unreadable + QStringLiteral("could not be read, so it was discarded; your notes are unchanged.")},
+         unreadable + u"could not be read, so it was discarded; your notes are unchanged."_s},
         {"newer version", [&](const NotePtr &note) { overwrite(note, "{\"version\":7}"); },
-         unreadable + QStringLiteral("was written by a newer version of Kestil, so it was discarded; your "
-                                     "notes are unchanged.")},
+         unreadable + u"was written by a newer version of Kestil, so it was discarded; your "
+                      "notes are unchanged."_s},
         {"deleted note",
          [&](const NotePtr &note) {
              store().deleteNote(note);
              app->refreshNotes();
          },
-         unreadable + QStringLiteral("belonged to a note that no longer exists, so it was discarded.")},
+         unreadable + u"belonged to a note that no longer exists, so it was discarded."_s},
     };
     const auto keep = [&](const NotePtr &note) {
         kept.save({*note->id(), model.identityValue,
@@ -402,8 +396,8 @@ TEST_F(SummaryJobTest, AKeptSummaryThatCanNoLongerGoOnIsDiscardedWithASentence)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
-        model.identityValue = QStringLiteral("scripted-model");
-        const NotePtr note = makeNote(QStringLiteral("Planning"));
+        model.identityValue = u"scripted-model"_s;
+        const NotePtr note = makeNote(u"Planning"_s);
         keep(note);
         c.change(note);
         // The next launch looks at what was kept.
@@ -414,13 +408,13 @@ TEST_F(SummaryJobTest, AKeptSummaryThatCanNoLongerGoOnIsDiscardedWithASentence)
         EXPECT_EQ(kept.read(*note->id()).state, SummaryCheckpointStore::State::absent);
     }
     // An edit found later, while the program runs, is told when the note is shown.
-    model.identityValue = QStringLiteral("scripted-model");
+    model.identityValue = u"scripted-model"_s;
     NotesListViewModel &jobs = list();
     jobs.listAppeared(app->notes(), FolderSelection::all());
-    const NotePtr note = makeNote(QStringLiteral("Planning"));
+    const NotePtr note = makeNote(u"Planning"_s);
     keep(note);
     ASSERT_TRUE(jobs.summaryResumeOffer(note));
-    note->setValue(QStringLiteral("transcription"), QStringLiteral("Edited."));
+    note->setValue(u"transcription"_s, u"Edited."_s);
     store().save();
     EXPECT_FALSE(jobs.summaryResumeOffer(note));
     EXPECT_EQ(jobs.syncErrorMessage(), edited);
@@ -431,12 +425,12 @@ TEST_F(SummaryJobTest, AKeptSummaryThatCannotBeWrittenLetsTheSummaryGoOnAndSaysS
     NotesListViewModel &jobs = list();
     // Where the checkpoints go stands a file: every write fails, as on a full disk.
     writeFile(SummaryCheckpointStore(root.path()).directory(), {});
-    const NotePtr note = makeNote(QStringLiteral("Planning"));
+    const NotePtr note = makeNote(u"Planning"_s);
     model.replies = {finalSummary, budgetTags};
     ASSERT_TRUE(summarise(note));
     EXPECT_EQ(storedNote(*note->id())->summary(), finalSummary);
-    EXPECT_TRUE(jobs.syncErrorMessage().startsWith(QStringLiteral("Summary progress could not be saved: ")))
+    EXPECT_TRUE(jobs.syncErrorMessage().startsWith(u"Summary progress could not be saved: "_s))
         << jobs.syncErrorMessage().toStdString();
     EXPECT_TRUE(jobs.syncErrorMessage().endsWith(
-        QStringLiteral("The summary goes on, but it cannot be continued after a quit or a crash.")));
+        u"The summary goes on, but it cannot be continued after a quit or a crash."_s));
 }

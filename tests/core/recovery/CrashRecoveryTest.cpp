@@ -25,6 +25,7 @@ extern char **environ;
 using namespace kestil;
 using namespace kestil::test;
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -91,8 +92,8 @@ void expectRepaired(const Library &library, const QUuid &id, const QString &segm
 {
     expectPlayable(segment, LocalRecordingManifest::read(segment).sampleRate);
     EXPECT_TRUE(isComplete(segment));
-    EXPECT_EQ(QDir(segment).entryList({QStringLiteral("recovered-*")}, QDir::Files), QStringList());
-    EXPECT_EQ(library.sourceURL(id), QStringLiteral("Recordings/") + RecordingFolder::uuidText(id));
+    EXPECT_EQ(QDir(segment).entryList({u"recovered-*"_s}, QDir::Files), QStringList());
+    EXPECT_EQ(library.sourceURL(id), u"Recordings/"_s + RecordingFolder::uuidText(id));
 }
 
 class CrashRecoveryTest : public ::testing::Test {
@@ -106,7 +107,7 @@ protected:
 TEST_F(CrashRecoveryTest, KilledWhileRecordingLosesNothingItHadHandedToTheWriter)
 {
     // Twelve seconds of stereo 16-bit sound, the kind of file the source reads.
-    const QString input = work.filePath(QStringLiteral("input.wav"));
+    const QString input = work.filePath(u"input.wav"_s);
     {
         std::mt19937 noise(7);
         std::uniform_real_distribution<float> hiss(-0.1f, 0.1f);
@@ -135,13 +136,13 @@ TEST_F(CrashRecoveryTest, KilledWhileRecordingLosesNothingItHadHandedToTheWriter
     int midRecording = 0;
     for (int trial = 0; trial < trials; ++trial) {
         SCOPED_TRACE(::testing::Message() << "trial " << trial);
-        Library library(work.filePath(QStringLiteral("root-%1").arg(trial)));
+        Library library(work.filePath(u"root-%1"_s.arg(trial)));
         const QUuid id = library.createNote();
         const QString segment = library.segment(id);
         int report[2];
         ASSERT_EQ(::pipe(report), 0);
-        const pid_t child = spawnChild({QStringLiteral("record"), segment, id.toString(QUuid::WithoutBraces),
-                                        input, QString::number(report[1]), QStringLiteral("500")});
+        const pid_t child = spawnChild({u"record"_s, segment, id.toString(QUuid::WithoutBraces), input,
+                                        QString::number(report[1]), u"500"_s});
         ASSERT_GT(child, 0);
         ::close(report[1]);
         // Die after a random buffer (0: before or just after the first).
@@ -191,7 +192,7 @@ TEST_F(CrashRecoveryTest, KilledDuringTheLaunchRepairTheNextLaunchFinishesIt)
     int cut = 0, midBuild = 0;
     for (int trial = 0; trial < trials; ++trial) {
         SCOPED_TRACE(::testing::Message() << "trial " << trial);
-        Library library(work.filePath(QStringLiteral("root-%1").arg(trial)));
+        Library library(work.filePath(u"root-%1"_s.arg(trial)));
         // Four notes with two interrupted sessions each; a playable file from
         // an earlier, shorter build is replaced.
         std::vector<std::pair<QUuid, QString>> segments;
@@ -206,7 +207,7 @@ TEST_F(CrashRecoveryTest, KilledDuringTheLaunchRepairTheNextLaunchFinishesIt)
             }
             segments.emplace_back(id, interruptedSegment(library.segment(id), id, 16000, ramp(16000 * 30)));
         }
-        const pid_t child = spawnChild({QStringLiteral("launch"), library.root()});
+        const pid_t child = spawnChild({u"launch"_s, library.root()});
         ASSERT_GT(child, 0);
         // Die once a random number of sessions are complete.
         const int target = std::uniform_int_distribution<int>(0, int(segments.size()) - 1)(random);
@@ -223,13 +224,12 @@ TEST_F(CrashRecoveryTest, KilledDuringTheLaunchRepairTheNextLaunchFinishesIt)
         const bool killed = !done && killNow(child);
         bool building = false;
         for (const auto &entry : segments)
-            building = building ||
-                       !QDir(entry.second).entryList({QStringLiteral("recovered-*")}, QDir::Files).isEmpty();
+            building = building || !QDir(entry.second).entryList({u"recovered-*"_s}, QDir::Files).isEmpty();
         cut += killed && complete() < int(segments.size()) ? 1 : 0;
         midBuild += building ? 1 : 0;
 
         const QString message = library.launch()->message();
-        EXPECT_TRUE(message.isEmpty() || message.startsWith(QStringLiteral("Recovered "))) << message;
+        EXPECT_TRUE(message.isEmpty() || message.startsWith(u"Recovered "_s)) << message;
         for (const auto &[id, segment] : segments)
             expectRepaired(library, id, segment);
     }

@@ -11,6 +11,7 @@
 
 using namespace kestil;
 using namespace kestil::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -22,15 +23,12 @@ qint64 inode(const QString &path)
 
 QString recordingsOf(const QUuid &id)
 {
-    return QStringLiteral("Recordings/") + RecordingFolder::uuidText(id);
+    return u"Recordings/"_s + RecordingFolder::uuidText(id);
 }
 
 class RecoveryTest : public ::testing::Test {
 protected:
-    QMap<QString, QByteArray> recordings() const
-    {
-        return snapshot(library.root() + QStringLiteral("/Recordings"));
-    }
+    QMap<QString, QByteArray> recordings() const { return snapshot(library.root() + u"/Recordings"_s); }
 
     Library library;
 };
@@ -45,13 +43,11 @@ TEST_F(RecoveryTest, ALibraryWithNothingToRepairSaysNothingAndTouchesNothing)
     for (int s = 0; s < 3; ++s)
         interruptedSegment(library.segment(other), other, 48000, ramp(1000), true);
     // Audio without a manifest, folders named like no note, a file among the segments.
-    writeFile(library.segment(id, QStringLiteral("A")) + QStringLiteral("/audio.float32"),
-              QByteArray(400, 1));
-    interruptedSegment(library.root() + QStringLiteral("/Recordings/not-a-note/S"), id, 48000, ramp(100));
-    interruptedSegment(library.root() + QStringLiteral("/Recordings/{") + RecordingFolder::uuidText(id) +
-                           QStringLiteral("}/S"),
-                       id, 48000, ramp(100));
-    writeFile(library.segment(id, QStringLiteral("notes.txt")), "x");
+    writeFile(library.segment(id, u"A"_s) + u"/audio.float32"_s, QByteArray(400, 1));
+    interruptedSegment(library.root() + u"/Recordings/not-a-note/S"_s, id, 48000, ramp(100));
+    interruptedSegment(library.root() + u"/Recordings/{"_s + RecordingFolder::uuidText(id) + u"}/S"_s, id,
+                       48000, ramp(100));
+    writeFile(library.segment(id, u"notes.txt"_s), "x");
     const auto before = recordings();
     EXPECT_EQ(library.launch()->message(), QString());
     EXPECT_EQ(recordings(), before);
@@ -69,8 +65,7 @@ TEST_F(RecoveryTest, EveryInterruptedSessionIsRebuiltMarkedAndCountedOncePerNote
         {interruptedSegment(library.segment(gone), gone, 48000, ramp(3000)), 48000}};
     interruptedSegment(library.segment(first), first, 44100, ramp(100), true);
     // Leftovers of a build that a crash cut short.
-    writeFile(repaired[0].first + QStringLiteral("/recovered-5E0B7C56-0000-4000-8000-000000000000.caf"),
-              "torn");
+    writeFile(repaired[0].first + u"/recovered-5E0B7C56-0000-4000-8000-000000000000.caf"_s, "torn");
     // A playable file that matches is kept as it is; one that does not is rebuilt.
     const QString good = interruptedSegment(library.segment(third), third, 48000, ramp(5000));
     DurableAudioWriter::rebuildFinalAudio(good);
@@ -81,8 +76,7 @@ TEST_F(RecoveryTest, EveryInterruptedSessionIsRebuiltMarkedAndCountedOncePerNote
     // A note that had its source gets the same value again.
     {
         SharedPersistenceController store(library.root());
-        store.applyGeneratedFields(store.noteWithId(third),
-                                   {{QStringLiteral("sourceURL"), recordingsOf(third)}});
+        store.applyGeneratedFields(store.noteWithId(third), {{u"sourceURL"_s, recordingsOf(third)}});
     }
 
     const auto app = library.launch();
@@ -91,7 +85,7 @@ TEST_F(RecoveryTest, EveryInterruptedSessionIsRebuiltMarkedAndCountedOncePerNote
         SCOPED_TRACE(segment.toStdString());
         expectPlayable(segment, rate);
         EXPECT_TRUE(isComplete(segment));
-        EXPECT_EQ(QDir(segment).entryList({QStringLiteral("recovered-*")}, QDir::Files), QStringList());
+        EXPECT_EQ(QDir(segment).entryList({u"recovered-*"_s}, QDir::Files), QStringList());
     }
     expectPlayable(wrong, 48000);
     EXPECT_EQ(inode(RecordingFolder::finalAudioPath(good)), built);
@@ -121,7 +115,7 @@ TEST_F(RecoveryTest, DamagedManifestsAreReportedInTheirOwnWordsAndTheirFoldersUn
             readFile(QStringLiteral(KESTIL_TEST_DATA_DIR "/capture/manifests/") + c.file);
         ASSERT_FALSE(manifest.isEmpty());
         QString description =
-            QStringLiteral("Transcription audio has an invalid format; the original audio was preserved.");
+            u"Transcription audio has an invalid format; the original audio was preserved."_s;
         try {
             LocalRecordingManifest::decode(manifest);
             EXPECT_TRUE(c.decodes);
@@ -129,7 +123,7 @@ TEST_F(RecoveryTest, DamagedManifestsAreReportedInTheirOwnWordsAndTheirFoldersUn
             EXPECT_FALSE(c.decodes);
             description = error.localizedDescription();
         }
-        const QString segment = library.segment(id, QStringLiteral("S"));
+        const QString segment = library.segment(id, u"S"_s);
         QDir(segment).removeRecursively();
         writeFile(RecordingFolder::manifestPath(segment), manifest);
         writeFile(RecordingFolder::rawAudioPath(segment), QByteArray(4000, 0));
@@ -143,10 +137,9 @@ TEST_F(RecoveryTest, DamagedManifestsAreReportedInTheirOwnWordsAndTheirFoldersUn
 TEST_F(RecoveryTest, OneUnreadableFolderDoesNotStopTheOthersAndTheRecoveredTextWins)
 {
     const QUuid a = library.createNote(), b = library.createNote();
-    const QString bad = library.segment(a, QStringLiteral("0-bad"));
+    const QString bad = library.segment(a, u"0-bad"_s);
     writeFile(RecordingFolder::manifestPath(bad), "{");
-    const QString good1 =
-        interruptedSegment(library.segment(a, QStringLiteral("1-good")), a, 48000, ramp(200));
+    const QString good1 = interruptedSegment(library.segment(a, u"1-good"_s), a, 48000, ramp(200));
     const QString good2 = interruptedSegment(library.segment(b), b, 48000, ramp(200));
     EXPECT_EQ(library.launch()->message(), recoveredText(2));
     EXPECT_TRUE(isComplete(good1) && isComplete(good2));
@@ -155,41 +148,41 @@ TEST_F(RecoveryTest, OneUnreadableFolderDoesNotStopTheOthersAndTheRecoveredTextW
     // Alone, the failure is what the user reads, at every launch.
     for (int launch = 0; launch < 2; ++launch) {
         const QString message = library.launch()->message();
-        EXPECT_TRUE(message.startsWith(QStringLiteral("Some audio needs recovery: ")) &&
-                    message.endsWith(QStringLiteral(". Original files were preserved.")))
+        EXPECT_TRUE(message.startsWith(u"Some audio needs recovery: "_s) &&
+                    message.endsWith(u". Original files were preserved."_s))
             << message;
     }
     // Recordings that cannot be listed stop the scan with the reason.
-    QDir(library.root() + QStringLiteral("/Recordings")).removeRecursively();
-    writeFile(library.root() + QStringLiteral("/Recordings"), "a file, not a folder");
-    EXPECT_EQ(library.launch()->message(), QStringLiteral("Could not list “Recordings”: Not a directory"));
+    QDir(library.root() + u"/Recordings"_s).removeRecursively();
+    writeFile(library.root() + u"/Recordings"_s, "a file, not a folder");
+    EXPECT_EQ(library.launch()->message(), u"Could not list “Recordings”: Not a directory"_s);
 }
 
 TEST_F(RecoveryTest, LinksLeadingOutOfTheDataRootAreNeverWrittenThrough)
 {
     QTemporaryDir outside;
     const QUuid id = library.createNote();
-    QDir().mkpath(library.root() + QStringLiteral("/Recordings"));
+    QDir().mkpath(library.root() + u"/Recordings"_s);
     const auto link = [&](const QString &target, const QString &name) {
         ASSERT_TRUE(QFile::link(outside.filePath(target), name));
     };
 
     // A note folder that is a link to a folder outside the root.
     const QUuid linked = library.createNote();
-    interruptedSegment(outside.filePath(QStringLiteral("note/S")), linked, 48000, ramp(100));
-    link(QStringLiteral("note"), RecordingFolder::noteFolder(library.root(), linked));
+    interruptedSegment(outside.filePath(u"note/S"_s), linked, 48000, ramp(100));
+    link(u"note"_s, RecordingFolder::noteFolder(library.root(), linked));
     // A segment that is a link to a folder outside.
-    interruptedSegment(outside.filePath(QStringLiteral("segment")), id, 48000, ramp(100));
+    interruptedSegment(outside.filePath(u"segment"_s), id, 48000, ramp(100));
     QDir().mkpath(RecordingFolder::noteFolder(library.root(), id));
-    link(QStringLiteral("segment"), library.segment(id, QStringLiteral("L")));
+    link(u"segment"_s, library.segment(id, u"L"_s));
     // Files in a real segment that are links to files outside.
-    const QString segment = library.segment(id, QStringLiteral("R"));
-    interruptedSegment(outside.filePath(QStringLiteral("raw")), id, 48000, ramp(300));
+    const QString segment = library.segment(id, u"R"_s);
+    interruptedSegment(outside.filePath(u"raw"_s), id, 48000, ramp(300));
     QDir().mkpath(segment);
-    link(QStringLiteral("raw/audio.float32"), RecordingFolder::rawAudioPath(segment));
-    link(QStringLiteral("raw/recording.json"), RecordingFolder::manifestPath(segment));
-    writeFile(outside.filePath(QStringLiteral("old.caf")), "outside caf");
-    link(QStringLiteral("old.caf"), RecordingFolder::finalAudioPath(segment));
+    link(u"raw/audio.float32"_s, RecordingFolder::rawAudioPath(segment));
+    link(u"raw/recording.json"_s, RecordingFolder::manifestPath(segment));
+    writeFile(outside.filePath(u"old.caf"_s), "outside caf");
+    link(u"old.caf"_s, RecordingFolder::finalAudioPath(segment));
 
     const auto before = snapshot(outside.path());
     const QString message = library.launch()->message();
@@ -205,10 +198,8 @@ TEST_F(RecoveryTest, LinksLeadingOutOfTheDataRootAreNeverWrittenThrough)
 
     // Without anything to recover the refusal itself is what the user reads.
     const QString refused = library.launch()->message();
-    EXPECT_TRUE(refused.startsWith(QStringLiteral("Some audio needs recovery: The recording folder “")))
-        << refused;
-    EXPECT_TRUE(refused.endsWith(
-        QStringLiteral("” leads outside the Kestil data folder. Original files were preserved.")))
+    EXPECT_TRUE(refused.startsWith(u"Some audio needs recovery: The recording folder “"_s)) << refused;
+    EXPECT_TRUE(refused.endsWith(u"” leads outside the Kestil data folder. Original files were preserved."_s))
         << refused;
 }
 
@@ -218,11 +209,11 @@ TEST_F(RecoveryTest, AFailedNoteUpdateLeavesTheManifestForTheNextLaunch)
     const QString segment = interruptedSegment(library.segment(id), id, 48000, ramp(500));
     const auto writes = [&](bool fail) {
         SharedPersistenceController store(library.root());
-        (fail ? failWrites : allowWrites)(store, QStringLiteral("note"), QStringLiteral("UPDATE"));
+        (fail ? failWrites : allowWrites)(store, u"note"_s, u"UPDATE"_s);
     };
     writes(true);
     const QString message = library.launch()->message();
-    EXPECT_TRUE(message.contains(QStringLiteral("disk is full"), Qt::CaseInsensitive)) << message;
+    EXPECT_TRUE(message.contains(u"disk is full"_s, Qt::CaseInsensitive)) << message;
     EXPECT_FALSE(isComplete(segment));
     expectPlayable(segment, 48000);
     const qint64 built = inode(RecordingFolder::finalAudioPath(segment));

@@ -19,6 +19,7 @@
 #include <thread>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -54,7 +55,7 @@ class SpeakerIdentificationTest : public ::testing::Test {
 public:
     void SetUp() override
     {
-        root_ = dir_.filePath(QStringLiteral("Kestil"));
+        root_ = dir_.filePath(u"Kestil"_s);
         app_ = test::launchApp(root_);
         identification_ = std::make_unique<SpeakerIdentification>(
             *app_, [script = script_] { return std::make_unique<ScriptedDiarizer>(script); });
@@ -65,7 +66,7 @@ public:
     NotePtr recordedNote(double seconds)
     {
         const QUuid id = QUuid::createUuid();
-        NotePtr note = app_->store()->createNote(QStringLiteral("Meeting"), {}, id, QStringLiteral("local"));
+        NotePtr note = app_->store()->createNote(u"Meeting"_s, {}, id, u"local"_s);
         for (const double rate : {48000.0, 44100.0}) {
             DurableAudioWriter writer(RecordingFolder::newSegmentFolder(root_, id), id, rate);
             writer.append(std::vector<float>(std::size_t(rate * seconds / 2), 0.1f));
@@ -76,22 +77,22 @@ public:
         for (int i = 0; i * 5 < seconds; ++i) {
             TranscriptUtterance u;
             u.id = newTranscriptUtteranceId();
-            u.text = QStringLiteral("Sentence number %1.").arg(i);
+            u.text = u"Sentence number %1."_s.arg(i);
             u.start = i * 5;
             u.end = i * 5 + 4;
             utterances << u;
             text << u.text;
         }
-        note->setValue(QStringLiteral("transcription"), text.join(QLatin1Char(' ')));
+        note->setValue(u"transcription"_s, text.join(QLatin1Char(' ')));
         setTranscriptUtterances(*note, utterances);
-        note->setValue(QStringLiteral("speakerNamesJSON"), QStringLiteral("{\"0\":\"Old name\"}"));
+        note->setValue(u"speakerNamesJSON"_s, u"{\"0\":\"Old name\"}"_s);
         app_->store()->save();
         return note;
     }
 
     std::pair<bool, QString> run(const NotePtr &note, const std::function<void()> &during = {})
     {
-        std::pair<bool, QString> outcome{false, QStringLiteral("(no end)")};
+        std::pair<bool, QString> outcome{false, u"(no end)"_s};
         QEventLoop loop;
         QObject::connect(identification_.get(), &SpeakerIdentification::finished, &loop,
                          [&](bool identified, const QString &message) {
@@ -121,39 +122,35 @@ TEST_F(SpeakerIdentificationTest, EachSentenceGetsTheVoiceOfItsTimeAndTheResultI
     script_->turns = {{0, 9.5, 0}, {9.5, 20, 1}};
     const auto [identified, message] = run(note);
     EXPECT_TRUE(identified) << message.toStdString();
-    EXPECT_EQ(message,
-              QStringLiteral("2 speakers were told apart in this note. Click a speaker's name in the "
-                             "transcript to rename them."));
+    EXPECT_EQ(message, u"2 speakers were told apart in this note. Click a speaker's name in the "
+                       "transcript to rename them."_s);
     // Both segments were heard, one after the other, at the models' rate.
     EXPECT_NEAR(script_->heardSeconds, 20.0, 0.01);
     SharedPersistenceController stored(root_);
     const NotePtr reread = stored.noteWithId(*note->id());
-    EXPECT_EQ(
-        transcriptForReading(*reread),
-        QStringLiteral("Speaker 1: Sentence number 0. Sentence number 1.\n\nSpeaker 2: Sentence number 2. "
-                       "Sentence number 3."));
+    EXPECT_EQ(transcriptForReading(*reread),
+              u"Speaker 1: Sentence number 0. Sentence number 1.\n\nSpeaker 2: Sentence number 2. "
+              "Sentence number 3."_s);
     EXPECT_FALSE(reread->speakerNamesJSON()) << "names given to the earlier numbering are gone";
 }
 
 TEST_F(SpeakerIdentificationTest, AnythingThatChangesTheNoteMeanwhileLeavesItAsItWas)
 {
-    const QString unchanged = QStringLiteral(" The transcript is unchanged.");
+    const QString unchanged = u" The transcript is unchanged."_s;
     const struct {
         const char *what;
         std::function<void(const NotePtr &)> meanwhile;
         QString message;
     } rows[] = {
-        {"edited",
-         [](const NotePtr &note) { setTranscriptFromPlainText(*note, QStringLiteral("Typed over.")); },
-         QStringLiteral(
-             "The transcript changed while its speakers were identified, so the result no longer fits "
-             "it. The transcript is unchanged. Choose Identify Speakers again.")},
+        {"edited", [](const NotePtr &note) { setTranscriptFromPlainText(*note, u"Typed over."_s); },
+         u"The transcript changed while its speakers were identified, so the result no longer fits "
+         "it. The transcript is unchanged. Choose Identify Speakers again."_s},
         {"deleted", [&](const NotePtr &note) { app_->store()->deleteNote(note); },
-         QStringLiteral("The note was deleted while its speakers were identified.")},
+         u"The note was deleted while its speakers were identified."_s},
         {"cancelled", [&](const NotePtr &) { identification_->cancel(); },
-         QStringLiteral("Identifying speakers was cancelled.") + unchanged},
+         u"Identifying speakers was cancelled."_s + unchanged},
         {"silent", [&](const NotePtr &) { script_->turns.clear(); },
-         QStringLiteral("No voices were found in this note's audio.") + unchanged},
+         u"No voices were found in this note's audio."_s + unchanged},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.what);
@@ -166,24 +163,22 @@ TEST_F(SpeakerIdentificationTest, AnythingThatChangesTheNoteMeanwhileLeavesItAsI
         if (note->isDeleted())
             continue;
         EXPECT_FALSE(showsSpeakers(transcriptUtterances(*note)));
-        EXPECT_EQ(note->speakerNamesJSON(), QStringLiteral("{\"0\":\"Old name\"}"));
+        EXPECT_EQ(note->speakerNamesJSON(), u"{\"0\":\"Old name\"}"_s);
     }
 }
 
 TEST_F(SpeakerIdentificationTest, ANoteWithoutTimedTextOrModelsCannotBegin)
 {
-    const NotePtr typed = app_->store()->createNote(QStringLiteral("Typed"), QStringLiteral("Just words."),
-                                                    QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr typed =
+        app_->store()->createNote(u"Typed"_s, u"Just words."_s, QUuid::createUuid(), u"local"_s);
     EXPECT_FALSE(identification_->start(typed));
-    EXPECT_EQ(
-        identification_->lastMessage(),
-        QStringLiteral("This note has no timed transcript to give to speakers: only recorded or imported "
-                       "audio has one. The transcript is unchanged."));
-    SpeakerIdentification missing(*app_, []() -> std::unique_ptr<SpeakerDiarizer> {
-        throw LocalError(QStringLiteral("The models are missing."));
-    });
+    EXPECT_EQ(identification_->lastMessage(),
+              u"This note has no timed transcript to give to speakers: only recorded or imported "
+              "audio has one. The transcript is unchanged."_s);
+    SpeakerIdentification missing(
+        *app_, []() -> std::unique_ptr<SpeakerDiarizer> { throw LocalError(u"The models are missing."_s); });
     EXPECT_FALSE(missing.start(recordedNote(10)));
-    EXPECT_EQ(missing.lastMessage(), QStringLiteral("The models are missing."));
+    EXPECT_EQ(missing.lastMessage(), u"The models are missing."_s);
 }
 
 TEST_F(SpeakerIdentificationTest, ASegmentLongerThanOneReadAndTornGivesAllItsWholeSamples)

@@ -4,6 +4,7 @@
 
 using namespace kestil;
 using namespace kestil::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -23,8 +24,8 @@ TEST(LaunchTest, AnUnsupportedMachineOpensNothingAndACurableModelStateOpensTheLi
         EXPECT_EQ(app.message(), LocalAppModel::unsupportedMachineMessage());
         EXPECT_FALSE(app.store());
         EXPECT_FALSE(app.storeReady());
-        EXPECT_EQ(app.speechStatus(), QStringLiteral("Checking installed speech models…"));
-        EXPECT_FALSE(QFile::exists(root.file(QStringLiteral("KestilNotes.sqlite"))));
+        EXPECT_EQ(app.speechStatus(), u"Checking installed speech models…"_s);
+        EXPECT_FALSE(QFile::exists(root.file(u"KestilNotes.sqlite"_s)));
     }
     LocalAppModel app(environmentFor(root, LanguageModelAvailability::curable));
     EXPECT_TRUE(app.storeReady());
@@ -40,16 +41,14 @@ TEST(LaunchTest, TheNewestNoteIsSelectedOnlyWhenNothingIsAndAStaleSelectionStays
     LocalAppModel app(env);
     EXPECT_TRUE(recovered);
     EXPECT_FALSE(app.selected().has_value());
-    const auto create = [&] {
-        return app.store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
-    };
+    const auto create = [&] { return app.store()->createNote({}, {}, QUuid::createUuid(), u"local"_s); };
     const NotePtr first = create();
     app.refreshNotes();
     EXPECT_EQ(app.selected(), first->id());
     EXPECT_EQ(app.selectedNote(), first);
 
     const NotePtr second = create();
-    second->setValue(QStringLiteral("timestamp"), first->timestamp()->addSecs(1));
+    second->setValue(u"timestamp"_s, first->timestamp()->addSecs(1));
     app.store()->save();
     app.refreshNotes();
     EXPECT_EQ(app.selected(), first->id()) << "an existing selection stays";
@@ -65,25 +64,23 @@ TEST(LaunchTest, NoteAudioDirectoryStaysInsideTheRoot)
 {
     TempRoot root;
     const auto app = launchApp(root.path());
-    const NotePtr note = app->store()->createNote({}, {}, QUuid::createUuid(), QStringLiteral("local"));
-    const QString noAudio = QStringLiteral("This note has no local audio.");
-    const QString outside = QStringLiteral("Audio path is outside the local store.");
+    const NotePtr note = app->store()->createNote({}, {}, QUuid::createUuid(), u"local"_s);
+    const QString noAudio = u"This note has no local audio."_s;
+    const QString outside = u"Audio path is outside the local store."_s;
     for (const auto &[source, text] :
          {std::pair{QVariant(), noAudio}, std::pair{QVariant(QString()), noAudio},
-          std::pair{QVariant(QStringLiteral("/etc")), noAudio},
-          std::pair{QVariant(QStringLiteral("file:Recordings/x")), noAudio},
-          std::pair{QVariant(QStringLiteral("Recordings/../../elsewhere")), outside},
-          std::pair{QVariant(QStringLiteral(".")), outside}}) {
-        note->setValue(QStringLiteral("sourceURL"), source);
+          std::pair{QVariant(u"/etc"_s), noAudio}, std::pair{QVariant(u"file:Recordings/x"_s), noAudio},
+          std::pair{QVariant(u"Recordings/../../elsewhere"_s), outside},
+          std::pair{QVariant(u"."_s), outside}}) {
+        note->setValue(u"sourceURL"_s, source);
         EXPECT_EQ(errorOf([&] { app->noteAudioDirectory(*note); }), text) << source.toString().toStdString();
     }
-    const QString folder = QStringLiteral("Recordings/") + idText(*note->id());
-    note->setValue(QStringLiteral("sourceURL"), folder);
+    const QString folder = u"Recordings/"_s + idText(*note->id());
+    note->setValue(u"sourceURL"_s, folder);
     EXPECT_EQ(app->noteAudioDirectory(*note), root.file(folder));
 
     LocalAppModel without(environmentFor(root, LanguageModelAvailability::unavailableForGood));
-    EXPECT_EQ(errorOf([&] { without.noteAudioDirectory(*note); }),
-              QStringLiteral("Local storage is unavailable."));
+    EXPECT_EQ(errorOf([&] { without.noteAudioDirectory(*note); }), u"Local storage is unavailable."_s);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "core/Note.h"
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -14,8 +15,8 @@ protected:
 
 TEST_F(NoteEntityTest, TitlesTheSystemMadeAreReplacedAndBlankOnesShowAsUntitled)
 {
-    note->setValue(QStringLiteral("timestamp"), QDateTime(QDate(2025, 1, 2), QTime(9, 15), Qt::UTC));
-    const QString untitled = QStringLiteral("Untitled Note");
+    note->setValue(u"timestamp"_s, QDateTime(QDate(2025, 1, 2), QTime(9, 15), Qt::UTC));
+    const QString untitled = u"Untitled Note"_s;
     const struct {
         QVariant title;
         QString shown;
@@ -23,19 +24,19 @@ TEST_F(NoteEntityTest, TitlesTheSystemMadeAreReplacedAndBlankOnesShowAsUntitled)
         bool dateLike;
     } cases[] = {
         {QVariant(), untitled, true, false},
-        {QStringLiteral("  \n "), untitled, true, false},
-        {QStringLiteral("  Weekly sync \n"), QStringLiteral("Weekly sync"), false, false},
-        {QStringLiteral("Untitled"), QStringLiteral("Untitled"), true, false},
-        {QStringLiteral("untitled"), QStringLiteral("untitled"), false, false},
-        {QStringLiteral(" Untitled Note "), untitled, true, false},
+        {u"  \n "_s, untitled, true, false},
+        {u"  Weekly sync \n"_s, u"Weekly sync"_s, false, false},
+        {u"Untitled"_s, u"Untitled"_s, true, false},
+        {u"untitled"_s, u"untitled"_s, false, false},
+        {u" Untitled Note "_s, untitled, true, false},
         // The expression alone decides, whatever the note's own date.
-        {QStringLiteral("Mar 14, 3:07 PM"), QStringLiteral("Mar 14, 3:07 PM"), true, true},
-        {QStringLiteral("Mar 14, 3:07 pm"), QStringLiteral("Mar 14, 3:07 pm"), false, false},
+        {u"Mar 14, 3:07 PM"_s, u"Mar 14, 3:07 PM"_s, true, true},
+        {u"Mar 14, 3:07 pm"_s, u"Mar 14, 3:07 pm"_s, false, false},
         {abbreviatedDateTime(*note->timestamp()), abbreviatedDateTime(*note->timestamp()), true, true},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.title.toString().toStdString());
-        note->setValue(QStringLiteral("title"), c.title);
+        note->setValue(u"title"_s, c.title);
         EXPECT_EQ(note->displayTitle(), c.shown);
         EXPECT_EQ(note->needsGeneratedTitle(false), c.automatic);
         EXPECT_TRUE(note->needsGeneratedTitle(true));
@@ -43,51 +44,51 @@ TEST_F(NoteEntityTest, TitlesTheSystemMadeAreReplacedAndBlankOnesShowAsUntitled)
     }
     // Only a title the user did not choose goes into the generated fields.
     const auto fieldsFor = [&](const QString &title) {
-        return generatedNoteFields(QStringLiteral("S"), QStringLiteral("general"), title, *note);
+        return generatedNoteFields(u"S"_s, u"general"_s, title, *note);
     };
-    const QVariantMap fields = fieldsFor(QStringLiteral(" New "));
-    EXPECT_EQ(fields.value(QStringLiteral("title")).toString(), QStringLiteral(" New "));
-    EXPECT_EQ(fields.value(QStringLiteral("summaryType")).toString(), QStringLiteral("general"));
-    EXPECT_FALSE(fieldsFor(QStringLiteral("   ")).contains(QStringLiteral("title")));
-    note->setValue(QStringLiteral("title"), QStringLiteral("Chosen by the user"));
-    EXPECT_FALSE(fieldsFor(QStringLiteral("New")).contains(QStringLiteral("title")));
-    EXPECT_TRUE(fieldsFor(QStringLiteral("New")).contains(QStringLiteral("summary")));
+    const QVariantMap fields = fieldsFor(u" New "_s);
+    EXPECT_EQ(fields.value(u"title"_s).toString(), u" New "_s);
+    EXPECT_EQ(fields.value(u"summaryType"_s).toString(), u"general"_s);
+    EXPECT_FALSE(fieldsFor(u"   "_s).contains(u"title"_s));
+    note->setValue(u"title"_s, u"Chosen by the user"_s);
+    EXPECT_FALSE(fieldsFor(u"New"_s).contains(u"title"_s));
+    EXPECT_TRUE(fieldsFor(u"New"_s).contains(u"summary"_s));
 }
 
 TEST_F(NoteEntityTest, SummaryContentIgnoresBlanksAndThePlaceholder)
 {
     EXPECT_FALSE(note->hasSummaryContent());
     for (const char *blank : {"   ", "\nGenerating summary...\n"}) {
-        note->setValue(QStringLiteral("summary"), QString::fromLatin1(blank));
+        note->setValue(u"summary"_s, QString::fromLatin1(blank));
         EXPECT_FALSE(note->hasSummaryContent()) << blank;
     }
-    note->setValue(QStringLiteral("summary"), QStringLiteral("## Overview"));
+    note->setValue(u"summary"_s, u"## Overview"_s);
     EXPECT_TRUE(note->hasSummaryContent());
 }
 
 TEST_F(NoteEntityTest, TagsAreOneRowPerCanonicalNameShownInTheirDisplayForm)
 {
     for (const char *typed : {"Project Alpha", "project-alpha", "PROJECT ALPHA!"})
-        EXPECT_EQ(canonicalTagName(QString::fromLatin1(typed)), QStringLiteral("projectalpha")) << typed;
-    EXPECT_EQ(canonicalTagName(QStringLiteral("Café Crème")), QStringLiteral("cafécrème"));
-    EXPECT_EQ(displayTagName(QStringLiteral("Q3 roadmap (draft)")), QStringLiteral("Q3-roadmap-draft"));
+        EXPECT_EQ(canonicalTagName(QString::fromLatin1(typed)), u"projectalpha"_s) << typed;
+    EXPECT_EQ(canonicalTagName(u"Café Crème"_s), u"cafécrème"_s);
+    EXPECT_EQ(displayTagName(u"Q3 roadmap (draft)"_s), u"Q3-roadmap-draft"_s);
 
-    note->addTag(QStringLiteral("plan-b"));
-    note->addTag(QStringLiteral("Plan B"));
-    EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("plan-b")});
+    note->addTag(u"plan-b"_s);
+    note->addTag(u"Plan B"_s);
+    EXPECT_EQ(note->sortedTagNames(), QStringList{u"plan-b"_s});
     // A second note adopts the existing library row rather than a new one.
     auto other = controller.context().insert<Note>();
-    other->addTag(QStringLiteral("PLAN b"));
+    other->addTag(u"PLAN b"_s);
     ASSERT_EQ(other->tags().size(), 1);
     EXPECT_EQ(other->tags().first(), note->tags().first());
 
-    note->addTag(QStringLiteral("Alpha"));
-    EXPECT_EQ(note->tagLine(), QStringLiteral("Alpha, plan-b"));
-    note->removeTag(QStringLiteral("PLAN-B"));
-    EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Alpha")});
+    note->addTag(u"Alpha"_s);
+    EXPECT_EQ(note->tagLine(), u"Alpha, plan-b"_s);
+    note->removeTag(u"PLAN-B"_s);
+    EXPECT_EQ(note->sortedTagNames(), QStringList{u"Alpha"_s});
     EXPECT_EQ(controller.context().fetch<Tag>(FetchRequest{}).size(), 2)
         << "a removed tag stays in the library";
-    note->removeTag(QStringLiteral("alpha"));
+    note->removeTag(u"alpha"_s);
     EXPECT_FALSE(note->tagLine().has_value());
 }
 

@@ -4,6 +4,7 @@
 
 using namespace kestil;
 using namespace kestil::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -23,12 +24,11 @@ TEST(NoteTranscriptTest, UtterancesSurviveASaveAndCachedReadsDoNotDecodeAgain)
     QUuid id;
     {
         auto controller = root.open();
-        auto note = controller->createNote({}, {}, QUuid::createUuid(), QStringLiteral("transcription"));
+        auto note = controller->createNote({}, {}, QUuid::createUuid(), u"transcription"_s);
         id = *note->id();
-        note->setValue(QStringLiteral("transcription"),
-                       QStringLiteral("Good morning everyone. Let us begin."));
-        setTranscriptUtterances(*note, {utterance(QStringLiteral("Good morning everyone."), 0.0, 1.5),
-                                        utterance(QStringLiteral("Let us begin."), 1.6, 2.4)});
+        note->setValue(u"transcription"_s, u"Good morning everyone. Let us begin."_s);
+        setTranscriptUtterances(*note, {utterance(u"Good morning everyone."_s, 0.0, 1.5),
+                                        utterance(u"Let us begin."_s, 1.6, 2.4)});
         controller->save();
         const auto first = transcriptUtterances(*note);
         const auto second = transcriptUtterances(*note);
@@ -43,7 +43,7 @@ TEST(NoteTranscriptTest, UtterancesSurviveASaveAndCachedReadsDoNotDecodeAgain)
     EXPECT_EQ(list.last().end, 2.4);
 
     // A changed transcription invalidates the cached list.
-    note->setValue(QStringLiteral("transcription"), QStringLiteral("Other text"));
+    note->setValue(u"transcription"_s, u"Other text"_s);
     const auto after = transcriptUtterances(*note);
     EXPECT_NE(after.constData(), list.constData());
 }
@@ -51,18 +51,18 @@ TEST(NoteTranscriptTest, UtterancesSurviveASaveAndCachedReadsDoNotDecodeAgain)
 TEST(NoteTranscriptTest, EmptyListClearsTheAttributeAndPlainEditsDropTiming)
 {
     SharedPersistenceController controller(std::nullopt, true);
-    auto note = controller.createNote({}, {}, QUuid::createUuid(), QStringLiteral("transcription"));
-    setTranscriptUtterances(*note, {utterance(QStringLiteral("Hello."), 0, 1)});
+    auto note = controller.createNote({}, {}, QUuid::createUuid(), u"transcription"_s);
+    setTranscriptUtterances(*note, {utterance(u"Hello."_s, 0, 1)});
     EXPECT_TRUE(note->transcriptUtterancesJSON().has_value());
     setTranscriptUtterances(*note, {});
     EXPECT_FALSE(note->transcriptUtterancesJSON().has_value());
 
-    setTranscriptFromPlainText(*note, QStringLiteral("First paragraph.\n\nSecond paragraph."));
-    EXPECT_EQ(note->transcription(), QStringLiteral("First paragraph.\n\nSecond paragraph."));
+    setTranscriptFromPlainText(*note, u"First paragraph.\n\nSecond paragraph."_s);
+    EXPECT_EQ(note->transcription(), u"First paragraph.\n\nSecond paragraph."_s);
     const auto list = transcriptUtterances(*note);
     ASSERT_EQ(list.size(), 2);
     EXPECT_FALSE(list[0].start.has_value());
-    EXPECT_EQ(list[1].text, QStringLiteral("Second paragraph."));
+    EXPECT_EQ(list[1].text, u"Second paragraph."_s);
 }
 
 } // namespace

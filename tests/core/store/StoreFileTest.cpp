@@ -4,47 +4,46 @@
 
 using namespace kestil;
 using namespace kestil::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString storeFile = QStringLiteral("KestilNotes.sqlite");
+const QString storeFile = u"KestilNotes.sqlite"_s;
 
 NotePtr addNote(SharedPersistenceController &store, const QString &title = QString())
 {
-    return store.createNote(title, {}, QUuid::createUuid(), QStringLiteral("local"));
+    return store.createNote(title, {}, QUuid::createUuid(), u"local"_s);
 }
 
 TEST(ContainerIdentifierTest, ValidationAndTheSyncPreference)
 {
     using namespace LocalPaths;
     const auto infoWith = [](const QVariant &identifier) {
-        return QVariantMap{{QStringLiteral("KestilCloudKitContainerIdentifier"), identifier}};
+        return QVariantMap{{u"KestilCloudKitContainerIdentifier"_s, identifier}};
     };
     EXPECT_FALSE(validatedContainerIdentifier({}));
-    EXPECT_EQ(validatedContainerIdentifier(infoWith(QStringLiteral("iCloud.a"))), QStringLiteral("iCloud.a"));
-    for (const QVariant &bad :
-         {QVariant(QStringLiteral("iCloud.")), QVariant(QStringLiteral("iCloud.com.example_notes")),
-          QVariant(QStringLiteral("cloud.com.example")), QVariant(42)})
+    EXPECT_EQ(validatedContainerIdentifier(infoWith(u"iCloud.a"_s)), u"iCloud.a"_s);
+    for (const QVariant &bad : {QVariant(u"iCloud."_s), QVariant(u"iCloud.com.example_notes"_s),
+                                QVariant(u"cloud.com.example"_s), QVariant(42)})
         EXPECT_FALSE(validatedContainerIdentifier(infoWith(bad))) << bad.toString().toStdString();
 
     // Only a boolean false switches sync off; without an identifier it cannot be on.
-    const auto info = infoWith(QStringLiteral("iCloud.com.example.notes"));
+    const auto info = infoWith(u"iCloud.com.example.notes"_s);
     EXPECT_FALSE(resolveContainerIdentifier(info, QVariant(false)));
-    for (const QVariant &on : {QVariant(true), QVariant(), QVariant(QStringLiteral("false")), QVariant(0)})
+    for (const QVariant &on : {QVariant(true), QVariant(), QVariant(u"false"_s), QVariant(0)})
         EXPECT_TRUE(resolveContainerIdentifier(info, on)) << on.toString().toStdString();
     EXPECT_FALSE(resolveContainerIdentifier({}, QVariant(true)));
 
     // In-memory stores ignore the container; a malformed one opens no file.
-    SharedPersistenceController a(std::nullopt, true, QStringLiteral("iCloud.com.example"));
+    SharedPersistenceController a(std::nullopt, true, u"iCloud.com.example"_s);
     SharedPersistenceController b(std::nullopt, true);
     EXPECT_NE(a.root(), b.root());
     EXPECT_TRUE(a.ready());
     EXPECT_TRUE(a.syncMode().isLocalOnly());
     EXPECT_FALSE(QFile::exists(a.storePath()));
     TempRoot root;
-    EXPECT_EQ(
-        errorOf([&] { SharedPersistenceController(root.path(), false, QStringLiteral("iCloud.bad_id")); }),
-        QStringLiteral("The cloud container identifier is invalid. No store was opened."));
+    EXPECT_EQ(errorOf([&] { SharedPersistenceController(root.path(), false, u"iCloud.bad_id"_s); }),
+              u"The cloud container identifier is invalid. No store was opened."_s);
     EXPECT_FALSE(QFile::exists(root.file(storeFile)));
 }
 
@@ -56,35 +55,34 @@ TEST(StoreFileTest, NotesSurviveAReopenWithTheirLinksNewestFirstWithStableIdenti
         auto controller = root.open();
         ASSERT_TRUE(controller->ready());
         EXPECT_TRUE(controller->syncMode().isLocalOnly());
-        auto note = controller->createNote(QStringLiteral("Standup"), QStringLiteral("hello there"), id,
-                                           QStringLiteral("local"));
-        auto later = addNote(*controller, QStringLiteral("Later"));
-        later->setValue(QStringLiteral("timestamp"), note->timestamp()->addSecs(60));
+        auto note = controller->createNote(u"Standup"_s, u"hello there"_s, id, u"local"_s);
+        auto later = addNote(*controller, u"Later"_s);
+        later->setValue(u"timestamp"_s, note->timestamp()->addSecs(60));
         auto folder = controller->context().insert<Folder>();
-        folder->setValue(QStringLiteral("name"), QStringLiteral("Work"));
-        folder->setValue(QStringLiteral("sortOrder"), 3);
+        folder->setValue(u"name"_s, u"Work"_s);
+        folder->setValue(u"sortOrder"_s, 3);
         note->setFolder(folder);
-        note->addTag(QStringLiteral("Planning"));
+        note->addTag(u"Planning"_s);
         controller->save();
         EXPECT_FALSE(note->objectId().isTemporary());
     }
     auto controller = root.open();
     const auto notes = controller->fetchNotes();
     ASSERT_EQ(notes.size(), 2);
-    EXPECT_EQ(notes.first()->title(), QStringLiteral("Later")) << "newest first";
+    EXPECT_EQ(notes.first()->title(), u"Later"_s) << "newest first";
     const auto note = notes.last();
     EXPECT_EQ(note->id(), id);
-    EXPECT_EQ(note->title(), QStringLiteral("Standup"));
-    EXPECT_EQ(note->noteType(), QStringLiteral("local"));
-    EXPECT_EQ(note->transcription(), QStringLiteral("hello there"));
+    EXPECT_EQ(note->title(), u"Standup"_s);
+    EXPECT_EQ(note->noteType(), u"local"_s);
+    EXPECT_EQ(note->transcription(), u"hello there"_s);
     EXPECT_FALSE(note->summary().has_value());
     ASSERT_TRUE(note->folder());
-    EXPECT_EQ(note->folder()->name(), QStringLiteral("Work"));
+    EXPECT_EQ(note->folder()->name(), u"Work"_s);
     EXPECT_EQ(note->folder()->sortOrder(), 3);
     EXPECT_EQ(note->folder()->notes().size(), 1);
-    EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Planning")});
+    EXPECT_EQ(note->sortedTagNames(), QStringList{u"Planning"_s});
     const QString uri = note->objectId().uriString();
-    EXPECT_TRUE(uri.startsWith(QStringLiteral("x-kestil://")));
+    EXPECT_TRUE(uri.startsWith(u"x-kestil://"_s));
 
     // Deleting the folder leaves the note unfiled; its tags stay in the library.
     controller->context().deleteObject(note->folder());
@@ -92,7 +90,7 @@ TEST(StoreFileTest, NotesSurviveAReopenWithTheirLinksNewestFirstWithStableIdenti
     const auto reopened = root.open();
     const auto again = reopened->fetchNotes().last();
     EXPECT_FALSE(again->folder());
-    EXPECT_EQ(again->sortedTagNames(), QStringList{QStringLiteral("Planning")});
+    EXPECT_EQ(again->sortedTagNames(), QStringList{u"Planning"_s});
     EXPECT_EQ(again->objectId().uriString(), uri);
 }
 
@@ -101,11 +99,11 @@ TEST(StoreFileTest, TwoStoresOnOneFileSeeAndFollowEachOthersSaves)
     TempRoot root;
     root.open(); // a library made at an earlier launch
     const auto a = root.open(), b = root.open();
-    addNote(*b, QStringLiteral("From b"));
+    addNote(*b, u"From b"_s);
     // Written ahead of the file, so that a reader never waits for a writer.
-    EXPECT_TRUE(QFile::exists(root.file(storeFile + QStringLiteral("-wal"))));
+    EXPECT_TRUE(QFile::exists(root.file(storeFile + u"-wal"_s)));
     ASSERT_EQ(a->fetchNotes().size(), 1);
-    addNote(*a, QStringLiteral("From a"));
+    addNote(*a, u"From a"_s);
     EXPECT_EQ(b->fetchNotes().size(), 2);
 }
 
@@ -129,8 +127,8 @@ TEST(StoreFileTest, AStoreThatCannotBeOpenedIsPreservedByteForByte)
              ASSERT_GT(bytes.size(), 200);
              std::fill(bytes.begin() + 100, bytes.end(), char(0xA5));
              writeFile(path, bytes);
-             QFile::remove(path + QStringLiteral("-wal"));
-             QFile::remove(path + QStringLiteral("-shm"));
+             QFile::remove(path + u"-wal"_s);
+             QFile::remove(path + u"-shm"_s);
          }},
         {"a folder", [](const TempRoot &, const QString &path) { ASSERT_TRUE(QDir().mkpath(path)); }},
     };
@@ -146,10 +144,10 @@ TEST(StoreFileTest, AStoreThatCannotBeOpenedIsPreservedByteForByte)
         EXPECT_FALSE(app->storeReady());
         ASSERT_TRUE(controller.errorMessage());
         EXPECT_EQ(app->message(), *controller.errorMessage());
-        EXPECT_TRUE(controller.errorMessage()->startsWith(QStringLiteral("Unable to open local notes: ")));
-        EXPECT_TRUE(controller.errorMessage()->endsWith(QStringLiteral(". The store was preserved.")));
+        EXPECT_TRUE(controller.errorMessage()->startsWith(u"Unable to open local notes: "_s));
+        EXPECT_TRUE(controller.errorMessage()->endsWith(u". The store was preserved."_s));
         EXPECT_EQ(errorOf([&] { controller.save(); }),
-                  QStringLiteral("Local store is unavailable; no changes were saved."));
+                  u"Local store is unavailable; no changes were saved."_s);
         EXPECT_EQ(errorOf([&] { controller.fetchNotes(); }), *controller.errorMessage());
         EXPECT_THROW(addNote(controller), LocalError);
         EXPECT_EQ(fileDigest(path), before);
@@ -165,13 +163,13 @@ TEST(StoreFileTest, NewerSchemaIsRefusedUntouched)
         auto controller = root.open();
         addNote(*controller);
         const QByteArray sql =
-            QStringLiteral("PRAGMA user_version=%1").arg(SqliteStore::latestSchemaVersion() + 1).toUtf8();
+            u"PRAGMA user_version=%1"_s.arg(SqliteStore::latestSchemaVersion() + 1).toUtf8();
         execSql(*controller, sql.constData());
         execSql(*controller, "PRAGMA wal_checkpoint(TRUNCATE)");
     }
     const QByteArray before = fileDigest(path);
     EXPECT_EQ(errorOf([&] { root.open(); }),
-              QStringLiteral("The bundled notes model could not be loaded. No data was changed."));
+              u"The bundled notes model could not be loaded. No data was changed."_s);
     EXPECT_EQ(fileDigest(path), before);
 }
 
@@ -198,22 +196,22 @@ TEST(StoreFileTest, OlderSchemaMigratesForwardKeepingNotesAndIndexesTheirTranscr
             const auto notes = controller->fetchNotes();
             ASSERT_EQ(notes.size(), 1);
             const NotePtr note = notes.first();
-            EXPECT_EQ(note->title(), QStringLiteral("From before"));
+            EXPECT_EQ(note->title(), u"From before"_s);
             EXPECT_EQ(note->timestamp()->toMSecsSinceEpoch(), 1700000000500);
-            EXPECT_EQ(note->objectId().uriString(), QStringLiteral("x-kestil://OLD-STORE/Note/p1"));
+            EXPECT_EQ(note->objectId().uriString(), u"x-kestil://OLD-STORE/Note/p1"_s);
             EXPECT_FALSE(note->speakerNamesJSON());
             // Old transcripts wait for the index and are found meanwhile, and after.
             EXPECT_EQ(controller->indexTranscripts(0), 1);
-            EXPECT_TRUE(controller->transcriptSearch(QStringLiteral("STRASSE"))(*note));
+            EXPECT_TRUE(controller->transcriptSearch(u"STRASSE"_s)(*note));
             EXPECT_EQ(controller->indexTranscripts(1000), 0);
             for (const char *query : {"STRASSE", "ß", "ss"})
                 EXPECT_TRUE(controller->transcriptSearch(QString::fromUtf8(query))(*note)) << query;
-            EXPECT_FALSE(controller->transcriptSearch(QStringLiteral("river"))(*note));
+            EXPECT_FALSE(controller->transcriptSearch(u"river"_s)(*note));
             // What the newer versions added can be written and read back.
-            note->setValue(QStringLiteral("speakerNamesJSON"), QStringLiteral("{\"0\":\"Ada\"}"));
+            note->setValue(u"speakerNamesJSON"_s, u"{\"0\":\"Ada\"}"_s);
             controller->save();
         }
-        EXPECT_EQ(root.open()->fetchNotes().first()->speakerNamesJSON(), QStringLiteral("{\"0\":\"Ada\"}"));
+        EXPECT_EQ(root.open()->fetchNotes().first()->speakerNamesJSON(), u"{\"0\":\"Ada\"}"_s);
     }
 }
 

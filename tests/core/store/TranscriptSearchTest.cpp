@@ -8,6 +8,7 @@
 
 using namespace kestil;
 using namespace kestil::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -18,11 +19,9 @@ namespace {
 const QStringList &vocabulary()
 {
     static const QStringList words =
-        QStringLiteral(
-            "Straße STRASSE ﬁnal FINAL 200\u212A 5µs ΌΣΟΣ όσος café cafe\u0301 İstanbul ılık Zoë 日本語 "
-            "שלום 🚀 O'Brien e-mail AT&T \"quoted\" budget Budget, meeting. ?! — … Q3 the and roadmap "
-            "ǅungla x naïve")
-            .split(QLatin1Char(' '));
+        u"Straße STRASSE ﬁnal FINAL 200\u212A 5µs ΌΣΟΣ όσος café cafe\u0301 İstanbul ılık Zoë 日本語 "
+        "שלום 🚀 O'Brien e-mail AT&T \"quoted\" budget Budget, meeting. ?! — … Q3 the and roadmap "
+        "ǅungla x naïve"_s.split(QLatin1Char(' '));
     return words;
 }
 
@@ -37,7 +36,7 @@ QString generatedTranscript(QRandomGenerator &random, int words)
     QStringList parts;
     for (int i = 0; i < words; ++i)
         parts << recased(vocabulary()[int(random.bounded(vocabulary().size()))], random);
-    return parts.join(random.bounded(5) == 0 ? QStringLiteral(", ") : QStringLiteral(" "));
+    return parts.join(random.bounded(5) == 0 ? u", "_s : u" "_s);
 }
 
 // A piece of a text, cut at characters (not halves of surrogate pairs).
@@ -45,7 +44,7 @@ QString pieceOf(const QString &text, QRandomGenerator &random, int longest)
 {
     const QList<uint> points = text.toUcs4();
     if (points.isEmpty())
-        return QStringLiteral("x");
+        return u"x"_s;
     const int start = int(random.bounded(points.size()));
     const int length = 1 + int(random.bounded(std::min<int>(longest, int(points.size()) - start)));
     return QString::fromUcs4(reinterpret_cast<const char32_t *>(points.constData() + start), length);
@@ -58,8 +57,7 @@ protected:
 
     NotePtr addNote(const QString &transcript)
     {
-        return store->createNote(QStringLiteral("n"), transcript, QUuid::createUuid(),
-                                 QStringLiteral("local"));
+        return store->createNote(u"n"_s, transcript, QUuid::createUuid(), u"local"_s);
     }
 
     // Every note whose transcript contains the query by the exact definition,
@@ -100,12 +98,12 @@ TEST_F(TranscriptSearchTest, IndexAnswersExactlyAsTheDefinitionOnAGeneratedLibra
     // Some change afterwards: saved (out of the index again), unsaved (in
     // memory only) and deleted.
     for (int i = 0; i < 12; ++i)
-        notes[i * 7]->setValue(QStringLiteral("transcription"), generatedTranscript(random, 400));
+        notes[i * 7]->setValue(u"transcription"_s, generatedTranscript(random, 400));
     store->save();
-    notes[1]->setValue(QStringLiteral("transcription"), QStringLiteral("only in memory: Straße"));
+    notes[1]->setValue(u"transcription"_s, u"only in memory: Straße"_s);
     for (int i = 0; i < 4; ++i)
         store->deleteNote(notes[80 + i]);
-    notes << addNote(QString()) << addNote(QStringLiteral("   "));
+    notes << addNote(QString()) << addNote(u"   "_s);
 
     for (const char *query : {"ss",   "SS",        "ﬁ", "fi", "k",       "μ", "Σ", "ς",  ", ",
                               "?!",   "\"",        "I", "i̇",  "e\u0301", "é", "🚀", "日", "only in memory",
@@ -127,21 +125,21 @@ TEST_F(TranscriptSearchTest, TranscriptsStayInTheStoreUntilRead)
     store = root.open();
     const NotePtr note = store->noteWithId(id);
     ASSERT_TRUE(note);
-    EXPECT_TRUE(note->isUnread(QStringLiteral("transcription")));
-    EXPECT_TRUE(note->isUnread(QStringLiteral("transcriptUtterancesJSON")));
+    EXPECT_TRUE(note->isUnread(u"transcription"_s));
+    EXPECT_TRUE(note->isUnread(u"transcriptUtterancesJSON"_s));
 
     // Another field's save leaves the unread transcript as stored.
-    note->setValue(QStringLiteral("title"), QStringLiteral("Renamed"));
+    note->setValue(u"title"_s, u"Renamed"_s);
     store->save();
     store = root.open();
     const NotePtr again = store->noteWithId(id);
-    EXPECT_EQ(again->title(), QStringLiteral("Renamed"));
+    EXPECT_EQ(again->title(), u"Renamed"_s);
     EXPECT_EQ(again->transcription(), transcript);
-    EXPECT_FALSE(again->hasUnsavedValue(QStringLiteral("transcription")));
+    EXPECT_FALSE(again->hasUnsavedValue(u"transcription"_s));
 
     // A failed save puts back the value that was read, not an empty one.
-    again->setValue(QStringLiteral("transcription"), QStringLiteral("edited"));
-    failWrites(*store, QStringLiteral("note"), QStringLiteral("UPDATE"));
+    again->setValue(u"transcription"_s, u"edited"_s);
+    failWrites(*store, u"note"_s, u"UPDATE"_s);
     EXPECT_THROW(store->save(), SystemError);
     store->context().rollback();
     EXPECT_EQ(again->transcription(), transcript);
@@ -149,7 +147,7 @@ TEST_F(TranscriptSearchTest, TranscriptsStayInTheStoreUntilRead)
 
 TEST_F(TranscriptSearchTest, AnIndexMadeUnderOtherFoldingRulesStartsAgain)
 {
-    addNote(QStringLiteral("ılık su"));
+    addNote(u"ılık su"_s);
     EXPECT_EQ(store->indexTranscripts(0), 0) << "a short transcript is indexed as it is saved";
     store.reset();
     const QLocale before;
@@ -158,7 +156,7 @@ TEST_F(TranscriptSearchTest, AnIndexMadeUnderOtherFoldingRulesStartsAgain)
     EXPECT_EQ(store->store()->transcriptSearch().fold().rule(), SearchFold::Rule::turkic);
     EXPECT_EQ(store->indexTranscripts(0), 1);
     EXPECT_EQ(store->indexTranscripts(1000), 0);
-    EXPECT_TRUE(store->transcriptSearch(QStringLiteral("ILIK"))(*store->fetchNotes().first()));
+    EXPECT_TRUE(store->transcriptSearch(u"ILIK"_s)(*store->fetchNotes().first()));
     QLocale::setDefault(before);
 }
 
