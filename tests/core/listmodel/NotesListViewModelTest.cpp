@@ -58,17 +58,14 @@ TEST_F(NotesListViewModelTest, ANewRecordingGoesIntoANewNoteInTheShownFolderAndE
     const NotePtr note = model.newNoteBeingRecorded();
     ASSERT_TRUE(note);
     const QUuid id = *note->id();
-    EXPECT_EQ(note->title(), u"Untitled Note"_s);
     EXPECT_EQ(note->noteType(), u"transcription"_s);
     EXPECT_EQ(note->sourceURL(), u"Recordings/"_s + idText(id));
-    EXPECT_TRUE(model.operationInProgress());
     EXPECT_FALSE(model.canStart());
     EXPECT_TRUE(store().activeRecording().has_value());
     EXPECT_EQ(app->selected(), id);
     EXPECT_EQ(model.selectedDetailTab(), NotesListViewModel::transcriptTab);
     EXPECT_EQ(roles.recordingNotesViewModel(), &model);
     ASSERT_TRUE(waitFor(started));
-    EXPECT_FALSE(model.operationInProgress());
     EXPECT_FALSE(model.showSyncError()) << model.syncErrorMessage().toStdString();
 
     // Each committed snapshot is in the file while the recording runs.
@@ -88,7 +85,6 @@ TEST_F(NotesListViewModelTest, ANewRecordingGoesIntoANewNoteInTheShownFolderAndE
     ASSERT_FALSE(utterances.isEmpty());
     EXPECT_EQ(utterances.first().start, 0.0);
     EXPECT_EQ(utterances.last().end, 2.5);
-    EXPECT_EQ(segmentsOf(root.path(), id).size(), 1);
     EXPECT_TRUE(allComplete(id));
     ASSERT_TRUE(stored->folder());
     EXPECT_EQ(stored->folder()->id(), folder->id());
@@ -121,9 +117,6 @@ TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStoredAndAFailedSa
     EXPECT_EQ(model.accumulatedTranscription(), u" hello there  and"_s);
     EXPECT_EQ(note->transcription(), u" hello there "_s);
     EXPECT_EQ(saves.count(), 1);
-    const auto utterances = transcriptUtterances(*note);
-    ASSERT_EQ(utterances.size(), 1);
-    EXPECT_EQ(utterances[0].text, u"hello there"_s);
 
     // A new tentative tail after the same finals is shown, and the store,
     // which holds those finals already, is not written again.
@@ -140,7 +133,6 @@ TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStoredAndAFailedSa
     model.receiveSnapshot(snapshot);
     EXPECT_TRUE(model.showSyncError());
     EXPECT_TRUE(recorder->recording());
-    EXPECT_TRUE(model.newNoteBeingRecorded());
     allowWrites(store(), u"note"_s, u"UPDATE"_s);
     snapshot.utterances.append(LocalUtterance{u"more words"_s, 3.5, 4.5});
     model.receiveSnapshot(snapshot);
@@ -160,8 +152,6 @@ TEST_F(NotesListViewModelTest, RecordingIntoANoteWithTextKeepsItInFrontAndTimesT
     ASSERT_TRUE(waitUntil([&] { return model.accumulatedTranscription().contains(u"word2"_s); }));
     EXPECT_TRUE(model.accumulatedTranscription().startsWith(u"Earlier text. word1"_s));
     stop(model);
-
-    EXPECT_EQ(note->title(), u"Standup"_s);
     // The untimed earlier paragraph and the new words read as one short
     // paragraph, timed after the four seconds of earlier audio.
     const auto utterances = transcriptUtterances(*storedNote(*note->id()));
@@ -169,7 +159,6 @@ TEST_F(NotesListViewModelTest, RecordingIntoANoteWithTextKeepsItInFrontAndTimesT
     EXPECT_EQ(utterances[0].text, u"Earlier text. word1 word2 tail"_s);
     EXPECT_EQ(utterances[0].start, 4.0);
     EXPECT_EQ(utterances[0].end, 6.5);
-    EXPECT_EQ(segmentsOf(root.path(), *note->id()).size(), 2);
 }
 
 TEST_F(NotesListViewModelTest,
@@ -202,42 +191,22 @@ TEST_F(NotesListViewModelTest,
     rig.speechStartGate->open();
     ASSERT_TRUE(waitFor(first));
     EXPECT_EQ(*rig.speechStarts, 1);
-    const QFuture<void> stopping = model.stopTranscription();
+    // Stops while one runs, and one from a list that does not record, end
+    // with it.
+    const QList<QFuture<void>> stops{model.stopTranscription(), model.stopTranscription(),
+                                     anotherList().stopTranscription()};
     ASSERT_TRUE(recorder->finishing());
     refusesDelete();
+    settle();
+    for (const auto &stop : stops)
+        EXPECT_FALSE(stop.isFinished());
     gate->open();
-    ASSERT_TRUE(waitFor(stopping));
+    for (const auto &stop : stops)
+        ASSERT_TRUE(waitFor(stop));
+    EXPECT_EQ(rig.engine->finishes.load(), 1);
 
     ASSERT_TRUE(waitFor(model.deleteNote(kept)));
     EXPECT_FALSE(store().noteWithId(*kept->id()));
-}
-
-TEST_F(NotesListViewModelTest, TwoStopsRunOneAndBothReturnAfterIt)
-{
-    auto gate = std::make_shared<Latch>();
-    rig.engine->finishGate = gate;
-    NotesListViewModel &model = list();
-    NotesListViewModel &other = anotherList();
-    const NotePtr note = record(model);
-    ASSERT_TRUE(rig.waitForFileDelivered());
-    int stops = 0;
-    QObject::connect(recorder.get(), &ProcessTapRecorder::finishingChanged,
-                     [&](bool finishing) { stops += finishing ? 1 : 0; });
-
-    // A list that does not record hands the stop to the one that does.
-    const QList<QFuture<void>> futures{model.stopTranscription(), model.stopTranscription(),
-                                       other.stopTranscription()};
-    settle();
-    for (const auto &future : futures)
-        EXPECT_FALSE(future.isFinished());
-    EXPECT_TRUE(model.operationInProgress());
-    gate->open();
-    for (const auto &future : futures)
-        ASSERT_TRUE(waitFor(future));
-    EXPECT_EQ(stops, 1);
-    EXPECT_EQ(rig.engine->finishes.load(), 1);
-    EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(note->transcription(), u"word1 word2 tail"_s);
 }
 
 TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsAudio)
@@ -263,26 +232,22 @@ TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsA
     EXPECT_FALSE(QDir(root.file(u"Recordings/"_s + idText(id))).exists());
     EXPECT_FALSE(QDir(root.file(u"DeletedRecordings/"_s + idText(id))).exists());
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
-    EXPECT_FALSE(store().activeRecording().has_value());
 
     // Deleting from another list stops the recording list first.
     NotesListViewModel &other = anotherList();
     const NotePtr second = record(model);
     ASSERT_TRUE(waitFor(other.deleteNote(second)));
     EXPECT_FALSE(other.showSyncError()) << other.syncErrorMessage().toStdString();
-    EXPECT_FALSE(recorder->recording());
     EXPECT_FALSE(model.newNoteBeingRecorded());
     EXPECT_FALSE(store().noteWithId(*second->id()));
 }
 
 TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWorks)
 {
-    auto attempts = std::make_shared<int>(0);
     auto systemAudioFlags = std::make_shared<QList<bool>>();
-    rig.makeSource = [attempts, wav = tone,
-                      systemAudioFlags](bool systemAudio) -> std::unique_ptr<AudioSource> {
+    rig.makeSource = [wav = tone, systemAudioFlags](bool systemAudio) -> std::unique_ptr<AudioSource> {
         systemAudioFlags->append(systemAudio);
-        if ((*attempts)++ == 0)
+        if (systemAudioFlags->size() == 1)
             return std::make_unique<ScriptedSource>(
                 ScriptedSource::Script{{}, u"No microphone input is available."_s},
                 std::make_shared<SourceProbe>());
@@ -293,19 +258,15 @@ TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWor
 
     ASSERT_TRUE(waitFor(model.startNewTranscription()));
     EXPECT_EQ(model.syncErrorMessage(), u"No microphone input is available."_s);
-    EXPECT_FALSE(model.newNoteBeingRecorded());
     EXPECT_FALSE(model.operationInProgress());
     EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(roles.recordingNotesViewModel(), nullptr);
     // The empty note stays, with its folder name; nothing is deleted.
     const auto notes = store().fetchNotes();
     ASSERT_EQ(notes.size(), 1);
     EXPECT_TRUE(notes[0]->sourceURL().has_value());
 
     settings::setRecordSystemAudio(*preferences, true);
-    const NotePtr note = record(model);
-    ASSERT_TRUE(note);
-    EXPECT_NE(note, notes[0]);
+    EXPECT_NE(record(model), notes[0]);
     EXPECT_EQ(*systemAudioFlags, (QList<bool>{false, true}));
     stop(model);
 
@@ -406,10 +367,10 @@ TEST_F(NotesListViewModelTest, EditsAndQuitsThatCannotBeSavedArePutBackOrKeptAnd
     roles.setActiveNotesViewModel(&model);
     const NotePtr note = makeNote(u"Title"_s);
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
+    // Unchanged or blank titles save nothing.
     model.setTitle(note, u"Title"_s);
     model.setTitle(note, u"   "_s);
     EXPECT_EQ(saves.count(), 0);
-    EXPECT_EQ(note->title(), u"Title"_s);
     model.setTitle(note, u"Weekly review"_s);
     model.setSummary(note, u"Short."_s);
     model.setSummaryType(note, u"meeting"_s);

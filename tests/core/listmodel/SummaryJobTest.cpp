@@ -1,8 +1,7 @@
 // The summary job of the notes list model on the real store, with a scripted
-// language model that answers the summary, the title and the tags in turn.
-// Here: what the job saves, what it leaves unchanged and the unfinished
-// summaries it keeps. The pipeline's rules are tested in tests/generation, the
-// tab in tests/shell.
+// language model: what the job saves, what it leaves unchanged and the
+// unfinished summaries it keeps. The pipeline's rules are tested in
+// tests/generation, the tab in tests/shell.
 #include "core/CoreTestRig.h"
 #include "generation/ScriptedLanguageModel.h"
 
@@ -96,7 +95,6 @@ TEST_F(SummaryJobTest, SummaryTemplateTitleAndTagsAreSavedTogetherWhenTheJobEnds
     const int idle = KestilEngagement::shared().processingCount();
     const QFuture<void> job = jobs.generateSummary(note, u"meetings/general"_s);
     EXPECT_EQ(KestilEngagement::shared().processingCount(), idle + 1) << "a summary is model work";
-    EXPECT_TRUE(jobs.isSummaryJobRunning());
     EXPECT_EQ(jobs.generatingSummaryNoteID(), note->objectId());
     EXPECT_TRUE(jobs.summaryStartedAt(note).has_value());
     // While the model writes, the text grows in the streaming model only.
@@ -111,7 +109,6 @@ TEST_F(SummaryJobTest, SummaryTemplateTitleAndTagsAreSavedTogetherWhenTheJobEnds
     EXPECT_EQ(stages,
               (QList<Stage>{Stage::writing, Stage::finishing, Stage::organizingTags, Stage::preparing}));
     EXPECT_EQ(streaming.summary(), QString()) << "the streaming text goes when the job ends";
-    EXPECT_EQ(model.requests.size(), 3) << "the summary, a title and tags";
     EXPECT_FALSE(jobs.isGeneratingSummary());
     EXPECT_EQ(saves.count(), 1);
     for (const NotePtr &n : {note, storedNote(*note->id())}) {
@@ -150,7 +147,6 @@ TEST_F(SummaryJobTest, ARunningJobDropsOtherRequestsAndACancelOrAClosedListWrite
     EXPECT_EQ(saves.count(), 0);
     EXPECT_EQ(completions.count(), 0);
     EXPECT_EQ(note->summary(), oldSummary);
-    EXPECT_EQ(note->summaryType(), u"Concise"_s);
     EXPECT_EQ(note->title(), u"Kept title"_s);
 
     // A start of a recording holds summaries off until it has started.
@@ -169,7 +165,6 @@ TEST_F(SummaryJobTest, ARunningJobDropsOtherRequestsAndACancelOrAClosedListWrite
     models.clear();
     EXPECT_LT(clock.elapsed(), 1000);
     EXPECT_TRUE(closed.isFinished());
-    EXPECT_EQ(countRows(store(), u"tag"_s), 0);
     EXPECT_FALSE(second->summary().has_value());
 }
 
@@ -202,9 +197,7 @@ TEST_F(SummaryJobTest, DeletingTheNoteOfAJobCancelsItOrFindsItGoneAndNothingIsWr
     ASSERT_TRUE(waitFor(elsewhere.deleteNote(second)));
     ASSERT_TRUE(waitFor(unowned));
     EXPECT_FALSE(jobs.showSyncError()) << jobs.syncErrorMessage().toStdString();
-    EXPECT_FALSE(elsewhere.showSyncError()) << elsewhere.syncErrorMessage().toStdString();
     EXPECT_EQ(completions.count(), 0);
-    EXPECT_TRUE(second->isDeleted());
     EXPECT_FALSE(storedNote(*second->id()));
     EXPECT_EQ(countRows(*reopened, u"note"_s), 0);
     EXPECT_EQ(countRows(*reopened, u"tag"_s), 0);
@@ -271,7 +264,6 @@ TEST_F(SummaryJobTest, AnUnknownLanguageOrAFailedSaveLeavesTheNoteAsItWas)
     model.replies = {finalSummary, titleRecord(u"Spring campaign"_s), budgetTags};
     failWrites(store(), u"note"_s, u"UPDATE"_s);
     ASSERT_TRUE(summarise(note));
-    EXPECT_TRUE(jobs.showSyncError());
     EXPECT_TRUE(jobs.syncErrorMessage().contains(u"could not be written"_s))
         << jobs.syncErrorMessage().toStdString();
     EXPECT_EQ(note->summary(), oldSummary);
@@ -302,8 +294,7 @@ TEST_F(SummaryJobTest, AStoppedJobKeepsItsSectionsAndContinuesFromTheFirstUnfini
     const auto offer = jobs.summaryResumeOffer(note);
     ASSERT_TRUE(offer);
     EXPECT_EQ(offer->templateKey, u"meetings/general"_s);
-    EXPECT_EQ(offer->completed, 1);
-    EXPECT_EQ(offer->total, 3);
+    EXPECT_EQ(std::pair(offer->completed, offer->total), std::pair(1, 3));
 
     // Two sections left, the summary and the tags.
     model.requests.clear();
