@@ -27,12 +27,6 @@ inline QString recoveredText(int count)
         .arg(count);
 }
 
-inline QString needsRecoveryText(const QString &description)
-{
-    return QStringLiteral("Some audio needs recovery: ") + description +
-           QStringLiteral(". Original files were preserved.");
-}
-
 // A data root with a real store, and launches of the application model on it
 // with the recovery pass, as the program starts.
 class Library {
