@@ -27,8 +27,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 struct Outcome {
-    bool began = false;
-    bool transcribed = false;
+    bool began = false, transcribed = false;
     QString message;
 };
 
@@ -44,12 +43,11 @@ const test::SoundFile &speech()
 // first two carry it.
 std::vector<float> speechAt(int rate, int channels)
 {
+    const std::vector<float> &in = speech().samples;
     std::vector<float> out;
-    const auto frames = std::size_t(speech().frames()) * std::size_t(rate) / 16000;
-    for (std::size_t i = 0; i < frames; ++i) {
+    for (std::size_t i = 0; i < in.size() * std::size_t(rate) / 16000; ++i) {
         for (int c = 0; c < channels; ++c)
-            out.push_back(c < 2 ? speech().samples[std::min(speech().samples.size() - 1, i * 16000 / rate)]
-                                : 0.0f);
+            out.push_back(c < 2 ? in[std::min(in.size() - 1, i * 16000 / rate)] : 0.0f);
     }
     return out;
 }
@@ -64,7 +62,6 @@ protected:
     void open(const QString &root)
     {
         import_.reset();
-        app_.reset();
         root_ = root;
         QDir().mkpath(root_);
         qputenv("KESTIL_DATA_DIR", root_.toUtf8());
@@ -100,10 +97,10 @@ protected:
     // The one recording folder an import gives its note.
     QString segmentOf(const NotePtr &note)
     {
-        const QString folder = RecordingFolder::noteFolder(root_, *note->id());
-        const QStringList segments = QDir(folder).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        const QDir folder(RecordingFolder::noteFolder(root_, *note->id()));
+        const QStringList segments = folder.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
         EXPECT_EQ(segments.size(), 1);
-        return folder + QLatin1Char('/') + segments.value(0);
+        return folder.filePath(segments.value(0));
     }
 
     QString file(const QString &name) const { return dir_.filePath(name); }

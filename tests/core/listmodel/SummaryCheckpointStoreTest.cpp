@@ -4,9 +4,6 @@
 #include "core/SummaryCheckpointStore.h"
 #include "core/CoreTestSupport.h"
 
-#include "base/Error.h"
-#include "support/TmpfsMount.h"
-
 using namespace kestil;
 using namespace Qt::StringLiterals;
 using kestil::test::writeFile;
@@ -88,24 +85,4 @@ TEST(SummaryCheckpointStore, TellsUnusableFilesApart)
         writeFile(store.path(note), c.bytes);
         EXPECT_EQ(store.read(note).state, c.state) << c.what;
     }
-}
-
-TEST(SummaryCheckpointStore, AFullDiskFailsTheWriteAndKeepsTheOneBefore)
-{
-    test::TmpfsMount disk(256 << 10);
-    if (!disk.mounted())
-        GTEST_SKIP() << disk.error().toStdString();
-    const SummaryCheckpointStore store(disk.path());
-    const QUuid note = QUuid::createUuid();
-    const StoredSummaryCheckpoint small = stored(note, u"A short transcript."_s);
-    store.save(small);
-    try {
-        store.save(stored(note, u"A long transcript. "_s.repeated(40000)));
-        FAIL() << "a write larger than the disk succeeded";
-    } catch (const SystemError &error) {
-        EXPECT_TRUE(error.localizedDescription().startsWith(u"Kestil could not write “"_s))
-            << error.localizedDescription().toStdString();
-    }
-    EXPECT_EQ(store.read(note).stored, small);
-    EXPECT_EQ(QDir(store.directory()).entryList(QDir::Files | QDir::Hidden).size(), 1);
 }

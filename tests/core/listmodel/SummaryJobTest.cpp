@@ -382,7 +382,8 @@ TEST_F(SummaryJobTest, AKeptSummaryThatCannotBeWrittenLetsTheSummaryGoOnAndSaysS
     model.replies = {finalSummary, budgetTags};
     ASSERT_TRUE(summarise(note));
     EXPECT_EQ(storedNote(*note->id())->summary(), finalSummary);
-    EXPECT_TRUE(jobs.syncErrorMessage().startsWith(u"Summary progress could not be saved: "_s))
+    EXPECT_TRUE(jobs.syncErrorMessage().startsWith(
+        u"Summary progress could not be saved: Kestil could not write “"_s))
         << jobs.syncErrorMessage().toStdString();
     EXPECT_TRUE(jobs.syncErrorMessage().endsWith(
         u"The summary goes on, but it cannot be continued after a quit or a crash."_s));
