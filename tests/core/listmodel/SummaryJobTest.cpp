@@ -382,9 +382,8 @@ TEST_F(SummaryJobTest, AKeptSummaryThatCannotBeWrittenLetsTheSummaryGoOnAndSaysS
     model.replies = {finalSummary, budgetTags};
     ASSERT_TRUE(summarise(note));
     EXPECT_EQ(storedNote(*note->id())->summary(), finalSummary);
-    EXPECT_TRUE(jobs.syncErrorMessage().startsWith(
-        u"Summary progress could not be saved: Kestil could not write “"_s))
-        << jobs.syncErrorMessage().toStdString();
-    EXPECT_TRUE(jobs.syncErrorMessage().endsWith(
-        u"The summary goes on, but it cannot be continued after a quit or a crash."_s));
+    EXPECT_EQ(jobs.syncErrorMessage(),
+              u"Summary progress could not be saved: Kestil could not write “%1”: its folder could not be "
+              "created. The summary goes on, but it cannot be continued after a quit or a crash."_s.arg(
+                  SummaryCheckpointStore(root.path()).path(*note->id())));
 }
