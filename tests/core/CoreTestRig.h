@@ -13,13 +13,6 @@
 #include "core/NotesListViewModel.h"
 #include "prefs/PreferenceStore.h"
 
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <vector>
-
 namespace kestil::test {
 
 class CoreRig {
@@ -39,9 +32,6 @@ public:
         models.clear();
         recorder.reset();
     }
-
-    CoreRig(const CoreRig &) = delete;
-    CoreRig &operator=(const CoreRig &) = delete;
 
     // A list like every other window's, on the rig's language model.
     std::unique_ptr<NotesListViewModel> makeList()

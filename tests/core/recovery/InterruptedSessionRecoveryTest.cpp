@@ -188,10 +188,23 @@ TEST_F(RecoveryTest, LinksLeadingOutOfTheDataRootAreNeverWrittenThrough)
         << refused;
 }
 
-TEST_F(RecoveryTest, AFailedNoteUpdateLeavesTheManifestForTheNextLaunch)
+TEST_F(RecoveryTest, AFailedBuildOrNoteUpdateLeavesTheSessionForTheNextLaunch)
 {
     const QUuid id = library.createNote();
     const QString segment = interruptedSegment(library.segment(id), id, 48000, ramp(500));
+    // A raw "file" that cannot be read fails the repair, as a full disk
+    // fails its build; the folder stays for the next launch.
+    const QString raw = RecordingFolder::rawAudioPath(segment);
+    ASSERT_TRUE(QFile::rename(raw, raw + u".kept"_s));
+    ASSERT_TRUE(QDir().mkdir(raw));
+    const QString failed = library.launch()->message();
+    EXPECT_TRUE(failed.startsWith(u"Some audio needs recovery: "_s)) << failed;
+    EXPECT_TRUE(failed.endsWith(u". Original files were preserved."_s)) << failed;
+    EXPECT_EQ(QDir(segment).entryList({u"recovered-*"_s}, QDir::Files), QStringList());
+    EXPECT_FALSE(isComplete(segment));
+    ASSERT_TRUE(QDir().rmdir(raw) && QFile::rename(raw + u".kept"_s, raw));
+
+    // The playable file is built, but the note cannot take its folder.
     const auto writes = [&](bool fail) {
         SharedPersistenceController store(library.root());
         (fail ? failWrites : allowWrites)(store, u"note"_s, u"UPDATE"_s);
@@ -206,4 +219,5 @@ TEST_F(RecoveryTest, AFailedNoteUpdateLeavesTheManifestForTheNextLaunch)
     EXPECT_EQ(library.launch()->message(), recoveredText(1));
     EXPECT_EQ(inode(RecordingFolder::finalAudioPath(segment)), built) << "the good file was accepted";
     EXPECT_TRUE(isComplete(segment));
+    EXPECT_EQ(library.sourceURL(id), recordingsOf(id));
 }
