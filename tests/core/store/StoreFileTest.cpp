@@ -27,21 +27,13 @@ TEST(ContainerIdentifierTest, ValidationAndTheSyncPreference)
     for (const QVariant &bad : {QVariant(u"iCloud."_s), QVariant(u"iCloud.com.example_notes"_s),
                                 QVariant(u"cloud.com.example"_s), QVariant(42)})
         EXPECT_FALSE(validatedContainerIdentifier(infoWith(bad))) << bad.toString().toStdString();
-
     // Only a boolean false switches sync off; without an identifier it cannot be on.
     const auto info = infoWith(u"iCloud.com.example.notes"_s);
     EXPECT_FALSE(resolveContainerIdentifier(info, QVariant(false)));
     for (const QVariant &on : {QVariant(true), QVariant(), QVariant(u"false"_s), QVariant(0)})
         EXPECT_TRUE(resolveContainerIdentifier(info, on)) << on.toString().toStdString();
     EXPECT_FALSE(resolveContainerIdentifier({}, QVariant(true)));
-
-    // In-memory stores ignore the container; a malformed one opens no file.
-    SharedPersistenceController a(std::nullopt, true, u"iCloud.com.example"_s);
-    SharedPersistenceController b(std::nullopt, true);
-    EXPECT_NE(a.root(), b.root());
-    EXPECT_TRUE(a.ready());
-    EXPECT_TRUE(a.syncMode().isLocalOnly());
-    EXPECT_FALSE(QFile::exists(a.storePath()));
+    // A malformed one opens no store.
     TempRoot root;
     EXPECT_EQ(errorOf([&] { SharedPersistenceController(root.path(), false, u"iCloud.bad_id"_s); }),
               u"The cloud container identifier is invalid. No store was opened."_s);
