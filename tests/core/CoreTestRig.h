@@ -13,13 +13,6 @@
 #include "core/NotesListViewModel.h"
 #include "prefs/PreferenceStore.h"
 
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
-
-#include <memory>
-#include <vector>
-
 namespace kestil::test {
 
 class CoreRig {
@@ -40,20 +33,12 @@ public:
         recorder.reset();
     }
 
-    CoreRig(const CoreRig &) = delete;
-    CoreRig &operator=(const CoreRig &) = delete;
-
-    ProcessTapRecorder &theRecorder()
-    {
-        if (!recorder)
-            recorder = std::make_unique<ProcessTapRecorder>(rig.environment());
-        return *recorder;
-    }
-
     // A list like every other window's, on the rig's language model.
     std::unique_ptr<NotesListViewModel> makeList()
     {
-        auto made = std::make_unique<NotesListViewModel>(*app, theRecorder(), roles, *preferences);
+        if (!recorder)
+            recorder = std::make_unique<ProcessTapRecorder>(rig.environment());
+        auto made = std::make_unique<NotesListViewModel>(*app, *recorder, roles, *preferences);
         if (languageModel)
             made->setLanguageModel(languageModel);
         return made;
@@ -69,8 +54,7 @@ public:
     NotesListViewModel &anotherList()
     {
         list();
-        models.push_back(makeList());
-        return *models.back();
+        return *models.emplace_back(makeList());
     }
 
     SharedPersistenceController &store() { return *app->store(); }

@@ -29,51 +29,15 @@ struct TempRoot {
     }
 };
 
-inline QByteArray fileDigest(const QString &path)
+inline QByteArray readFile(const QString &path)
 {
     QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    return QCryptographicHash::hash(f.readAll(), QCryptographicHash::Sha256);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
-inline void execSql(SharedPersistenceController &controller, const char *sql)
+inline QByteArray fileDigest(const QString &path)
 {
-    char *error = nullptr;
-    ASSERT_EQ(sqlite3_exec(controller.store()->handle(), sql, nullptr, nullptr, &error), SQLITE_OK)
-        << (error ? error : "");
-}
-
-// A real SQLite failure on the next write of a table: a trigger that aborts,
-// as a full disk or a constraint would.
-inline void failWrites(SharedPersistenceController &controller, const QString &table,
-                       const QString &operation)
-{
-    const QByteArray sql =
-        QStringLiteral("CREATE TRIGGER fail_%1_%2 BEFORE %2 ON %1 BEGIN SELECT RAISE(ABORT, "
-                       "'database or disk is full'); END;")
-            .arg(table, operation)
-            .toUtf8();
-    execSql(controller, sql.constData());
-}
-
-inline void allowWrites(SharedPersistenceController &controller, const QString &table,
-                        const QString &operation)
-{
-    const QByteArray sql = QStringLiteral("DROP TRIGGER fail_%1_%2").arg(table, operation).toUtf8();
-    execSql(controller, sql.constData());
-}
-
-inline qint64 countRows(SharedPersistenceController &controller, const QString &table)
-{
-    sqlite3_stmt *st = nullptr;
-    const QByteArray sql = QStringLiteral("SELECT count(*) FROM %1").arg(table).toUtf8();
-    sqlite3_prepare_v2(controller.store()->handle(), sql.constData(), -1, &st, nullptr);
-    qint64 n = -1;
-    if (sqlite3_step(st) == SQLITE_ROW)
-        n = sqlite3_column_int64(st, 0);
-    sqlite3_finalize(st);
-    return n;
+    return QCryptographicHash::hash(readFile(path), QCryptographicHash::Sha256);
 }
 
 inline void writeFile(const QString &path, const QByteArray &content)
@@ -84,12 +48,39 @@ inline void writeFile(const QString &path, const QByteArray &content)
     f.write(content);
 }
 
-inline QByteArray readFile(const QString &path)
+inline void execSql(SharedPersistenceController &controller, const char *sql)
 {
-    QFile f(path);
-    if (!f.open(QIODevice::ReadOnly))
-        return {};
-    return f.readAll();
+    char *error = nullptr;
+    ASSERT_EQ(sqlite3_exec(controller.store()->handle(), sql, nullptr, nullptr, &error), SQLITE_OK)
+        << (error ? error : "");
+}
+
+// A real SQLite failure on the next writes of a table: a trigger that aborts,
+// as a full disk or a constraint would.
+inline void failWrites(SharedPersistenceController &controller, const QString &table,
+                       const QString &operation)
+{
+    execSql(controller, QStringLiteral("CREATE TRIGGER fail_%1_%2 BEFORE %2 ON %1 BEGIN SELECT RAISE(ABORT, "
+                                       "'database or disk is full'); END;")
+                            .arg(table, operation)
+                            .toUtf8()
+                            .constData());
+}
+
+inline void allowWrites(SharedPersistenceController &controller, const QString &table,
+                        const QString &operation)
+{
+    execSql(controller, QStringLiteral("DROP TRIGGER fail_%1_%2").arg(table, operation).toUtf8().constData());
+}
+
+inline qint64 countRows(SharedPersistenceController &controller, const QString &table)
+{
+    sqlite3_stmt *st = nullptr;
+    const QByteArray sql = QStringLiteral("SELECT count(*) FROM %1").arg(table).toUtf8();
+    sqlite3_prepare_v2(controller.store()->handle(), sql.constData(), -1, &st, nullptr);
+    const qint64 n = sqlite3_step(st) == SQLITE_ROW ? sqlite3_column_int64(st, 0) : -1;
+    sqlite3_finalize(st);
+    return n;
 }
 
 // The message of the LocalError that `action` throws; a failure when it throws none.

@@ -1,3 +1,7 @@
+// The Ask AI conversation over the real store with a scripted language model:
+// what is asked, what is saved and what a stop, a failure or a delete leaves.
+// The window's controls are tested in tests/shell, the prompt's limits in
+// tests/generation.
 #include "capture/recorder/RecorderTestSupport.h"
 #include "generation/ScriptedLanguageModel.h"
 
@@ -12,6 +16,8 @@
 
 using namespace kestil;
 using namespace kestil::test;
+using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -20,29 +26,27 @@ struct ChatRig {
     SharedPersistenceController store{data.path()};
     ScriptedLanguageModel model;
     NotePtr note;
+    int idle = KestilEngagement::shared().processingCount();
 
-    explicit ChatRig(const QString &transcript = QStringLiteral("We agreed to ship the beta on Friday. "
-                                                                "Dana owns the release notes."))
+    explicit ChatRig(const QString &transcript = u"We agreed to ship the beta on Friday. "
+                                                 "Dana owns the release notes."_s)
     {
         application();
-        note = store.createNote(QStringLiteral("Planning"), transcript, QUuid::createUuid(),
-                                QStringLiteral("transcription"));
-        store.save();
+        note = store.createNote(u"Planning"_s, transcript, QUuid::createUuid(), u"transcription"_s);
     }
 
     std::unique_ptr<AskNoteConversation> open()
     {
-        auto conversation =
-            std::make_unique<AskNoteConversation>(store, model, note, QLocale(QStringLiteral("en_US")));
+        auto conversation = std::make_unique<AskNoteConversation>(store, model, note, QLocale(u"en_US"_s));
         conversation->load();
         return conversation;
     }
 
     QList<LocalChatMessage> saved()
     {
-        SharedPersistenceController other(data.path());
-        return other.loadChatMessages(*note->id());
+        return SharedPersistenceController(data.path()).loadChatMessages(*note->id());
     }
+    bool idleAgain() const { return KestilEngagement::shared().processingCount() == idle; }
 };
 
 void submit(AskNoteConversation &conversation, const QString &question)
@@ -54,7 +58,7 @@ void submit(AskNoteConversation &conversation, const QString &question)
 bool ask(AskNoteConversation &conversation, const QString &question)
 {
     submit(conversation, question);
-    return waitUntil([&] { return !conversation.isRunning(); }, std::chrono::seconds(10));
+    return waitUntil([&] { return !conversation.isRunning(); }, 10s);
 }
 
 } // namespace
@@ -62,9 +66,9 @@ bool ask(AskNoteConversation &conversation, const QString &question)
 TEST(AskNoteConversationTest, AnswersStreamAreSavedAndTheNextQuestionSeesTheLastOnes)
 {
     ChatRig rig;
-    rig.model.replies = {ScriptedLanguageModel::Stream{{QStringLiteral("On"), QStringLiteral("On Friday.")},
-                                                       std::chrono::milliseconds(30)},
-                         QStringLiteral("Dana does.")};
+    // Each request waits behind other work of the model, and says so.
+    rig.model.queueWait = 300ms;
+    rig.model.replies = {ScriptedLanguageModel::Stream{{u"On"_s, u"On Friday."_s}, 30ms}, u"Dana does."_s};
     auto conversation = rig.open();
     QStringList previews;
     QObject::connect(conversation.get(), &AskNoteConversation::changed, [&] {
@@ -74,184 +78,139 @@ TEST(AskNoteConversationTest, AnswersStreamAreSavedAndTheNextQuestionSeesTheLast
     });
     QSignalSpy taken(conversation.get(), &AskNoteConversation::questionTaken);
 
-    ASSERT_TRUE(ask(*conversation, QStringLiteral("  When do we ship?  ")));
-    EXPECT_EQ(taken.count(), 1);
-    EXPECT_TRUE(conversation->input().isEmpty());
-    EXPECT_EQ(previews, (QStringList{QStringLiteral("On"), QStringLiteral("On Friday.")}));
-    EXPECT_TRUE(conversation->preview().isEmpty()) << "the preview ends with the request";
-    ASSERT_EQ(conversation->messages().size(), 2);
-    EXPECT_EQ(conversation->messages().at(0).content, QStringLiteral("When do we ship?"));
-    EXPECT_EQ(conversation->messages().at(1).role, QStringLiteral("assistant"));
-    EXPECT_EQ(conversation->messages().at(1).content, QStringLiteral("On Friday."));
-    EXPECT_FALSE(conversation->error().has_value());
-    ASSERT_EQ(rig.model.requests.size(), 1);
-
-    // The next question is asked with the saved exchange as its history.
-    ASSERT_TRUE(ask(*conversation, QStringLiteral("Who owns the notes?")));
-    ASSERT_EQ(rig.model.requests.size(), 2);
-    EXPECT_TRUE(rig.model.requests.at(1).prompt.contains(
-        QStringLiteral("user: When do we ship?\nassistant: On Friday.\n\nQUESTION:\nWho owns the notes?")));
-
-    const QList<LocalChatMessage> stored = rig.saved();
-    ASSERT_EQ(stored.size(), 4);
-    EXPECT_EQ(stored.at(3).content, QStringLiteral("Dana does."));
-    EXPECT_TRUE(rig.open()->conversationMarkdown().startsWith(
-        QStringLiteral("# Ask AI: Planning\n\n**You**\n\nWhen do we ship?\n\n**Kestil**\n\nOn Friday.")));
-}
-
-// The limits themselves are the chat prompt's (see its tests); here, what a
-// refusal leaves: the question in the field, no request, nothing saved.
-TEST(AskNoteConversationTest, RefusedQuestionsStayInTheFieldAndNothingIsSaved)
-{
-    ChatRig rig;
-    auto conversation = rig.open();
-    conversation->setInput(QStringLiteral("   \n"));
-    EXPECT_FALSE(conversation->canSend()) << "a blank question cannot be sent";
-
-    const QString tooLong(801, QLatin1Char('a'));
-    submit(*conversation, QStringLiteral(" ") + tooLong + QStringLiteral(" "));
-    EXPECT_EQ(conversation->error().value_or(QString()),
-              QStringLiteral("Please shorten your question to 800 bytes or fewer."));
-    EXPECT_EQ(conversation->input().trimmed(), tooLong) << "the question stays to be shortened";
-    EXPECT_TRUE(conversation->messages().isEmpty());
-    EXPECT_TRUE(rig.model.requests.isEmpty());
-    conversation->dismissError();
-    EXPECT_FALSE(conversation->error().has_value());
-
-    rig.model.availabilityValue =
-        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
-    conversation->setInput(QStringLiteral("Anything else?"));
-    ASSERT_TRUE(conversation->status().has_value());
-    EXPECT_TRUE(conversation->status()->contains(QStringLiteral("Ask AI")))
-        << conversation->status()->toStdString();
-    EXPECT_FALSE(conversation->canSend());
-    EXPECT_TRUE(rig.saved().isEmpty());
-}
-
-TEST(AskNoteConversationTest, ANoteWithoutTextAsksForATranscriptAndASummaryServesWhenThereIsOne)
-{
-    ChatRig rig(QStringLiteral("  \n "));
-    auto conversation = rig.open();
-    submit(*conversation, QStringLiteral("What happened?"));
-    EXPECT_EQ(conversation->error().value_or(QString()),
-              QStringLiteral("Transcribe this note before asking a question."));
-    EXPECT_TRUE(rig.saved().isEmpty());
-
-    rig.note->setValue(QStringLiteral("summary"), QStringLiteral("## Summary\nThe team chose a date."));
-    EXPECT_EQ(conversation->source(), QStringLiteral("## Summary\nThe team chose a date."));
-    rig.model.replies = {QStringLiteral("A date was chosen.")};
-    ASSERT_TRUE(ask(*conversation, QStringLiteral("What happened?")));
-    EXPECT_TRUE(rig.model.requests.at(0).prompt.contains(QStringLiteral("The team chose a date.")));
-}
-
-TEST(AskNoteConversationTest, StoppingKeepsTheQuestionWithoutAnAnswerAndALateResultChangesNothing)
-{
-    ChatRig rig;
-    rig.model.replies = {ScriptedLanguageModel::Stall{}, QStringLiteral("Friday.")};
-    auto conversation = rig.open();
-    QSignalSpy ended(conversation.get(), &AskNoteConversation::requestEnded);
-    const int idle = KestilEngagement::shared().processingCount();
-    submit(*conversation, QStringLiteral("When do we ship?"));
-    ASSERT_TRUE(conversation->isRunning());
-    EXPECT_EQ(KestilEngagement::shared().processingCount(), idle + 1) << "an answer is model work";
+    submit(*conversation, u"  When do we ship?  "_s);
+    EXPECT_EQ(KestilEngagement::shared().processingCount(), rig.idle + 1) << "an answer is model work";
     EXPECT_FALSE(conversation->canSend()) << "one request at a time";
     EXPECT_FALSE(conversation->conversationActionsEnabled());
-    ASSERT_TRUE(waitUntil([&] { return rig.model.requests.size() == 1; }));
+    ASSERT_TRUE(waitUntil([&] { return conversation->waitingForModel(); }));
+    ASSERT_TRUE(waitUntil([&] { return !conversation->isRunning(); }));
+    EXPECT_FALSE(conversation->waitingForModel());
+    EXPECT_EQ(taken.count(), 1);
+    EXPECT_TRUE(conversation->input().isEmpty());
+    EXPECT_EQ(previews, (QStringList{u"On"_s, u"On Friday."_s}));
+    EXPECT_TRUE(conversation->preview().isEmpty()) << "the preview ends with the request";
+    ASSERT_EQ(conversation->messages().size(), 2);
+    EXPECT_EQ(conversation->messages().at(0).content, u"When do we ship?"_s);
+    EXPECT_EQ(conversation->messages().at(1).role, u"assistant"_s);
+    EXPECT_EQ(conversation->messages().at(1).content, u"On Friday."_s);
+    EXPECT_FALSE(conversation->error().has_value());
+    settle();
+    EXPECT_TRUE(rig.idleAgain());
 
+    // The next question is asked with the saved exchange as its history.
+    ASSERT_TRUE(ask(*conversation, u"Who owns the notes?"_s));
+    ASSERT_EQ(rig.model.requests.size(), 2);
+    EXPECT_TRUE(rig.model.requests.at(1).prompt.contains(
+        u"user: When do we ship?\nassistant: On Friday.\n\nQUESTION:\nWho owns the notes?"_s));
+    const QList<LocalChatMessage> stored = rig.saved();
+    ASSERT_EQ(stored.size(), 4);
+    EXPECT_EQ(stored.at(3).content, u"Dana does."_s);
+    EXPECT_TRUE(rig.open()->conversationMarkdown().startsWith(
+        u"# Ask AI: Planning\n\n**You**\n\nWhen do we ship?\n\n**Kestil**\n\nOn Friday."_s));
+}
+
+// What a refusal leaves: the question in the field, no request, nothing saved.
+TEST(AskNoteConversationTest, RefusedQuestionsStayInTheFieldAndASummaryServesANoteWithoutText)
+{
+    ChatRig rig(u"  \n "_s);
+    auto conversation = rig.open();
+    conversation->setInput(u"   \n"_s);
+    EXPECT_FALSE(conversation->canSend()) << "a blank question cannot be sent";
+    const QString tooLong(801, QLatin1Char('a'));
+    submit(*conversation, u" "_s + tooLong + u" "_s);
+    EXPECT_EQ(conversation->error(), u"Please shorten your question to 800 bytes or fewer."_s);
+    EXPECT_EQ(conversation->input().trimmed(), tooLong) << "the question stays to be shortened";
+    conversation->dismissError();
+    EXPECT_FALSE(conversation->error().has_value());
+    submit(*conversation, u"What happened?"_s);
+    EXPECT_EQ(conversation->error(), u"Transcribe this note before asking a question."_s);
+    EXPECT_TRUE(conversation->messages().isEmpty());
+    EXPECT_TRUE(rig.model.requests.isEmpty());
+    EXPECT_TRUE(rig.saved().isEmpty());
+
+    rig.note->setValue(u"summary"_s, u"## Summary\nThe team chose a date."_s);
+    EXPECT_EQ(conversation->source(), u"## Summary\nThe team chose a date."_s);
+    rig.model.replies = {u"A date was chosen."_s};
+    ASSERT_TRUE(ask(*conversation, u"What happened?"_s));
+    EXPECT_TRUE(rig.model.requests.at(0).prompt.contains(u"The team chose a date."_s));
+}
+
+TEST(AskNoteConversationTest, AStopOrAClosedWindowKeepsTheQuestionWithoutAnAnswer)
+{
+    ChatRig rig;
+    rig.model.replies = {ScriptedLanguageModel::Stall{}, u"Friday."_s};
+    auto conversation = rig.open();
+    QSignalSpy ended(conversation.get(), &AskNoteConversation::requestEnded);
+    submit(*conversation, u"When do we ship?"_s);
+    ASSERT_TRUE(waitUntil([&] { return rig.model.requests.size() == 1; }));
     conversation->stop();
     EXPECT_FALSE(conversation->isRunning());
     ASSERT_TRUE(waitUntil([&] { return ended.count() == 1; }));
     settle();
-    EXPECT_EQ(KestilEngagement::shared().processingCount(), idle);
+    EXPECT_TRUE(rig.idleAgain());
     EXPECT_FALSE(conversation->error().has_value()) << "a stop is no failure";
-    ASSERT_EQ(conversation->messages().size(), 1);
+    EXPECT_EQ(conversation->messages().size(), 1);
     EXPECT_EQ(rig.saved().size(), 1) << "the question stays saved";
-
-    ASSERT_TRUE(ask(*conversation, QStringLiteral("And the date?")));
-    EXPECT_TRUE(
-        rig.model.requests.at(1).prompt.contains(QStringLiteral("user: When do we ship?\n\nQUESTION:")))
+    // A late result changes nothing; the next question sees the lone one.
+    ASSERT_TRUE(ask(*conversation, u"And the date?"_s));
+    EXPECT_TRUE(rig.model.requests.at(1).prompt.contains(u"user: When do we ship?\n\nQUESTION:"_s))
         << rig.model.requests.at(1).prompt.toStdString();
     EXPECT_EQ(rig.saved().size(), 3);
-}
 
-TEST(AskNoteConversationTest, ClosingWhileStreamingStopsAndSavesNoAnswer)
-{
-    ChatRig rig;
     QStringList many;
     for (int i = 1; i <= 400; ++i)
-        many.append(QStringLiteral("word ").repeated(i));
-    rig.model.replies = {ScriptedLanguageModel::Stream{many, std::chrono::milliseconds(5)}};
-    const int idle = KestilEngagement::shared().processingCount();
-    {
-        auto conversation = rig.open();
-        submit(*conversation, QStringLiteral("Tell me everything."));
-        ASSERT_TRUE(waitUntil([&] { return !conversation->preview().isEmpty(); }));
-    }
+        many.append(u"word "_s.repeated(i));
+    rig.model.replies = {ScriptedLanguageModel::Stream{many, 5ms}};
+    submit(*conversation, u"Tell me everything."_s);
+    ASSERT_TRUE(waitUntil([&] { return !conversation->preview().isEmpty(); }));
+    conversation.reset();
     settle();
-    EXPECT_EQ(KestilEngagement::shared().processingCount(), idle)
-        << "a closed window's answer ends its count";
-    const QList<LocalChatMessage> stored = rig.saved();
-    ASSERT_EQ(stored.size(), 1);
-    EXPECT_EQ(stored.at(0).role, QStringLiteral("user"));
+    EXPECT_TRUE(rig.idleAgain()) << "a closed window's answer ends its count";
+    ASSERT_EQ(rig.saved().size(), 4);
+    EXPECT_EQ(rig.saved().last().role, u"user"_s);
 }
 
-TEST(AskNoteConversationTest, FailuresShowTheirSentenceAndKeepTheConversation)
+TEST(AskNoteConversationTest, FailuresShowTheirSentenceAndAnAnswerForADeletedNoteIsNotSaved)
 {
     ChatRig rig;
-    rig.model.replies = {QStringLiteral("  \n"), LocalError(QStringLiteral("The model ran out of memory."))};
+    rig.model.replies = {u"  \n"_s, LocalError(u"The model ran out of memory."_s)};
     auto conversation = rig.open();
-    ASSERT_TRUE(ask(*conversation, QStringLiteral("When do we ship?")));
-    EXPECT_EQ(
-        conversation->error().value_or(QString()),
-        QStringLiteral("The on-device language model returned no answer. Your conversation was preserved; "
-                       "try again."));
-    ASSERT_TRUE(ask(*conversation, QStringLiteral("When, again?")));
-    EXPECT_EQ(conversation->error().value_or(QString()), QStringLiteral("The model ran out of memory."));
+    ASSERT_TRUE(ask(*conversation, u"When do we ship?"_s));
+    EXPECT_EQ(conversation->error(), u"The on-device language model returned no answer. Your "
+                                     "conversation was preserved; try again."_s);
+    ASSERT_TRUE(ask(*conversation, u"When, again?"_s));
+    EXPECT_EQ(conversation->error(), u"The model ran out of memory."_s);
     EXPECT_TRUE(conversation->preview().isEmpty());
     EXPECT_EQ(conversation->messages().size(), 2);
     EXPECT_EQ(rig.saved().size(), 2) << "both questions stay; no empty answer is saved";
-}
 
-TEST(AskNoteConversationTest, AnAnswerForADeletedNoteIsNotSaved)
-{
-    ChatRig rig;
-    auto conversation = rig.open();
     rig.model.onRequest = [&](const ScriptedLanguageModel::Request &) {
         QMetaObject::invokeMethod(
-            qApp,
-            [&] {
-                rig.store.deleteNote(rig.note);
-                rig.store.save();
-            },
-            Qt::BlockingQueuedConnection);
+            qApp, [&] { rig.store.deleteNote(rig.note); }, Qt::BlockingQueuedConnection);
     };
-    rig.model.replies = {QStringLiteral("Friday.")};
-    ASSERT_TRUE(ask(*conversation, QStringLiteral("When do we ship?")));
-    EXPECT_EQ(conversation->messages().size(), 1);
-    EXPECT_FALSE(conversation->isRunning());
-    submit(*conversation, QStringLiteral("Still there?"));
+    rig.model.replies = {u"Friday."_s};
+    ASSERT_TRUE(ask(*conversation, u"Still there?"_s));
+    EXPECT_EQ(conversation->messages().size(), 3) << "no answer joins the question";
+    submit(*conversation, u"And now?"_s);
     EXPECT_FALSE(conversation->isRunning()) << "a deleted note takes no question";
+    EXPECT_EQ(rig.model.requests.size(), 3);
 }
 
-TEST(AskNoteConversationTest, LoadingAndClearing)
+TEST(AskNoteConversationTest, ASavedConversationLoadsAndALongSourceIsTold)
 {
     ChatRig rig;
-    rig.store.appendChatMessage(
-        {QUuid::createUuid(), QStringLiteral("user"), QStringLiteral("Hi?"), QDateTime::currentDateTimeUtc()},
-        *rig.note->id());
+    rig.store.appendChatMessage({QUuid::createUuid(), u"user"_s, u"Hi?"_s, QDateTime::currentDateTimeUtc()},
+                                *rig.note->id());
     auto conversation = rig.open();
     ASSERT_EQ(conversation->messages().size(), 1);
     EXPECT_TRUE(conversation->conversationActionsEnabled());
+    EXPECT_FALSE(conversation->sourceIsLong());
     conversation->clear();
-    EXPECT_TRUE(conversation->messages().isEmpty());
     EXPECT_TRUE(rig.saved().isEmpty());
     EXPECT_FALSE(conversation->conversationActionsEnabled());
 
-    AskNoteConversation orphan(rig.store, rig.model, nullptr, QLocale(QStringLiteral("en_US")));
+    AskNoteConversation orphan(rig.store, rig.model, nullptr, QLocale(u"en_US"_s));
     orphan.load();
-    EXPECT_EQ(orphan.error().value_or(QString()), QStringLiteral("This note is unavailable."));
-
-    ChatRig longRig(QStringLiteral("We talked about the launch plan. ").repeated(80));
-    EXPECT_TRUE(longRig.open()->sourceIsLong());
-    EXPECT_FALSE(rig.open()->sourceIsLong());
+    EXPECT_EQ(orphan.error(), u"This note is unavailable."_s);
+    EXPECT_TRUE(ChatRig(u"We talked about the launch plan. "_s.repeated(80)).open()->sourceIsLong());
 }

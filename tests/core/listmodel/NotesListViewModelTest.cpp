@@ -3,7 +3,7 @@
 // speech engine that hears one word per second of audio.
 #include "core/CoreTestRig.h"
 
-#include "core/Folder.h"
+#include "core/NoteOrganizing.h"
 #include "core/NoteTranscript.h"
 #include "prefs/SettingsKeys.h"
 
@@ -12,85 +12,82 @@
 using namespace kestil;
 using namespace kestil::test;
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-const QString deleteRefused = QStringLiteral("Cancel or finish the current operation before deleting notes.");
+const QString deleteRefused = u"Cancel or finish the current operation before deleting notes."_s;
+const QString unavailable = u"This note is unavailable."_s;
 
 class NotesListViewModelTest : public CoreRigTest {
 protected:
     NotePtr record(NotesListViewModel &model)
     {
-        const QFuture<void> started = model.startNewTranscription();
-        EXPECT_TRUE(waitFor(started));
+        EXPECT_TRUE(waitFor(model.startNewTranscription()));
         EXPECT_TRUE(recorder->recording());
         return model.newNoteBeingRecorded();
     }
 
     void stop(NotesListViewModel &model) { EXPECT_TRUE(waitFor(model.stopTranscription())); }
+
+    bool allComplete(const QUuid &id)
+    {
+        const QStringList segments = segmentsOf(root.path(), id);
+        return !segments.isEmpty() && std::all_of(segments.begin(), segments.end(), [](const QString &s) {
+            return LocalRecordingManifest::read(s).complete;
+        });
+    }
+
+    QString storedTranscript(const NotePtr &note)
+    {
+        return storedNote(*note->id())->transcription().value_or(QString());
+    }
 };
 
 } // namespace
 
-TEST_F(NotesListViewModelTest,
-       NewTranscriptionRecordsIntoANewNoteInTheShownFolderAndSavesEveryCommittedSnapshot)
+TEST_F(NotesListViewModelTest, ANewRecordingGoesIntoANewNoteInTheShownFolderAndEverySnapshotIsSaved)
 {
-    auto folder = store().context().insert<Folder>();
-    const QUuid folderID = QUuid::createUuid();
-    folder->setValue(QStringLiteral("id"), folderID);
-    folder->setValue(QStringLiteral("name"), QStringLiteral("Meetings"));
+    const FolderPtr folder = createFolder(u"Meetings"_s, store().context());
     store().save();
     NotesListViewModel &model = list();
-    model.setPendingFolderSelection(FolderSelection::folder(folderID));
+    model.setPendingFolderSelection(FolderSelection::folder(*folder->id()));
     const QFuture<void> started = model.startNewTranscription();
 
     // At once: the note, its lease, its folder name and the transcript tab.
     const NotePtr note = model.newNoteBeingRecorded();
     ASSERT_TRUE(note);
     const QUuid id = *note->id();
-    EXPECT_EQ(note->title(), QStringLiteral("Untitled Note"));
-    EXPECT_EQ(note->noteType(), QStringLiteral("transcription"));
-    EXPECT_EQ(note->sourceURL(), QStringLiteral("Recordings/") + idText(id));
-    EXPECT_TRUE(model.operationInProgress());
-    EXPECT_TRUE(recorder->starting());
+    EXPECT_EQ(note->noteType(), u"transcription"_s);
+    EXPECT_EQ(note->sourceURL(), u"Recordings/"_s + idText(id));
     EXPECT_FALSE(model.canStart());
     EXPECT_TRUE(store().activeRecording().has_value());
     EXPECT_EQ(app->selected(), id);
-    EXPECT_EQ(model.selectedNoteIDs(), QList<ObjectId>{note->objectId()});
     EXPECT_EQ(model.selectedDetailTab(), NotesListViewModel::transcriptTab);
     EXPECT_EQ(roles.recordingNotesViewModel(), &model);
-
     ASSERT_TRUE(waitFor(started));
-    EXPECT_FALSE(model.operationInProgress());
-    EXPECT_EQ(model.recordingNote(), note);
     EXPECT_FALSE(model.showSyncError()) << model.syncErrorMessage().toStdString();
 
     // Each committed snapshot is in the file while the recording runs.
     ASSERT_TRUE(rig.waitForFileDelivered());
-    ASSERT_TRUE(waitUntil([&] { return note->transcription() == QStringLiteral("word1 word2"); }));
-    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral("word1 word2 partial"));
+    ASSERT_TRUE(waitUntil([&] { return note->transcription() == u"word1 word2"_s; }));
+    EXPECT_EQ(model.accumulatedTranscription(), u"word1 word2 partial"_s);
     EXPECT_FALSE(store().context().hasChanges());
-    EXPECT_EQ(storedNote(id)->transcription(), QStringLiteral("word1 word2"));
+    EXPECT_EQ(storedTranscript(note), u"word1 word2"_s);
 
     stop(model);
-    EXPECT_EQ(note->transcription(), QStringLiteral("word1 word2 tail"));
     EXPECT_FALSE(model.newNoteBeingRecorded());
-    EXPECT_FALSE(model.operationInProgress());
     EXPECT_FALSE(store().activeRecording().has_value());
     EXPECT_EQ(roles.recordingNotesViewModel(), nullptr);
-    EXPECT_EQ(model.selectedDetailTab(), NotesListViewModel::transcriptTab);
-
     const NotePtr stored = storedNote(id);
-    EXPECT_EQ(stored->transcription(), QStringLiteral("word1 word2 tail"));
+    EXPECT_EQ(stored->transcription(), u"word1 word2 tail"_s);
     const auto utterances = transcriptUtterances(*stored);
     ASSERT_FALSE(utterances.isEmpty());
     EXPECT_EQ(utterances.first().start, 0.0);
     EXPECT_EQ(utterances.last().end, 2.5);
-    const QStringList segments = segmentsOf(root.path(), id);
-    ASSERT_EQ(segments.size(), 1);
-    EXPECT_TRUE(LocalRecordingManifest::read(segments[0]).complete);
-    ASSERT_TRUE(note->folder());
-    EXPECT_EQ(note->folder()->id(), folderID);
+    EXPECT_TRUE(allComplete(id));
+    ASSERT_TRUE(stored->folder());
+    EXPECT_EQ(stored->folder()->id(), folder->id());
 
     // With all notes shown a new note lands in no folder.
     model.setPendingFolderSelection(FolderSelection::all());
@@ -100,84 +97,68 @@ TEST_F(NotesListViewModelTest,
 
 TEST_F(NotesListViewModelTest, ATentativeResultIsShownButNeverStoredAndAFailedSaveIsRetried)
 {
-    auto probe = std::make_shared<SourceProbe>();
-    rig.useScript(ScriptedSource::Script{AudioFormat{AudioSampleFormat::float32, 16000, 1}}, probe);
+    rig.useScript(ScriptedSource::Script{AudioFormat{AudioSampleFormat::float32, 16000, 1}},
+                  std::make_shared<SourceProbe>());
     NotesListViewModel &model = list();
     const NotePtr note = record(model);
     ASSERT_TRUE(note);
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
 
-    LocalTranscript tentative;
-    tentative.tentative = QStringLiteral("hello there");
-    model.receiveSnapshot(tentative);
-    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral("hello there"));
+    LocalTranscript snapshot;
+    snapshot.tentative = u"hello there"_s;
+    model.receiveSnapshot(snapshot);
+    EXPECT_EQ(model.accumulatedTranscription(), u"hello there"_s);
     EXPECT_EQ(note->transcription(), QString());
     EXPECT_EQ(saves.count(), 0);
 
-    LocalTranscript committed;
-    committed.utterances = {LocalUtterance{QStringLiteral(" hello there "), 0.5, 1.5}};
-    committed.tentative = QStringLiteral("and");
-    model.receiveSnapshot(committed);
-    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral(" hello there  and"));
-    EXPECT_EQ(note->transcription(), QStringLiteral(" hello there "));
+    snapshot.utterances = {LocalUtterance{u" hello there "_s, 0.5, 1.5}};
+    snapshot.tentative = u"and"_s;
+    model.receiveSnapshot(snapshot);
+    EXPECT_EQ(model.accumulatedTranscription(), u" hello there  and"_s);
+    EXPECT_EQ(note->transcription(), u" hello there "_s);
     EXPECT_EQ(saves.count(), 1);
-    const auto utterances = transcriptUtterances(*note);
-    ASSERT_EQ(utterances.size(), 1);
-    EXPECT_EQ(utterances[0].text, QStringLiteral("hello there"));
 
     // A new tentative tail after the same finals is shown, and the store,
     // which holds those finals already, is not written again.
-    committed.tentative = QStringLiteral("and then");
-    model.receiveSnapshot(committed);
-    EXPECT_EQ(model.accumulatedTranscription(), QStringLiteral(" hello there  and then"));
+    snapshot.tentative = u"and then"_s;
+    model.receiveSnapshot(snapshot);
+    EXPECT_EQ(model.accumulatedTranscription(), u" hello there  and then"_s);
     EXPECT_EQ(saves.count(), 1);
-    committed.utterances.append(LocalUtterance{QStringLiteral("and then some"), 1.5, 2.5});
-    committed.tentative.clear();
-    model.receiveSnapshot(committed);
-    EXPECT_EQ(saves.count(), 2);
-    EXPECT_EQ(note->transcription(), QStringLiteral(" hello there  and then some"));
 
     // A snapshot that cannot be saved is reported, the recording goes on, and
     // the next snapshot writes and tries again.
-    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-    committed.utterances.append(LocalUtterance{QStringLiteral("first words"), 2.5, 3.5});
-    model.receiveSnapshot(committed);
+    failWrites(store(), u"note"_s, u"UPDATE"_s);
+    snapshot.tentative.clear();
+    snapshot.utterances.append(LocalUtterance{u"first words"_s, 2.5, 3.5});
+    model.receiveSnapshot(snapshot);
     EXPECT_TRUE(model.showSyncError());
     EXPECT_TRUE(recorder->recording());
-    EXPECT_TRUE(model.newNoteBeingRecorded());
-    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-    committed.utterances.append(LocalUtterance{QStringLiteral("more words"), 3.5, 4.5});
-    model.receiveSnapshot(committed);
-    EXPECT_EQ(storedNote(*note->id())->transcription(),
-              QStringLiteral(" hello there  and then some first words more words"));
+    allowWrites(store(), u"note"_s, u"UPDATE"_s);
+    snapshot.utterances.append(LocalUtterance{u"more words"_s, 3.5, 4.5});
+    model.receiveSnapshot(snapshot);
+    EXPECT_EQ(storedTranscript(note), u" hello there  first words more words"_s);
     stop(model);
 }
 
 TEST_F(NotesListViewModelTest, RecordingIntoANoteWithTextKeepsItInFrontAndTimesTheNewWordsAfterIt)
 {
     NotesListViewModel &model = list();
-    const NotePtr note = makeNote(QStringLiteral("Standup"), QStringLiteral("Earlier text."));
+    const NotePtr note = makeNote(u"Standup"_s, u"Earlier text."_s);
     // Four seconds of earlier audio in the note's folder.
     writeSegment(root.path(), *note->id(), 4);
 
     ASSERT_TRUE(waitFor(model.startTranscription(note)));
-    ASSERT_TRUE(recorder->recording());
     ASSERT_TRUE(rig.waitForFileDelivered());
-    ASSERT_TRUE(
-        waitUntil([&] { return model.accumulatedTranscription().contains(QStringLiteral("word2")); }));
-    EXPECT_TRUE(model.accumulatedTranscription().startsWith(QStringLiteral("Earlier text. word1")));
+    ASSERT_TRUE(waitUntil([&] { return model.accumulatedTranscription().contains(u"word2"_s); }));
+    EXPECT_TRUE(model.accumulatedTranscription().startsWith(u"Earlier text. word1"_s));
     stop(model);
-
-    EXPECT_EQ(note->transcription(), QStringLiteral("Earlier text. word1 word2 tail"));
-    EXPECT_EQ(note->title(), QStringLiteral("Standup"));
     // The untimed earlier paragraph and the new words read as one short
     // paragraph, timed after the four seconds of earlier audio.
-    const auto utterances = transcriptUtterances(*note);
+    const auto utterances = transcriptUtterances(*storedNote(*note->id()));
     ASSERT_EQ(utterances.size(), 1);
-    EXPECT_EQ(utterances[0].text, QStringLiteral("Earlier text. word1 word2 tail"));
+    EXPECT_EQ(utterances[0].text, u"Earlier text. word1 word2 tail"_s);
     EXPECT_EQ(utterances[0].start, 4.0);
     EXPECT_EQ(utterances[0].end, 6.5);
-    EXPECT_EQ(segmentsOf(root.path(), *note->id()).size(), 2);
 }
 
 TEST_F(NotesListViewModelTest,
@@ -187,76 +168,45 @@ TEST_F(NotesListViewModelTest,
     auto gate = std::make_shared<Latch>();
     rig.engine->finishGate = gate;
     NotesListViewModel &model = list();
-    const NotePtr kept = makeNote(QStringLiteral("Keep"));
+    const NotePtr kept = makeNote(u"Keep"_s);
+    const NotePtr other = makeNote({});
     const QFuture<void> first = model.startNewTranscription();
     const NotePtr note = model.newNoteBeingRecorded();
     const qsizetype notes = store().fetchNotes().size();
-
-    const QFuture<void> second = model.startNewTranscription();
-    EXPECT_TRUE(second.isFinished());
+    // Neither a second new note nor a start into another note.
+    EXPECT_TRUE(model.startNewTranscription().isFinished());
+    EXPECT_TRUE(model.startTranscription(other).isFinished());
     EXPECT_EQ(store().fetchNotes().size(), notes);
     EXPECT_EQ(model.newNoteBeingRecorded(), note);
     EXPECT_FALSE(model.showSyncError());
-    EXPECT_TRUE(model.syncErrorMessage().isEmpty());
-    // Nor does a start into another note.
-    const NotePtr other = makeNote({});
-    EXPECT_TRUE(model.startTranscription(other).isFinished());
-    EXPECT_EQ(model.newNoteBeingRecorded(), note);
 
-    EXPECT_TRUE(model.deleteNote(kept).isFinished());
-    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(store().noteWithId(*kept->id()));
-
-    model.setShowSyncError(false);
+    const auto refusesDelete = [&] {
+        model.setShowSyncError(false);
+        EXPECT_TRUE(model.deleteNote(kept).isFinished());
+        EXPECT_TRUE(model.showSyncError());
+        EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
+        EXPECT_TRUE(store().noteWithId(*kept->id()));
+    };
+    refusesDelete();
     rig.speechStartGate->open();
     ASSERT_TRUE(waitFor(first));
     EXPECT_EQ(*rig.speechStarts, 1);
-    EXPECT_TRUE(recorder->recording());
-    const QFuture<void> stopping = model.stopTranscription();
+    // Stops while one runs, and one from a list that does not record, end
+    // with it.
+    const QList<QFuture<void>> stops{model.stopTranscription(), model.stopTranscription(),
+                                     anotherList().stopTranscription()};
     ASSERT_TRUE(recorder->finishing());
-    EXPECT_TRUE(model.deleteNote(kept).isFinished());
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_EQ(model.syncErrorMessage(), deleteRefused);
-    EXPECT_TRUE(store().noteWithId(*kept->id()));
+    refusesDelete();
+    settle();
+    for (const auto &stop : stops)
+        EXPECT_FALSE(stop.isFinished());
     gate->open();
-    ASSERT_TRUE(waitFor(stopping));
+    for (const auto &stop : stops)
+        ASSERT_TRUE(waitFor(stop));
+    EXPECT_EQ(rig.engine->finishes.load(), 1);
 
     ASSERT_TRUE(waitFor(model.deleteNote(kept)));
     EXPECT_FALSE(store().noteWithId(*kept->id()));
-}
-
-TEST_F(NotesListViewModelTest, TwoStopsRunOneAndBothReturnAfterIt)
-{
-    auto gate = std::make_shared<Latch>();
-    rig.engine->finishGate = gate;
-    NotesListViewModel &model = list();
-    NotesListViewModel &other = anotherList();
-    const NotePtr note = record(model);
-    ASSERT_TRUE(rig.waitForFileDelivered());
-    int stops = 0;
-    QObject::connect(recorder.get(), &ProcessTapRecorder::finishingChanged,
-                     [&](bool finishing) { stops += finishing ? 1 : 0; });
-
-    const QFuture<void> first = model.stopTranscription();
-    const QFuture<void> second = model.stopTranscription();
-    // A list that does not record hands the stop to the one that does.
-    const QFuture<void> third = other.stopTranscription();
-    settle();
-    EXPECT_FALSE(first.isFinished());
-    EXPECT_FALSE(second.isFinished());
-    EXPECT_FALSE(third.isFinished());
-    EXPECT_TRUE(model.operationInProgress());
-
-    gate->open();
-    ASSERT_TRUE(waitFor(first));
-    ASSERT_TRUE(waitFor(second));
-    ASSERT_TRUE(waitFor(third));
-    EXPECT_EQ(stops, 1);
-    EXPECT_FALSE(model.newNoteBeingRecorded());
-    EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(rig.engine->finishes.load(), 1);
-    EXPECT_EQ(note->transcription(), QStringLiteral("word1 word2 tail"));
 }
 
 TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsAudio)
@@ -266,105 +216,76 @@ TEST_F(NotesListViewModelTest, DeletingTheNoteBeingRecordedStopsItThenStagesItsA
     const QUuid id = *note->id();
     ASSERT_TRUE(rig.waitForFileDelivered());
     QStringList moves;
-    bool stoppedBeforeMove = false;
-    bool completeBeforeMove = false;
+    bool stoppedAndCompleteBeforeMove = false;
     store().setMoverForTesting([&](const QString &from, const QString &to) {
-        moves << QDir(root.path()).relativeFilePath(from) + QStringLiteral(" -> ") +
+        moves << QDir(root.path()).relativeFilePath(from) + u" -> "_s +
                      QDir(root.path()).relativeFilePath(to);
-        stoppedBeforeMove = !recorder->recording() && !recorder->finishing();
-        completeBeforeMove = true;
-        for (const QString &segment : segmentsOf(root.path(), id))
-            completeBeforeMove = completeBeforeMove && LocalRecordingManifest::read(segment).complete;
+        stoppedAndCompleteBeforeMove = !recorder->recording() && !recorder->finishing() && allComplete(id);
         moveItemAtomically(from, to);
     });
 
     ASSERT_TRUE(waitFor(model.deleteNote(note)));
     EXPECT_FALSE(model.showSyncError()) << model.syncErrorMessage().toStdString();
-    EXPECT_EQ(moves, QStringList{QStringLiteral("Recordings/%1 -> DeletedRecordings/%1").arg(idText(id))});
-    EXPECT_TRUE(stoppedBeforeMove);
-    EXPECT_TRUE(completeBeforeMove);
+    EXPECT_EQ(moves, QStringList{u"Recordings/%1 -> DeletedRecordings/%1"_s.arg(idText(id))});
+    EXPECT_TRUE(stoppedAndCompleteBeforeMove);
     EXPECT_FALSE(store().noteWithId(id));
-    EXPECT_FALSE(QDir(root.file(QStringLiteral("Recordings/") + idText(id))).exists());
-    EXPECT_FALSE(QDir(root.file(QStringLiteral("DeletedRecordings/") + idText(id))).exists());
+    EXPECT_FALSE(QDir(root.file(u"Recordings/"_s + idText(id))).exists());
+    EXPECT_FALSE(QDir(root.file(u"DeletedRecordings/"_s + idText(id))).exists());
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
-    EXPECT_FALSE(store().activeRecording().has_value());
 
     // Deleting from another list stops the recording list first.
     NotesListViewModel &other = anotherList();
     const NotePtr second = record(model);
     ASSERT_TRUE(waitFor(other.deleteNote(second)));
     EXPECT_FALSE(other.showSyncError()) << other.syncErrorMessage().toStdString();
-    EXPECT_FALSE(recorder->recording());
     EXPECT_FALSE(model.newNoteBeingRecorded());
     EXPECT_FALSE(store().noteWithId(*second->id()));
-    EXPECT_FALSE(store().activeRecording().has_value());
-}
-
-TEST_F(NotesListViewModelTest, QuittingWhileRecordingStopsSavesAndMayEnd)
-{
-    NotesListViewModel &model = list();
-    const NotePtr note = record(model);
-    ASSERT_TRUE(rig.waitForFileDelivered());
-    // An edit not saved yet is saved by the quit.
-    note->setValue(QStringLiteral("notes"), QStringLiteral("typed before quitting"));
-    QSignalSpy editorsSave(&roles, &NotesListRoles::forceAllEditorsSave);
-
-    const QFuture<bool> quit = roles.prepareToQuit(&store());
-    ASSERT_TRUE(waitFor(quit));
-    EXPECT_TRUE(quit.result());
-    EXPECT_EQ(editorsSave.count(), 1);
-    EXPECT_FALSE(recorder->recording());
-    const NotePtr stored = storedNote(*note->id());
-    EXPECT_EQ(stored->transcription(), QStringLiteral("word1 word2 tail"));
-    EXPECT_EQ(stored->notes(), QStringLiteral("typed before quitting"));
-    for (const QString &segment : segmentsOf(root.path(), *note->id()))
-        EXPECT_TRUE(LocalRecordingManifest::read(segment).complete);
 }
 
 TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWorks)
 {
-    auto probe = std::make_shared<SourceProbe>();
-    auto attempts = std::make_shared<int>(0);
-    const QString wav = tone;
     auto systemAudioFlags = std::make_shared<QList<bool>>();
-    rig.makeSource = [probe, attempts, wav,
-                      systemAudioFlags](bool systemAudio) -> std::unique_ptr<AudioSource> {
+    rig.makeSource = [wav = tone, systemAudioFlags](bool systemAudio) -> std::unique_ptr<AudioSource> {
         systemAudioFlags->append(systemAudio);
-        if ((*attempts)++ == 0)
+        if (systemAudioFlags->size() == 1)
             return std::make_unique<ScriptedSource>(
-                ScriptedSource::Script{{}, QStringLiteral("No microphone input is available.")}, probe);
+                ScriptedSource::Script{{}, u"No microphone input is available."_s},
+                std::make_shared<SourceProbe>());
         return std::make_unique<AudioFileSource>(wav, AudioFileSource::Pace::asFastAsConsumed);
     };
     settings::setRecordSystemAudio(*preferences, false);
     NotesListViewModel &model = list();
 
     ASSERT_TRUE(waitFor(model.startNewTranscription()));
-    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("No microphone input is available."));
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_FALSE(model.newNoteBeingRecorded());
+    EXPECT_EQ(model.syncErrorMessage(), u"No microphone input is available."_s);
     EXPECT_FALSE(model.operationInProgress());
     EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(roles.recordingNotesViewModel(), nullptr);
     // The empty note stays, with its folder name; nothing is deleted.
     const auto notes = store().fetchNotes();
     ASSERT_EQ(notes.size(), 1);
     EXPECT_TRUE(notes[0]->sourceURL().has_value());
 
     settings::setRecordSystemAudio(*preferences, true);
-    const NotePtr note = record(model);
-    ASSERT_TRUE(note);
-    EXPECT_NE(note, notes[0]);
+    EXPECT_NE(record(model), notes[0]);
     EXPECT_EQ(*systemAudioFlags, (QList<bool>{false, true}));
     stop(model);
+
+    // A note gone before the start: nothing starts at all.
+    const NotePtr gone = makeNote({});
+    store().deleteNote(gone);
+    const int speechStarts = *rig.speechStarts;
+    ASSERT_TRUE(waitFor(model.startTranscription(gone)));
+    EXPECT_EQ(model.syncErrorMessage(), unavailable);
+    EXPECT_EQ(*rig.speechStarts, speechStarts);
+    EXPECT_FALSE(store().activeRecording().has_value());
 }
 
 TEST_F(NotesListViewModelTest, TheSpeechWarningIsShownAtStartAndNotAgainAtStop)
 {
-    rig.speechFailure = QStringLiteral("No compatible on-device speech audio format.");
+    rig.speechFailure = u"No compatible on-device speech audio format."_s;
     NotesListViewModel &model = list();
     ASSERT_TRUE(record(model));
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(model.syncErrorMessage().startsWith(QStringLiteral("Live transcription unavailable: ")));
+    EXPECT_TRUE(model.syncErrorMessage().startsWith(u"Live transcription unavailable: "_s));
     model.setShowSyncError(false);
     ASSERT_TRUE(rig.waitForFileDelivered());
     stop(model);
@@ -373,15 +294,12 @@ TEST_F(NotesListViewModelTest, TheSpeechWarningIsShownAtStartAndNotAgainAtStop)
 
 TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndSavesTheNote)
 {
-    auto probe = std::make_shared<SourceProbe>();
     ScriptedSource::Script script;
     script.format = AudioFormat{AudioSampleFormat::float32, 16000, 1};
-    for (int i = 0; i < 15; ++i)
-        script.buffers.push_back(std::vector<unsigned char>(1600 * 4, 0));
+    script.buffers.assign(16, std::vector<unsigned char>(1600 * 4, 0));
     script.failureAt = 15;
-    script.failure = QStringLiteral("The sound server ended the microphone recording: gone");
-    script.buffers.push_back(std::vector<unsigned char>(1600 * 4, 0));
-    rig.useScript(script, probe);
+    script.failure = u"The sound server ended the microphone recording: gone"_s;
+    rig.useScript(script, std::make_shared<SourceProbe>());
     NotesListViewModel &model = list();
     const QFuture<void> started = model.startNewTranscription();
     const NotePtr note = model.newNoteBeingRecorded();
@@ -389,46 +307,20 @@ TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndS
     ASSERT_TRUE(waitFor(started));
 
     ASSERT_TRUE(waitUntil([&] { return !model.newNoteBeingRecorded() && !recorder->finishing(); }));
-    EXPECT_EQ(model.syncErrorMessage(),
-              QStringLiteral("Capture stopped: The sound server ended the microphone "
-                             "recording: gone. Captured audio was preserved."));
+    EXPECT_EQ(model.syncErrorMessage(), u"Capture stopped: The sound server ended the microphone "
+                                        "recording: gone. Captured audio was preserved."_s);
     EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(storedNote(*note->id())->transcription(), QStringLiteral("word1 tail"));
+    EXPECT_EQ(storedTranscript(note), u"word1 tail"_s);
 }
 
-TEST_F(NotesListViewModelTest, AGoneNoteCannotBeRecordedIntoAndPauseFollowsTheRecorder)
+TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOneAndDeletesGoPastFailures)
 {
     NotesListViewModel &model = list();
-    const NotePtr gone = makeNote({});
-    store().deleteNote(gone);
-    ASSERT_TRUE(waitFor(model.startTranscription(gone)));
-    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
-    EXPECT_FALSE(model.operationInProgress());
-    EXPECT_FALSE(store().activeRecording().has_value());
-    EXPECT_EQ(*rig.speechStarts, 0);
-
-    model.togglePause();
-    EXPECT_FALSE(model.isTranscriptionPaused());
-    const NotePtr note = record(model);
-    ASSERT_TRUE(rig.waitForFileDelivered());
-    model.togglePause();
-    EXPECT_TRUE(model.isTranscriptionPaused());
-    EXPECT_TRUE(recorder->paused());
-    model.togglePause();
-    EXPECT_FALSE(model.isTranscriptionPaused());
-    ASSERT_TRUE(rig.waitForFileDelivered());
-    stop(model);
-    EXPECT_EQ(storedNote(*note->id())->transcription(), QStringLiteral("word1 word2 word3 word4 word5"));
-}
-
-TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOne)
-{
-    NotesListViewModel &model = list();
-    const NotePtr plain = makeNote(QStringLiteral("A"));
-    const NotePtr summarised = makeNote(QStringLiteral("B"));
-    summarised->setValue(QStringLiteral("summary"), QStringLiteral("## Points\n- one"));
-    const NotePtr generating = makeNote(QStringLiteral("C"));
-    generating->setValue(QStringLiteral("summary"), QStringLiteral("Generating summary..."));
+    const NotePtr plain = makeNote(u"A"_s);
+    const NotePtr summarised = makeNote(u"B"_s);
+    summarised->setValue(u"summary"_s, u"## Points\n- one"_s);
+    const NotePtr generating = makeNote(u"C"_s);
+    generating->setValue(u"summary"_s, u"Generating summary..."_s);
     store().save();
     QSignalSpy editorsSave(&model, &NotesListViewModel::kestilSaveCurrentNote);
 
@@ -437,7 +329,6 @@ TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOne)
     EXPECT_EQ(app->selected(), summarised->id());
     model.selectNote(generating, false);
     EXPECT_EQ(model.selectedDetailTab(), NotesListViewModel::transcriptTab);
-    EXPECT_EQ(model.selectedNoteIDs(), QList<ObjectId>{generating->objectId()});
     model.selectNote(plain, true);
     EXPECT_EQ(model.selectedNoteIDs(), (QList<ObjectId>{generating->objectId(), plain->objectId()}));
     model.selectNote(generating, true);
@@ -447,72 +338,73 @@ TEST_F(NotesListViewModelTest, SelectingOpensTheSummaryOnlyWhenThereIsOne)
     // The list appearing selects its first note only when nothing is selected.
     NotesListViewModel &other = anotherList();
     other.listAppeared({summarised, plain}, FolderSelection::unfiled());
+    other.listAppeared({plain}, FolderSelection::all());
     EXPECT_EQ(roles.activeNotesViewModel(), &other);
     EXPECT_EQ(other.selectedNoteIDs(), QList<ObjectId>{summarised->objectId()});
-    EXPECT_EQ(other.pendingFolderSelection(), FolderSelection::unfiled());
-    other.listAppeared({plain}, FolderSelection::all());
-    EXPECT_EQ(other.selectedNoteIDs(), QList<ObjectId>{summarised->objectId()});
+    EXPECT_EQ(other.pendingFolderSelection(), FolderSelection::all());
 
     // Deleting the selected notes; then by position, going on past a note
     // whose delete fails and showing its error.
-    QList<NotePtr> notes;
-    for (int i = 0; i < 3; ++i)
-        notes << makeNote(QString::number(i));
-    model.selectNote(notes[0], false);
-    model.selectNote(notes[2], true);
-    ASSERT_TRUE(waitFor(model.deleteSelectedNotes(notes)));
-    EXPECT_FALSE(store().noteWithId(*notes[0]->id()));
-    EXPECT_TRUE(store().noteWithId(*notes[1]->id()));
-    EXPECT_FALSE(store().noteWithId(*notes[2]->id()));
+    model.selectNote(summarised, false);
+    model.selectNote(generating, true);
+    ASSERT_TRUE(waitFor(model.deleteSelectedNotes({summarised, plain, generating})));
+    EXPECT_EQ(store().fetchNotes(), QList<NotePtr>{plain});
     EXPECT_TRUE(model.selectedNoteIDs().isEmpty());
-    QList<NotePtr> more = {notes[1], makeNote(QStringLiteral("more")), makeNote(QStringLiteral("more"))};
+    const QList<NotePtr> more = {plain, makeNote(u"more"_s), makeNote(u"more"_s)};
     store().deleteNote(more[1]);
     ASSERT_TRUE(waitFor(model.deleteNotes({0, 1, 2, 7}, more)));
-    EXPECT_EQ(model.syncErrorMessage(), QStringLiteral("This note is unavailable."));
-    EXPECT_FALSE(store().noteWithId(*more[0]->id()));
-    EXPECT_FALSE(store().noteWithId(*more[2]->id()));
+    EXPECT_EQ(model.syncErrorMessage(), unavailable);
+    EXPECT_TRUE(store().fetchNotes().isEmpty());
 }
 
 TEST_F(NotesListViewModelTest, EditsAndQuitsThatCannotBeSavedArePutBackOrKeptAndSayWhy)
 {
     NotesListViewModel &model = list();
     roles.setActiveNotesViewModel(&model);
-    const NotePtr note = makeNote(QStringLiteral("Title"));
+    const NotePtr note = makeNote(u"Title"_s);
     QSignalSpy saves(&store(), &SharedPersistenceController::didSave);
-
-    model.setTitle(note, QStringLiteral("Title"));
-    model.setTitle(note, QStringLiteral("   "));
+    // Unchanged or blank titles save nothing.
+    model.setTitle(note, u"Title"_s);
+    model.setTitle(note, u"   "_s);
     EXPECT_EQ(saves.count(), 0);
-    EXPECT_EQ(note->title(), QStringLiteral("Title"));
-    model.setTitle(note, QStringLiteral("Weekly review"));
-    model.setSummary(note, QStringLiteral("Short."));
-    model.setSummaryType(note, QStringLiteral("meeting"));
+    model.setTitle(note, u"Weekly review"_s);
+    model.setSummary(note, u"Short."_s);
+    model.setSummaryType(note, u"meeting"_s);
     EXPECT_EQ(saves.count(), 3);
-    EXPECT_EQ(storedNote(*note->id())->title(), QStringLiteral("Weekly review"));
+    EXPECT_EQ(storedNote(*note->id())->title(), u"Weekly review"_s);
 
-    failWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
-    model.setSummaryType(note, QStringLiteral("lecture"));
-    EXPECT_EQ(note->summaryType(), QStringLiteral("meeting"));
-    EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive));
+    failWrites(store(), u"note"_s, u"UPDATE"_s);
+    model.setSummaryType(note, u"lecture"_s);
+    EXPECT_EQ(note->summaryType(), u"meeting"_s);
+    EXPECT_TRUE(model.syncErrorMessage().contains(u"disk is full"_s, Qt::CaseInsensitive));
+    allowWrites(store(), u"note"_s, u"UPDATE"_s);
 
-    // A quit whose save fails stays running and says why; the words stay in
+    // A quit while recording stops the recording and saves every editor; one
+    // whose save fails stays running and says why, with the words kept in
     // memory for the next try.
+    const NotePtr recorded = record(model);
+    ASSERT_TRUE(rig.waitForFileDelivered());
+    failWrites(store(), u"note"_s, u"UPDATE"_s);
     model.setShowSyncError(false);
-    note->setValue(QStringLiteral("notes"), QStringLiteral("unsaved words"));
+    note->setValue(u"notes"_s, u"unsaved words"_s);
+    QSignalSpy editorsSave(&roles, &NotesListRoles::forceAllEditorsSave);
     QFuture<bool> quit = roles.prepareToQuit(&store());
     ASSERT_TRUE(waitFor(quit));
     EXPECT_FALSE(quit.result());
+    EXPECT_EQ(editorsSave.count(), 1);
+    EXPECT_FALSE(recorder->recording());
     EXPECT_TRUE(model.showSyncError());
-    EXPECT_TRUE(model.syncErrorMessage().contains(QStringLiteral("disk is full"), Qt::CaseInsensitive))
+    EXPECT_TRUE(model.syncErrorMessage().contains(u"disk is full"_s, Qt::CaseInsensitive))
         << model.syncErrorMessage().toStdString();
-    EXPECT_EQ(note->notes(), QStringLiteral("unsaved words"));
+    EXPECT_EQ(note->notes(), u"unsaved words"_s);
 
-    allowWrites(store(), QStringLiteral("note"), QStringLiteral("UPDATE"));
+    allowWrites(store(), u"note"_s, u"UPDATE"_s);
     quit = roles.prepareToQuit(&store());
     ASSERT_TRUE(waitFor(quit));
     EXPECT_TRUE(quit.result());
-    EXPECT_EQ(storedNote(*note->id())->notes(), QStringLiteral("unsaved words"));
+    EXPECT_EQ(storedNote(*note->id())->notes(), u"unsaved words"_s);
+    EXPECT_EQ(storedTranscript(recorded), u"word1 word2 tail"_s);
+    EXPECT_TRUE(allComplete(*recorded->id()));
     // Without a store there is nothing to keep the program open for.
     quit = roles.prepareToQuit(nullptr);
     ASSERT_TRUE(waitFor(quit));

@@ -8,13 +8,6 @@
 #include "core/InterruptedSessionRecovery.h"
 #include "support/SoundFiles.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
-
 #include <ostream>
 #include <span>
 
@@ -34,12 +27,6 @@ inline QString recoveredText(int count)
         .arg(count);
 }
 
-inline QString needsRecoveryText(const QString &description)
-{
-    return QStringLiteral("Some audio needs recovery: ") + description +
-           QStringLiteral(". Original files were preserved.");
-}
-
 // A data root with a real store, and launches of the application model on it
 // with the recovery pass, as the program starts.
 class Library {
@@ -49,11 +36,11 @@ public:
 
     QString root() const { return root_.isEmpty() ? dir_.path() : root_; }
 
-    QUuid createNote(const QString &title = QStringLiteral("Meeting"))
+    QUuid createNote()
     {
-        SharedPersistenceController store(root());
         const QUuid id = QUuid::createUuid();
-        store.createNote(title, QString(), id, QStringLiteral("local"));
+        SharedPersistenceController(root()).createNote(QStringLiteral("Meeting"), QString(), id,
+                                                       QStringLiteral("local"));
         return id;
     }
 
@@ -62,11 +49,8 @@ public:
     std::optional<QString> sourceURL(const QUuid &noteID) const
     {
         SharedPersistenceController store(root());
-        for (const auto &note : store.fetchNotes()) {
-            if (note->id() == noteID)
-                return note->sourceURL();
-        }
-        return std::nullopt;
+        const NotePtr note = store.noteWithId(noteID);
+        return note ? note->sourceURL() : std::nullopt;
     }
 
     QString segment(const QUuid &noteID, const QString &name = QString()) const
@@ -90,12 +74,6 @@ inline QString interruptedSegment(const QString &segment, const QUuid &noteID, d
     if (complete)
         writer.complete();
     return segment;
-}
-
-inline QString finishedSegment(const QString &segment, const QUuid &noteID, double rate,
-                               std::span<const float> samples)
-{
-    return interruptedSegment(segment, noteID, rate, samples, true);
 }
 
 inline std::vector<float> ramp(size_t count, float offset = 0)

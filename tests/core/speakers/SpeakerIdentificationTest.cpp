@@ -1,10 +1,11 @@
+// Who said what: a real store and real recording folders, with a scripted
+// diarizer (the real one is measured in the speech tests).
 #include "core/SpeakerIdentification.h"
 #include "core/CoreTestSupport.h"
 #include "support/CoreApplicationEnvironment.h"
 #include "support/QtPrinters.h"
 
 #include "base/CancellationError.h"
-#include "base/Error.h"
 #include "capture/DurableAudioWriter.h"
 #include "capture/RecordingFolder.h"
 #include "core/NoteAudio.h"
@@ -12,45 +13,33 @@
 #include "speech/SpeakerNames.h"
 
 #include <QEventLoop>
-#include <QTemporaryDir>
 #include <QTimer>
 
-#include <gtest/gtest.h>
-
-#include <condition_variable>
-#include <mutex>
+#include <atomic>
+#include <thread>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-// Answers with the turns it was given once the test lets it go, and records
-// how much audio it heard.
+// What the diarizer answers, when the test lets it, and how much audio it heard.
+struct Script {
+    std::vector<SpeakerTurn> turns;
+    std::atomic<bool> go = true;
+    double heardSeconds = 0;
+};
+
 class ScriptedDiarizer : public SpeakerDiarizer {
 public:
-    struct Script {
-        std::vector<SpeakerTurn> turns;
-        std::mutex mutex;
-        std::condition_variable released;
-        bool go = true;
-        double heardSeconds = 0;
-
-        void release()
-        {
-            std::lock_guard lock(mutex);
-            go = true;
-            released.notify_all();
-        }
-    };
     explicit ScriptedDiarizer(std::shared_ptr<Script> script) : script_(std::move(script)) {}
 
     std::vector<SpeakerTurn> diarize(std::span<const float> samples, double rate, const Progress &progress,
                                      const CancelCheck &cancelled) override
     {
-        std::unique_lock lock(script_->mutex);
         script_->heardSeconds = double(samples.size()) / rate;
         while (!script_->go)
-            script_->released.wait_for(lock, std::chrono::milliseconds(10));
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
         if (cancelled && cancelled())
             throw CancellationError();
         if (progress)
@@ -62,21 +51,11 @@ private:
     std::shared_ptr<Script> script_;
 };
 
-TranscriptUtterance said(double start, double end, const QString &text)
-{
-    TranscriptUtterance u;
-    u.id = newTranscriptUtteranceId();
-    u.text = text;
-    u.start = start;
-    u.end = end;
-    return u;
-}
-
 class SpeakerIdentificationTest : public ::testing::Test {
 public:
     void SetUp() override
     {
-        root_ = dir_.filePath(QStringLiteral("Kestil"));
+        root_ = dir_.filePath(u"Kestil"_s);
         app_ = test::launchApp(root_);
         identification_ = std::make_unique<SpeakerIdentification>(
             *app_, [script = script_] { return std::make_unique<ScriptedDiarizer>(script); });
@@ -87,29 +66,33 @@ public:
     NotePtr recordedNote(double seconds)
     {
         const QUuid id = QUuid::createUuid();
-        NotePtr note = app_->store()->createNote(QStringLiteral("Meeting"), {}, id, QStringLiteral("local"));
-        const double rates[] = {48000, 44100};
-        for (int part = 0; part < 2; ++part) {
-            DurableAudioWriter writer(RecordingFolder::newSegmentFolder(root_, id), id, rates[part]);
-            writer.append(std::vector<float>(std::size_t(rates[part] * seconds / 2), 0.1f));
+        NotePtr note = app_->store()->createNote(u"Meeting"_s, {}, id, u"local"_s);
+        for (const double rate : {48000.0, 44100.0}) {
+            DurableAudioWriter writer(RecordingFolder::newSegmentFolder(root_, id), id, rate);
+            writer.append(std::vector<float>(std::size_t(rate * seconds / 2), 0.1f));
             writer.complete();
         }
         QList<TranscriptUtterance> utterances;
         QStringList text;
         for (int i = 0; i * 5 < seconds; ++i) {
-            utterances << said(i * 5, i * 5 + 4, QStringLiteral("Sentence number %1.").arg(i));
-            text << utterances.last().text;
+            TranscriptUtterance u;
+            u.id = newTranscriptUtteranceId();
+            u.text = u"Sentence number %1."_s.arg(i);
+            u.start = i * 5;
+            u.end = i * 5 + 4;
+            utterances << u;
+            text << u.text;
         }
-        note->setValue(QStringLiteral("transcription"), text.join(QLatin1Char(' ')));
+        note->setValue(u"transcription"_s, text.join(QLatin1Char(' ')));
         setTranscriptUtterances(*note, utterances);
-        note->setValue(QStringLiteral("speakerNamesJSON"), QStringLiteral("{\"0\":\"Old name\"}"));
+        note->setValue(u"speakerNamesJSON"_s, u"{\"0\":\"Old name\"}"_s);
         app_->store()->save();
         return note;
     }
 
     std::pair<bool, QString> run(const NotePtr &note, const std::function<void()> &during = {})
     {
-        std::pair<bool, QString> outcome{false, QStringLiteral("(no end)")};
+        std::pair<bool, QString> outcome{false, u"(no end)"_s};
         QEventLoop loop;
         QObject::connect(identification_.get(), &SpeakerIdentification::finished, &loop,
                          [&](bool identified, const QString &message) {
@@ -121,14 +104,14 @@ public:
             return outcome;
         if (during)
             during();
-        script_->release();
+        script_->go = true;
         loop.exec();
         return outcome;
     }
 
     QTemporaryDir dir_;
     QString root_;
-    std::shared_ptr<ScriptedDiarizer::Script> script_ = std::make_shared<ScriptedDiarizer::Script>();
+    std::shared_ptr<Script> script_ = std::make_shared<Script>();
     std::unique_ptr<LocalAppModel> app_;
     std::unique_ptr<SpeakerIdentification> identification_;
 };
@@ -139,89 +122,75 @@ TEST_F(SpeakerIdentificationTest, EachSentenceGetsTheVoiceOfItsTimeAndTheResultI
     script_->turns = {{0, 9.5, 0}, {9.5, 20, 1}};
     const auto [identified, message] = run(note);
     EXPECT_TRUE(identified) << message.toStdString();
-    EXPECT_EQ(message,
-              QStringLiteral("2 speakers were told apart in this note. Click a speaker's name in the "
-                             "transcript to rename them."));
+    EXPECT_EQ(message, u"2 speakers were told apart in this note. Click a speaker's name in the "
+                       "transcript to rename them."_s);
     // Both segments were heard, one after the other, at the models' rate.
     EXPECT_NEAR(script_->heardSeconds, 20.0, 0.01);
-
-    const NotePtr reread = app_->store()->noteWithId(*note->id());
-    EXPECT_EQ(
-        transcriptForReading(*reread),
-        QStringLiteral("Speaker 1: Sentence number 0. Sentence number 1.\n\nSpeaker 2: Sentence number 2. "
-                       "Sentence number 3."));
-    // Names given to the earlier numbering are gone.
-    EXPECT_FALSE(reread->speakerNamesJSON());
+    SharedPersistenceController stored(root_);
+    const NotePtr reread = stored.noteWithId(*note->id());
+    EXPECT_EQ(transcriptForReading(*reread),
+              u"Speaker 1: Sentence number 0. Sentence number 1.\n\nSpeaker 2: Sentence number 2. "
+              "Sentence number 3."_s);
+    EXPECT_FALSE(reread->speakerNamesJSON()) << "names given to the earlier numbering are gone";
 }
 
 TEST_F(SpeakerIdentificationTest, AnythingThatChangesTheNoteMeanwhileLeavesItAsItWas)
 {
+    const QString unchanged = u" The transcript is unchanged."_s;
     const struct {
         const char *what;
-        std::function<void(SpeakerIdentificationTest &, const NotePtr &)> meanwhile;
-        bool deleted;
+        std::function<void(const NotePtr &)> meanwhile;
         QString message;
     } rows[] = {
-        {"edited",
-         [](SpeakerIdentificationTest &, const NotePtr &note) {
-             setTranscriptFromPlainText(*note, QStringLiteral("Typed over."));
-         },
-         false,
-         QStringLiteral(
-             "The transcript changed while its speakers were identified, so the result no longer fits "
-             "it. The transcript is unchanged. Choose Identify Speakers again.")},
-        {"deleted",
-         [](SpeakerIdentificationTest &t, const NotePtr &note) { t.app_->store()->deleteNote(note); }, true,
-         QStringLiteral("The note was deleted while its speakers were identified.")},
-        {"cancelled", [](SpeakerIdentificationTest &t, const NotePtr &) { t.identification_->cancel(); },
-         false, QStringLiteral("Identifying speakers was cancelled. The transcript is unchanged.")},
-        {"silent", [](SpeakerIdentificationTest &t, const NotePtr &) { t.script_->turns.clear(); }, false,
-         QStringLiteral("No voices were found in this note's audio. The transcript is unchanged.")},
+        {"edited", [](const NotePtr &note) { setTranscriptFromPlainText(*note, u"Typed over."_s); },
+         u"The transcript changed while its speakers were identified, so the result no longer fits "
+         "it. The transcript is unchanged. Choose Identify Speakers again."_s},
+        {"deleted", [&](const NotePtr &note) { app_->store()->deleteNote(note); },
+         u"The note was deleted while its speakers were identified."_s},
+        {"cancelled", [&](const NotePtr &) { identification_->cancel(); },
+         u"Identifying speakers was cancelled."_s + unchanged},
+        {"silent", [&](const NotePtr &) { script_->turns.clear(); },
+         u"No voices were found in this note's audio."_s + unchanged},
     };
     for (const auto &row : rows) {
         SCOPED_TRACE(row.what);
         const NotePtr note = recordedNote(10);
-        const std::optional<QString> before = note->transcriptUtterancesJSON();
         script_->turns = {{0, 5, 0}, {5, 10, 1}};
         script_->go = false;
-        const auto [identified, message] = run(note, [&] { row.meanwhile(*this, note); });
+        const auto [identified, message] = run(note, [&] { row.meanwhile(note); });
         EXPECT_FALSE(identified);
         EXPECT_EQ(message, row.message);
-        if (row.deleted)
+        if (note->isDeleted())
             continue;
         EXPECT_FALSE(showsSpeakers(transcriptUtterances(*note)));
-        EXPECT_EQ(note->speakerNamesJSON(), QStringLiteral("{\"0\":\"Old name\"}"));
+        EXPECT_EQ(note->speakerNamesJSON(), u"{\"0\":\"Old name\"}"_s);
     }
 }
 
 TEST_F(SpeakerIdentificationTest, ANoteWithoutTimedTextOrModelsCannotBegin)
 {
-    const NotePtr typed = app_->store()->createNote(QStringLiteral("Typed"), QStringLiteral("Just words."),
-                                                    QUuid::createUuid(), QStringLiteral("local"));
+    const NotePtr typed =
+        app_->store()->createNote(u"Typed"_s, u"Just words."_s, QUuid::createUuid(), u"local"_s);
     EXPECT_FALSE(identification_->start(typed));
-    EXPECT_EQ(
-        identification_->lastMessage(),
-        QStringLiteral("This note has no timed transcript to give to speakers: only recorded or imported "
-                       "audio has one. The transcript is unchanged."));
-
-    SpeakerIdentification missing(*app_, []() -> std::unique_ptr<SpeakerDiarizer> {
-        throw LocalError(QStringLiteral("The models are missing."));
-    });
+    EXPECT_EQ(identification_->lastMessage(),
+              u"This note has no timed transcript to give to speakers: only recorded or imported "
+              "audio has one. The transcript is unchanged."_s);
+    SpeakerIdentification missing(
+        *app_, []() -> std::unique_ptr<SpeakerDiarizer> { throw LocalError(u"The models are missing."_s); });
     EXPECT_FALSE(missing.start(recordedNote(10)));
-    EXPECT_EQ(missing.lastMessage(), QStringLiteral("The models are missing."));
+    EXPECT_EQ(missing.lastMessage(), u"The models are missing."_s);
 }
 
-TEST_F(SpeakerIdentificationTest, ATornSegmentGivesItsWholeSamples)
+TEST_F(SpeakerIdentificationTest, ASegmentLongerThanOneReadAndTornGivesAllItsWholeSamples)
 {
     const QUuid id = QUuid::createUuid();
-    const QString segment = RecordingFolder::newSegmentFolder(root_, id);
     {
-        DurableAudioWriter writer(segment, id, 16000);
-        writer.append(std::vector<float>(16000, 0.25f));
+        DurableAudioWriter writer(RecordingFolder::newSegmentFolder(root_, id), id, 16000);
+        writer.append(std::vector<float>((1 << 16) + 1, 0.25f));
         writer.append("\x01\x02", 2); // half a sample, as a crash leaves it
     }
     const std::vector<float> audio = readNoteAudio(root_, id, 16000);
-    ASSERT_EQ(audio.size(), 16000u);
+    ASSERT_EQ(audio.size(), (1u << 16) + 1);
     EXPECT_EQ(audio.back(), 0.25f);
 }
 

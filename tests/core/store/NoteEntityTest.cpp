@@ -1,115 +1,144 @@
 #include "core/CoreTestSupport.h"
 
 #include "core/Note.h"
+#include "core/NoteOrganizing.h"
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
 class NoteEntityTest : public ::testing::Test {
 protected:
     SharedPersistenceController controller{std::nullopt, true};
-    NotePtr note = controller.context().insert<Note>();
-    void setTitle(const QString &t) { note->setValue(QStringLiteral("title"), t); }
+    ManagedObjectContext &context = controller.context();
+    NotePtr note = context.insert<Note>();
 };
 
-TEST_F(NoteEntityTest, DisplayTitleTrimsAndFallsBackAndSummaryContentIgnoresBlanksAndThePlaceholder)
+TEST_F(NoteEntityTest, TitlesTheSystemMadeAreReplacedAndBlankOnesShowAsUntitled)
 {
-    EXPECT_EQ(note->displayTitle(), QStringLiteral("Untitled Note"));
-    setTitle(QStringLiteral("  \n "));
-    EXPECT_EQ(note->displayTitle(), QStringLiteral("Untitled Note"));
-    setTitle(QStringLiteral("  Weekly sync \n"));
-    EXPECT_EQ(note->displayTitle(), QStringLiteral("Weekly sync"));
+    note->setValue(u"timestamp"_s, QDateTime(QDate(2025, 1, 2), QTime(9, 15), Qt::UTC));
+    const QString untitled = u"Untitled Note"_s;
+    const struct {
+        QVariant title;
+        QString shown;
+        bool automatic;
+        bool dateLike;
+    } cases[] = {
+        {QVariant(), untitled, true, false},
+        {u"  \n "_s, untitled, true, false},
+        {u"  Weekly sync \n"_s, u"Weekly sync"_s, false, false},
+        {u"Untitled"_s, u"Untitled"_s, true, false},
+        {u"untitled"_s, u"untitled"_s, false, false},
+        {u" Untitled Note "_s, untitled, true, false},
+        // The expression alone decides, whatever the note's own date.
+        {u"Mar 14, 3:07 PM"_s, u"Mar 14, 3:07 PM"_s, true, true},
+        {u"Mar 14, 3:07 pm"_s, u"Mar 14, 3:07 pm"_s, false, false},
+        {abbreviatedDateTime(*note->timestamp()), abbreviatedDateTime(*note->timestamp()), true, true},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.title.toString().toStdString());
+        note->setValue(u"title"_s, c.title);
+        EXPECT_EQ(note->displayTitle(), c.shown);
+        EXPECT_EQ(note->needsGeneratedTitle(false), c.automatic);
+        EXPECT_TRUE(note->needsGeneratedTitle(true));
+        EXPECT_EQ(note->isDateLikeTitle(), c.dateLike);
+    }
+    // Only a title the user did not choose goes into the generated fields.
+    const auto fieldsFor = [&](const QString &title) {
+        return generatedNoteFields(u"S"_s, u"general"_s, title, *note);
+    };
+    const QVariantMap fields = fieldsFor(u" New "_s);
+    EXPECT_EQ(fields.value(u"title"_s).toString(), u" New "_s);
+    EXPECT_EQ(fields.value(u"summaryType"_s).toString(), u"general"_s);
+    EXPECT_FALSE(fieldsFor(u"   "_s).contains(u"title"_s));
+    note->setValue(u"title"_s, u"Chosen by the user"_s);
+    EXPECT_FALSE(fieldsFor(u"New"_s).contains(u"title"_s));
+    EXPECT_TRUE(fieldsFor(u"New"_s).contains(u"summary"_s));
+}
 
+TEST_F(NoteEntityTest, SummaryContentIgnoresBlanksAndThePlaceholder)
+{
     EXPECT_FALSE(note->hasSummaryContent());
-    note->setValue(QStringLiteral("summary"), QStringLiteral("   "));
-    EXPECT_FALSE(note->hasSummaryContent());
-    note->setValue(QStringLiteral("summary"), QStringLiteral("\nGenerating summary...\n"));
-    EXPECT_FALSE(note->hasSummaryContent());
-    note->setValue(QStringLiteral("summary"), QStringLiteral("## Overview"));
+    for (const char *blank : {"   ", "\nGenerating summary...\n"}) {
+        note->setValue(u"summary"_s, QString::fromLatin1(blank));
+        EXPECT_FALSE(note->hasSummaryContent()) << blank;
+    }
+    note->setValue(u"summary"_s, u"## Overview"_s);
     EXPECT_TRUE(note->hasSummaryContent());
 }
 
-TEST_F(NoteEntityTest, GeneratedTitleReplacesOnlyAutomaticTitles)
-{
-    EXPECT_TRUE(note->needsGeneratedTitle(false)); // missing
-    setTitle(QStringLiteral("Untitled"));
-    EXPECT_TRUE(note->needsGeneratedTitle(false));
-    setTitle(QStringLiteral("untitled"));
-    EXPECT_FALSE(note->needsGeneratedTitle(false));
-    EXPECT_TRUE(note->needsGeneratedTitle(true));
-    setTitle(QStringLiteral(" Untitled Note "));
-    EXPECT_TRUE(note->needsGeneratedTitle(false));
-    setTitle(QStringLiteral("Budget review"));
-    EXPECT_FALSE(note->needsGeneratedTitle(false));
-}
-
-TEST_F(NoteEntityTest, DateLikeTitles)
-{
-    note->setValue(QStringLiteral("timestamp"), QDateTime(QDate(2025, 1, 2), QTime(9, 15), Qt::UTC));
-    setTitle(QString());
-    EXPECT_FALSE(note->isDateLikeTitle());
-    // The expression alone decides, whatever the note's own date.
-    setTitle(QStringLiteral("Mar 14, 3:07 PM"));
-    EXPECT_TRUE(note->isDateLikeTitle());
-    EXPECT_TRUE(note->needsGeneratedTitle(false));
-    setTitle(QStringLiteral("Mar 14, 3:07 pm"));
-    EXPECT_FALSE(note->isDateLikeTitle());
-    setTitle(abbreviatedDateTime(*note->timestamp()));
-    EXPECT_TRUE(note->isDateLikeTitle());
-}
-
-TEST(TagNameTest, CanonicalAndDisplayForms)
+TEST_F(NoteEntityTest, TagsAreOneRowPerCanonicalNameShownInTheirDisplayForm)
 {
     for (const char *typed : {"Project Alpha", "project-alpha", "PROJECT ALPHA!"})
-        EXPECT_EQ(canonicalTagName(QString::fromLatin1(typed)), QStringLiteral("projectalpha")) << typed;
-    EXPECT_EQ(canonicalTagName(QStringLiteral("Café Crème")), QStringLiteral("cafécrème"));
-    EXPECT_EQ(displayTagName(QStringLiteral("Plan B!")), QStringLiteral("Plan-B"));
-    EXPECT_EQ(displayTagName(QStringLiteral("Q3 roadmap (draft)")), QStringLiteral("Q3-roadmap-draft"));
-}
+        EXPECT_EQ(canonicalTagName(QString::fromLatin1(typed)), u"projectalpha"_s) << typed;
+    EXPECT_EQ(canonicalTagName(u"Café Crème"_s), u"cafécrème"_s);
+    EXPECT_EQ(displayTagName(u"Q3 roadmap (draft)"_s), u"Q3-roadmap-draft"_s);
 
-TEST_F(NoteEntityTest, AddTagReusesByCanonicalNameAndRemoveKeepsTheRow)
-{
-    note->addTag(QStringLiteral("plan-b"));
-    ASSERT_EQ(note->tags().size(), 1);
-    note->addTag(QStringLiteral("Plan B"));
-    ASSERT_EQ(note->tags().size(), 1);
-    EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("plan-b")});
-
+    note->addTag(u"plan-b"_s);
+    note->addTag(u"Plan B"_s);
+    EXPECT_EQ(note->sortedTagNames(), QStringList{u"plan-b"_s});
     // A second note adopts the existing library row rather than a new one.
-    auto other = controller.context().insert<Note>();
-    other->addTag(QStringLiteral("PLAN b"));
+    auto other = context.insert<Note>();
+    other->addTag(u"PLAN b"_s);
     ASSERT_EQ(other->tags().size(), 1);
     EXPECT_EQ(other->tags().first(), note->tags().first());
 
-    note->addTag(QStringLiteral("Alpha"));
-    EXPECT_EQ(note->tagLine(), QStringLiteral("Alpha, plan-b"));
-    note->removeTag(QStringLiteral("PLAN-B"));
-    EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Alpha")});
-    EXPECT_EQ(controller.context().fetch<Tag>(FetchRequest{}).size(), 2);
-    note->removeTag(QStringLiteral("alpha"));
+    note->addTag(u"Alpha"_s);
+    EXPECT_EQ(note->tagLine(), u"Alpha, plan-b"_s);
+    note->removeTag(u"PLAN-B"_s);
+    note->removeTag(u"alpha"_s);
     EXPECT_FALSE(note->tagLine().has_value());
+    EXPECT_EQ(context.fetch<Tag>(FetchRequest{}).size(), 2) << "a removed tag stays in the library";
 }
 
-TEST_F(NoteEntityTest, GeneratedFieldsCarryTheTitleOnlyWhenNeeded)
+TEST_F(NoteEntityTest, FoldersAreFoundAndMadeByTrimmedNameIgnoringCaseAndSortedByOrderThenName)
 {
-    const auto fieldsFor = [&](const QString &title) {
-        return generatedNoteFields(QStringLiteral("S"), QStringLiteral("general"), title, *note);
+    const FolderPtr plans = createFolder(u"  Plans \n"_s, context);
+    ASSERT_TRUE(plans);
+    EXPECT_EQ(plans->name(), u"Plans"_s);
+    EXPECT_TRUE(plans->id());
+    EXPECT_EQ(plans->sortOrder(), 0);
+    for (const auto &[typed, found] :
+         {std::pair{"plans", true}, {"PLANS ", true}, {"Plan", false}, {"   ", false}})
+        EXPECT_EQ(findFolder(QString::fromLatin1(typed), context) == plans, found) << typed;
+    EXPECT_EQ(createFolder(u"plans"_s, context), plans) << "a second create adopts the first";
+    EXPECT_FALSE(createFolder(u" \t "_s, context));
+    const FolderPtr longName = createFolder(QString(500, QLatin1Char('n')), context);
+    ASSERT_TRUE(createFolder(u"ملاحظات"_s, context) && longName);
+    EXPECT_EQ(longName->name()->size(), 500);
+    EXPECT_EQ(context.fetch<Folder>(FetchRequest{}).size(), 3);
+
+    const FolderPtr alpha = createFolder(u"Alpha"_s, context);
+    const FolderPtr first = createFolder(u"zulu"_s, context);
+    first->setValue(u"sortOrder"_s, -1);
+    note->setFolder(plans);
+    EXPECT_EQ(folderNoteCount(*plans), 1);
+    EXPECT_EQ(folderNoteCount(*alpha), 0);
+    const QList<FolderPtr> sorted = sortedFolders(context);
+    ASSERT_EQ(sorted.size(), 5);
+    EXPECT_EQ(sorted.mid(0, 3), (QList<FolderPtr>{first, alpha, longName}));
+    // Renamed to another's name: no check on rename, two folders share it.
+    alpha->setValue(u"name"_s, u"Plans"_s);
+    EXPECT_EQ(sortedFolders(context).size(), 5);
+}
+
+TEST_F(NoteEntityTest, TagsTypedByHandAreAddedOncePerCanonicalNameUpToTen)
+{
+    const struct {
+        const char *typed;
+        bool added;
+    } cases[] = {
+        {"q3 plan!", true}, {"Q3-Plan", false},      {"#!?", false},
+        {"---", false},     {"  Planning \n", true}, {"planning", false},
     };
-    auto fields = fieldsFor(QStringLiteral(" New "));
-    EXPECT_EQ(fields.value(QStringLiteral("title")).toString(), QStringLiteral(" New "));
-    EXPECT_EQ(fields.value(QStringLiteral("summaryType")).toString(), QStringLiteral("general"));
-    EXPECT_FALSE(fieldsFor(QStringLiteral("   ")).contains(QStringLiteral("title")));
-    setTitle(QStringLiteral("Chosen by the user"));
-    fields = fieldsFor(QStringLiteral("New"));
-    EXPECT_FALSE(fields.contains(QStringLiteral("title")));
-    EXPECT_TRUE(fields.contains(QStringLiteral("summary")));
-}
-
-TEST(PlaceholderTextTest, ExactlyTheFourStatusLines)
-{
-    EXPECT_EQ(placeholderTexts().size(), 4);
-    EXPECT_TRUE(placeholderTexts().contains(QStringLiteral("Transcription in progress...")));
+    for (const auto &c : cases)
+        EXPECT_EQ(addManualTag(*note, QString::fromLatin1(c.typed)), c.added) << c.typed;
+    EXPECT_EQ(note->sortedTagNames(), (QStringList{u"Planning"_s, u"q3plan"_s}));
+    for (int i = 0; note->tags().size() < 10; ++i)
+        ASSERT_TRUE(addManualTag(*note, u"tag%1"_s.arg(i)));
+    EXPECT_FALSE(addManualTag(*note, u"eleventh"_s)) << "the limit is silent";
+    EXPECT_EQ(note->tags().size(), 10);
 }
 
 } // namespace

@@ -1,36 +1,46 @@
 #include "core/CoreTestSupport.h"
 
+#include "core/LocalAppModel.h"
 #include "core/LocalPaths.h"
 
 using namespace kestil;
 using namespace kestil::test;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-QVariantMap infoWith(const QVariant &identifier)
+const QString storeFile = u"KestilNotes.sqlite"_s;
+
+NotePtr addNote(SharedPersistenceController &store, const QString &title = QString())
 {
-    return {{QStringLiteral("KestilCloudKitContainerIdentifier"), identifier}};
+    return store.createNote(title, {}, QUuid::createUuid(), u"local"_s);
 }
 
 TEST(ContainerIdentifierTest, ValidationAndTheSyncPreference)
 {
     using namespace LocalPaths;
+    const auto infoWith = [](const QVariant &identifier) {
+        return QVariantMap{{u"KestilCloudKitContainerIdentifier"_s, identifier}};
+    };
     EXPECT_FALSE(validatedContainerIdentifier({}));
-    EXPECT_EQ(validatedContainerIdentifier(infoWith(QStringLiteral("iCloud.a"))), QStringLiteral("iCloud.a"));
-    for (const QVariant &bad :
-         {QVariant(QStringLiteral("iCloud.")), QVariant(QStringLiteral("iCloud.com.example_notes")),
-          QVariant(QStringLiteral("cloud.com.example")), QVariant(42)})
+    EXPECT_EQ(validatedContainerIdentifier(infoWith(u"iCloud.a"_s)), u"iCloud.a"_s);
+    for (const QVariant &bad : {QVariant(u"iCloud."_s), QVariant(u"iCloud.com.example_notes"_s),
+                                QVariant(u"cloud.com.example"_s), QVariant(42)})
         EXPECT_FALSE(validatedContainerIdentifier(infoWith(bad))) << bad.toString().toStdString();
-
     // Only a boolean false switches sync off; without an identifier it cannot be on.
-    const auto info = infoWith(QStringLiteral("iCloud.com.example.notes"));
+    const auto info = infoWith(u"iCloud.com.example.notes"_s);
     EXPECT_FALSE(resolveContainerIdentifier(info, QVariant(false)));
-    for (const QVariant &on : {QVariant(true), QVariant(), QVariant(QStringLiteral("false")), QVariant(0)})
+    for (const QVariant &on : {QVariant(true), QVariant(), QVariant(u"false"_s), QVariant(0)})
         EXPECT_TRUE(resolveContainerIdentifier(info, on)) << on.toString().toStdString();
     EXPECT_FALSE(resolveContainerIdentifier({}, QVariant(true)));
+    // A malformed one opens no store.
+    TempRoot root;
+    EXPECT_EQ(errorOf([&] { SharedPersistenceController(root.path(), false, u"iCloud.bad_id"_s); }),
+              u"The cloud container identifier is invalid. No store was opened."_s);
+    EXPECT_FALSE(QFile::exists(root.file(storeFile)));
 }
 
-TEST(StoreFileTest, NotesSurviveAReopenWithTheirLinks)
+TEST(StoreFileTest, NotesSurviveAReopenWithTheirLinksNewestFirstWithStableIdentities)
 {
     TempRoot root;
     const QUuid id = QUuid::createUuid();
@@ -38,135 +48,121 @@ TEST(StoreFileTest, NotesSurviveAReopenWithTheirLinks)
         auto controller = root.open();
         ASSERT_TRUE(controller->ready());
         EXPECT_TRUE(controller->syncMode().isLocalOnly());
-        auto note = controller->createNote(QStringLiteral("Standup"), QStringLiteral("hello there"), id,
-                                           QStringLiteral("local"));
+        auto note = controller->createNote(u"Standup"_s, u"hello there"_s, id, u"local"_s);
+        auto later = addNote(*controller, u"Later"_s);
+        later->setValue(u"timestamp"_s, note->timestamp()->addSecs(60));
         auto folder = controller->context().insert<Folder>();
-        folder->setValue(QStringLiteral("name"), QStringLiteral("Work"));
-        folder->setValue(QStringLiteral("sortOrder"), 3);
+        folder->setValue(u"name"_s, u"Work"_s);
+        folder->setValue(u"sortOrder"_s, 3);
         note->setFolder(folder);
-        note->addTag(QStringLiteral("Planning"));
+        note->addTag(u"Planning"_s);
         controller->save();
         EXPECT_FALSE(note->objectId().isTemporary());
     }
     auto controller = root.open();
-    auto notes = controller->fetchNotes();
-    ASSERT_EQ(notes.size(), 1);
-    const auto note = notes.first();
+    const auto notes = controller->fetchNotes();
+    ASSERT_EQ(notes.size(), 2);
+    EXPECT_EQ(notes.first()->title(), u"Later"_s) << "newest first";
+    const auto note = notes.last();
     EXPECT_EQ(note->id(), id);
-    EXPECT_EQ(note->title(), QStringLiteral("Standup"));
-    EXPECT_EQ(note->noteType(), QStringLiteral("local"));
+    EXPECT_EQ(note->title(), u"Standup"_s);
+    EXPECT_EQ(note->noteType(), u"local"_s);
+    EXPECT_EQ(note->transcription(), u"hello there"_s);
     EXPECT_FALSE(note->summary().has_value());
     ASSERT_TRUE(note->folder());
-    EXPECT_EQ(note->folder()->name(), QStringLiteral("Work"));
+    EXPECT_EQ(note->folder()->name(), u"Work"_s);
     EXPECT_EQ(note->folder()->sortOrder(), 3);
     EXPECT_EQ(note->folder()->notes().size(), 1);
-    EXPECT_EQ(note->sortedTagNames(), QStringList{QStringLiteral("Planning")});
-    EXPECT_TRUE(note->objectId().uriString().startsWith(QStringLiteral("x-kestil://")));
+    EXPECT_EQ(note->sortedTagNames(), QStringList{u"Planning"_s});
+    const QString uri = note->objectId().uriString();
+    EXPECT_TRUE(uri.startsWith(u"x-kestil://"_s));
 
     // Deleting the folder leaves the note unfiled; its tags stay in the library.
     controller->context().deleteObject(note->folder());
     controller->save();
-    auto reopened = root.open();
-    const auto again = reopened->fetchNotes().first();
+    const auto reopened = root.open();
+    const auto again = reopened->fetchNotes().last();
     EXPECT_FALSE(again->folder());
-    EXPECT_EQ(again->sortedTagNames(), QStringList{QStringLiteral("Planning")});
+    EXPECT_EQ(again->sortedTagNames(), QStringList{u"Planning"_s});
+    EXPECT_EQ(again->objectId().uriString(), uri);
 }
 
-TEST(StoreFileTest, NotesAreNewestFirstAndIdentitiesStable)
+TEST(StoreFileTest, TwoStoresOnOneFileSeeAndFollowEachOthersSaves)
 {
     TempRoot root;
-    auto controller = root.open();
-    auto a = controller->createNote(QStringLiteral("A"), {}, QUuid::createUuid(), QStringLiteral("local"));
-    auto b = controller->createNote(QStringLiteral("B"), {}, QUuid::createUuid(), QStringLiteral("local"));
-    a->setValue(QStringLiteral("timestamp"), QDateTime::currentDateTimeUtc().addSecs(60));
-    controller->save();
-    const auto notes = controller->fetchNotes();
-    ASSERT_EQ(notes.size(), 2);
-    EXPECT_EQ(notes[0], a);
-    EXPECT_EQ(notes[1], b);
-    const QString uri = a->objectId().uriString();
-    a->setValue(QStringLiteral("title"), QStringLiteral("A2"));
-    controller->save();
-    EXPECT_EQ(a->objectId().uriString(), uri);
+    root.open(); // a library made at an earlier launch
+    const auto a = root.open(), b = root.open();
+    addNote(*b, u"From b"_s);
+    // Written ahead of the file, so that a reader never waits for a writer.
+    EXPECT_TRUE(QFile::exists(root.file(storeFile + u"-wal"_s)));
+    ASSERT_EQ(a->fetchNotes().size(), 1);
+    addNote(*a, u"From a"_s);
+    EXPECT_EQ(b->fetchNotes().size(), 2);
 }
 
-TEST(StoreFileTest, CorruptFileIsPreservedByteForByte)
+TEST(StoreFileTest, AStoreThatCannotBeOpenedIsPreservedByteForByte)
 {
-    TempRoot root;
-    const QString path = root.file(QStringLiteral("KestilNotes.sqlite"));
-    QByteArray garbage(8192, '\0');
-    for (int i = 0; i < garbage.size(); ++i)
-        garbage[i] = char((i * 131 + 7) % 251);
-    writeFile(path, garbage);
-    const QByteArray before = fileDigest(path);
-
-    SharedPersistenceController controller(root.path());
-    EXPECT_FALSE(controller.ready());
-    ASSERT_TRUE(controller.errorMessage());
-    EXPECT_TRUE(controller.errorMessage()->startsWith(QStringLiteral("Unable to open local notes: ")));
-    EXPECT_TRUE(controller.errorMessage()->endsWith(QStringLiteral(". The store was preserved.")));
-    EXPECT_EQ(errorOf([&] { controller.save(); }),
-              QStringLiteral("Local store is unavailable; no changes were saved."));
-    EXPECT_EQ(errorOf([&] { controller.fetchNotes(); }), *controller.errorMessage());
-    EXPECT_THROW(controller.createNote({}, {}, QUuid::createUuid(), QStringLiteral("local")), LocalError);
-    EXPECT_EQ(fileDigest(path), before);
-    EXPECT_FALSE(QFile::exists(path + QStringLiteral("-wal")));
-}
-
-TEST(StoreFileTest, DamagedOrUnreadableStoreIsPreserved)
-{
-    TempRoot root;
-    const QString path = root.file(QStringLiteral("KestilNotes.sqlite"));
-    root.open()->createNote(QStringLiteral("A"), {}, QUuid::createUuid(), QStringLiteral("local"));
-    // Keep the header, wreck the schema page.
-    QByteArray bytes = readFile(path);
-    ASSERT_GT(bytes.size(), 200);
-    std::fill(bytes.begin() + 100, bytes.end(), char(0xA5));
-    writeFile(path, bytes);
-    QFile::remove(path + QStringLiteral("-wal"));
-    QFile::remove(path + QStringLiteral("-shm"));
-    const QByteArray before = fileDigest(path);
-    EXPECT_FALSE(root.open()->ready());
-    EXPECT_EQ(fileDigest(path), before);
-
-    // A folder where the file should be cannot be read as a store.
-    TempRoot other;
-    ASSERT_TRUE(QDir().mkpath(other.file(QStringLiteral("KestilNotes.sqlite"))));
-    EXPECT_FALSE(other.open()->ready());
-    EXPECT_TRUE(QFileInfo(other.file(QStringLiteral("KestilNotes.sqlite"))).isDir());
+    // Bytes that are no database, or a folder where the file should be.
+    for (const bool folder : {false, true}) {
+        SCOPED_TRACE(folder ? "a folder" : "garbage");
+        TempRoot root;
+        const QString path = root.file(storeFile);
+        QByteArray garbage(8192, '\0');
+        for (int i = 0; i < garbage.size(); ++i)
+            garbage[i] = char((i * 131 + 7) % 251);
+        if (folder)
+            ASSERT_TRUE(QDir().mkpath(path));
+        else
+            writeFile(path, garbage);
+        const QByteArray before = fileDigest(path);
+        const auto app = launchApp(root.path());
+        ASSERT_TRUE(app->store());
+        SharedPersistenceController &controller = *app->store();
+        EXPECT_FALSE(app->storeReady());
+        ASSERT_TRUE(controller.errorMessage());
+        EXPECT_EQ(app->message(), *controller.errorMessage());
+        EXPECT_TRUE(controller.errorMessage()->startsWith(u"Unable to open local notes: "_s));
+        EXPECT_TRUE(controller.errorMessage()->endsWith(u". The store was preserved."_s));
+        EXPECT_EQ(errorOf([&] { controller.save(); }),
+                  u"Local store is unavailable; no changes were saved."_s);
+        EXPECT_EQ(errorOf([&] { controller.fetchNotes(); }), *controller.errorMessage());
+        EXPECT_THROW(addNote(controller), LocalError);
+        EXPECT_EQ(fileDigest(path), before);
+        EXPECT_EQ(QFileInfo(path).isDir(), folder);
+    }
 }
 
 TEST(StoreFileTest, NewerSchemaIsRefusedUntouched)
 {
     TempRoot root;
-    const QString path = root.file(QStringLiteral("KestilNotes.sqlite"));
+    const QString path = root.file(storeFile);
     {
         auto controller = root.open();
-        controller->createNote(QStringLiteral("A"), {}, QUuid::createUuid(), QStringLiteral("local"));
+        addNote(*controller);
         const QByteArray sql =
-            QStringLiteral("PRAGMA user_version=%1").arg(SqliteStore::latestSchemaVersion() + 1).toUtf8();
+            u"PRAGMA user_version=%1"_s.arg(SqliteStore::latestSchemaVersion() + 1).toUtf8();
         execSql(*controller, sql.constData());
         execSql(*controller, "PRAGMA wal_checkpoint(TRUNCATE)");
     }
     const QByteArray before = fileDigest(path);
     EXPECT_EQ(errorOf([&] { root.open(); }),
-              QStringLiteral("The bundled notes model could not be loaded. No data was changed."));
+              u"The bundled notes model could not be loaded. No data was changed."_s);
     EXPECT_EQ(fileDigest(path), before);
 }
 
-TEST(StoreFileTest, OlderSchemaMigratesForwardKeepingNotes)
+TEST(StoreFileTest, OlderSchemaMigratesForwardKeepingNotesAndIndexesTheirTranscripts)
 {
     for (int version = 1; version < SqliteStore::latestSchemaVersion(); ++version) {
         SCOPED_TRACE(version);
         TempRoot root;
-        const QString path = root.file(QStringLiteral("KestilNotes.sqlite"));
         {
-            auto old = SqliteStore::openAtVersionForTesting(path, version);
+            auto old = SqliteStore::openAtVersionForTesting(root.file(storeFile), version);
             ASSERT_EQ(old->schemaVersion(), version);
             ASSERT_EQ(sqlite3_exec(old->handle(),
                                    "INSERT INTO kestil_metadata VALUES ('storeId', 'OLD-STORE');"
-                                   "INSERT INTO note (pk, id, title, timestamp) VALUES "
-                                   "(1, 'A0B1C2D3-0000-4000-8000-000000000001', 'From before', 1700000000.5)",
+                                   "INSERT INTO note (pk, id, title, transcription, timestamp) VALUES "
+                                   "(1, 'A0B1C2D3-0000-4000-8000-000000000001', 'From before', "
+                                   "'Die Straße am Fluss', 1700000000.5)",
                                    nullptr, nullptr, nullptr),
                       SQLITE_OK);
         }
@@ -176,33 +172,99 @@ TEST(StoreFileTest, OlderSchemaMigratesForwardKeepingNotes)
             EXPECT_EQ(controller->store()->schemaVersion(), SqliteStore::latestSchemaVersion());
             const auto notes = controller->fetchNotes();
             ASSERT_EQ(notes.size(), 1);
-            EXPECT_EQ(notes.first()->title(), QStringLiteral("From before"));
-            EXPECT_EQ(notes.first()->timestamp()->toMSecsSinceEpoch(), 1700000000500);
-            EXPECT_EQ(notes.first()->objectId().uriString(), QStringLiteral("x-kestil://OLD-STORE/Note/p1"));
-            EXPECT_FALSE(notes.first()->speakerNamesJSON());
+            const NotePtr note = notes.first();
+            EXPECT_EQ(note->title(), u"From before"_s);
+            EXPECT_EQ(note->timestamp()->toMSecsSinceEpoch(), 1700000000500);
+            EXPECT_EQ(note->objectId().uriString(), u"x-kestil://OLD-STORE/Note/p1"_s);
+            EXPECT_FALSE(note->speakerNamesJSON());
+            // Old transcripts wait for the index and are found meanwhile, and after.
+            EXPECT_EQ(controller->indexTranscripts(0), 1);
+            EXPECT_TRUE(controller->transcriptSearch(u"STRASSE"_s)(*note));
+            EXPECT_EQ(controller->indexTranscripts(1000), 0);
+            for (const char *query : {"STRASSE", "ß", "ss"})
+                EXPECT_TRUE(controller->transcriptSearch(QString::fromUtf8(query))(*note)) << query;
+            EXPECT_FALSE(controller->transcriptSearch(u"river"_s)(*note));
             // What the newer versions added can be written and read back.
-            notes.first()->setValue(QStringLiteral("speakerNamesJSON"), QStringLiteral("{\"0\":\"Ada\"}"));
+            note->setValue(u"speakerNamesJSON"_s, u"{\"0\":\"Ada\"}"_s);
             controller->save();
         }
-        auto reopened = root.open();
-        EXPECT_EQ(reopened->fetchNotes().first()->speakerNamesJSON(), QStringLiteral("{\"0\":\"Ada\"}"));
+        EXPECT_EQ(root.open()->fetchNotes().first()->speakerNamesJSON(), u"{\"0\":\"Ada\"}"_s);
     }
 }
 
-TEST(StoreFileTest, InMemoryStoresIgnoreTheContainerAndAMalformedOneOpensNoFile)
+LaunchEnvironment environmentFor(const TempRoot &root, LanguageModelAvailability availability)
 {
-    SharedPersistenceController a(std::nullopt, true, QStringLiteral("iCloud.com.example"));
-    SharedPersistenceController b(std::nullopt, true);
-    EXPECT_NE(a.root(), b.root());
-    EXPECT_TRUE(a.ready());
-    EXPECT_TRUE(a.syncMode().isLocalOnly());
-    EXPECT_FALSE(QFile::exists(a.storePath()));
+    LaunchEnvironment env;
+    env.root = root.path();
+    env.languageModelAvailability = [availability] { return availability; };
+    return env;
+}
 
+TEST(LaunchTest, AnUnsupportedMachineOpensNothingAndACurableModelStateOpensTheLibrary)
+{
     TempRoot root;
-    EXPECT_EQ(
-        errorOf([&] { SharedPersistenceController(root.path(), false, QStringLiteral("iCloud.bad_id")); }),
-        QStringLiteral("The cloud container identifier is invalid. No store was opened."));
-    EXPECT_FALSE(QFile::exists(root.file(QStringLiteral("KestilNotes.sqlite"))));
+    {
+        LocalAppModel app(environmentFor(root, LanguageModelAvailability::unavailableForGood));
+        EXPECT_EQ(app.message(), LocalAppModel::unsupportedMachineMessage());
+        EXPECT_FALSE(app.store());
+        EXPECT_FALSE(app.storeReady());
+        EXPECT_EQ(app.speechStatus(), u"Checking installed speech models…"_s);
+        EXPECT_FALSE(QFile::exists(root.file(u"KestilNotes.sqlite"_s)));
+    }
+    LocalAppModel app(environmentFor(root, LanguageModelAvailability::curable));
+    EXPECT_TRUE(app.storeReady());
+    EXPECT_TRUE(app.message().isEmpty());
+}
+
+TEST(LaunchTest, TheNewestNoteIsSelectedOnlyWhenNothingIsAndAStaleSelectionStays)
+{
+    TempRoot root;
+    bool recovered = false;
+    auto env = environmentFor(root, LanguageModelAvailability::available);
+    env.recoverInterruptedSessions = [&recovered](LocalAppModel &) { recovered = true; };
+    LocalAppModel app(env);
+    EXPECT_TRUE(recovered);
+    EXPECT_FALSE(app.selected().has_value());
+    const auto create = [&] { return app.store()->createNote({}, {}, QUuid::createUuid(), u"local"_s); };
+    const NotePtr first = create();
+    app.refreshNotes();
+    EXPECT_EQ(app.selected(), first->id());
+    EXPECT_EQ(app.selectedNote(), first);
+
+    const NotePtr second = create();
+    second->setValue(u"timestamp"_s, first->timestamp()->addSecs(1));
+    app.store()->save();
+    app.refreshNotes();
+    EXPECT_EQ(app.selected(), first->id()) << "an existing selection stays";
+    EXPECT_EQ(app.notes().first(), second);
+
+    app.store()->deleteNote(first);
+    app.refreshNotes();
+    EXPECT_EQ(app.selected(), first->id()) << "a stale selection is not cleared";
+    EXPECT_EQ(app.selectedNote(), nullptr);
+}
+
+TEST(LaunchTest, NoteAudioDirectoryStaysInsideTheRoot)
+{
+    TempRoot root;
+    const auto app = launchApp(root.path());
+    const NotePtr note = app->store()->createNote({}, {}, QUuid::createUuid(), u"local"_s);
+    const QString noAudio = u"This note has no local audio."_s;
+    const QString outside = u"Audio path is outside the local store."_s;
+    for (const auto &[source, text] :
+         {std::pair{QVariant(), noAudio}, std::pair{QVariant(QString()), noAudio},
+          std::pair{QVariant(u"/etc"_s), noAudio}, std::pair{QVariant(u"file:Recordings/x"_s), noAudio},
+          std::pair{QVariant(u"Recordings/../../elsewhere"_s), outside},
+          std::pair{QVariant(u"."_s), outside}}) {
+        note->setValue(u"sourceURL"_s, source);
+        EXPECT_EQ(errorOf([&] { app->noteAudioDirectory(*note); }), text) << source.toString().toStdString();
+    }
+    const QString folder = u"Recordings/"_s + idText(*note->id());
+    note->setValue(u"sourceURL"_s, folder);
+    EXPECT_EQ(app->noteAudioDirectory(*note), root.file(folder));
+
+    LocalAppModel without(environmentFor(root, LanguageModelAvailability::unavailableForGood));
+    EXPECT_EQ(errorOf([&] { without.noteAudioDirectory(*note); }), u"Local storage is unavailable."_s);
 }
 
 } // namespace
