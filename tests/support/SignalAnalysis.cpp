@@ -6,63 +6,6 @@
 
 namespace kestil::test {
 
-double rms(std::span<const float> samples)
-{
-    if (samples.empty())
-        return 0;
-    double sum = 0;
-    for (float s : samples)
-        sum += double(s) * double(s);
-    return std::sqrt(sum / double(samples.size()));
-}
-
-std::vector<double> energyEnvelope(std::span<const float> samples, double sampleRate, double windowSeconds)
-{
-    std::vector<double> envelope;
-    const double window = sampleRate * windowSeconds;
-    for (size_t index = 0;; ++index) {
-        const auto begin = size_t(std::llround(double(index) * window));
-        const auto end = size_t(std::llround(double(index + 1) * window));
-        if (end > samples.size())
-            break;
-        envelope.push_back(rms(samples.subspan(begin, end - begin)));
-    }
-    return envelope;
-}
-
-Alignment bestAlignment(std::span<const double> a, std::span<const double> b, int maxLag)
-{
-    Alignment best{-2, 0};
-    for (int lag = 0; lag <= maxLag; ++lag) {
-        if (size_t(lag) >= a.size())
-            break;
-        const size_t n = std::min(a.size() - size_t(lag), b.size());
-        if (n < 2)
-            break;
-        double meanA = 0, meanB = 0;
-        for (size_t i = 0; i < n; ++i) {
-            meanA += a[i + size_t(lag)];
-            meanB += b[i];
-        }
-        meanA /= double(n);
-        meanB /= double(n);
-        double covariance = 0, varianceA = 0, varianceB = 0;
-        for (size_t i = 0; i < n; ++i) {
-            const double da = a[i + size_t(lag)] - meanA;
-            const double db = b[i] - meanB;
-            covariance += da * db;
-            varianceA += da * da;
-            varianceB += db * db;
-        }
-        if (varianceA <= 0 || varianceB <= 0)
-            continue;
-        const double correlation = covariance / std::sqrt(varianceA * varianceB);
-        if (correlation > best.correlation)
-            best = {correlation, lag};
-    }
-    return best;
-}
-
 namespace {
 
 // Goertzel over one stretch: |X(f)|^2 against the stretch's energy. A pure
