@@ -34,27 +34,20 @@ DesktopSession::DesktopSession()
     setWelcomeCompleted(true);
 }
 
-void DesktopSession::setWelcomeCompleted(bool completed)
-{
-    QFile file(config_.filePath(QStringLiteral("preferences.json")));
-    if (!completed) {
-        file.remove();
-        return;
-    }
-    if (file.open(QIODevice::WriteOnly))
-        file.write(R"({"format":1,"values":{"kestilWelcomeCompleted.v1":{"type":"bool","value":true}}})");
-}
-
-qint64 DesktopSession::windowPid(const QString &windowId) const
-{
-    return run(QStringLiteral("xdotool"), {QStringLiteral("getwindowpid"), windowId}).toLongLong();
-}
-
 DesktopSession::~DesktopSession()
 {
     stopKestil();
     xvfb_.terminate();
     xvfb_.waitForFinished(5000);
+}
+
+void DesktopSession::setWelcomeCompleted(bool completed)
+{
+    QFile file(config_.filePath(QStringLiteral("preferences.json")));
+    if (!completed)
+        file.remove();
+    else if (file.open(QIODevice::WriteOnly))
+        file.write(R"({"format":1,"values":{"kestilWelcomeCompleted.v1":{"type":"bool","value":true}}})");
 }
 
 QProcessEnvironment DesktopSession::environment() const
@@ -74,17 +67,31 @@ QProcessEnvironment DesktopSession::environment() const
     return env;
 }
 
-QString DesktopSession::run(const QString &program, const QStringList &arguments, int timeoutMs) const
+QString DesktopSession::run(const QString &program, const QStringList &arguments, int *exitCode) const
 {
     QProcess p;
     p.setProcessEnvironment(environment());
     p.start(program, arguments);
-    if (!p.waitForFinished(timeoutMs)) {
+    const bool finished = p.waitForFinished(15000);
+    if (!finished) {
         p.kill();
         p.waitForFinished();
-        return {};
     }
-    return QString::fromUtf8(p.readAllStandardOutput()).trimmed();
+    if (exitCode)
+        *exitCode = finished && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
+    return finished ? QString::fromUtf8(p.readAllStandardOutput()).trimmed() : QString();
+}
+
+qint64 DesktopSession::windowPid(const QString &windowId) const
+{
+    return run(QStringLiteral("xdotool"), {QStringLiteral("getwindowpid"), windowId}).toLongLong();
+}
+
+QString DesktopSession::findWindow(const QString &title) const
+{
+    return run(QStringLiteral("xdotool"),
+               {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"), title})
+        .section(QLatin1Char('\n'), 0, 0);
 }
 
 QString DesktopSession::launchKestil(const QString &dataDir, int timeoutMs)
@@ -105,30 +112,24 @@ QString DesktopSession::launchKestil(const QString &dataDir, int timeoutMs)
         kestil_->start(prefix_.constFirst(), prefix_.mid(1) << QStringLiteral(KESTIL_BINARY));
     if (!kestil_->waitForStarted(10000))
         return {};
-    const int step = 250;
-    for (int waited = 0; waited < timeoutMs; waited += step) {
-        const QString id =
-            run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                                            QStringLiteral("--name"), QStringLiteral("Kestil")});
-        if (!id.isEmpty()) {
-            QThread::msleep(700); // let the first frame paint
-            return id.section(QLatin1Char('\n'), 0, 0);
+    QString id;
+    const bool shown = [&] {
+        for (int waited = 0; waited < timeoutMs && kestilRunning(); waited += 250) {
+            if (!(id = findWindow(QStringLiteral("Kestil"))).isEmpty())
+                return true;
+            QThread::msleep(250);
         }
-        if (kestil_->state() != QProcess::Running)
-            return {};
-        QThread::msleep(step);
-    }
-    return {};
-}
-
-bool DesktopSession::kestilRunning() const
-{
-    return kestil_ && kestil_->state() == QProcess::Running;
+        return false;
+    }();
+    if (!shown)
+        return {};
+    QThread::msleep(700); // let the first frame paint
+    return id;
 }
 
 void DesktopSession::killKestil()
 {
-    if (!kestil_ || kestil_->state() != QProcess::Running)
+    if (!kestilRunning())
         return;
     kestil_->kill();
     kestil_->waitForFinished(10000);
@@ -136,9 +137,7 @@ void DesktopSession::killKestil()
 
 bool DesktopSession::waitForKestilExit(int timeoutMs)
 {
-    if (!kestil_)
-        return true;
-    return kestil_->state() == QProcess::NotRunning || kestil_->waitForFinished(timeoutMs);
+    return !kestilRunning() || kestil_->waitForFinished(timeoutMs);
 }
 
 int DesktopSession::kestilExitCode() const
@@ -149,42 +148,24 @@ int DesktopSession::kestilExitCode() const
 QString DesktopSession::kestilOutput() const
 {
     QFile file(logFile_);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll());
-}
-
-bool DesktopSession::pressKeys(const QString &windowId, const QString &keys) const
-{
-    // No window manager runs: the focus is set directly, and the keys go
-    // through the X server's test extension as a keyboard's would.
-    QProcess focus;
-    focus.setProcessEnvironment(environment());
-    focus.start(QStringLiteral("xdotool"),
-                {QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowId});
-    if (!focus.waitForFinished(10000) || focus.exitCode() != 0)
-        return false;
-    QProcess type;
-    type.setProcessEnvironment(environment());
-    type.start(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), keys});
-    return type.waitForFinished(10000) && type.exitCode() == 0;
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
 }
 
 bool DesktopSession::focus(const QString &windowId) const
 {
-    // No window manager runs: the focus is set directly.
-    QProcess focus;
-    focus.setProcessEnvironment(environment());
-    focus.start(QStringLiteral("xdotool"),
-                {QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowId});
-    return focus.waitForFinished(10000) && focus.exitCode() == 0;
+    int code = -1;
+    run(QStringLiteral("xdotool"), {QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowId},
+        &code);
+    return code == 0;
 }
 
-QString DesktopSession::findWindow(const QString &title) const
+bool DesktopSession::pressKeys(const QString &windowId, const QString &keys) const
 {
-    return run(QStringLiteral("xdotool"),
-               {QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"), title})
-        .section(QLatin1Char('\n'), 0, 0);
+    int code = -1;
+    if (focus(windowId))
+        run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("--clearmodifiers"), keys},
+            &code);
+    return code == 0;
 }
 
 std::unique_ptr<QProcess> DesktopSession::startProgram(const QString &program,
@@ -199,9 +180,7 @@ std::unique_ptr<QProcess> DesktopSession::startProgram(const QString &program,
 
 void DesktopSession::stopKestil()
 {
-    if (!kestil_)
-        return;
-    if (kestil_->state() == QProcess::Running) {
+    if (kestilRunning()) {
         kestil_->terminate();
         if (!kestil_->waitForFinished(5000)) {
             kestil_->kill();

@@ -21,8 +21,6 @@ public:
     ~DesktopSession();
 
     bool started() const { return !display_.isEmpty(); }
-    const QString &display() const { return display_; }
-    QString configDir() const { return config_.path(); }
 
     // Writes the settings file with kestilWelcomeCompleted.v1 as given;
     // false removes the file, as on a first launch.
@@ -39,7 +37,7 @@ public:
     // mapped and returns the X window id, or an empty string.
     QString launchKestil(const QString &dataDir, int timeoutMs = 30000);
     void stopKestil();
-    bool kestilRunning() const;
+    bool kestilRunning() const { return kestil_ && kestil_->state() == QProcess::Running; }
     // Ends kestil at once, as a crash would (SIGKILL), and waits for it.
     void killKestil();
     // Waits for kestil to end by itself; false when it is still running.
@@ -47,18 +45,18 @@ public:
     int kestilExitCode() const;
     // What kestil wrote to its standard output and error since its launch.
     QString kestilOutput() const;
-    // Gives the window the keyboard focus and types the keys there, as
-    // xdotool names them ("ctrl+n", "ctrl+shift+p").
-    bool pressKeys(const QString &windowId, const QString &keys) const;
-    // Gives the window the keyboard focus, making its application the one in
-    // front.
+    // Gives the window the keyboard focus (no window manager runs), making
+    // its application the one in front.
     bool focus(const QString &windowId) const;
+    // Focuses the window and types the keys there through the X server's
+    // test extension, as xdotool names them ("ctrl+n", "ctrl+shift+p").
+    bool pressKeys(const QString &windowId, const QString &keys) const;
     // The first visible window whose title matches, or an empty string.
     QString findWindow(const QString &title) const;
     // Starts another X program in the session's display.
     std::unique_ptr<QProcess> startProgram(const QString &program, const QStringList &arguments) const;
     // Runs a command in the session's display; returns its standard output.
-    QString run(const QString &program, const QStringList &arguments, int timeoutMs = 15000) const;
+    QString run(const QString &program, const QStringList &arguments, int *exitCode = nullptr) const;
     // Saves a screenshot of the whole screen; returns the file path.
     QString screenshot(const QString &name) const;
     // The standard deviation of the screenshot's pixels: 0 for a blank screen.

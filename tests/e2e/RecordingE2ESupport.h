@@ -1,13 +1,14 @@
 #pragma once
 
-// What the recording end-to-end tests share: speech to play, a look into the
-// recording folders and the store file while kestil runs, and polling.
+// What the end-to-end tests share: speech to play, a look into the recording
+// folders and the store file while kestil runs, and polling.
+
+#include "support/SoundFiles.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QSet>
 #include <QString>
@@ -17,7 +18,6 @@
 #include <sqlite3.h>
 
 #include <functional>
-#include <optional>
 
 namespace kestil::testing {
 
@@ -30,22 +30,15 @@ inline const QString thirdPhrase = QStringLiteral("the new office opens in march
 // espeak-ng's Klatt voice, which PocketSphinx's acoustic model hears best.
 inline bool speak(const QString &text, const QString &wav)
 {
-    QProcess espeak;
-    espeak.setProcessChannelMode(QProcess::MergedChannels);
-    espeak.start(QStringLiteral("espeak-ng"),
-                 {QStringLiteral("-v"), QStringLiteral("en-us+klatt4"), QStringLiteral("-s"),
-                  QStringLiteral("150"), QStringLiteral("-w"), wav, text});
-    return espeak.waitForFinished(60000) && espeak.exitCode() == 0;
-}
-
-inline QStringList wordsOf(const QString &text)
-{
-    return text.toLower().split(QRegularExpression(QStringLiteral("[^a-z']+")), Qt::SkipEmptyParts);
+    return test::synthesizeSpeech(text, wav, nullptr, QStringLiteral("en-us+klatt4"), 150);
 }
 
 // The share of the reference's words that were heard.
 inline double wordsHeard(const QString &reference, const QString &heard)
 {
+    const auto wordsOf = [](const QString &text) {
+        return text.toLower().split(QRegularExpression(QStringLiteral("[^a-z']+")), Qt::SkipEmptyParts);
+    };
     const QStringList expected = wordsOf(reference);
     const QStringList got = wordsOf(heard);
     const QSet<QString> present(got.begin(), got.end());
@@ -68,15 +61,18 @@ inline bool eventually(const std::function<bool()> &condition, int timeoutMs, in
     return true;
 }
 
-// Recordings/<note>/<segment> folders that hold a manifest, oldest first.
-inline QStringList segmentFolders(const QString &dataDir)
+// Recordings/<note>/<segment> folders that hold a manifest, oldest first;
+// of one note when `note` is given.
+inline QStringList segmentFolders(const QString &dataDir, const QString &note = {})
 {
     QStringList result;
     QDir recordings(dataDir + QStringLiteral("/Recordings"));
-    for (const QString &note : recordings.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        QDir noteDir(recordings.filePath(note));
+    const QStringList notes =
+        note.isEmpty() ? recordings.entryList(QDir::Dirs | QDir::NoDotAndDotDot) : QStringList{note};
+    for (const QString &name : notes) {
         const auto segments =
-            noteDir.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Time | QDir::Reversed);
+            QDir(recordings.filePath(name))
+                .entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Time | QDir::Reversed);
         for (const QFileInfo &segment : segments) {
             if (QFile::exists(segment.filePath() + QStringLiteral("/recording.json")))
                 result << segment.filePath();
@@ -93,37 +89,35 @@ inline bool manifestComplete(const QString &segment)
     return QJsonDocument::fromJson(file.readAll()).object().value(QStringLiteral("complete")).toBool();
 }
 
-// A note row as the store file holds it, read by a read-only connection of
-// its own while kestil may be writing.
-struct StoredNote {
-    QString id;
-    QString transcription;
-    QString utterancesJson;
-};
-
-inline QList<StoredNote> readStoredNotes(const QString &dataDir)
+// The first column of the first row of a query, read from the store file by
+// a read-only connection of its own while kestil may be writing.
+inline QString storedValue(const QString &dataDir, const QString &sql)
 {
-    QList<StoredNote> notes;
+    QString value;
+    const QByteArray query = sql.toUtf8();
     sqlite3 *db = nullptr;
     const QByteArray path = (dataDir + QStringLiteral("/KestilNotes.sqlite")).toUtf8();
-    if (sqlite3_open_v2(path.constData(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        sqlite3_close(db);
-        return notes;
+    if (sqlite3_open_v2(path.constData(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_busy_timeout(db, 2000);
+        sqlite3_stmt *statement = nullptr;
+        if (sqlite3_prepare_v2(db, query.constData(), -1, &statement, nullptr) == SQLITE_OK &&
+            sqlite3_step(statement) == SQLITE_ROW) {
+            const auto *text = sqlite3_column_text(statement, 0);
+            value = text ? QString::fromUtf8(reinterpret_cast<const char *>(text)) : QString();
+        }
+        sqlite3_finalize(statement);
     }
-    sqlite3_busy_timeout(db, 2000);
-    sqlite3_stmt *statement = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT id, transcription, transcriptUtterancesJSON FROM note", -1, &statement,
-                           nullptr) == SQLITE_OK) {
-        const auto text = [statement](int column) {
-            const auto *value = sqlite3_column_text(statement, column);
-            return value ? QString::fromUtf8(reinterpret_cast<const char *>(value)) : QString();
-        };
-        while (sqlite3_step(statement) == SQLITE_ROW)
-            notes.append({text(0), text(1), text(2)});
-    }
-    sqlite3_finalize(statement);
     sqlite3_close(db);
-    return notes;
+    return value;
+}
+
+// The transcript of a note (by its folder's name, the id in capitals), or of
+// the first one, as the store file holds it.
+inline QString storedTranscript(const QString &dataDir, const QString &note = {})
+{
+    return storedValue(dataDir,
+                       QStringLiteral("SELECT transcription FROM note") +
+                           (note.isEmpty() ? QString() : QStringLiteral(" WHERE id = '%1'").arg(note)));
 }
 
 } // namespace kestil::testing

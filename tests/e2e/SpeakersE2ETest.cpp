@@ -9,35 +9,26 @@
 #include "speech/DiarisationModels.h"
 #include "speech/engines/SpeechTestSupport.h"
 #include "support/PulseAudioServer.h"
-#include "support/SoundFiles.h"
 
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <iostream>
-
 using namespace kestil;
 using namespace kestil::testing;
 
 namespace {
 
-QString testModels()
-{
-    const QString dir = qEnvironmentVariable("KESTIL_TEST_MODELS_DIR");
-    return dir.isEmpty() ? QDir::homePath() + QStringLiteral("/.cache/kestil/models") : dir;
-}
-
 TEST(SpeakersE2ETest, ARecordingOfTwoVoicesNamesTwoSpeakersInTheTranscript)
 {
-    const QString models = testModels() + QStringLiteral("/diarisation");
+    const QString models = test::modelsDirectory() + QStringLiteral("/diarisation");
     for (const DiarisationModel &model : diarisationModels())
         ASSERT_TRUE(QFile::exists(diarisationModelPath(models, model)))
             << "run scripts/test-models.sh: " << model.fileName.toStdString() << " is missing";
     ASSERT_FALSE(QStandardPaths::findExecutable(QStringLiteral("xclip")).isEmpty()) << "xclip is needed";
-    test::PulseAudioServer pulse;
     ASSERT_TRUE(test::PulseAudioServer::available()) << "pulseaudio, pactl and paplay are needed";
+    test::PulseAudioServer pulse;
     const QString problem = pulse.start();
     ASSERT_TRUE(problem.isEmpty()) << problem.toStdString();
     DesktopSession desktop;
@@ -51,21 +42,19 @@ TEST(SpeakersE2ETest, ARecordingOfTwoVoicesNamesTwoSpeakersInTheTranscript)
     for (const DiarisationModel &model : diarisationModels())
         ASSERT_TRUE(QFile::copy(diarisationModelPath(models, model), diarisationModelPath(installed, model)));
 
-    // Two voices that the embedding tells apart, taking turns.
-    const struct {
-        const char *voice;
-        QString text;
-    } turns[] = {
-        {"en-us", firstPhrase + QStringLiteral(" and I will book the large room for it")},
-        {"en-us+f5", secondPhrase + QStringLiteral(" so that we can close the books on time")},
-        {"en-us", thirdPhrase + QStringLiteral(" with lunch for the whole team on the first day")},
+    // Two voices that the speaker embedding tells apart, taking turns of a
+    // sentence each.
+    const std::pair<const char *, QString> turns[] = {
+        {"en-us", firstPhrase},
+        {"en-us+f5", secondPhrase},
+        {"en-us", thirdPhrase},
         {"en-us+f5", QStringLiteral("thank you all for coming and see you next week at the same time")},
     };
     QStringList files;
-    for (const auto &turn : turns) {
+    for (const auto &[voice, text] : turns) {
         files << work.filePath(QStringLiteral("turn-%1.wav").arg(files.size()));
         QString error;
-        ASSERT_TRUE(test::synthesizeSpeech(turn.text, files.last(), &error, QLatin1String(turn.voice)))
+        ASSERT_TRUE(test::synthesizeSpeech(text, files.last(), &error, QLatin1String(voice)))
             << error.toStdString();
     }
 
@@ -83,17 +72,12 @@ TEST(SpeakersE2ETest, ARecordingOfTwoVoicesNamesTwoSpeakersInTheTranscript)
     ASSERT_TRUE(desktop.pressKeys(window, QStringLiteral("ctrl+shift+s")));
 
     // Identification runs on its own after Stop.
+    const QString utterances = QStringLiteral("SELECT transcriptUtterancesJSON FROM note");
     const bool identified = eventually(
-        [&] {
-            const auto notes = readStoredNotes(data);
-            return notes.size() == 1 && notes[0].utterancesJson.contains(QStringLiteral("\"speaker\":1"));
-        },
-        120000, 500);
-    QThread::msleep(800);
+        [&] { return storedValue(data, utterances).contains(QStringLiteral("\"speaker\":1")); }, 120000, 500);
     desktop.screenshot(QStringLiteral("speakers-1-transcript"));
-    if (!identified)
-        std::cerr << "kestil's output:\n" << desktop.kestilOutput().toStdString() << std::endl;
-    ASSERT_TRUE(identified) << readStoredNotes(data).value(0).utterancesJson.toStdString();
+    ASSERT_TRUE(identified) << storedValue(data, utterances).toStdString() << "\nkestil's output:\n"
+                            << desktop.kestilOutput().toStdString();
 
     ASSERT_TRUE(desktop.pressKeys(window, QStringLiteral("ctrl+shift+c")));
     QString copied;
