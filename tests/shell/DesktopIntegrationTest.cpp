@@ -1,7 +1,9 @@
 // Kestil among the desktop's services, over D-Bus: a private bus of the
 // test's own where a recording notification service and a stand-in for
 // logind answer (tests/support/FakeDesktopServices.cpp), the program's own
-// window on a real store, and a scripted language model for summaries.
+// window on a real store, and a scripted language model for summaries. The
+// locks the real program takes while it records and summarises are the
+// privacy end-to-end test's.
 #include "ShellTestSupport.h"
 #include "generation/ScriptedLanguageModel.h"
 
@@ -15,7 +17,6 @@
 #include "shell/SupportActionsView.h"
 #include "shell/SupportPage.h"
 #include "shell/ThemeManager.h"
-#include "shell/WorkActivity.h"
 #include "support/PrivateBus.h"
 
 #include <QApplication>
@@ -87,40 +88,6 @@ TEST_F(DesktopBusTest, LogindHoldsOffSleepUntilTheWorkEndsOrKestilGoes)
     ASSERT_TRUE(test::waitUntil([&] { return inhibitor->held(); }));
     inhibitor.reset();
     EXPECT_FALSE(services.waitFor(u"Released"_s, 2).isEmpty()) << "a lock dies with its holder";
-}
-
-TEST_F(DesktopBusTest, WithoutLogindOrAPortalNothingIsHeldAndNothingFails)
-{
-    startServices({true, false, false});
-    SleepInhibitor inhibitor(buses(), u"Record and transcribe a note"_s);
-    inhibitor.setWanted(true);
-    test::settle(500ms);
-    EXPECT_FALSE(inhibitor.held());
-    inhibitor.setWanted(false);
-    EXPECT_EQ(services.count(u"Inhibit"_s), 0);
-}
-
-TEST_F(DesktopBusTest, RecordingAndModelWorkEachHoldTheirOwnLock)
-{
-    startServices({false, true, false});
-    test::ShellRig rig;
-    rig.launch();
-    KestilEngagement engagement;
-    WorkActivity activity(*rig.recorder, engagement, buses());
-
-    ASSERT_TRUE(test::waitFor(rig.list().startNewTranscription()));
-    const QJsonObject recording = services.waitFor(u"Inhibit"_s);
-    EXPECT_EQ(recording.value(u"why"_s).toString(), WorkActivity::recordingReason());
-    engagement.beginProcessing();
-    const QJsonObject summarizing = services.waitFor(u"Inhibit"_s, 2);
-    EXPECT_EQ(summarizing.value(u"why"_s).toString(), WorkActivity::summaryReason());
-
-    ASSERT_TRUE(test::waitFor(rig.list().stopTranscription()));
-    const QJsonObject first = services.waitFor(u"Released"_s);
-    EXPECT_EQ(first.value(u"lock"_s), recording.value(u"lock"_s));
-    EXPECT_TRUE(activity.modelWork().held());
-    engagement.endProcessing();
-    EXPECT_FALSE(services.waitFor(u"Released"_s, 2).isEmpty());
 }
 
 // The whole of it on the program's window: summaries notify, a click opens

@@ -149,14 +149,11 @@ struct ShellRig {
     {
         return window->findChild<T *>(name);
     }
-
     void click(const QString &name) const
     {
-        auto *button = find<QAbstractButton>(name);
-        if (button)
+        if (auto *button = find<QAbstractButton>(name))
             QTest::mouseClick(button, Qt::LeftButton);
     }
-
     bool showing(const QString &name) const
     {
         QWidget *widget = find(name);
@@ -189,10 +186,9 @@ struct ShellRig {
 
     NotePtr noteTitled(const QString &title) const
     {
-        for (const NotePtr &note : app->notes()) {
+        for (const NotePtr &note : app->notes())
             if (note->title() == title)
                 return note;
-        }
         return nullptr;
     }
 

@@ -71,7 +71,7 @@ TEST_F(WelcomeWindowTest, ANewUserIsGuidedToAFirstRecordingInTheLanguageTheyChos
     ASSERT_TRUE(test::PulseAudioServer::available());
     test::PulseAudioServer pulse;
     ASSERT_EQ(pulse.start(), QString());
-    const QString tone = writeTone(rig.config.filePath(u"voice.wav"_s), 6.0, 48000);
+    const QString tone = writeTone(rig.config.filePath(u"voice.wav"_s), 10.0, 48000);
     WelcomeWindow &welcome = open();
     EXPECT_FALSE(settings::welcomeCompleted(*rig.preferences));
 
@@ -105,6 +105,8 @@ TEST_F(WelcomeWindowTest, ANewUserIsGuidedToAFirstRecordingInTheLanguageTheyChos
     click(u"welcomeContinueButton"_s);
     auto &step = static_cast<WelcomeMicrophoneStep &>(*welcome.page(Step::microphone));
     EXPECT_FALSE(step.monitor().running()) << "the microphone is let go when the step is left";
+    player->kill();
+    player->waitForFinished();
 
     ASSERT_EQ(welcome.step(), Step::systemAudio);
     auto *systemAudio = find<QCheckBox>(u"welcomeSystemAudioSwitch"_s);
@@ -132,7 +134,6 @@ TEST_F(WelcomeWindowTest, ANewUserIsGuidedToAFirstRecordingInTheLanguageTheyChos
     EXPECT_EQ(rig.recorder->speechLocale(), u"de-DE"_s);
     EXPECT_FALSE(rig.window->welcomeWindow() && rig.window->welcomeWindow()->isVisible());
     ASSERT_TRUE(waitFor(rig.list().stopTranscription()));
-    player->waitForFinished(10000);
 }
 
 TEST_F(WelcomeWindowTest, LeftHalfWayTheFlowIsNotFinishedAndStartsAgain)
