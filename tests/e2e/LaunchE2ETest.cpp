@@ -37,7 +37,7 @@ TEST(LaunchE2ETest, LibraryWindowShowsTheStoredNotes)
     const auto shows = [&](int row) {
         return eventually(
             [&] {
-                name = desktop.run(QStringLiteral("xdotool"), {QStringLiteral("getwindowname"), window});
+                name = desktop.xdotool({QStringLiteral("getwindowname"), window});
                 return name == titles.at(row) + QStringLiteral(" — Kestil");
             },
             5000, 100);
@@ -45,9 +45,9 @@ TEST(LaunchE2ETest, LibraryWindowShowsTheStoredNotes)
     EXPECT_TRUE(shows(0)) << "the newest note is shown first, not " << name.toStdString();
     // Rows are 57 pixels apart below the day heading.
     for (int row = 1; row < titles.size(); ++row) {
-        desktop.run(QStringLiteral("xdotool"),
-                    {QStringLiteral("mousemove"), QStringLiteral("--window"), window, QStringLiteral("300"),
-                     QString::number(140 + 57 * row), QStringLiteral("click"), QStringLiteral("1")});
+        desktop.xdotool({QStringLiteral("mousemove"), QStringLiteral("--window"), window,
+                         QStringLiteral("300"), QString::number(140 + 57 * row), QStringLiteral("click"),
+                         QStringLiteral("1")});
         EXPECT_TRUE(shows(row)) << name.toStdString();
     }
     desktop.screenshot(QStringLiteral("launch-library"));

@@ -201,9 +201,8 @@ TEST_F(PrivacyE2ETest, RecordingSummarisingAskingAndExportingStayOnThisComputer)
     ASSERT_TRUE(
         eventually([&] { return !(ask = desktop.findWindow(QStringLiteral("^Ask AI"))).isEmpty(); }, 10000));
     ASSERT_TRUE(desktop.focus(ask));
-    desktop.run(QStringLiteral("xdotool"),
-                {QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("30"),
-                 QStringLiteral("When is the next meeting?")});
+    desktop.xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("30"),
+                     QStringLiteral("When is the next meeting?")});
     ASSERT_TRUE(desktop.pressKeys(ask, QStringLiteral("Return")));
     ASSERT_TRUE(eventually(
         [&] {
@@ -214,7 +213,7 @@ TEST_F(PrivacyE2ETest, RecordingSummarisingAskingAndExportingStayOnThisComputer)
         180000))
         << "no answer was saved";
     desktop.screenshot(QStringLiteral("privacy-2-ask"));
-    desktop.run(QStringLiteral("xdotool"), {QStringLiteral("windowclose"), ask});
+    desktop.xdotool({QStringLiteral("windowclose"), ask});
 
     // Export the summary as a PDF through the note's menu and the save dialog.
     const QString pdf = work.filePath(QStringLiteral("exported.pdf"));
@@ -228,8 +227,7 @@ TEST_F(PrivacyE2ETest, RecordingSummarisingAskingAndExportingStayOnThisComputer)
         [&] { return !(dialog = desktop.findWindow(QStringLiteral("^Export"))).isEmpty(); }, 10000));
     ASSERT_TRUE(desktop.focus(dialog));
     ASSERT_TRUE(desktop.pressKeys(dialog, QStringLiteral("ctrl+a")));
-    desktop.run(QStringLiteral("xdotool"),
-                {QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("20"), pdf});
+    desktop.xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("20"), pdf});
     ASSERT_TRUE(desktop.pressKeys(dialog, QStringLiteral("Return")));
     ASSERT_TRUE(eventually(
         [&] {

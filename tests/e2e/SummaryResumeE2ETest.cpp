@@ -79,7 +79,7 @@ struct Program {
         if (!desktop.pressKeys(window, QStringLiteral("ctrl+t")))
             return false;
         QThread::msleep(800);
-        desktop.run(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("Return")});
+        desktop.xdotool({QStringLiteral("key"), QStringLiteral("Return")});
         clock.start();
         return true;
     }
