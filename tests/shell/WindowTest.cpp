@@ -49,50 +49,37 @@ using namespace std::chrono_literals;
 
 namespace {
 
-TEST(MainWindowTest, LibraryListsNotesNewestFirstAndShowsTheSelection)
+TEST(MainWindowTest, LibraryListsNotesNewestFirstShowsTheSelectionAndRenamesItInPlace)
 {
     ShellRig rig;
-    rig.seed({{u"Oldest"_s, u"Transcript of Oldest"_s, {}, {}, 3},
-              {u"Middle"_s, u"Transcript of Middle"_s, {}, {}, 2},
-              {u"Newest"_s, u"We met\n\nand talked."_s, {}, {}, 1}});
+    const QUuid newest = rig.seed({{u"Oldest"_s, u"Transcript of Oldest"_s, {}, {}, 3},
+                                   {u"Middle"_s, u"Transcript of Middle"_s, {}, {}, 2},
+                                   {u"Newest"_s, u"We met\n\nand talked."_s, {}, {}, 1}})[2];
     rig.launch();
     ASSERT_TRUE(rig.exposed);
     EXPECT_FALSE(rig.find<QLabel>(u"launchMessage"_s));
     EXPECT_EQ(rig.shownTitles(), (QStringList{"Newest", "Middle", "Oldest"}));
     EXPECT_EQ(rig.notesList()->model()->index(0, 0).data(NoteListItemModel::PreviewRole).toString(),
               u"We met and talked."_s);
-
     auto *title = rig.find<QLineEdit>(u"noteDetailTitle"_s);
     auto *transcript = rig.find<TranscriptTab>(u"noteDetailTranscriptTab"_s);
     ASSERT_TRUE(title && transcript);
     EXPECT_EQ(title->text(), u"Newest"_s) << "the first note is adopted as the selection";
-    rig.clickRow(2);
-    EXPECT_EQ(title->text(), u"Oldest"_s);
-    EXPECT_EQ(transcript->plainText(), u"Transcript of Oldest"_s);
-    EXPECT_EQ(rig.app->selectedNote()->title(), u"Oldest"_s);
-}
 
-// Return writes the title; a title still being typed is written when
-// another note is chosen. (Blank titles are the list model's rule.)
-TEST(MainWindowTest, TitlesAreRenamedInPlace)
-{
-    ShellRig rig;
-    const QUuid id =
-        rig.seed({{u"Note 2"_s, u"Words."_s, {}, {}, 48}, {u"Note 1"_s, u"Words."_s, {}, {}, 24}})[1];
-    rig.launch();
-    auto *title = rig.find<QLineEdit>(u"noteDetailTitle"_s);
-    ASSERT_TRUE(title);
-    ASSERT_EQ(title->text(), u"Note 1"_s);
+    // Return writes the title; a title still being typed is written when
+    // another note is chosen. (Blank titles are the list model's rule.)
     title->selectAll();
     QTest::keyClicks(title, u"Weekly sync"_s);
     QTest::keyClick(title, Qt::Key_Return);
-    EXPECT_EQ(rig.storedNote(id)->title(), u"Weekly sync"_s);
+    EXPECT_EQ(rig.storedNote(newest)->title(), u"Weekly sync"_s);
     title->selectAll();
     QTest::keyClicks(title, u"Weekly sync, part two"_s);
-    rig.clickRow(1);
-    EXPECT_EQ(title->text(), u"Note 2"_s);
-    EXPECT_EQ(rig.storedNote(id)->title(), u"Weekly sync, part two"_s);
+    rig.clickRow(2);
+    EXPECT_EQ(rig.storedNote(newest)->title(), u"Weekly sync, part two"_s);
     EXPECT_EQ(rig.shownTitles().first(), u"Weekly sync, part two"_s);
+    EXPECT_EQ(title->text(), u"Oldest"_s);
+    EXPECT_EQ(transcript->plainText(), u"Transcript of Oldest"_s);
+    EXPECT_EQ(rig.app->selectedNote()->title(), u"Oldest"_s);
 }
 
 TEST(MainWindowTest, FailedStoreShowsOnlyTheLaunchMessage)
@@ -110,43 +97,48 @@ TEST(MainWindowTest, FailedStoreShowsOnlyTheLaunchMessage)
     EXPECT_FALSE(rig.notesList());
 }
 
-} // namespace
-
-// The recording controls of the window, wired to a recorder on a real file
-// source: the list model's rules for starting, stopping and quitting are
-// tested in tests/core/listmodel; here each control is pressed once.
-namespace {
-
-TEST(RecordingWindowTest, NewNoteButtonRecordsAndTheBarPausesAndStops)
+// The recording controls, wired to a recorder on a real file source: the
+// list model's rules for starting, stopping and quitting are tested in
+// tests/core/listmodel; here each control is pressed once.
+TEST(RecordingWindowTest, NewNoteButtonRecordsTheJumpLeadsBackAndTheBarPausesAndStops)
 {
     ShellRig rig;
+    rig.seed({{u"Earlier call"_s, u"Some words."_s, {}, {}, 24}});
     rig.launch();
-    ASSERT_TRUE(rig.exposed);
     auto *bar = rig.find<RecordingBar>(u"recordingBar"_s);
     auto *tab = rig.find<TranscriptTab>(u"noteDetailTranscriptTab"_s);
     auto *newNote = rig.find(u"notesListNewNoteButton"_s);
-    ASSERT_TRUE(bar && tab && newNote);
+    auto *jump = rig.find<QPushButton>(u"noteDetailJumpToRecordingTab"_s);
+    auto *title = rig.find<QLineEdit>(u"noteDetailTitle"_s);
+    ASSERT_TRUE(bar && tab && newNote && jump && title);
     EXPECT_FALSE(bar->isVisible()) << "no recording bar before a recording";
-    EXPECT_TRUE(rig.showing(u"notesListNoNotesYet"_s) && rig.showing(u"noteDetailEmpty"_s));
 
     rig.click(u"notesListNewNoteButton"_s);
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
     EXPECT_TRUE(bar->isVisible());
     EXPECT_EQ(bar->stateText(), u"Recording"_s);
     EXPECT_FALSE(newNote->isEnabled()) << "one recording at a time";
-    ASSERT_EQ(rig.shownTitles(), QStringList{u"Untitled Note"_s});
     const QModelIndex row = rig.notesList()->model()->index(0, 0);
     EXPECT_EQ(row.data(Qt::AccessibleTextRole).toString(),
               u"notesListNoteRow-"_s +
                   rig.list().newNoteBeingRecorded()->id()->toString(QUuid::WithoutBraces).toUpper());
     EXPECT_TRUE(row.data(NoteListItemModel::RecordingRole).toBool());
-    EXPECT_EQ(rig.find<QLineEdit>(u"noteDetailTitle"_s)->text(), u"Untitled Note"_s);
+    EXPECT_EQ(title->text(), u"Untitled Note"_s);
     EXPECT_EQ(rig.find<QTabWidget>(u"noteDetailTabs"_s)->currentWidget(), tab)
         << "a new recording opens its transcript";
     EXPECT_FALSE(rig.showing(u"noteDetailRecordButton"_s));
+    EXPECT_FALSE(jump->isVisible()) << "the recording note is already in view";
     ASSERT_TRUE(waitUntil([&] { return tab->plainText().contains(u"word3"_s); }))
         << tab->plainText().toStdString();
     EXPECT_EQ(tab->paragraphs().last().kind, TranscriptParagraph::Kind::ellipsis);
+
+    rig.clickRow(1);
+    EXPECT_EQ(title->text(), u"Earlier call"_s);
+    ASSERT_TRUE(jump->isVisible());
+    QTest::mouseClick(jump, Qt::LeftButton);
+    EXPECT_EQ(title->text(), u"Untitled Note"_s);
+    EXPECT_EQ(rig.notesList()->currentIndex().row(), 0) << "the list shows the recording note as selected";
+    EXPECT_FALSE(jump->isVisible());
 
     rig.click(u"recordingBarPauseButton"_s);
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->paused(); }));
@@ -154,8 +146,6 @@ TEST(RecordingWindowTest, NewNoteButtonRecordsAndTheBarPausesAndStops)
     EXPECT_EQ(rig.find<QPushButton>(u"recordingBarPauseButton"_s)->text(), u"Resume"_s);
     rig.click(u"recordingBarPauseButton"_s);
     ASSERT_TRUE(waitUntil([&] { return !rig.recorder->paused(); }));
-    EXPECT_EQ(bar->stateText(), u"Recording"_s);
-
     rig.click(u"recordingBarStopButton"_s);
     ASSERT_TRUE(waitUntil([&] { return rig.idle(); }));
     EXPECT_FALSE(bar->isVisible());
@@ -166,35 +156,25 @@ TEST(RecordingWindowTest, NewNoteButtonRecordsAndTheBarPausesAndStops)
     EXPECT_TRUE(tab->plainText().startsWith(u"0:00\nword1"_s)) << tab->plainText().toStdString();
 }
 
-TEST(RecordingWindowTest, TheJumpButtonLeadsBackToTheNoteBeingRecorded)
-{
-    ShellRig rig;
-    rig.seed({{u"Earlier call"_s, u"Some words."_s, {}, {}, 24}});
-    rig.launch();
-    auto *jump = rig.find<QPushButton>(u"noteDetailJumpToRecordingTab"_s);
-    ASSERT_TRUE(jump);
-    rig.click(u"notesListNewNoteButton"_s);
-    ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
-    EXPECT_FALSE(jump->isVisible()) << "the recording note is already in view";
-
-    rig.clickRow(1);
-    EXPECT_EQ(rig.find<QLineEdit>(u"noteDetailTitle"_s)->text(), u"Earlier call"_s);
-    EXPECT_TRUE(jump->isVisible());
-    QTest::mouseClick(jump, Qt::LeftButton);
-    EXPECT_EQ(rig.find<QLineEdit>(u"noteDetailTitle"_s)->text(), u"Untitled Note"_s);
-    EXPECT_EQ(rig.list().selectedNoteIDs(), QList<ObjectId>{rig.list().newNoteBeingRecorded()->objectId()});
-    EXPECT_EQ(rig.notesList()->currentIndex().row(), 0) << "the list shows the recording note as selected";
-    EXPECT_EQ(rig.find<QTabWidget>(u"noteDetailTabs"_s)->currentWidget(),
-              rig.find(u"noteDetailTranscriptTab"_s));
-    EXPECT_FALSE(jump->isVisible());
-}
-
-// Closing goes through quitting; a quit whose save fails keeps the window
-// open and says why in the window's alert.
-TEST(RecordingWindowTest, ClosingWhileRecordingGoesThroughQuitAndAFailedSaveKeepsTheWindowOpen)
+// The tray entry starts and stops a recording. Closing goes through
+// quitting; a quit whose save fails keeps the window open and says why.
+TEST(RecordingWindowTest, TheTrayEntryRecordsAndClosingWhileRecordingGoesThroughQuit)
 {
     ShellRig rig;
     MainWindow &window = rig.launch();
+    StatusItem *item = rig.delegate->statusItem();
+    ASSERT_TRUE(item);
+    QAction *entry = item->menu()->actions().first();
+    EXPECT_EQ(entry->text(), u"Start Transcription"_s);
+    entry->trigger();
+    ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
+    EXPECT_EQ(entry->text(), u"Stop Transcription"_s);
+    EXPECT_EQ(item->toolTip(), u"Kestil — Transcribing (open menu to stop)"_s);
+    EXPECT_EQ(item->trayIcon()->toolTip(), item->toolTip());
+    entry->trigger();
+    ASSERT_TRUE(waitUntil([&] { return rig.idle(); }));
+    EXPECT_EQ(entry->text(), u"Start Transcription"_s);
+
     QTest::keyClick(&window, Qt::Key_N, Qt::ControlModifier);
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
     ASSERT_TRUE(rig.recorderRig.waitForFileDelivered());
@@ -216,32 +196,10 @@ TEST(RecordingWindowTest, ClosingWhileRecordingGoesThroughQuitAndAFailedSaveKeep
     EXPECT_TRUE(window.close()) << "after an approved quit the window closes";
 }
 
-TEST(RecordingWindowTest, TheTrayEntryFollowsTheRecordingAndStartsAndStopsIt)
-{
-    ShellRig rig;
-    rig.launch();
-    StatusItem *item = rig.delegate->statusItem();
-    ASSERT_TRUE(item);
-    QAction *entry = item->menu()->actions().first();
-    EXPECT_EQ(entry->text(), u"Start Transcription"_s);
-    entry->trigger();
-    ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
-    EXPECT_EQ(entry->text(), u"Stop Transcription"_s);
-    EXPECT_EQ(item->toolTip(), u"Kestil — Transcribing (open menu to stop)"_s);
-    EXPECT_EQ(item->trayIcon()->toolTip(), item->toolTip());
-    entry->trigger();
-    ASSERT_TRUE(waitUntil([&] { return rig.idle(); }));
-    EXPECT_EQ(entry->text(), u"Start Transcription"_s);
-    EXPECT_EQ(rig.app->notes().size(), 1);
-}
-
-} // namespace
-
-// Finding and organising notes on the program's own window: each control,
-// found by its name, drives the list's filter state and the store. The rules
-// behind them (search folding, tag matching, orders, day groups, empty
-// states, tag cleaning) are tests/library's; the store's, tests/core's.
-namespace {
+// Finding and organising notes: each control, found by its name, drives the
+// list's filter state and the store. The rules behind them (search folding,
+// tag matching, orders, day groups, empty states, tag cleaning) are
+// tests/library's; the store's, tests/core's.
 
 QTreeWidgetItem *tagItem(TagFilterPopover *popover, const QString &tag)
 {
@@ -277,8 +235,6 @@ TEST(LibraryOrganizeTest, TheSearchFieldIsReachedByKeyboardAndSearchesTheStoredT
     QTest::keyClick(field, Qt::Key_Escape);
     EXPECT_TRUE(field->text().isEmpty()) << "Escape clears the search";
     EXPECT_EQ(rig.shownTitles().size(), 3);
-    field->setText(QString(10000, QLatin1Char('q')));
-    EXPECT_TRUE(rig.showing(u"notesListNoSearchResults"_s));
 }
 
 TEST(LibraryOrganizeTest, TheTagPopoverAndTheSortPickerDriveTheList)
@@ -469,13 +425,9 @@ TEST(LibraryOrganizeTest, DayHeadingsMarkEachDayOfTheList)
     screenshot(rig.window.get(), u"library-day-groups"_s);
 }
 
-} // namespace
-
-// The note's menu and the Obsidian export, driven by object names on the
-// program's own window over a real store: each entry proposes its file name,
-// writes its document where the dialog points, and a failed write says what
-// was kept. The files written are read back from disk.
-namespace {
+// The note's menu and the Obsidian export: each entry proposes its file
+// name, writes its document where the dialog points, and a failed write says
+// what was kept. The files written are read back from disk.
 
 const QString summaryMarkdown = u"## Overview\nThe team moved the launch to April.\n\n## Action Items\n"
                                 "- Sam: draft the announcement\n- Priya: landing page\n"_s;
