@@ -180,28 +180,6 @@ TEST_F(SummaryTabTest, ARefusingModelDisablesSummarizeAndPointsToSettingsWhenThe
     EXPECT_TRUE(model.requests.isEmpty());
 }
 
-TEST_F(SummaryTabTest, AnotherNoteBeingSummarizedHoldsThisOneOff)
-{
-    const NotePtr first = showNote(u"First"_s);
-    model.replies = {Stall{}};
-    choose(u"default-summary"_s);
-    ASSERT_TRUE(waitUntil([&] { return showing(u"noteDetailSummaryGenerating"_s); }));
-
-    showNote(u"Second"_s);
-    EXPECT_TRUE(showing(u"noteDetailSummaryEmpty"_s));
-    EXPECT_TRUE(showing(u"noteDetailSummaryBusyMessage"_s));
-    EXPECT_FALSE(templates()->isEnabled());
-
-    // Back on the first note the job is still in view, and Cancel ends it.
-    rig.list().selectNote(first, false);
-    rig.find<QTabWidget>(u"noteDetailTabs"_s)->setCurrentIndex(0);
-    EXPECT_TRUE(showing(u"noteDetailSummaryGenerating"_s));
-    rig.click(u"noteDetailSummaryCancelButton"_s);
-    ASSERT_TRUE(waitUntil([&] { return showing(u"noteDetailSummaryEmpty"_s); }, 2s));
-    EXPECT_TRUE(templates()->isEnabled());
-    EXPECT_FALSE(first->summary().has_value());
-}
-
 TEST_F(SummaryTabTest, AStoppedSummaryOffersToContinueOrToStartAgain)
 {
     // Three sections; the job is stopped while it reads the second.
@@ -354,17 +332,6 @@ TEST(AskNoteViewTest, TypingSendingStoppingClearingAndClosing)
     ASSERT_TRUE(rig.view->conversation().isRunning());
     rig.click(u"askAIDoneButton"_s);
     EXPECT_FALSE(rig.view->conversation().isRunning()) << "a closed window stops its answer";
-}
-
-TEST(AskNoteViewTest, AnUnavailableModelSaysWhyAndTakesNoQuestion)
-{
-    AskRig rig;
-    rig.model.availabilityValue =
-        LanguageModel::Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady);
-    rig.open();
-    EXPECT_TRUE(rig.find(u"askAIStatus"_s)->isVisible());
-    QTest::keyClicks(rig.find(u"askAIQuestionField"_s), u"Anything?"_s);
-    EXPECT_FALSE(rig.find(u"askAISendButton"_s)->isEnabled());
 }
 
 TEST(AskNoteViewTest, TheNoteDetailOpensAskAIForTheShownNote)
