@@ -16,7 +16,6 @@
 #include "shell/SleepInhibitor.h"
 #include "shell/SupportActionsView.h"
 #include "shell/SupportPage.h"
-#include "shell/ThemeManager.h"
 #include "support/PrivateBus.h"
 
 #include <QApplication>
@@ -107,10 +106,6 @@ protected:
     }
     void TearDown() override
     {
-        // The look belongs to the whole application: the next test starts
-        // with the desktop's own.
-        if (desktop)
-            desktop->themes().setAppearanceMode(AppearanceMode::system);
         if (rig.delegate)
             rig.delegate->setDesktopIntegration(nullptr);
         desktop.reset();
@@ -241,30 +236,6 @@ TEST_F(DesktopIntegrationTest, SettingsHoldsTheLanguageNotificationAndSupportRow
     EXPECT_NE(page->findChild<QPushButton *>(u"kestilSupportDismiss"_s), nullptr);
     page->close();
     qunsetenv("KESTIL_DATA_DIR");
-}
-
-TEST_F(DesktopIntegrationTest, AppearanceAndTintApplyAtOnceToEveryWindow)
-{
-    launch({true, true, false});
-    SettingsWindow &settings = settingsWindow();
-    auto *mode = inSettings<QComboBox>(u"settingsAppearancePicker"_s);
-    const auto lightness = [](QWidget *widget) {
-        return widget->palette().color(QPalette::Window).lightness();
-    };
-    // A palette reaches the widgets through their event queues.
-    mode->setCurrentIndex(mode->findData(u"Dark"_s));
-    inSettings<QToolButton>(u"settingsThemeColor-Teal"_s)->click();
-    test::settle(50ms);
-    EXPECT_EQ(settings::selectedAppearanceMode(*rig.preferences), u"Dark"_s);
-    EXPECT_LT(lightness(rig.window.get()), 80);
-    EXPECT_LT(lightness(&settings), 80);
-    EXPECT_EQ(rig.window->palette().color(QPalette::Highlight), ThemeColors::color(ThemeColor::teal, true));
-    test::screenshot(rig.window.get(), u"appearance-dark-main"_s);
-    mode->setCurrentIndex(mode->findData(u"Light"_s));
-    test::settle(50ms);
-    EXPECT_GT(lightness(rig.window.get()), 200);
-    EXPECT_GT(lightness(&settings), 200);
-    EXPECT_EQ(settings.palette().color(QPalette::Highlight), ThemeColors::color(ThemeColor::teal, false));
 }
 
 } // namespace

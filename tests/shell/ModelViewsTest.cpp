@@ -1,5 +1,6 @@
 // The views that talk to the language model, on the real store with the
-// scripted model of the generation tests: the Summary tab and Ask AI.
+// scripted model of the generation tests: the Summary tab and Ask AI. (The
+// real program opens Ask AI and answers in the privacy end-to-end test.)
 #include "ShellTestSupport.h"
 #include "core/AskNoteConversation.h"
 #include "core/SharedPersistenceController.h"
@@ -332,30 +333,4 @@ TEST(AskNoteViewTest, TypingSendingStoppingClearingAndClosing)
     ASSERT_TRUE(rig.view->conversation().isRunning());
     rig.click(u"askAIDoneButton"_s);
     EXPECT_FALSE(rig.view->conversation().isRunning()) << "a closed window stops its answer";
-}
-
-TEST(AskNoteViewTest, TheNoteDetailOpensAskAIForTheShownNote)
-{
-    ShellRig rig;
-    rig.seed({{u"Budget review"_s, u"The budget grows by ten percent."_s}});
-    ScriptedLanguageModel model;
-    model.replies = {u"By ten percent."_s};
-    rig.launch();
-    rig.list().setLanguageModel(&model);
-    ASSERT_TRUE(waitUntil([&] { return rig.find(u"noteDetailAskAIButton"_s)->isVisible(); }));
-    rig.click(u"noteDetailAskAIButton"_s);
-    auto *view = rig.find<LocalAskNoteView>(u"askAIView"_s);
-    ASSERT_TRUE(view && view->isVisible());
-    EXPECT_EQ(view->windowTitle(), u"Ask AI: Budget review"_s);
-    QTest::keyClicks(view->findChild<QLineEdit *>(u"askAIQuestionField"_s),
-                     u"How much does the budget grow?"_s);
-    QTest::mouseClick(view->findChild<QPushButton *>(u"askAISendButton"_s), Qt::LeftButton);
-    ASSERT_TRUE(waitUntil([&] { return view->conversationText().contains(u"By ten percent."_s); }));
-    ASSERT_EQ(model.requests.size(), 1);
-    EXPECT_TRUE(model.requests.at(0).prompt.contains(u"The budget grows by ten percent."_s));
-
-    rig.click(u"noteDetailAskAIButton"_s);
-    EXPECT_EQ(rig.window->findChildren<LocalAskNoteView *>().size(), 1) << "one window per note";
-    view->close();
-    EXPECT_TRUE(waitUntil([&] { return rig.window->findChildren<LocalAskNoteView *>().isEmpty(); }));
 }
