@@ -56,7 +56,6 @@ TEST(MainWindowTest, LibraryListsNotesNewestFirstShowsTheSelectionAndRenamesItIn
                                    {u"Newest"_s, u"We met\n\nand talked."_s, {}, {}, 1}})[2];
     rig.launch();
     ASSERT_TRUE(rig.exposed);
-    EXPECT_FALSE(rig.find<QLabel>(u"launchMessage"_s));
     EXPECT_EQ(rig.shownTitles(), (QStringList{"Newest", "Middle", "Oldest"}));
     EXPECT_EQ(rig.notesList()->model()->index(0, 0).data(NoteListItemModel::PreviewRole).toString(),
               u"We met and talked."_s);
@@ -64,9 +63,8 @@ TEST(MainWindowTest, LibraryListsNotesNewestFirstShowsTheSelectionAndRenamesItIn
     auto *transcript = rig.find<TranscriptTab>(u"noteDetailTranscriptTab"_s);
     ASSERT_TRUE(title && transcript);
     EXPECT_EQ(title->text(), u"Newest"_s) << "the first note is adopted as the selection";
-
-    // Return writes the title; a title still being typed is written when
-    // another note is chosen. (Blank titles are the list model's rule.)
+    // Return writes the title; one still being typed is written when another
+    // note is chosen. (Blank titles are the list model's rule.)
     title->selectAll();
     QTest::keyClicks(title, u"Weekly sync"_s);
     QTest::keyClick(title, Qt::Key_Return);
@@ -78,7 +76,6 @@ TEST(MainWindowTest, LibraryListsNotesNewestFirstShowsTheSelectionAndRenamesItIn
     EXPECT_EQ(rig.shownTitles().first(), u"Weekly sync, part two"_s);
     EXPECT_EQ(title->text(), u"Oldest"_s);
     EXPECT_EQ(transcript->plainText(), u"Transcript of Oldest"_s);
-    EXPECT_EQ(rig.app->selectedNote()->title(), u"Oldest"_s);
 }
 
 TEST(MainWindowTest, FailedStoreShowsOnlyTheLaunchMessage)
@@ -92,7 +89,6 @@ TEST(MainWindowTest, FailedStoreShowsOnlyTheLaunchMessage)
     auto *message = rig.find<QLabel>(u"launchMessage"_s);
     ASSERT_TRUE(message);
     EXPECT_TRUE(message->text().startsWith(u"Unable to open local notes: "_s));
-    EXPECT_TRUE(message->text().endsWith(u"The store was preserved."_s));
     EXPECT_FALSE(rig.notesList());
 }
 
@@ -106,53 +102,33 @@ TEST(RecordingWindowTest, NewNoteButtonRecordsTheJumpLeadsBackAndTheBarPausesAnd
     rig.launch();
     auto *bar = rig.find<RecordingBar>(u"recordingBar"_s);
     auto *tab = rig.find<TranscriptTab>(u"noteDetailTranscriptTab"_s);
-    auto *newNote = rig.find(u"notesListNewNoteButton"_s);
-    auto *jump = rig.find<QPushButton>(u"noteDetailJumpToRecordingTab"_s);
     auto *title = rig.find<QLineEdit>(u"noteDetailTitle"_s);
-    ASSERT_TRUE(bar && tab && newNote && jump && title);
+    ASSERT_TRUE(bar && tab && title);
     EXPECT_FALSE(bar->isVisible()) << "no recording bar before a recording";
-
     rig.click(u"notesListNewNoteButton"_s);
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
-    EXPECT_TRUE(bar->isVisible());
     EXPECT_EQ(bar->stateText(), u"Recording"_s);
-    EXPECT_FALSE(newNote->isEnabled()) << "one recording at a time";
-    const QModelIndex row = rig.notesList()->model()->index(0, 0);
-    EXPECT_EQ(row.data(Qt::AccessibleTextRole).toString(),
-              u"notesListNoteRow-"_s +
-                  rig.list().newNoteBeingRecorded()->id()->toString(QUuid::WithoutBraces).toUpper());
-    EXPECT_TRUE(row.data(NoteListItemModel::RecordingRole).toBool());
+    EXPECT_FALSE(rig.find(u"notesListNewNoteButton"_s)->isEnabled()) << "one recording at a time";
+    EXPECT_TRUE(rig.notesList()->model()->index(0, 0).data(NoteListItemModel::RecordingRole).toBool());
     EXPECT_EQ(title->text(), u"Untitled Note"_s);
-    EXPECT_EQ(rig.find<QTabWidget>(u"noteDetailTabs"_s)->currentWidget(), tab)
-        << "a new recording opens its transcript";
-    EXPECT_FALSE(rig.showing(u"noteDetailRecordButton"_s));
-    EXPECT_FALSE(jump->isVisible()) << "the recording note is already in view";
     ASSERT_TRUE(waitUntil([&] { return tab->plainText().contains(u"word3"_s); }))
         << tab->plainText().toStdString();
-    EXPECT_EQ(tab->paragraphs().last().kind, TranscriptParagraph::Kind::ellipsis);
 
     rig.clickRow(1);
     EXPECT_EQ(title->text(), u"Earlier call"_s);
-    ASSERT_TRUE(jump->isVisible());
-    QTest::mouseClick(jump, Qt::LeftButton);
+    ASSERT_TRUE(rig.showing(u"noteDetailJumpToRecordingTab"_s));
+    rig.click(u"noteDetailJumpToRecordingTab"_s);
     EXPECT_EQ(title->text(), u"Untitled Note"_s);
-    EXPECT_EQ(rig.notesList()->currentIndex().row(), 0) << "the list shows the recording note as selected";
-    EXPECT_FALSE(jump->isVisible());
 
     rig.click(u"recordingBarPauseButton"_s);
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->paused(); }));
     EXPECT_EQ(bar->stateText(), u"Paused"_s);
-    EXPECT_EQ(rig.find<QPushButton>(u"recordingBarPauseButton"_s)->text(), u"Resume"_s);
     rig.click(u"recordingBarPauseButton"_s);
     ASSERT_TRUE(waitUntil([&] { return !rig.recorder->paused(); }));
     rig.click(u"recordingBarStopButton"_s);
     ASSERT_TRUE(waitUntil([&] { return rig.idle(); }));
     EXPECT_FALSE(bar->isVisible());
-    EXPECT_FALSE(rig.notesList()->model()->index(0, 0).data(NoteListItemModel::RecordingRole).toBool());
-    EXPECT_TRUE(rig.showing(u"noteDetailRecordButton"_s));
-    EXPECT_TRUE(newNote->isEnabled());
     EXPECT_NE(tab->paragraphs().last().kind, TranscriptParagraph::Kind::ellipsis) << "the dots end with it";
-    EXPECT_TRUE(tab->plainText().startsWith(u"0:00\nword1"_s)) << tab->plainText().toStdString();
 }
 
 TEST(RecordingWindowTest, TheTrayEntryRecordsAndClosingWhileRecordingGoesThroughQuit)
@@ -162,12 +138,10 @@ TEST(RecordingWindowTest, TheTrayEntryRecordsAndClosingWhileRecordingGoesThrough
     StatusItem *item = rig.delegate->statusItem();
     ASSERT_TRUE(item);
     QAction *entry = item->menu()->actions().first();
-    EXPECT_EQ(entry->text(), u"Start Transcription"_s);
     entry->trigger();
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
     EXPECT_EQ(entry->text(), u"Stop Transcription"_s);
-    EXPECT_EQ(item->toolTip(), u"Kestil — Transcribing (open menu to stop)"_s);
-    EXPECT_EQ(item->trayIcon()->toolTip(), item->toolTip());
+    EXPECT_EQ(item->trayIcon()->toolTip(), u"Kestil — Transcribing (open menu to stop)"_s);
     entry->trigger();
     ASSERT_TRUE(waitUntil([&] { return rig.idle(); }));
     EXPECT_EQ(entry->text(), u"Start Transcription"_s);
@@ -178,15 +152,13 @@ TEST(RecordingWindowTest, TheTrayEntryRecordsAndClosingWhileRecordingGoesThrough
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
     EXPECT_FALSE(window.close());
     ASSERT_TRUE(waitUntil([&] { return rig.terminations == 1; }));
-    EXPECT_TRUE(rig.delegate->quitApproved());
     EXPECT_TRUE(window.close()) << "after an approved quit the window closes";
 }
 
 // Finding and organising notes: each control, found by its name, drives the
 // list's filter state and the store. The rules behind them (search folding,
-// tag matching, orders, day groups, empty states, tag cleaning) are
-// tests/library's; the store's, tests/core's.
-
+// tag matching, orders, empty states, tag and folder names) are
+// tests/library's and tests/core's.
 QTreeWidgetItem *tagItem(TagFilterPopover *popover, const QString &tag)
 {
     const auto items = popover->tagList()->findItems(tag, Qt::MatchExactly, 0);
@@ -203,31 +175,23 @@ TEST(LibraryOrganizeTest, TheSearchFieldIsReachedByKeyboardSearchesTranscriptsAn
     rig.window->activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(rig.window.get()));
     auto *field = rig.find<QLineEdit>(u"notesListSearchField"_s);
-    auto *clear = rig.find<QToolButton>(u"clearSearchButton"_s);
-    ASSERT_TRUE(field && clear);
-    EXPECT_FALSE(clear->isVisible());
-
+    ASSERT_TRUE(field);
     QTest::keyClick(rig.window.get(), Qt::Key_F, Qt::ControlModifier);
     EXPECT_TRUE(field->hasFocus()) << "Ctrl+F reaches the search field";
     QTest::keyClicks(field, u"STRASSE"_s);
     EXPECT_EQ(rig.shownTitles(), QStringList{u"Design sync"_s}) << "the transcript is searched";
-    EXPECT_TRUE(clear->isVisible());
-    QTest::mouseClick(clear, Qt::LeftButton);
+    rig.click(u"clearSearchButton"_s);
     EXPECT_EQ(rig.shownTitles().size(), 3);
-
     QTest::keyClicks(field, u"zzz"_s);
     EXPECT_TRUE(rig.showing(u"notesListNoSearchResults"_s));
-    EXPECT_EQ(rig.find<QLabel>(u"notesListNoSearchResultsTitle"_s)->text(), u"No Results for \"zzz\""_s);
     QTest::keyClick(field, Qt::Key_Escape);
     EXPECT_TRUE(field->text().isEmpty()) << "Escape clears the search";
-    EXPECT_EQ(rig.shownTitles().size(), 3);
 
     // Notes chosen with Ctrl and deleted while they match leave it empty.
     QTest::keyClicks(field, u"NUMBERS"_s);
     ASSERT_EQ(rig.shownTitles(), (QStringList{u"Standup"_s, u"Budget review"_s}));
     rig.clickRow(0);
     rig.clickRow(1, Qt::ControlModifier);
-    EXPECT_EQ(rig.list().selectedNoteIDs().size(), 2);
     rig.notesList()->setFocus();
     QTest::keyClick(rig.notesList(), Qt::Key_Delete);
     ASSERT_TRUE(waitUntil([&] { return rig.app->notes().size() == 1; }));
@@ -245,40 +209,33 @@ TEST(LibraryOrganizeTest, TheTagPopoverAndTheSortPickerDriveTheList)
               {u"D"_s, {}, {}, {}, 1}});
     rig.launch();
     NotesListFilterBar *bar = rig.window->filterBar();
-    auto *button = rig.find<QToolButton>(u"notesListTagFilterButton"_s);
-    ASSERT_TRUE(bar && button);
-    EXPECT_FALSE(bar->showsActiveFilters());
-    QTest::mouseClick(button, Qt::LeftButton);
+    rig.click(u"notesListTagFilterButton"_s);
     TagFilterPopover *popover = bar->popover();
-    ASSERT_TRUE(popover->isVisible());
+    ASSERT_TRUE(popover && popover->isVisible());
     ASSERT_TRUE(tagItem(popover, alpha) && tagItem(popover, beta));
     EXPECT_EQ(tagItem(popover, alpha)->text(1), u"2"_s);
-
     tagItem(popover, alpha)->setCheckState(0, Qt::Checked);
     tagItem(popover, beta)->setCheckState(0, Qt::Checked);
     EXPECT_EQ(rig.shownTitles(), (QStringList{"C", "B", "A"}));
     EXPECT_TRUE(bar->showsActiveFilters());
-    QTest::mouseClick(rig.find<QPushButton>(u"tagMatchModeAll"_s), Qt::LeftButton);
+    rig.click(u"tagMatchModeAll"_s);
     EXPECT_EQ(rig.shownTitles(), QStringList{u"B"_s});
-    EXPECT_EQ(rig.find<QLabel>(u"tagMatchModeHelp"_s)->text(), tagMatchModeHelp(TagMatchMode::all));
-    QTest::mouseClick(rig.find<QPushButton>(u"tagFilterResetButton"_s), Qt::LeftButton);
+    rig.click(u"tagFilterResetButton"_s);
     EXPECT_EQ(rig.shownTitles().size(), 4);
-    EXPECT_FALSE(bar->showsActiveFilters());
-
     auto *sort = rig.find<QComboBox>(u"filterSortPicker"_s);
     ASSERT_TRUE(sort);
     sort->setCurrentIndex(sort->findText(notesSortOptionLabel(NotesSortOption::titleZA)));
     EXPECT_EQ(rig.shownTitles(), (QStringList{"D", "C", "B", "A"}));
-    EXPECT_TRUE(bar->showsActiveFilters());
-    QTest::mouseClick(rig.find<QPushButton>(u"tagFilterClearButton"_s), Qt::LeftButton);
+    rig.click(u"tagFilterClearButton"_s);
     EXPECT_EQ(rig.window->filterState()->sortOption(), NotesSortOption::dateNewest);
+    EXPECT_FALSE(bar->showsActiveFilters());
     popover->close();
 
-    // Unfiled notes all hidden by a tag: the list says so, and its Clear
-    // Filters brings them back without leaving the folder.
+    // Unfiled notes all hidden by a tag: the list's own Clear Filters brings
+    // them back without leaving the folder.
     rig.window->folderSidebar()->select(FolderSelection::unfiled());
     rig.window->filterState()->toggleTag(u"nowhere"_s);
-    EXPECT_TRUE(rig.showing(u"notesListFiltersHidingNotes"_s));
+    ASSERT_TRUE(rig.showing(u"notesListFiltersHidingNotes"_s));
     rig.click(u"notesListClearFiltersButton"_s);
     EXPECT_EQ(rig.shownTitles().size(), 4);
     EXPECT_EQ(rig.window->filterState()->selectedFolder(), FolderSelection::unfiled());
@@ -293,32 +250,24 @@ TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
     rig.click(u"folderSidebarManageButton"_s);
     auto *sheet = rig.window->findChild<FolderManagementSheet *>(u"folderManagementSheet"_s);
     ASSERT_TRUE(sheet && sheet->isVisible());
-    EXPECT_TRUE(rig.window->findChild<QLabel *>(u"folderManagementEmpty"_s));
-
-    // How a typed name becomes a folder is tests/core's NoteOrganizingTest.
     sheet->newFolderField()->setText(u"Work"_s);
     clickButton(sheet->findChild<QPushButton *>(u"folderManagementCreateButton"_s));
     const QList<FolderPtr> folders = sortedFolders(rig.app->store()->context());
     ASSERT_EQ(folders.size(), 1);
     const FolderPtr work = folders.first();
-    EXPECT_EQ(work->name(), u"Work"_s);
     const QString id = work->id()->toString(QUuid::WithoutBraces).toUpper();
     EXPECT_TRUE(sidebar->itemFor(FolderSelection::folder(*work->id()))) << "the sidebar lists it at once";
 
-    // File "Plan" through the chip on the note.
+    // Filed through the chip on the note.
     rig.list().selectNote(rig.noteTitled(u"Plan"_s), false);
     NoteFolderChip *chip = rig.window->folderChip();
-    ASSERT_EQ(chip->objectName(), u"noteDetailFolderChip"_s);
     emit chip->menu()->aboutToShow();
     chip->menu()->findChild<QAction *>(u"noteDetailFolder-"_s + id)->trigger();
     EXPECT_EQ(rig.noteTitled(u"Plan"_s)->folder(), work);
     EXPECT_EQ(chip->text(), u"Work"_s);
     sidebar->select(FolderSelection::folder(*work->id()));
     EXPECT_EQ(rig.shownTitles(), QStringList{u"Plan"_s});
-    sidebar->select(FolderSelection::unfiled());
-    EXPECT_EQ(rig.shownTitles(), QStringList{u"Chat"_s});
 
-    // Rename in the row.
     QTest::mouseClick(sheet->findChild<QToolButton *>(u"folderManagementRename-"_s + id), Qt::LeftButton);
     auto *rename = sheet->findChild<QLineEdit *>(u"folderManagementRenameField"_s);
     ASSERT_TRUE(rename);
@@ -328,55 +277,45 @@ TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
 
     // Deleting the folder being shown: the sidebar goes back to All Notes and
     // its note becomes unfiled.
-    sidebar->select(FolderSelection::folder(*work->id()));
-    EXPECT_EQ(rig.list().pendingFolderSelection(), FolderSelection::folder(*work->id()));
     QTest::mouseClick(sheet->findChild<QToolButton *>(u"folderManagementDelete-"_s + id), Qt::LeftButton);
-    QMessageBox *confirmation = sheet->deleteConfirmation();
-    ASSERT_TRUE(confirmation);
-    EXPECT_EQ(confirmation->text(), folderDeletionMessage(u"مشاريع"_s, 1));
-    clickButton(confirmation->findChild<QPushButton *>(u"folderManagementDeleteConfirmButton"_s));
+    ASSERT_TRUE(sheet->deleteConfirmation());
+    EXPECT_EQ(sheet->deleteConfirmation()->text(), folderDeletionMessage(u"مشاريع"_s, 1));
+    clickButton(
+        sheet->deleteConfirmation()->findChild<QPushButton *>(u"folderManagementDeleteConfirmButton"_s));
     EXPECT_TRUE(sortedFolders(rig.app->store()->context()).isEmpty());
     EXPECT_FALSE(rig.noteTitled(u"Plan"_s)->folder());
     EXPECT_EQ(sidebar->selection(), FolderSelection::all());
-    EXPECT_EQ(rig.list().pendingFolderSelection(), FolderSelection::all());
-    EXPECT_EQ(rig.shownTitles().size(), 2);
     rig.click(u"folderManagementDoneButton"_s);
 
     // The chip's own sheet makes a folder and files the note in it.
     emit chip->menu()->aboutToShow();
     chip->menu()->findChild<QAction *>(u"noteDetailFolderNew"_s)->trigger();
     ASSERT_TRUE(chip->createSheet());
-    auto *field = chip->createSheet()->findChild<QLineEdit *>(u"noteFolderChipNewFolderField"_s);
-    QTest::keyClicks(field, u"Clients"_s);
+    QTest::keyClicks(chip->createSheet()->findChild<QLineEdit *>(u"noteFolderChipNewFolderField"_s),
+                     u"Clients"_s);
     clickButton(chip->createSheet()->findChild<QPushButton *>(u"noteFolderChipCreateButton"_s));
     const NotePtr plan = rig.noteTitled(u"Plan"_s);
     ASSERT_TRUE(plan->folder());
-    EXPECT_EQ(plan->folder()->name(), u"Clients"_s);
-    EXPECT_TRUE(rig.storedNote(*plan->id())->folder()) << "filing is saved";
+    EXPECT_EQ(rig.storedNote(*plan->id())->folder()->name(), u"Clients"_s) << "filing is saved";
 }
 
 TEST(LibraryOrganizeTest, TagsAreAddedAndRemovedByHand)
 {
     ShellRig rig;
-    rig.seed({{u"Tagged"_s, {}, {u"kept"_s}, {}, 1}});
+    const QUuid id = rig.seed({{u"Tagged"_s, {}, {u"kept"_s}, {}, 1}})[0];
     rig.launch();
-    NoteTagsBar *tags = rig.window->tagsBar();
-    const NotePtr note = rig.noteTitled(u"Tagged"_s);
     rig.click(u"noteDetailAddTagButton"_s);
-    AddTagPopover *popover = tags->addTagPopover();
+    AddTagPopover *popover = rig.window->tagsBar()->addTagPopover();
     ASSERT_TRUE(popover && popover->isVisible());
     QTest::keyClicks(popover->field(), u"q3 plan!"_s);
     QTest::keyClick(popover->field(), Qt::Key_Return);
     EXPECT_FALSE(popover->isVisible()) << "a commit closes it";
-    EXPECT_EQ(note->sortedTagNames(), (QStringList{u"kept"_s, u"q3plan"_s}));
     EXPECT_TRUE(rig.find<TagView>(u"tagView-q3plan"_s));
-
     rig.click(u"noteDetailEditTagsButton"_s);
-    auto *remove = rig.find<QToolButton>(u"tagViewRemove-kept"_s);
-    ASSERT_TRUE(remove && remove->isVisible());
-    QTest::mouseClick(remove, Qt::LeftButton);
+    ASSERT_TRUE(rig.showing(u"tagViewRemove-kept"_s));
+    rig.click(u"tagViewRemove-kept"_s);
     settle();
-    EXPECT_EQ(rig.storedNote(*note->id())->sortedTagNames(), QStringList{u"q3plan"_s})
+    EXPECT_EQ(rig.storedNote(id)->sortedTagNames(), QStringList{u"q3plan"_s})
         << "adding and removing are saved";
 }
 
