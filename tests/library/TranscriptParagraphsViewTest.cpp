@@ -40,7 +40,7 @@ TEST(TimestampLabelTest, MinutesAndSecondsRoundedNeverFoldedIntoHoursAndNoLabelF
         EXPECT_FALSE(timestampLabel(start)) << start;
 }
 
-TEST(TimestampedUtterancesTest, SavedTranscriptLabelsEveryTimedUtterance)
+TEST(TimestampedUtterancesTest, SavedTranscriptsLabelEveryTimedUtteranceAndLiveOnesAboutEveryTenSeconds)
 {
     TranscriptParagraphsView view;
     TranscriptUtterance untimed;
@@ -48,11 +48,7 @@ TEST(TimestampedUtterancesTest, SavedTranscriptLabelsEveryTimedUtterance)
     untimed.text = QStringLiteral("No time.");
     const auto result = timestampedUtterances({at(0.4), at(2), at(5), untimed, at(11.9)}, view);
     EXPECT_EQ(labels(result), (QStringList{"0:00", "0:02", "0:05", "-", "0:12"}));
-}
 
-TEST(TimestampedUtterancesTest, LiveTranscriptThinsLabelsToAboutEveryTenSeconds)
-{
-    TranscriptParagraphsView view;
     view.isRecordingActive = true;
     EXPECT_EQ(labels(timestampedUtterances({at(0.4), at(2), at(5), at(11.9), at(12)}, view)),
               (QStringList{"-", "0:02", "-", "-", "0:12"}))
@@ -60,8 +56,6 @@ TEST(TimestampedUtterancesTest, LiveTranscriptThinsLabelsToAboutEveryTenSeconds)
     EXPECT_EQ(labels(timestampedUtterances({at(1.0), at(10.9), at(11.0), at(25), at(30), at(35.5)}, view)),
               (QStringList{"0:01", "-", "0:11", "0:25", "-", "0:36"}));
 
-    TranscriptUtterance untimed;
-    untimed.text = QStringLiteral("x");
     EXPECT_EQ(labels(timestampedUtterances({untimed, at(0.2), at(3)}, view)),
               (QStringList{"-", "-", "0:03"}));
 }
@@ -93,21 +87,18 @@ TEST(TranscriptParagraphsTest, UtterancesBecomeParagraphsFollowedByTheInterimTai
     EXPECT_EQ(transcriptParagraphs(view)[0].kind, TranscriptParagraph::Kind::ellipsis);
 }
 
-TEST(TranscriptParagraphsTest, RepeatedNeighboursAreShownOnce)
+TEST(TranscriptParagraphsTest, RepeatedNeighboursShowOnceAndPlainTextGivesUntimedParagraphs)
 {
     TranscriptParagraphsView view;
     view.utterances = {at(1, QStringLiteral("Hello there.")), at(1.1, QStringLiteral("Hello there.")),
                        at(4, QStringLiteral("Next."))};
-    const auto paragraphs = transcriptParagraphs(view);
+    auto paragraphs = transcriptParagraphs(view);
     ASSERT_EQ(paragraphs.size(), 2);
     EXPECT_EQ(paragraphs[1].text, QStringLiteral("Next."));
-}
 
-TEST(TranscriptParagraphsTest, WithoutUtterancesThePlainTextGivesUntimedParagraphs)
-{
-    TranscriptParagraphsView view;
+    view.utterances.clear();
     view.transcript = QStringLiteral("One paragraph.\n\nAnother one.");
-    const auto paragraphs = transcriptParagraphs(view);
+    paragraphs = transcriptParagraphs(view);
     ASSERT_EQ(paragraphs.size(), 2);
     EXPECT_EQ(paragraphs[0].text, QStringLiteral("One paragraph."));
     EXPECT_TRUE(paragraphs[0].timestampLabel.isEmpty());
@@ -148,8 +139,6 @@ TEST(TranscriptParagraphsTest, EveryLiveParagraphShowsItsStartWhileTheRecordingR
     EXPECT_EQ(live, (QStringList{"-", "0:09", "0:16"})) << "only the first second has no label";
 }
 
-} // namespace
-
 TEST(TranscriptParagraphsTest, EachTurnOfSeveralVoicesOpensWithItsSpeakersName)
 {
     const auto spoken = [](double start, qint64 speaker) {
@@ -172,3 +161,5 @@ TEST(TranscriptParagraphsTest, EachTurnOfSeveralVoicesOpensWithItsSpeakersName)
     for (const TranscriptParagraph &p : transcriptParagraphs(view))
         EXPECT_TRUE(p.speakerLabel.isEmpty());
 }
+
+} // namespace

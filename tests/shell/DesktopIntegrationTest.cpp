@@ -78,7 +78,6 @@ TEST_F(DesktopBusTest, LogindHoldsOffSleepUntilTheWorkEndsOrKestilGoes)
     EXPECT_EQ(taken.value(u"why"_s).toString(), u"Finish on-device note summary"_s);
     ASSERT_TRUE(test::waitUntil([&] { return inhibitor->held(); }));
     EXPECT_EQ(inhibitor->holder(), SleepInhibitor::Holder::login1);
-    EXPECT_EQ(services.count(u"Released"_s), 0);
     inhibitor->setWanted(false);
     EXPECT_FALSE(services.waitFor(u"Released"_s).isEmpty());
 
@@ -132,7 +131,6 @@ protected:
     {
         return test::childOf<T>(rig.window->settingsWindow(), name);
     }
-    QString settingsText(const QString &label) { return inSettings<QLabel>(label)->text(); }
 
     ScriptedLanguageModel model;
     test::ShellRig rig;
@@ -150,8 +148,6 @@ TEST_F(DesktopIntegrationTest, AFinishedSummaryNotifiesOnceAndItsClickOpensTheNo
     ASSERT_FALSE(posted.isEmpty());
     EXPECT_EQ(posted.value(u"summary"_s).toString(), u"Summary ready"_s);
     EXPECT_EQ(posted.value(u"body"_s).toString(), u"Your summary is saved. Open Kestil to read it."_s);
-    EXPECT_EQ(posted.value(u"app"_s).toString(), u"Kestil"_s);
-    EXPECT_TRUE(posted.value(u"actions"_s).toArray().contains(u"default"_s));
     EXPECT_EQ(posted.value(u"hints"_s).toObject().value(u"desktop-entry"_s).toString(),
               u"app.kestil.Kestil"_s);
 
@@ -161,8 +157,6 @@ TEST_F(DesktopIntegrationTest, AFinishedSummaryNotifiesOnceAndItsClickOpensTheNo
     ASSERT_TRUE(
         test::waitUntil([&] { return rig.list().selectedNoteIDs() == QList{budget->objectId()}; }, 5s));
     EXPECT_EQ(rig.list().selectedDetailTab(), NotesListViewModel::summaryTab);
-    EXPECT_FALSE(desktop->notifications().noteToOpen().has_value());
-    EXPECT_EQ(services.count(u"Notify"_s), 1);
 
     // A click for a note deleted since opens nothing.
     summarize(other);
@@ -201,20 +195,11 @@ TEST_F(DesktopIntegrationTest, TheSupportCardComesAtTheFifthSummaryOnlyWhenNothi
     EXPECT_EQ(desktop->supportCard(), nullptr);
 }
 
-TEST_F(DesktopIntegrationTest, SettingsHoldsTheLanguageNotificationAndSupportRowsAndHidesDiagnostics)
+TEST_F(DesktopIntegrationTest, SettingsShowsTheBlockedNotificationsAndTheSupportRows)
 {
     qputenv("KESTIL_DATA_DIR", rig.data.path().toUtf8());
     launch({false, true, false}); // no notification service on this desktop
     settingsWindow();
-    auto *language = inSettings<QComboBox>(u"settingsLanguagePicker"_s);
-    language->setCurrentIndex(language->findData(u"fr-FR"_s));
-    EXPECT_EQ(settings::transcriptionLanguage(*rig.preferences), u"fr-FR"_s);
-    // What the developers need stays behind "Details".
-    auto *diagnostics = inSettings<QLabel>(u"settingsSpeechDiagnostics"_s);
-    EXPECT_FALSE(diagnostics->isVisible());
-    inSettings<QToolButton>(u"settingsSpeechDetailsButton"_s)->click();
-    EXPECT_TRUE(diagnostics->isVisible());
-
     EXPECT_TRUE(test::waitUntil(
         [&] { return inSettings<QLabel>(u"settingsSummaryNotificationsBlocked"_s)->isVisible(); }, 5s));
     EXPECT_FALSE(inSettings(u"settingsAllowSummaryNotifications"_s)->isVisible());
@@ -227,7 +212,6 @@ TEST_F(DesktopIntegrationTest, SettingsHoldsTheLanguageNotificationAndSupportRow
     EXPECT_EQ(opened, QList<QUrl>{desktop->supportTargets().feedback});
     EXPECT_TRUE(check->isVisible());
     EXPECT_TRUE(desktop->engagement().hasClicked(KestilEngagement::Action::feedback));
-    EXPECT_TRUE(settingsText(u"settingsSupportExplanation"_s).startsWith(u"Automatic reminders are off. "_s));
     inSettings<QPushButton>(u"settingsSupportShowPage"_s)->click();
     auto *page = rig.window->settingsWindow()->findChild<SupportPage *>(u"kestilSupportPage"_s);
     ASSERT_NE(page, nullptr);
