@@ -15,6 +15,8 @@
 
 namespace kestil::testing {
 
+using namespace Qt::StringLiterals;
+
 // A private X server (Xvfb) for one test, and the real kestil program started
 // in it with its own data and settings folders. The settings start with the
 // welcome flow finished, as a returning user's do, and the program finds no
@@ -31,10 +33,9 @@ public:
         // Without -noreset it resets whenever its last client leaves (a
         // kestil that ended, each xdotool call), and a client that connects
         // just then is refused.
-        xvfb_.setProgram(QStringLiteral("Xvfb"));
-        xvfb_.setArguments({QStringLiteral("-displayfd"), QString::number(fds[1]), QStringLiteral("-noreset"),
-                            QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("1280x800x24"),
-                            QStringLiteral("-nolisten"), QStringLiteral("tcp")});
+        xvfb_.setProgram(u"Xvfb"_s);
+        xvfb_.setArguments({u"-displayfd"_s, QString::number(fds[1]), u"-noreset"_s, u"-screen"_s, u"0"_s,
+                            u"1280x800x24"_s, u"-nolisten"_s, u"tcp"_s});
         xvfb_.setChildProcessModifier([fd = fds[0]] { ::close(fd); });
         xvfb_.start();
         ::close(fds[1]);
@@ -60,7 +61,7 @@ public:
     // false removes the file, as on a first launch.
     void setWelcomeCompleted(bool completed)
     {
-        QFile file(config_.filePath(QStringLiteral("preferences.json")));
+        QFile file(config_.filePath(u"preferences.json"_s));
         if (!completed)
             file.remove();
         else if (file.open(QIODevice::WriteOnly))
@@ -80,9 +81,9 @@ public:
         stopKestil();
         kestil_ = std::make_unique<QProcess>();
         QProcessEnvironment env = environment();
-        env.insert(QStringLiteral("KESTIL_DATA_DIR"), dataDir);
+        env.insert(u"KESTIL_DATA_DIR"_s, dataDir);
         kestil_->setProcessEnvironment(env);
-        logFile_ = logs_.filePath(QStringLiteral("kestil-%1.log").arg(++launches_));
+        logFile_ = logs_.filePath(u"kestil-%1.log"_s.arg(++launches_));
         kestil_->setProcessChannelMode(QProcess::MergedChannels);
         kestil_->setStandardOutputFile(logFile_);
         const QStringList command = QStringList(prefix_) << QStringLiteral(KESTIL_BINARY);
@@ -90,7 +91,7 @@ public:
         if (!kestil_->waitForStarted(10000))
             return {};
         for (int waited = 0; waited < timeoutMs && kestilRunning(); waited += 250) {
-            if (const QString id = findWindow(QStringLiteral("Kestil")); !id.isEmpty()) {
+            if (const QString id = findWindow(u"Kestil"_s); !id.isEmpty()) {
                 QThread::msleep(700); // let the first frame paint
                 return id;
             }
@@ -158,21 +159,20 @@ public:
     // The first visible window whose title matches, or an empty string.
     QString findWindow(const QString &title) const
     {
-        return xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
-                        title})
+        return xdotool({u"search"_s, u"--onlyvisible"_s, u"--name"_s, title})
             .section(QLatin1Char('\n'), 0, 0);
     }
     // The process id of the program that owns the window.
     qint64 windowPid(const QString &windowId) const
     {
-        return xdotool({QStringLiteral("getwindowpid"), windowId}).toLongLong();
+        return xdotool({u"getwindowpid"_s, windowId}).toLongLong();
     }
     // Gives the window the keyboard focus (no window manager runs), making
     // its application the one in front.
     bool focus(const QString &windowId) const
     {
         int code = -1;
-        xdotool({QStringLiteral("windowfocus"), QStringLiteral("--sync"), windowId}, &code);
+        xdotool({u"windowfocus"_s, u"--sync"_s, windowId}, &code);
         return code == 0;
     }
     // Focuses the window and types the keys there through the X server's
@@ -181,41 +181,38 @@ public:
     {
         int code = -1;
         if (focus(windowId))
-            xdotool({QStringLiteral("key"), QStringLiteral("--clearmodifiers"), keys}, &code);
+            xdotool({u"key"_s, u"--clearmodifiers"_s, keys}, &code);
         return code == 0;
     }
     QString xdotool(const QStringList &arguments, int *exitCode = nullptr) const
     {
-        return run(QStringLiteral("xdotool"), arguments, exitCode);
+        return run(u"xdotool"_s, arguments, exitCode);
     }
     // Saves a screenshot of the whole screen; returns the file path.
     QString screenshot(const QString &name) const
     {
         QDir().mkpath(QStringLiteral(KESTIL_SCREENSHOT_DIR));
-        const QString path = QStringLiteral(KESTIL_SCREENSHOT_DIR "/") + name + QStringLiteral(".png");
-        run(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"), path});
+        const QString path = QStringLiteral(KESTIL_SCREENSHOT_DIR "/") + name + u".png"_s;
+        run(u"import"_s, {u"-window"_s, u"root"_s, path});
         return path;
     }
     // The standard deviation of the screenshot's pixels: 0 for a blank screen.
     double contrast(const QString &png) const
     {
-        return run(QStringLiteral("identify"),
-                   {QStringLiteral("-format"), QStringLiteral("%[fx:standard_deviation]"), png})
-            .toDouble();
+        return run(u"identify"_s, {u"-format"_s, u"%[fx:standard_deviation]"_s, png}).toDouble();
     }
 
 private:
     QProcessEnvironment environment() const
     {
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("DISPLAY"), display_);
-        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-        env.insert(QStringLiteral("KESTIL_CONFIG_DIR"), config_.path());
-        env.remove(QStringLiteral("WAYLAND_DISPLAY"));
+        env.insert(u"DISPLAY"_s, display_);
+        env.insert(u"QT_QPA_PLATFORM"_s, u"xcb"_s);
+        env.insert(u"KESTIL_CONFIG_DIR"_s, config_.path());
+        env.remove(u"WAYLAND_DISPLAY"_s);
         // No bus of the desktop the tests run on: sockets that do not exist.
         for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
-            env.insert(QLatin1String(bus),
-                       QStringLiteral("unix:path=") + config_.filePath(QStringLiteral("no-bus")));
+            env.insert(QLatin1String(bus), u"unix:path="_s + config_.filePath(u"no-bus"_s));
         for (const QString &name : extra_.keys())
             env.insert(name, extra_.value(name));
         return env;

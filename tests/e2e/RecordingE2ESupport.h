@@ -21,23 +21,23 @@
 
 namespace kestil::testing {
 
-inline const QString firstPhrase =
-    QStringLiteral("we should schedule another meeting next week to discuss the budget");
-inline const QString secondPhrase =
-    QStringLiteral("please send the quarterly report to the finance team before friday");
-inline const QString thirdPhrase = QStringLiteral("the new office opens in march and everyone is invited");
+using namespace Qt::StringLiterals;
+
+inline const QString firstPhrase = u"we should schedule another meeting next week to discuss the budget"_s;
+inline const QString secondPhrase = u"please send the quarterly report to the finance team before friday"_s;
+inline const QString thirdPhrase = u"the new office opens in march and everyone is invited"_s;
 
 // espeak-ng's Klatt voice, which PocketSphinx's acoustic model hears best.
 inline bool speak(const QString &text, const QString &wav)
 {
-    return test::synthesizeSpeech(text, wav, nullptr, QStringLiteral("en-us+klatt4"), 150);
+    return test::synthesizeSpeech(text, wav, nullptr, u"en-us+klatt4"_s, 150);
 }
 
 // The share of the reference's words that were heard.
 inline double wordsHeard(const QString &reference, const QString &heard)
 {
     const auto wordsOf = [](const QString &text) {
-        return text.toLower().split(QRegularExpression(QStringLiteral("[^a-z']+")), Qt::SkipEmptyParts);
+        return text.toLower().split(QRegularExpression(u"[^a-z']+"_s), Qt::SkipEmptyParts);
     };
     const QStringList expected = wordsOf(reference);
     const QStringList got = wordsOf(heard);
@@ -66,7 +66,7 @@ inline bool eventually(const std::function<bool()> &condition, int timeoutMs, in
 inline QStringList segmentFolders(const QString &dataDir, const QString &note = {})
 {
     QStringList result;
-    QDir recordings(dataDir + QStringLiteral("/Recordings"));
+    QDir recordings(dataDir + u"/Recordings"_s);
     const QStringList notes =
         note.isEmpty() ? recordings.entryList(QDir::Dirs | QDir::NoDotAndDotDot) : QStringList{note};
     for (const QString &name : notes) {
@@ -74,7 +74,7 @@ inline QStringList segmentFolders(const QString &dataDir, const QString &note = 
             QDir(recordings.filePath(name))
                 .entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Time | QDir::Reversed);
         for (const QFileInfo &segment : segments) {
-            if (QFile::exists(segment.filePath() + QStringLiteral("/recording.json")))
+            if (QFile::exists(segment.filePath() + u"/recording.json"_s))
                 result << segment.filePath();
         }
     }
@@ -83,10 +83,10 @@ inline QStringList segmentFolders(const QString &dataDir, const QString &note = 
 
 inline bool manifestComplete(const QString &segment)
 {
-    QFile file(segment + QStringLiteral("/recording.json"));
+    QFile file(segment + u"/recording.json"_s);
     if (!file.open(QIODevice::ReadOnly))
         return false;
-    return QJsonDocument::fromJson(file.readAll()).object().value(QStringLiteral("complete")).toBool();
+    return QJsonDocument::fromJson(file.readAll()).object().value(u"complete"_s).toBool();
 }
 
 // The first column of the first row of a query, read from the store file by
@@ -96,7 +96,7 @@ inline QString storedValue(const QString &dataDir, const QString &sql)
     QString value;
     const QByteArray query = sql.toUtf8();
     sqlite3 *db = nullptr;
-    const QByteArray path = (dataDir + QStringLiteral("/KestilNotes.sqlite")).toUtf8();
+    const QByteArray path = (dataDir + u"/KestilNotes.sqlite"_s).toUtf8();
     if (sqlite3_open_v2(path.constData(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
         sqlite3_busy_timeout(db, 2000);
         sqlite3_stmt *statement = nullptr;
@@ -115,9 +115,8 @@ inline QString storedValue(const QString &dataDir, const QString &sql)
 // the first one, as the store file holds it.
 inline QString storedTranscript(const QString &dataDir, const QString &note = {})
 {
-    return storedValue(dataDir,
-                       QStringLiteral("SELECT transcription FROM note") +
-                           (note.isEmpty() ? QString() : QStringLiteral(" WHERE id = '%1'").arg(note)));
+    return storedValue(dataDir, u"SELECT transcription FROM note"_s +
+                                    (note.isEmpty() ? QString() : u" WHERE id = '%1'"_s.arg(note)));
 }
 
 } // namespace kestil::testing

@@ -24,6 +24,7 @@
 #include <iostream>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 using namespace kestil::testing;
 
 namespace {
@@ -39,7 +40,7 @@ protected:
         for (const auto &[file, phrase] :
              {std::pair{"first.wav", firstPhrase}, {"second.wav", secondPhrase}, {"third.wav", thirdPhrase}})
             ASSERT_TRUE(speak(phrase, work.filePath(QLatin1String(file))));
-        data = work.filePath(QStringLiteral("data"));
+        data = work.filePath(u"data"_s);
         test::installRealWhisperModel(data);
     }
     void TearDown() override
@@ -70,29 +71,23 @@ protected:
     // over it, and goes when Kestil is in front again.
     void showTheIndicatorBehindAnotherApplication()
     {
-        if (QStandardPaths::findExecutable(QStringLiteral("xmessage")).isEmpty()) {
+        if (QStandardPaths::findExecutable(u"xmessage"_s).isEmpty()) {
             std::cerr << "xmessage (x11-utils) is missing: the indicator is not checked" << std::endl;
             return;
         }
-        auto other = desktop.startProgram(QStringLiteral("xmessage"),
-                                          {QStringLiteral("-geometry"), QStringLiteral("+60+120"),
-                                           QStringLiteral("-title"), QStringLiteral("Another application"),
-                                           QStringLiteral("Another application is in front.")});
+        auto other = desktop.startProgram(u"xmessage"_s,
+                                          {u"-geometry"_s, u"+60+120"_s, u"-title"_s,
+                                           u"Another application"_s, u"Another application is in front."_s});
         QString otherWindow;
         ASSERT_TRUE(eventually(
-            [&] {
-                return !(otherWindow = desktop.findWindow(QStringLiteral("Another application"))).isEmpty();
-            },
-            10000));
+            [&] { return !(otherWindow = desktop.findWindow(u"Another application"_s)).isEmpty(); }, 10000));
         ASSERT_TRUE(desktop.focus(otherWindow));
-        EXPECT_TRUE(
-            eventually([&] { return !desktop.findWindow(QStringLiteral("^Transcribing$")).isEmpty(); }, 3000))
+        EXPECT_TRUE(eventually([&] { return !desktop.findWindow(u"^Transcribing$"_s).isEmpty(); }, 3000))
             << "the floating indicator did not appear";
         QThread::msleep(300);
-        desktop.screenshot(QStringLiteral("recording-1b-indicator"));
+        desktop.screenshot(u"recording-1b-indicator"_s);
         ASSERT_TRUE(desktop.focus(window));
-        EXPECT_TRUE(
-            eventually([&] { return desktop.findWindow(QStringLiteral("^Transcribing$")).isEmpty(); }, 3000))
+        EXPECT_TRUE(eventually([&] { return desktop.findWindow(u"^Transcribing$"_s).isEmpty(); }, 3000))
             << "the floating indicator stayed over Kestil";
         other->kill();
         other->waitForFinished(5000);
@@ -102,14 +97,14 @@ protected:
     // speech was ready before it).
     void startRecording(int segments)
     {
-        ASSERT_TRUE(press(QStringLiteral("ctrl+n")));
+        ASSERT_TRUE(press(u"ctrl+n"_s));
         ASSERT_TRUE(eventually([&] { return segmentFolders(data).size() == segments; }, 60000))
             << "no recording began after Ctrl+N";
     }
 
     void quit()
     {
-        ASSERT_TRUE(press(QStringLiteral("ctrl+q")));
+        ASSERT_TRUE(press(u"ctrl+q"_s));
         ASSERT_TRUE(desktop.waitForKestilExit(30000)) << "Ctrl+Q did not end kestil";
         EXPECT_EQ(desktop.kestilExitCode(), 0);
     }
@@ -125,24 +120,24 @@ TEST_F(RecordingE2ETest, RecordPauseResumeStopAndACrashKeepTheWordsTheirTimesAnd
 {
     window = desktop.launchKestil(data);
     ASSERT_FALSE(window.isEmpty()) << "no Kestil window appeared";
-    desktop.screenshot(QStringLiteral("recording-0-empty-library"));
+    desktop.screenshot(u"recording-0-empty-library"_s);
 
     ASSERT_NO_FATAL_FAILURE(startRecording(1));
-    say("first.wav", QStringLiteral("recording-1a-speaking"));
+    say("first.wav", u"recording-1a-speaking"_s);
     ASSERT_TRUE(eventually([&] { return !storedTranscript(data).isEmpty(); }, 30000))
         << "no committed transcript reached the store while recording";
-    EXPECT_GT(desktop.contrast(desktop.screenshot(QStringLiteral("recording-1-live"))), 0.05);
+    EXPECT_GT(desktop.contrast(desktop.screenshot(u"recording-1-live"_s)), 0.05);
     showTheIndicatorBehindAnotherApplication();
 
-    ASSERT_TRUE(press(QStringLiteral("ctrl+shift+p"))); // pause: the segment is completed
+    ASSERT_TRUE(press(u"ctrl+shift+p"_s)); // pause: the segment is completed
     ASSERT_TRUE(eventually([&] { return manifestComplete(segmentFolders(data).value(0)); }, 15000));
-    desktop.screenshot(QStringLiteral("recording-2-paused"));
-    ASSERT_TRUE(press(QStringLiteral("ctrl+shift+p"))); // resume: a new segment
+    desktop.screenshot(u"recording-2-paused"_s);
+    ASSERT_TRUE(press(u"ctrl+shift+p"_s)); // resume: a new segment
     ASSERT_TRUE(eventually([&] { return segmentFolders(data).size() == 2; }, 15000));
     say("second.wav");
     say("third.wav");
 
-    ASSERT_TRUE(press(QStringLiteral("ctrl+shift+s"))); // stop
+    ASSERT_TRUE(press(u"ctrl+shift+s"_s)); // stop
     const bool finished = eventually(
         [&] {
             const QStringList now = segmentFolders(data);
@@ -150,7 +145,7 @@ TEST_F(RecordingE2ETest, RecordPauseResumeStopAndACrashKeepTheWordsTheirTimesAnd
         },
         30000);
     QThread::msleep(1500); // the final transcript is saved after the audio is closed
-    const QString finishedShot = desktop.screenshot(QStringLiteral("recording-3-finished"));
+    const QString finishedShot = desktop.screenshot(u"recording-3-finished"_s);
     ASSERT_TRUE(finished) << "the segments were not finished after stop";
     EXPECT_GT(desktop.contrast(finishedShot), 0.05);
     ASSERT_NO_FATAL_FAILURE(quit());
@@ -167,8 +162,8 @@ TEST_F(RecordingE2ETest, RecordPauseResumeStopAndACrashKeepTheWordsTheirTimesAnd
     for (const QString &segment : segmentFolders(data))
         cutOff = noteOf(segment) == recorded ? cutOff : segment;
     QString error;
-    ASSERT_TRUE(pulse.play(work.filePath(QStringLiteral("first.wav")),
-                           QLatin1String(test::PulseAudioServer::micFeed), &error))
+    ASSERT_TRUE(
+        pulse.play(work.filePath(u"first.wav"_s), QLatin1String(test::PulseAudioServer::micFeed), &error))
         << error.toStdString();
     ASSERT_TRUE(eventually(
         [&] { return wordsHeard(firstPhrase, storedTranscript(data, noteOf(cutOff))) >= 0.5; }, 30000))
@@ -176,13 +171,13 @@ TEST_F(RecordingE2ETest, RecordPauseResumeStopAndACrashKeepTheWordsTheirTimesAnd
     desktop.killKestil();
     const QString committed = storedTranscript(data, noteOf(cutOff));
     ASSERT_FALSE(manifestComplete(cutOff)) << "the session was cut off before it could finish";
-    EXPECT_FALSE(QFile::exists(cutOff + QStringLiteral("/audio.caf")));
+    EXPECT_FALSE(QFile::exists(cutOff + u"/audio.caf"_s));
 
     window = desktop.launchKestil(data);
     ASSERT_FALSE(window.isEmpty()) << "kestil did not start again after the crash";
-    EXPECT_GT(desktop.contrast(desktop.screenshot(QStringLiteral("recording-4-recovered"))), 0.05);
+    EXPECT_GT(desktop.contrast(desktop.screenshot(u"recording-4-recovered"_s)), 0.05);
     EXPECT_TRUE(desktop.kestilOutput().contains(
-        QStringLiteral("Recovered 1 interrupted transcription session(s). Select a note to continue.")));
+        u"Recovered 1 interrupted transcription session(s). Select a note to continue."_s));
     quit();
 
     SharedPersistenceController store(data);
@@ -192,7 +187,7 @@ TEST_F(RecordingE2ETest, RecordPauseResumeStopAndACrashKeepTheWordsTheirTimesAnd
     for (const NotePtr &note : notes) {
         const QString id = note->id()->toString(QUuid::WithoutBraces).toUpper();
         SCOPED_TRACE(id.toStdString());
-        EXPECT_EQ(note->sourceURL().value_or(QString()), QStringLiteral("Recordings/") + id);
+        EXPECT_EQ(note->sourceURL().value_or(QString()), u"Recordings/"_s + id);
         EXPECT_EQ(note->noteType().value_or(QString()).toStdString(), "transcription");
         const QString text = note->transcription().value_or(QString());
         if (id != recorded) {

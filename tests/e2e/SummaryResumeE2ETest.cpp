@@ -22,12 +22,13 @@
 #include <cstdio>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 using namespace kestil::testing;
 
 namespace {
 
-const QString modelFile = QStringLiteral("smollm2-135m-instruct-q4_1.gguf");
-const QString oldSummary = QStringLiteral("## Summary\nAn earlier summary of the meeting.");
+const QString modelFile = u"smollm2-135m-instruct-q4_1.gguf"_s;
+const QString oldSummary = u"## Summary\nAn earlier summary of the meeting."_s;
 
 QString modelPath()
 {
@@ -48,7 +49,7 @@ QString longTranscript()
     const QString week = QString::fromUtf8(file.readAll()).trimmed();
     QString text;
     for (int i = 1; i <= 7; ++i)
-        text += QStringLiteral("Week %1 of the product sync.\n\n").arg(i) + week + QStringLiteral("\n\n");
+        text += u"Week %1 of the product sync.\n\n"_s.arg(i) + week + u"\n\n"_s;
     return text;
 }
 
@@ -64,31 +65,30 @@ struct Program {
     void prepare(const QString &folder, const QString &transcript)
     {
         data = folder;
-        QDir().mkpath(data + QStringLiteral("/Models/language"));
-        QFile::link(modelPath(), data + QStringLiteral("/Models/language/") + modelFile);
+        QDir().mkpath(data + u"/Models/language"_s);
+        QFile::link(modelPath(), data + u"/Models/language/"_s + modelFile);
         SharedPersistenceController store(data);
-        const NotePtr stored = store.createNote(QStringLiteral("Weekly product sync"), transcript, note,
-                                                QStringLiteral("transcription"));
-        stored->setValue(QStringLiteral("summary"), oldSummary);
-        stored->setValue(QStringLiteral("summaryType"), QStringLiteral("meetings/general"));
+        const NotePtr stored =
+            store.createNote(u"Weekly product sync"_s, transcript, note, u"transcription"_s);
+        stored->setValue(u"summary"_s, oldSummary);
+        stored->setValue(u"summaryType"_s, u"meetings/general"_s);
         store.save();
     }
     // Ctrl+T opens the Templates menu at the note's template; Return chooses it.
     bool summarize()
     {
-        if (!desktop.pressKeys(window, QStringLiteral("ctrl+t")))
+        if (!desktop.pressKeys(window, u"ctrl+t"_s))
             return false;
         QThread::msleep(800);
-        desktop.xdotool({QStringLiteral("key"), QStringLiteral("Return")});
+        desktop.xdotool({u"key"_s, u"Return"_s});
         clock.start();
         return true;
     }
-    QString summary() const { return storedValue(data, QStringLiteral("SELECT summary FROM note")); }
+    QString summary() const { return storedValue(data, u"SELECT summary FROM note"_s); }
     double seconds() const { return double(clock.elapsed()) / 1000.0; }
     QString checkpointPath() const
     {
-        return data + QStringLiteral("/SummaryCheckpoints/") + note.toString(QUuid::WithoutBraces).toUpper() +
-               QStringLiteral(".json");
+        return data + u"/SummaryCheckpoints/"_s + note.toString(QUuid::WithoutBraces).toUpper() + u".json"_s;
     }
     // The kept checkpoint, as the file holds it now.
     QJsonObject checkpoint() const
@@ -96,10 +96,7 @@ struct Program {
         QFile file(checkpointPath());
         if (!file.open(QIODevice::ReadOnly))
             return {};
-        return QJsonDocument::fromJson(file.readAll())
-            .object()
-            .value(QStringLiteral("checkpoint"))
-            .toObject();
+        return QJsonDocument::fromJson(file.readAll()).object().value(u"checkpoint"_s).toObject();
     }
 };
 
@@ -141,11 +138,9 @@ TEST(SummaryResumeE2ETest, ASummaryKilledAfterASectionContinuesToTheSameSummary)
             if (++polls % 10 == 0)
                 straightDone();
             kept = cut.checkpoint();
-            if (kept.value(QStringLiteral("pass")).toInt() == 0)
-                firstPassSections =
-                    std::max(firstPassSections, kept.value(QStringLiteral("sections")).toArray().size());
-            return !kept.value(QStringLiteral("facts")).toArray().isEmpty() ||
-                   kept.value(QStringLiteral("pass")).toInt() > 0;
+            if (kept.value(u"pass"_s).toInt() == 0)
+                firstPassSections = std::max(firstPassSections, kept.value(u"sections"_s).toArray().size());
+            return !kept.value(u"facts"_s).toArray().isEmpty() || kept.value(u"pass"_s).toInt() > 0;
         },
         400000, 20))
         << "no section was ever kept\n"
@@ -155,18 +150,18 @@ TEST(SummaryResumeE2ETest, ASummaryKilledAfterASectionContinuesToTheSameSummary)
     EXPECT_GE(firstPassSections, 2) << "the transcript is long enough for two sections";
     kept = cut.checkpoint();
     ASSERT_FALSE(kept.isEmpty()) << "the kept checkpoint survives the kill";
-    const int pass = kept.value(QStringLiteral("pass")).toInt();
-    const qsizetype sections = kept.value(QStringLiteral("sections")).toArray().size();
-    const qsizetype done = kept.value(QStringLiteral("facts")).toArray().size();
+    const int pass = kept.value(u"pass"_s).toInt();
+    const qsizetype sections = kept.value(u"sections"_s).toArray().size();
+    const qsizetype done = kept.value(u"facts"_s).toArray().size();
     EXPECT_EQ(cut.summary(), oldSummary) << "nothing of the cut-off job reached the note";
 
     // The next launch offers to go on; Continue Summary does.
     cut.window = cut.desktop.launchKestil(cut.data);
     ASSERT_FALSE(cut.window.isEmpty()) << "kestil did not start again after the kill\n"
                                        << cut.desktop.kestilOutput().toStdString();
-    cut.desktop.screenshot(QStringLiteral("summary-resume-offer"));
+    cut.desktop.screenshot(u"summary-resume-offer"_s);
     cut.clock.restart();
-    ASSERT_TRUE(cut.desktop.pressKeys(cut.window, QStringLiteral("alt+c")));
+    ASSERT_TRUE(cut.desktop.pressKeys(cut.window, u"alt+c"_s));
     double continued = 0;
     ASSERT_TRUE(eventually(
         [&] {
@@ -181,7 +176,7 @@ TEST(SummaryResumeE2ETest, ASummaryKilledAfterASectionContinuesToTheSameSummary)
         << "the continued run ends in the summary of the run never cut off";
     EXPECT_TRUE(eventually([&] { return !QFile::exists(cut.checkpointPath()); }, 10000))
         << "a saved summary leaves nothing to continue";
-    EXPECT_FALSE(cut.desktop.kestilOutput().contains(QStringLiteral("discarded")));
+    EXPECT_FALSE(cut.desktop.kestilOutput().contains(u"discarded"_s));
 
     std::printf(
         "[ resume   ] the whole job took %.1f s; killed after %.1f s, in pass %d with %lld of %lld sections "

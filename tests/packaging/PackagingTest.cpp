@@ -12,6 +12,8 @@
 
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 struct ProcessOutcome {
@@ -29,13 +31,13 @@ ProcessOutcome run(const QString &program, const QStringList &arguments, int tim
     if (!process.waitForFinished(timeoutMs)) {
         process.kill();
         process.waitForFinished();
-        return {-1, QString::fromUtf8(process.readAll()) + QStringLiteral("\n(timed out)")};
+        return {-1, QString::fromUtf8(process.readAll()) + u"\n(timed out)"_s};
     }
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
             QString::fromUtf8(process.readAll())};
 }
 
-const QString applicationId = QStringLiteral("app.kestil.Kestil");
+const QString applicationId = u"app.kestil.Kestil"_s;
 
 // Without LD_LIBRARY_PATH, every library `binary` needs resolves, and each
 // of `libraries` from inside the tree under `prefix`.
@@ -43,12 +45,12 @@ void expectLibrariesFromTheTree(const QString &binary, std::initializer_list<con
                                 const QString &prefix)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove(QStringLiteral("LD_LIBRARY_PATH"));
-    const ProcessOutcome ldd = run(QStringLiteral("ldd"), {binary}, 60000, env);
-    EXPECT_FALSE(ldd.output.contains(QStringLiteral("not found"))) << ldd.output.toStdString();
+    env.remove(u"LD_LIBRARY_PATH"_s);
+    const ProcessOutcome ldd = run(u"ldd"_s, {binary}, 60000, env);
+    EXPECT_FALSE(ldd.output.contains(u"not found"_s)) << ldd.output.toStdString();
     for (const char *library : libraries) {
         const QRegularExpression resolved(
-            QStringLiteral("%1\\S* => (\\S+)").arg(QRegularExpression::escape(QLatin1String(library))));
+            u"%1\\S* => (\\S+)"_s.arg(QRegularExpression::escape(QLatin1String(library))));
         const QString where = resolved.match(ldd.output).captured(1);
         EXPECT_TRUE(QDir::cleanPath(where).startsWith(QDir::cleanPath(prefix)))
             << library << " comes from " << where.toStdString();
@@ -61,12 +63,12 @@ void expectLibrariesFromTheTree(const QString &binary, std::initializer_list<con
 ProcessOutcome startInstalled(const QString &binary, const QString &home)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove(QStringLiteral("LD_LIBRARY_PATH"));
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    env.insert(QStringLiteral("KESTIL_DATA_DIR"), home + QStringLiteral("/data"));
-    env.insert(QStringLiteral("KESTIL_CONFIG_DIR"), home + QStringLiteral("/config"));
+    env.remove(u"LD_LIBRARY_PATH"_s);
+    env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    env.insert(u"KESTIL_DATA_DIR"_s, home + u"/data"_s);
+    env.insert(u"KESTIL_CONFIG_DIR"_s, home + u"/config"_s);
     for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
-        env.insert(QLatin1String(bus), QStringLiteral("unix:path=") + home + QStringLiteral("/none"));
+        env.insert(QLatin1String(bus), u"unix:path="_s + home + u"/none"_s);
     QProcess kestil;
     kestil.setProcessEnvironment(env);
     kestil.setProcessChannelMode(QProcess::MergedChannels);
@@ -77,7 +79,7 @@ ProcessOutcome startInstalled(const QString &binary, const QString &home)
          waited += 200) {
         kestil.waitForReadyRead(200);
         output += QString::fromUtf8(kestil.readAll());
-        started = output.contains(QStringLiteral(" | ")) ? 0 : -1;
+        started = output.contains(u" | "_s) ? 0 : -1;
     }
     kestil.terminate();
     if (!kestil.waitForFinished(5000)) {
@@ -91,10 +93,9 @@ TEST(PackagingTest, TheDesktopEntryAndTheMetainfoPassTheDistributionsValidators)
 {
     const QString folder = QStringLiteral(KESTIL_SOURCE_DIR "/packaging/");
     for (const auto &[program, arguments] :
-         {std::pair{QStringLiteral("desktop-file-validate"),
-                    QStringList{folder + applicationId + ".desktop"}},
-          {QStringLiteral("appstreamcli"), QStringList{QStringLiteral("validate"), QStringLiteral("--no-net"),
-                                                       folder + applicationId + ".metainfo.xml"}}}) {
+         {std::pair{u"desktop-file-validate"_s, QStringList{folder + applicationId + ".desktop"}},
+          {u"appstreamcli"_s,
+           QStringList{u"validate"_s, u"--no-net"_s, folder + applicationId + ".metainfo.xml"}}}) {
         ASSERT_FALSE(QStandardPaths::findExecutable(program).isEmpty())
             << program.toStdString() << " is needed (desktop-file-utils, appstream)";
         const ProcessOutcome result = run(program, arguments);
@@ -104,29 +105,27 @@ TEST(PackagingTest, TheDesktopEntryAndTheMetainfoPassTheDistributionsValidators)
 
 TEST(PackagingTest, TheDebianPackageNamesWhatItNeedsAndRunsFromWhereverItIsUnpacked)
 {
-    ASSERT_FALSE(QStandardPaths::findExecutable(QStringLiteral("dpkg-shlibdeps")).isEmpty())
-        << "dpkg-dev is needed";
+    ASSERT_FALSE(QStandardPaths::findExecutable(u"dpkg-shlibdeps"_s).isEmpty()) << "dpkg-dev is needed";
     QTemporaryDir out;
     const ProcessOutcome pack =
         run(QStringLiteral(KESTIL_CPACK),
-            {QStringLiteral("-G"), QStringLiteral("DEB"), QStringLiteral("--config"),
-             QStringLiteral(KESTIL_BUILD_DIR "/CPackConfig.cmake"), QStringLiteral("-B"), out.path()},
+            {u"-G"_s, u"DEB"_s, u"--config"_s, QStringLiteral(KESTIL_BUILD_DIR "/CPackConfig.cmake"), u"-B"_s,
+             out.path()},
             600000);
     ASSERT_EQ(pack.code, 0) << pack.output.toStdString();
-    const QStringList debs = QDir(out.path()).entryList({QStringLiteral("*.deb")}, QDir::Files);
+    const QStringList debs = QDir(out.path()).entryList({u"*.deb"_s}, QDir::Files);
     ASSERT_EQ(debs.size(), 1) << pack.output.toStdString();
     const QString deb = out.filePath(debs.constFirst());
 
     const bool privateLibraries = !QStringLiteral(KESTIL_PRIVATE_LIBS).isEmpty();
-    const ProcessOutcome contents = run(QStringLiteral("dpkg-deb"), {QStringLiteral("-c"), deb});
-    QStringList expected{
-        QStringLiteral("./usr/bin/kestil"),
-        QStringLiteral("./usr/share/applications/") + applicationId + QStringLiteral(".desktop"),
-        QStringLiteral("./usr/share/metainfo/") + applicationId + QStringLiteral(".metainfo.xml"),
-        QStringLiteral("./usr/libexec/kestil/kestil-diarisation-worker")};
+    const ProcessOutcome contents = run(u"dpkg-deb"_s, {u"-c"_s, deb});
+    QStringList expected{u"./usr/bin/kestil"_s,
+                         u"./usr/share/applications/"_s + applicationId + u".desktop"_s,
+                         u"./usr/share/metainfo/"_s + applicationId + u".metainfo.xml"_s,
+                         u"./usr/libexec/kestil/kestil-diarisation-worker"_s};
     for (const char *size : {"16x16", "128x128", "256x256"})
-        expected << QStringLiteral("./usr/share/icons/hicolor/%1/apps/").arg(QLatin1String(size)) +
-                        applicationId + QStringLiteral(".png");
+        expected << u"./usr/share/icons/hicolor/%1/apps/"_s.arg(QLatin1String(size)) + applicationId +
+                        u".png"_s;
     if (privateLibraries)
         expected << QStringLiteral("./usr/" KESTIL_PRIVATE_LIBS "/libllama.so");
     for (const QString &path : expected)
@@ -134,30 +133,26 @@ TEST(PackagingTest, TheDebianPackageNamesWhatItNeedsAndRunsFromWhereverItIsUnpac
 
     // Every dependency can be met on this Debian 12: at least one package of
     // each alternative is known to dpkg here.
-    const ProcessOutcome depends =
-        run(QStringLiteral("dpkg-deb"), {QStringLiteral("--field"), deb, QStringLiteral("Depends")});
+    const ProcessOutcome depends = run(u"dpkg-deb"_s, {u"--field"_s, deb, u"Depends"_s});
     ASSERT_EQ(depends.code, 0);
-    for (const QString &needed : {QStringLiteral("libqt6widgets6"), QStringLiteral("libpulse0"),
-                                  QStringLiteral("pocketsphinx-en-us"), QStringLiteral("qt6-qpa-plugins")})
+    for (const QString &needed :
+         {u"libqt6widgets6"_s, u"libpulse0"_s, u"pocketsphinx-en-us"_s, u"qt6-qpa-plugins"_s})
         EXPECT_TRUE(depends.output.contains(needed)) << depends.output.toStdString();
     for (const QString &group : depends.output.trimmed().split(QLatin1Char(','), Qt::SkipEmptyParts)) {
         bool met = false;
         for (const QString &alternative : group.split(QLatin1Char('|'))) {
             const QString name = alternative.trimmed().section(QLatin1Char(' '), 0, 0);
-            met = met || run(QStringLiteral("dpkg-query"), {QStringLiteral("-W"), name}).code == 0;
+            met = met || run(u"dpkg-query"_s, {u"-W"_s, name}).code == 0;
         }
         EXPECT_TRUE(met) << "nothing here provides " << group.trimmed().toStdString();
     }
 
     // Unpacked away from /usr and from the build machine's native prefix.
-    const QString prefix = out.filePath(QStringLiteral("somewhere/usr"));
-    ASSERT_EQ(run(QStringLiteral("dpkg-deb"),
-                  {QStringLiteral("-x"), deb, out.filePath(QStringLiteral("somewhere"))})
-                  .code,
-              0);
-    const QString binary = prefix + QStringLiteral("/bin/kestil");
+    const QString prefix = out.filePath(u"somewhere/usr"_s);
+    ASSERT_EQ(run(u"dpkg-deb"_s, {u"-x"_s, deb, out.filePath(u"somewhere"_s)}).code, 0);
+    const QString binary = prefix + u"/bin/kestil"_s;
     if (privateLibraries) {
-        const ProcessOutcome dynamic = run(QStringLiteral("readelf"), {QStringLiteral("-d"), binary});
+        const ProcessOutcome dynamic = run(u"readelf"_s, {u"-d"_s, binary});
         EXPECT_TRUE(dynamic.output.contains(QStringLiteral("$ORIGIN/../" KESTIL_PRIVATE_LIBS)))
             << dynamic.output.toStdString();
         EXPECT_FALSE(dynamic.output.contains(QStringLiteral(KESTIL_NATIVE_PREFIX_DIR)))
@@ -166,9 +161,9 @@ TEST(PackagingTest, TheDebianPackageNamesWhatItNeedsAndRunsFromWhereverItIsUnpac
                                    prefix);
     }
     // So do sherpa-onnx and ONNX Runtime for the speaker diarisation helper.
-    expectLibrariesFromTheTree(prefix + QStringLiteral("/libexec/kestil/kestil-diarisation-worker"),
+    expectLibrariesFromTheTree(prefix + u"/libexec/kestil/kestil-diarisation-worker"_s,
                                {"libsherpa-onnx-c-api.so", "libonnxruntime.so"}, prefix);
-    const ProcessOutcome started = startInstalled(binary, out.filePath(QStringLiteral("home")));
+    const ProcessOutcome started = startInstalled(binary, out.filePath(u"home"_s));
     EXPECT_EQ(started.code, 0) << started.output.toStdString();
 }
 
