@@ -143,6 +143,9 @@ TEST_F(PrivacyE2ETest, RecordingSummarisingAskingAndExportingStayOnThisComputer)
     ASSERT_TRUE(eventually([&] { return segmentFolders(data).size() == 1; }, 60000));
     const QJsonObject recordingLock = services.waitFor(u"Inhibit"_s, 1, 20000);
     EXPECT_EQ(recordingLock.value(u"why"_s).toString(), u"Record and transcribe a note"_s);
+    EXPECT_EQ(recordingLock.value(u"what"_s).toString(), u"sleep:idle"_s);
+    EXPECT_EQ(recordingLock.value(u"mode"_s).toString(), u"block"_s);
+    EXPECT_EQ(recordingLock.value(u"who"_s).toString(), u"Kestil"_s);
     QString error;
     ASSERT_TRUE(pulse.play(speech, QLatin1String(test::PulseAudioServer::micFeed), &error))
         << error.toStdString();

@@ -2,8 +2,8 @@
 // test's own where a recording notification service and a stand-in for
 // logind answer (tests/support/FakeDesktopServices.cpp), the program's own
 // window on a real store, and a scripted language model for summaries. The
-// locks the real program takes while it records and summarises are the
-// privacy end-to-end test's.
+// sleep locks the real program takes while it records and summarises, and
+// their release, are the privacy end-to-end test's.
 #include "ShellTestSupport.h"
 #include "generation/ScriptedLanguageModel.h"
 
@@ -65,28 +65,6 @@ protected:
     std::unique_ptr<QDBusConnection> connection;
     test::FakeDesktopServices services;
 };
-
-TEST_F(DesktopBusTest, LogindHoldsOffSleepUntilTheWorkEndsOrKestilGoes)
-{
-    startServices({false, true, false});
-    auto inhibitor = std::make_unique<SleepInhibitor>(buses(), u"Finish on-device note summary"_s);
-    inhibitor->setWanted(true);
-    const QJsonObject taken = services.waitFor(u"Inhibit"_s);
-    EXPECT_EQ(taken.value(u"what"_s).toString(), u"sleep:idle"_s);
-    EXPECT_EQ(taken.value(u"mode"_s).toString(), u"block"_s);
-    EXPECT_EQ(taken.value(u"who"_s).toString(), u"Kestil"_s);
-    EXPECT_EQ(taken.value(u"why"_s).toString(), u"Finish on-device note summary"_s);
-    ASSERT_TRUE(test::waitUntil([&] { return inhibitor->held(); }));
-    EXPECT_EQ(inhibitor->holder(), SleepInhibitor::Holder::login1);
-    inhibitor->setWanted(false);
-    EXPECT_FALSE(services.waitFor(u"Released"_s).isEmpty());
-
-    inhibitor->setWanted(true);
-    ASSERT_FALSE(services.waitFor(u"Inhibit"_s, 2).isEmpty());
-    ASSERT_TRUE(test::waitUntil([&] { return inhibitor->held(); }));
-    inhibitor.reset();
-    EXPECT_FALSE(services.waitFor(u"Released"_s, 2).isEmpty()) << "a lock dies with its holder";
-}
 
 // The whole of it on the program's window: summaries notify, a click opens
 // the note, the support card waits for a free moment.

@@ -1,7 +1,6 @@
 // The note's widgets on their own, offscreen: the transcript tab, the
-// transcript edit sheet, the summary page and the floating recording
-// indicator. What they show is the rules' of tests/library and
-// tests/documents; here, that they show it and act on the user's input.
+// transcript edit sheet and the floating recording indicator. What they show
+// is the rules' of tests/library; here, that they show it and act on input.
 #include "capture/recorder/RecorderTestSupport.h"
 #include "core/NoteTranscript.h"
 #include "core/SharedPersistenceController.h"
@@ -11,11 +10,9 @@
 #include "shell/RecordingIndicator.h"
 #include "shell/RecordingWidgetController.h"
 #include "shell/RecordingWidgetPanel.h"
-#include "shell/StructuredSummaryView.h"
 #include "shell/TranscriptEditor.h"
 #include "shell/TranscriptTab.h"
 
-#include <QDesktopServices>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QMouseEvent>
@@ -28,7 +25,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTextBrowser>
-#include <QUrl>
 
 #include <gtest/gtest.h>
 
@@ -159,43 +155,6 @@ TEST(TranscriptEditorTest, SaveWritesTheEditAndCancelNothingAndARefusalKeepsTheS
     EXPECT_EQ(stored(), u"And more."_s);
 }
 
-class UrlCatcher : public QObject {
-    Q_OBJECT
-public:
-    QList<QUrl> opened;
-public slots:
-    void open(const QUrl &url) { opened.append(url); }
-};
-
-// The summary page names its items, and a click on a link opens it without
-// changing the page.
-TEST(StructuredSummaryViewTest, NamesItsItemsAndOpensLinksOnlyOnClick)
-{
-    StructuredSummaryView view(u"noteDetailSummaryText"_s);
-    view.resize(600, 500);
-    view.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
-    const QString summary = u"Read [the plan](https://example.org/plan) first.\n\n## Decisions\n"
-                            "- Launch in April\n- Owner: Sam\n"_s;
-    view.setMarkdown(summary, false);
-    ASSERT_TRUE(view.widget()->findChild<QWidget *>(u"structuredSummaryOverview"_s));
-    EXPECT_EQ(view.widget()->findChild<QWidget *>(u"markdownListItem-4"_s)->accessibleDescription(),
-              u"• Owner: Sam"_s);
-
-    UrlCatcher catcher;
-    QDesktopServices::setUrlHandler(u"https"_s, &catcher, "open");
-    QPoint link;
-    for (int x = 0; x < 600 && link.isNull(); x += 2)
-        for (int y = 0; y < 80 && link.isNull(); y += 2)
-            if (!view.linkAt(QPoint(x, y)).isEmpty())
-                link = QPoint(x, y);
-    ASSERT_FALSE(link.isNull());
-    QTest::mouseClick(view.widget(), Qt::LeftButton, {}, link);
-    QDesktopServices::unsetUrlHandler(u"https"_s);
-    EXPECT_EQ(catcher.opened, (QList<QUrl>{QUrl(u"https://example.org/plan"_s)}));
-    EXPECT_EQ(view.markdown(), summary);
-}
-
 void sendMouse(QWidget *widget, QEvent::Type type, const QPoint &global, Qt::MouseButtons buttons)
 {
     QMouseEvent event(type, widget->mapFromGlobal(global), global, Qt::LeftButton, buttons, Qt::NoModifier);
@@ -276,5 +235,3 @@ TEST(RecordingWidgetTest, ThePanelFollowsThePreferenceOpensInTheCornerAndKeepsWh
 }
 
 } // namespace
-
-#include "WidgetsTest.moc"
