@@ -4,7 +4,6 @@
 // (offscreen) from wherever the package was unpacked, its private libraries
 // resolving inside the unpacked tree.
 #include <QDir>
-#include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>

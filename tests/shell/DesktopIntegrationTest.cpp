@@ -19,12 +19,10 @@
 #include "support/PrivateBus.h"
 
 #include <QApplication>
-#include <QComboBox>
 #include <QDBusConnection>
 #include <QJsonArray>
 #include <QLabel>
 #include <QPushButton>
-#include <QToolButton>
 
 #include <gtest/gtest.h>
 

@@ -22,7 +22,6 @@
 #include "shell/TagView.h"
 #include "shell/TranscriptTab.h"
 
-#include <QApplication>
 #include <QComboBox>
 #include <QDir>
 #include <QFile>
@@ -33,7 +32,6 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSystemTrayIcon>
-#include <QTabWidget>
 #include <QToolButton>
 #include <QTreeWidget>
 
