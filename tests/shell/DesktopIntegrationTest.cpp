@@ -12,17 +12,13 @@
 #include "shell/DesktopIntegration.h"
 #include "shell/DesktopNotifications.h"
 #include "shell/EngagementPrompts.h"
-#include "shell/SettingsWindow.h"
 #include "shell/SleepInhibitor.h"
-#include "shell/SupportActionsView.h"
 #include "shell/SupportPage.h"
 #include "support/PrivateBus.h"
 
 #include <QApplication>
 #include <QDBusConnection>
 #include <QJsonArray>
-#include <QLabel>
-#include <QPushButton>
 
 #include <gtest/gtest.h>
 
@@ -96,18 +92,6 @@ protected:
         ASSERT_EQ(target->summary(), summary);
     }
 
-    SettingsWindow &settingsWindow()
-    {
-        rig.window->showSettings();
-        SettingsWindow *window = rig.window->settingsWindow();
-        EXPECT_TRUE(window && QTest::qWaitForWindowExposed(window));
-        return *window;
-    }
-    template <typename T = QWidget> T *inSettings(const QString &name)
-    {
-        return test::childOf<T>(rig.window->settingsWindow(), name);
-    }
-
     ScriptedLanguageModel model;
     test::ShellRig rig;
     std::unique_ptr<DesktopIntegration> desktop;
@@ -169,31 +153,6 @@ TEST_F(DesktopIntegrationTest, TheSupportCardComesAtTheFifthSummaryOnlyWhenNothi
     ASSERT_TRUE(test::waitFor(rig.list().stopTranscription()));
     test::settle(600ms);
     EXPECT_EQ(desktop->supportCard(), nullptr);
-}
-
-TEST_F(DesktopIntegrationTest, SettingsShowsTheBlockedNotificationsAndTheSupportRows)
-{
-    qputenv("KESTIL_DATA_DIR", rig.data.path().toUtf8());
-    launch({false, true, false}); // no notification service on this desktop
-    settingsWindow();
-    EXPECT_TRUE(test::waitUntil(
-        [&] { return inSettings<QLabel>(u"settingsSummaryNotificationsBlocked"_s)->isVisible(); }, 5s));
-    EXPECT_FALSE(inSettings(u"settingsAllowSummaryNotifications"_s)->isVisible());
-
-    QList<QUrl> opened;
-    inSettings<SupportActionsView>(QString())->setOpener([&](const QUrl &url) { opened.append(url); });
-    auto *check = inSettings<QLabel>(u"settingsSupportFeedbackCheck"_s);
-    EXPECT_FALSE(check->isVisible());
-    inSettings<QPushButton>(u"settingsSupportFeedback"_s)->click();
-    EXPECT_EQ(opened, QList<QUrl>{desktop->supportTargets().feedback});
-    EXPECT_TRUE(check->isVisible());
-    EXPECT_TRUE(desktop->engagement().hasClicked(KestilEngagement::Action::feedback));
-    inSettings<QPushButton>(u"settingsSupportShowPage"_s)->click();
-    auto *page = rig.window->settingsWindow()->findChild<SupportPage *>(u"kestilSupportPage"_s);
-    ASSERT_NE(page, nullptr);
-    EXPECT_NE(page->findChild<QPushButton *>(u"kestilSupportDismiss"_s), nullptr);
-    page->close();
-    qunsetenv("KESTIL_DATA_DIR");
 }
 
 } // namespace
