@@ -32,7 +32,9 @@ const QString transcript = u"Maria opened the weekly sync by reviewing the budge
                            "campaign, and the team agreed to move the launch to April."_s;
 const QString summary = u"## Decisions\n- Launch moves to **April**."_s;
 
-class DesktopBusTest : public ::testing::Test {
+// The whole of it on the program's window: summaries notify, a click opens
+// the note, the support card waits for a free moment.
+class DesktopIntegrationTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -44,45 +46,25 @@ protected:
     }
     void TearDown() override
     {
+        if (rig.delegate)
+            rig.delegate->setDesktopIntegration(nullptr);
+        desktop.reset();
         services.stop();
-        QDBusConnection::disconnectFromBus(connection->name());
+        if (connection)
+            QDBusConnection::disconnectFromBus(connection->name());
     }
-
-    void startServices(test::FakeDesktopServices::Options options)
-    {
-        ASSERT_EQ(services.start(bus.address(), options), QString());
-    }
-    SleepInhibitor::Buses buses() const { return SleepInhibitor::Buses{*connection, *connection}; }
-
-    static inline int connections = 0;
-    test::PrivateBus bus;
-    std::unique_ptr<QDBusConnection> connection;
-    test::FakeDesktopServices services;
-};
-
-// The whole of it on the program's window: summaries notify, a click opens
-// the note, the support card waits for a free moment.
-class DesktopIntegrationTest : public DesktopBusTest {
-protected:
     void launch(test::FakeDesktopServices::Options options)
     {
-        startServices(options);
+        ASSERT_EQ(services.start(bus.address(), options), QString());
         rig.launch();
         ASSERT_TRUE(rig.exposed);
         rig.list().setLanguageModel(&model);
-        DesktopIntegration::Environment environment{buses(), *connection, SupportTargets{},
+        DesktopIntegration::Environment environment{SleepInhibitor::Buses{*connection, *connection},
+                                                    *connection, SupportTargets{},
                                                     [this] { return inFront; }};
         desktop = std::make_unique<DesktopIntegration>(*rig.delegate, *rig.window, environment);
         rig.delegate->setDesktopIntegration(desktop.get());
     }
-    void TearDown() override
-    {
-        if (rig.delegate)
-            rig.delegate->setDesktopIntegration(nullptr);
-        desktop.reset();
-        DesktopBusTest::TearDown();
-    }
-
     NotePtr note(const QString &title) { return rig.addNote(title, transcript); }
     // A titled note needs no title: the model writes the summary, then tags.
     void summarize(const NotePtr &target)
@@ -92,6 +74,10 @@ protected:
         ASSERT_EQ(target->summary(), summary);
     }
 
+    static inline int connections = 0;
+    test::PrivateBus bus;
+    std::unique_ptr<QDBusConnection> connection;
+    test::FakeDesktopServices services;
     ScriptedLanguageModel model;
     test::ShellRig rig;
     std::unique_ptr<DesktopIntegration> desktop;
