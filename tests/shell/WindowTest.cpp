@@ -292,9 +292,9 @@ TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
     QTest::keyClicks(chip->createSheet()->findChild<QLineEdit *>(u"noteFolderChipNewFolderField"_s),
                      u"Clients"_s);
     clickButton(chip->createSheet()->findChild<QPushButton *>(u"noteFolderChipCreateButton"_s));
-    const NotePtr plan = rig.noteTitled(u"Plan"_s);
-    ASSERT_TRUE(plan->folder());
-    EXPECT_EQ(rig.storedNote(*plan->id())->folder()->name(), u"Clients"_s) << "filing is saved";
+    const NotePtr plan = rig.storedNote(*rig.noteTitled(u"Plan"_s)->id());
+    ASSERT_TRUE(plan->folder()) << "filing is saved";
+    EXPECT_EQ(plan->folder()->name(), u"Clients"_s);
 }
 
 TEST(LibraryOrganizeTest, TagsAreAddedAndRemovedByHand)
