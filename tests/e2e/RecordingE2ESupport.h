@@ -1,13 +1,14 @@
 #pragma once
 
-// What the recording end-to-end tests share: speech to play, a look into the
-// recording folders and the store file while kestil runs, and polling.
+// What the end-to-end tests share: speech to play, a look into the recording
+// folders and the store file while kestil runs, and polling.
+
+#include "support/SoundFiles.h"
 
 #include <QDir>
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QSet>
 #include <QString>
@@ -17,35 +18,27 @@
 #include <sqlite3.h>
 
 #include <functional>
-#include <optional>
 
 namespace kestil::testing {
 
-inline const QString firstPhrase =
-    QStringLiteral("we should schedule another meeting next week to discuss the budget");
-inline const QString secondPhrase =
-    QStringLiteral("please send the quarterly report to the finance team before friday");
-inline const QString thirdPhrase = QStringLiteral("the new office opens in march and everyone is invited");
+using namespace Qt::StringLiterals;
+
+inline const QString firstPhrase = u"we should schedule another meeting next week to discuss the budget"_s;
+inline const QString secondPhrase = u"please send the quarterly report to the finance team before friday"_s;
+inline const QString thirdPhrase = u"the new office opens in march and everyone is invited"_s;
 
 // espeak-ng's Klatt voice, which PocketSphinx's acoustic model hears best.
 inline bool speak(const QString &text, const QString &wav)
 {
-    QProcess espeak;
-    espeak.setProcessChannelMode(QProcess::MergedChannels);
-    espeak.start(QStringLiteral("espeak-ng"),
-                 {QStringLiteral("-v"), QStringLiteral("en-us+klatt4"), QStringLiteral("-s"),
-                  QStringLiteral("150"), QStringLiteral("-w"), wav, text});
-    return espeak.waitForFinished(60000) && espeak.exitCode() == 0;
-}
-
-inline QStringList wordsOf(const QString &text)
-{
-    return text.toLower().split(QRegularExpression(QStringLiteral("[^a-z']+")), Qt::SkipEmptyParts);
+    return test::synthesizeSpeech(text, wav, nullptr, u"en-us+klatt4"_s, 150);
 }
 
 // The share of the reference's words that were heard.
 inline double wordsHeard(const QString &reference, const QString &heard)
 {
+    const auto wordsOf = [](const QString &text) {
+        return text.toLower().split(QRegularExpression(u"[^a-z']+"_s), Qt::SkipEmptyParts);
+    };
     const QStringList expected = wordsOf(reference);
     const QStringList got = wordsOf(heard);
     const QSet<QString> present(got.begin(), got.end());
@@ -68,17 +61,20 @@ inline bool eventually(const std::function<bool()> &condition, int timeoutMs, in
     return true;
 }
 
-// Recordings/<note>/<segment> folders that hold a manifest, oldest first.
-inline QStringList segmentFolders(const QString &dataDir)
+// Recordings/<note>/<segment> folders that hold a manifest, oldest first;
+// of one note when `note` is given.
+inline QStringList segmentFolders(const QString &dataDir, const QString &note = {})
 {
     QStringList result;
-    QDir recordings(dataDir + QStringLiteral("/Recordings"));
-    for (const QString &note : recordings.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        QDir noteDir(recordings.filePath(note));
+    QDir recordings(dataDir + u"/Recordings"_s);
+    const QStringList notes =
+        note.isEmpty() ? recordings.entryList(QDir::Dirs | QDir::NoDotAndDotDot) : QStringList{note};
+    for (const QString &name : notes) {
         const auto segments =
-            noteDir.entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Time | QDir::Reversed);
+            QDir(recordings.filePath(name))
+                .entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Time | QDir::Reversed);
         for (const QFileInfo &segment : segments) {
-            if (QFile::exists(segment.filePath() + QStringLiteral("/recording.json")))
+            if (QFile::exists(segment.filePath() + u"/recording.json"_s))
                 result << segment.filePath();
         }
     }
@@ -87,43 +83,40 @@ inline QStringList segmentFolders(const QString &dataDir)
 
 inline bool manifestComplete(const QString &segment)
 {
-    QFile file(segment + QStringLiteral("/recording.json"));
+    QFile file(segment + u"/recording.json"_s);
     if (!file.open(QIODevice::ReadOnly))
         return false;
-    return QJsonDocument::fromJson(file.readAll()).object().value(QStringLiteral("complete")).toBool();
+    return QJsonDocument::fromJson(file.readAll()).object().value(u"complete"_s).toBool();
 }
 
-// A note row as the store file holds it, read by a read-only connection of
-// its own while kestil may be writing.
-struct StoredNote {
-    QString id;
-    QString transcription;
-    QString utterancesJson;
-};
-
-inline QList<StoredNote> readStoredNotes(const QString &dataDir)
+// The first column of the first row of a query, read from the store file by
+// a read-only connection of its own while kestil may be writing.
+inline QString storedValue(const QString &dataDir, const QString &sql)
 {
-    QList<StoredNote> notes;
+    QString value;
+    const QByteArray query = sql.toUtf8();
     sqlite3 *db = nullptr;
-    const QByteArray path = (dataDir + QStringLiteral("/KestilNotes.sqlite")).toUtf8();
-    if (sqlite3_open_v2(path.constData(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-        sqlite3_close(db);
-        return notes;
+    const QByteArray path = (dataDir + u"/KestilNotes.sqlite"_s).toUtf8();
+    if (sqlite3_open_v2(path.constData(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+        sqlite3_busy_timeout(db, 2000);
+        sqlite3_stmt *statement = nullptr;
+        if (sqlite3_prepare_v2(db, query.constData(), -1, &statement, nullptr) == SQLITE_OK &&
+            sqlite3_step(statement) == SQLITE_ROW) {
+            const auto *text = sqlite3_column_text(statement, 0);
+            value = text ? QString::fromUtf8(reinterpret_cast<const char *>(text)) : QString();
+        }
+        sqlite3_finalize(statement);
     }
-    sqlite3_busy_timeout(db, 2000);
-    sqlite3_stmt *statement = nullptr;
-    if (sqlite3_prepare_v2(db, "SELECT id, transcription, transcriptUtterancesJSON FROM note", -1, &statement,
-                           nullptr) == SQLITE_OK) {
-        const auto text = [statement](int column) {
-            const auto *value = sqlite3_column_text(statement, column);
-            return value ? QString::fromUtf8(reinterpret_cast<const char *>(value)) : QString();
-        };
-        while (sqlite3_step(statement) == SQLITE_ROW)
-            notes.append({text(0), text(1), text(2)});
-    }
-    sqlite3_finalize(statement);
     sqlite3_close(db);
-    return notes;
+    return value;
+}
+
+// The transcript of a note (by its folder's name, the id in capitals), or of
+// the first one, as the store file holds it.
+inline QString storedTranscript(const QString &dataDir, const QString &note = {})
+{
+    return storedValue(dataDir, u"SELECT transcription FROM note"_s +
+                                    (note.isEmpty() ? QString() : u" WHERE id = '%1'"_s.arg(note)));
 }
 
 } // namespace kestil::testing

@@ -9,69 +9,59 @@
 #include "speech/DiarisationModels.h"
 #include "speech/engines/SpeechTestSupport.h"
 #include "support/PulseAudioServer.h"
-#include "support/SoundFiles.h"
 
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-#include <iostream>
-
 using namespace kestil;
+using namespace Qt::StringLiterals;
 using namespace kestil::testing;
 
 namespace {
 
-QString testModels()
-{
-    const QString dir = qEnvironmentVariable("KESTIL_TEST_MODELS_DIR");
-    return dir.isEmpty() ? QDir::homePath() + QStringLiteral("/.cache/kestil/models") : dir;
-}
-
 TEST(SpeakersE2ETest, ARecordingOfTwoVoicesNamesTwoSpeakersInTheTranscript)
 {
-    const QString models = testModels() + QStringLiteral("/diarisation");
+    const QString models = test::modelsDirectory() + u"/diarisation"_s;
     for (const DiarisationModel &model : diarisationModels())
         ASSERT_TRUE(QFile::exists(diarisationModelPath(models, model)))
             << "run scripts/test-models.sh: " << model.fileName.toStdString() << " is missing";
-    ASSERT_FALSE(QStandardPaths::findExecutable(QStringLiteral("xclip")).isEmpty()) << "xclip is needed";
-    test::PulseAudioServer pulse;
+    ASSERT_FALSE(QStandardPaths::findExecutable(u"xclip"_s).isEmpty()) << "xclip is needed";
     ASSERT_TRUE(test::PulseAudioServer::available()) << "pulseaudio, pactl and paplay are needed";
+    test::PulseAudioServer pulse;
     const QString problem = pulse.start();
     ASSERT_TRUE(problem.isEmpty()) << problem.toStdString();
     DesktopSession desktop;
     ASSERT_TRUE(desktop.started()) << "Xvfb did not start";
 
     QTemporaryDir work;
-    const QString data = work.filePath(QStringLiteral("data"));
+    const QString data = work.filePath(u"data"_s);
     test::installRealWhisperModel(data);
-    const QString installed = data + QStringLiteral("/Models/diarisation");
+    const QString installed = data + u"/Models/diarisation"_s;
     ASSERT_TRUE(QDir().mkpath(installed));
     for (const DiarisationModel &model : diarisationModels())
         ASSERT_TRUE(QFile::copy(diarisationModelPath(models, model), diarisationModelPath(installed, model)));
 
-    // Two voices that the embedding tells apart, taking turns.
-    const struct {
-        const char *voice;
-        QString text;
-    } turns[] = {
-        {"en-us", firstPhrase + QStringLiteral(" and I will book the large room for it")},
-        {"en-us+f5", secondPhrase + QStringLiteral(" so that we can close the books on time")},
-        {"en-us", thirdPhrase + QStringLiteral(" with lunch for the whole team on the first day")},
-        {"en-us+f5", QStringLiteral("thank you all for coming and see you next week at the same time")},
+    // Two voices that the speaker embedding tells apart, taking turns of a
+    // sentence each.
+    const std::pair<const char *, QString> turns[] = {
+        {"en-us", firstPhrase},
+        {"en-us+f5", secondPhrase},
+        {"en-us", thirdPhrase},
+        {"en-us+f5", u"thank you all for coming and see you next week at the same time"_s},
     };
     QStringList files;
-    for (const auto &turn : turns) {
-        files << work.filePath(QStringLiteral("turn-%1.wav").arg(files.size()));
+    for (const auto &[voice, text] : turns) {
+        files << work.filePath(u"turn-%1.wav"_s.arg(files.size()));
         QString error;
-        ASSERT_TRUE(test::synthesizeSpeech(turn.text, files.last(), &error, QLatin1String(turn.voice)))
+        ASSERT_TRUE(test::synthesizeSpeech(text, files.last(), &error, QLatin1String(voice)))
             << error.toStdString();
     }
 
     const QString window = desktop.launchKestil(data);
     ASSERT_FALSE(window.isEmpty()) << "no Kestil window appeared";
-    ASSERT_TRUE(desktop.pressKeys(window, QStringLiteral("ctrl+n")));
+    ASSERT_TRUE(desktop.pressKeys(window, u"ctrl+n"_s));
     ASSERT_TRUE(eventually([&] { return segmentFolders(data).size() == 1; }, 60000));
     for (const QString &file : files) {
         QString error;
@@ -80,35 +70,29 @@ TEST(SpeakersE2ETest, ARecordingOfTwoVoicesNamesTwoSpeakersInTheTranscript)
         QThread::msleep(700);
     }
     QThread::msleep(1500);
-    ASSERT_TRUE(desktop.pressKeys(window, QStringLiteral("ctrl+shift+s")));
+    ASSERT_TRUE(desktop.pressKeys(window, u"ctrl+shift+s"_s));
 
     // Identification runs on its own after Stop.
-    const bool identified = eventually(
-        [&] {
-            const auto notes = readStoredNotes(data);
-            return notes.size() == 1 && notes[0].utterancesJson.contains(QStringLiteral("\"speaker\":1"));
-        },
-        120000, 500);
-    QThread::msleep(800);
-    desktop.screenshot(QStringLiteral("speakers-1-transcript"));
-    if (!identified)
-        std::cerr << "kestil's output:\n" << desktop.kestilOutput().toStdString() << std::endl;
-    ASSERT_TRUE(identified) << readStoredNotes(data).value(0).utterancesJson.toStdString();
+    const QString utterances = u"SELECT transcriptUtterancesJSON FROM note"_s;
+    const bool identified =
+        eventually([&] { return storedValue(data, utterances).contains(u"\"speaker\":1"_s); }, 120000, 500);
+    desktop.screenshot(u"speakers-1-transcript"_s);
+    ASSERT_TRUE(identified) << storedValue(data, utterances).toStdString() << "\nkestil's output:\n"
+                            << desktop.kestilOutput().toStdString();
 
-    ASSERT_TRUE(desktop.pressKeys(window, QStringLiteral("ctrl+shift+c")));
+    ASSERT_TRUE(desktop.pressKeys(window, u"ctrl+shift+c"_s));
     QString copied;
     EXPECT_TRUE(eventually(
         [&] {
-            copied = desktop.run(QStringLiteral("xclip"), {QStringLiteral("-o"), QStringLiteral("-selection"),
-                                                           QStringLiteral("clipboard")});
-            return copied.contains(QStringLiteral("Speaker 2: "));
+            copied = desktop.run(u"xclip"_s, {u"-o"_s, u"-selection"_s, u"clipboard"_s});
+            return copied.contains(u"Speaker 2: "_s);
         },
         5000));
-    EXPECT_TRUE(copied.startsWith(QStringLiteral("Speaker 1: "))) << copied.toStdString();
-    EXPECT_TRUE(copied.contains(QStringLiteral("\n\nSpeaker 2: "))) << copied.toStdString();
-    EXPECT_FALSE(copied.contains(QStringLiteral("Speaker 3"))) << copied.toStdString();
+    EXPECT_TRUE(copied.startsWith(u"Speaker 1: "_s)) << copied.toStdString();
+    EXPECT_TRUE(copied.contains(u"\n\nSpeaker 2: "_s)) << copied.toStdString();
+    EXPECT_FALSE(copied.contains(u"Speaker 3"_s)) << copied.toStdString();
 
-    ASSERT_TRUE(desktop.pressKeys(window, QStringLiteral("ctrl+q")));
+    ASSERT_TRUE(desktop.pressKeys(window, u"ctrl+q"_s));
     EXPECT_TRUE(desktop.waitForKestilExit(30000));
 }
 

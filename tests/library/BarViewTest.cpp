@@ -10,25 +10,25 @@ using namespace kestil;
 
 namespace {
 
-constexpr float nan = std::numeric_limits<float>::quiet_NaN();
-
-BarView bar(float level, bool standing = false)
+BarView bar(float level, bool standing = false, double height = 20, double factor = 0.2)
 {
     BarView b;
     b.alwaysShowBars = standing;
     b.audioLevel = level;
+    b.height = height;
+    b.smoothedHeightFactor = factor;
     return b;
 }
 
-TEST(BarViewLevelTest, WavingShowsAnyAudibleSoundAndStandingCompressesTheLevel)
+TEST(BarViewTest, WavingShowsAnyAudibleSoundAndStandingCompressesTheLevel)
 {
-    struct Case {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const struct {
         float level;
         bool standing;
         double shown;
         bool signal;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {0.005f, false, 0.05, true}, // audible but small: the least visible level
         {0.1f, false, 0.54, true},    {0.2f, false, 1.0, true},       {5.0f, false, 1.0, true},
         {0.0002f, false, 0.05, true}, {0.0001f, false, 0.0, false},   {0.0f, false, 0.0, false},
@@ -36,67 +36,57 @@ TEST(BarViewLevelTest, WavingShowsAnyAudibleSoundAndStandingCompressesTheLevel)
         {0.01f, true, 0.5212, true},  {0.00001f, true, 0.0378, true}, {0.0f, true, 0.0, false},
         {-1.0f, true, 0.0, false},
     };
-    for (const Case &c : cases) {
+    for (const auto &c : cases) {
         EXPECT_NEAR(normalizedLevel(c.level, c.standing), c.shown, 1e-4) << c.level << " " << c.standing;
         EXPECT_EQ(hasSignal(c.level, c.standing), c.signal) << c.level << " " << c.standing;
     }
 }
 
-TEST(BarViewGeometryTest, HeightIsClampedAndDrawnToTheNearestHalfPoint)
+TEST(BarViewTest, TheDrawnHeightIsClampedToItsFloorAndRoundedToTheNearestHalfPoint)
 {
-    BarView b = bar(0.2f);
-    b.height = 40;
-    b.smoothedHeightFactor = 1;
-    EXPECT_DOUBLE_EQ(drawnBarHeight(b), 28);
-    EXPECT_NEAR(barWidth(b), 5.04, 1e-12);
-    EXPECT_DOUBLE_EQ(barCornerRadius(b), 2.8);
-    b.height = 4;
-    EXPECT_DOUBLE_EQ(drawnBarHeight(b), 12);
-    EXPECT_NEAR(barWidth(b), 2.16, 1e-12);
+    const struct {
+        double height, factor;
+        bool standing;
+        double drawn;
+    } cases[] = {{40, 1, false, 28},    {4, 1, false, 12},
+                 {20, 0.01, false, 5}, // the waving floor is 0.24
+                 {20, 0.61, false, 12}, {20, 0.64, false, 13},
+                 {20, 3, false, 20},    {25, 0, true, 2}}; // the standing floor is 0.08
+    for (const auto &c : cases)
+        EXPECT_DOUBLE_EQ(drawnBarHeight(bar(0.2f, c.standing, c.height, c.factor)), c.drawn)
+            << c.height << " " << c.factor;
+    EXPECT_NEAR(barWidth(bar(0, false, 40)), 5.04, 1e-12);
+    EXPECT_DOUBLE_EQ(barCornerRadius(bar(0, false, 40)), 2.8);
     EXPECT_DOUBLE_EQ(clampedBarHeight(std::numeric_limits<double>::quiet_NaN()), 12);
-
-    b.height = 20;
-    for (const auto &[factor, drawn] : {std::pair{0.01, 5.0}, {0.61, 12.0}, {0.64, 13.0}, {3.0, 20.0}}) {
-        b.smoothedHeightFactor = factor; // 0.01 is below the waving floor of 0.24
-        EXPECT_DOUBLE_EQ(drawnBarHeight(b), drawn) << factor;
-    }
-    BarView meter = bar(0.0f, true);
-    meter.height = 25;
-    meter.smoothedHeightFactor = 0.0; // the standing floor is 0.08
-    EXPECT_DOUBLE_EQ(drawnBarHeight(meter), 2.0);
 }
 
-TEST(BarViewMotionTest, SilenceRestsAsADotUnlessMotionIsForced)
+TEST(BarViewTest, SilenceRestsAsADotUnlessMotionIsForcedAndTheWaveStaysInItsBounds)
 {
-    BarView b = bar(0.0f);
-    b.smoothedHeightFactor = 0.9;
+    BarView b = bar(0.0f, false, 20, 0.9);
     advanceBar(b, {1.0, 0.44});
     EXPECT_DOUBLE_EQ(b.smoothedHeightFactor, 0.2);
     EXPECT_TRUE(barDrawsAsDot(b));
     EXPECT_DOUBLE_EQ(drawnBarHeight(b), 5.0) << "the dot is drawn no lower than the floor";
-
     b.forceMotionAtLowInput = true;
     EXPECT_FALSE(barDrawsAsDot(b));
     advanceBar(b, {1.0, 0.44});
     EXPECT_GT(b.smoothedHeightFactor, 0.2) << "forced motion moves towards the wave";
-}
 
-TEST(BarViewMotionTest, TheWaveStaysBetweenItsBoundsAndLouderInputLiftsIt)
-{
+    // Louder input lifts the wave.
     for (const auto &[level, low, high] : {std::tuple{0.0f, 0.26, 0.7}, {0.2f, 0.46, 1.0}}) {
         double lowest = 1, highest = 0;
         for (double phase = 0; phase < 2 * std::numbers::pi; phase += 0.05) {
-            BarView b = bar(level);
-            b.motionPhase = phase;
-            lowest = std::min(lowest, targetHeightFactor(b));
-            highest = std::max(highest, targetHeightFactor(b));
+            BarView w = bar(level);
+            w.motionPhase = phase;
+            lowest = std::min(lowest, targetHeightFactor(w));
+            highest = std::max(highest, targetHeightFactor(w));
         }
         EXPECT_NEAR(lowest, low, 1e-3) << level;
         EXPECT_NEAR(highest, high, 1e-3) << level;
     }
 }
 
-TEST(BarViewMotionTest, PhaseWrapsAndTheRandomStateEasesTowardsItsDraws)
+TEST(BarViewTest, PhaseWrapsAndTheRandomStateEasesTowardsItsDraws)
 {
     BarView b = bar(0.1f);
     b.motionPhase = 2 * std::numbers::pi - 0.1;
@@ -105,7 +95,6 @@ TEST(BarViewMotionTest, PhaseWrapsAndTheRandomStateEasesTowardsItsDraws)
     EXPECT_NEAR(b.motionPhase, 0.4, 1e-9);
     EXPECT_NEAR(b.randomFactor, 1.02, 1e-12);
     EXPECT_NEAR(b.motionVelocity, 0.47, 1e-12);
-
     QRandomGenerator generator(7);
     for (int i = 0; i < 1000; ++i) {
         const BarDraws d = drawBarDraws(generator);
@@ -114,7 +103,7 @@ TEST(BarViewMotionTest, PhaseWrapsAndTheRandomStateEasesTowardsItsDraws)
     }
 }
 
-TEST(BarViewMotionTest, TheStandingMeterRisesFastFallsSlowlyAndClampsItsRange)
+TEST(BarViewTest, TheStandingMeterRisesFastFallsSlowlyAndClampsItsRange)
 {
     BarView b = bar(0.2f, true);
     b.maxHeightFactor = 0.9;

@@ -112,7 +112,7 @@ TEST_F(FilterAndSortStateTest, SearchLooksInTranscriptTitleAndJoinedTagsOnly)
     }
 }
 
-TEST_F(FilterAndSortStateTest, FolderSelection)
+TEST_F(FilterAndSortStateTest, FoldersMatchTheirOwnNotesAndTagsMatchAnyOrAllByExactName)
 {
     const QUuid work = QUuid::createUuid();
     const struct {
@@ -120,24 +120,22 @@ TEST_F(FilterAndSortStateTest, FolderSelection)
         FolderSelection selection;
         std::optional<QUuid> folder;
         bool matches;
-    } cases[] = {{"all, unfiled note", FolderSelection::all(), std::nullopt, true},
-                 {"all, filed note", FolderSelection::all(), work, true},
-                 {"unfiled, unfiled note", FolderSelection::unfiled(), std::nullopt, true},
-                 {"unfiled, filed note", FolderSelection::unfiled(), work, false},
-                 {"folder, its note", FolderSelection::folder(work), work, true},
-                 {"folder, another folder's note", FolderSelection::folder(work), QUuid::createUuid(), false},
-                 {"folder, unfiled note", FolderSelection::folder(work), std::nullopt, false},
-                 {"folder, a folder without id", FolderSelection::folder(work), QUuid(), false}};
-    for (const auto &c : cases) {
+    } folders[] = {
+        {"all, unfiled note", FolderSelection::all(), std::nullopt, true},
+        {"all, filed note", FolderSelection::all(), work, true},
+        {"unfiled, unfiled note", FolderSelection::unfiled(), std::nullopt, true},
+        {"unfiled, filed note", FolderSelection::unfiled(), work, false},
+        {"folder, its note", FolderSelection::folder(work), work, true},
+        {"folder, another folder's note", FolderSelection::folder(work), QUuid::createUuid(), false},
+        {"folder, unfiled note", FolderSelection::folder(work), std::nullopt, false},
+        {"folder, a folder without id", FolderSelection::folder(work), QUuid(), false}};
+    for (const auto &c : folders) {
         FilterAndSortState state;
         state.setSelectedFolder(c.selection);
-        const Library library({{u"n"_s, 0, {}, {}, c.folder}});
-        EXPECT_EQ(state.matchesFolder(library.notes.first()), c.matches) << c.name;
+        EXPECT_EQ(state.matchesFolder(Library({{u"n"_s, 0, {}, {}, c.folder}}).notes.first()), c.matches)
+            << c.name;
     }
-}
 
-TEST_F(FilterAndSortStateTest, TagsMatchAnyOrAllByExactName)
-{
     const QString a = u"alpha"_s, b = u"beta"_s;
     const struct {
         const char *name;
@@ -145,18 +143,17 @@ TEST_F(FilterAndSortStateTest, TagsMatchAnyOrAllByExactName)
         TagMatchMode mode;
         QStringList tags;
         bool matches;
-    } cases[] = {{"nothing chosen", {}, TagMatchMode::all, {}, true},
-                 {"any, one shared", {a, b}, TagMatchMode::any, {a}, true},
-                 {"any, none shared", {a}, TagMatchMode::any, {b}, false},
-                 {"all, every one held", {a, b}, TagMatchMode::all, {a, b, u"c"_s}, true},
-                 {"all, one missing", {a, b}, TagMatchMode::all, {a}, false},
-                 {"names compare exactly", {u"Alpha"_s}, TagMatchMode::any, {a}, false}};
-    for (const auto &c : cases) {
+    } tags[] = {{"nothing chosen", {}, TagMatchMode::all, {}, true},
+                {"any, one shared", {a, b}, TagMatchMode::any, {a}, true},
+                {"any, none shared", {a}, TagMatchMode::any, {b}, false},
+                {"all, every one held", {a, b}, TagMatchMode::all, {a, b, u"c"_s}, true},
+                {"all, one missing", {a, b}, TagMatchMode::all, {a}, false},
+                {"names compare exactly", {u"Alpha"_s}, TagMatchMode::any, {a}, false}};
+    for (const auto &c : tags) {
         FilterAndSortState state;
         state.setSelectedTags(c.chosen);
         state.setTagMatchMode(c.mode);
-        const Library library({{u"n"_s, 0, c.tags}});
-        EXPECT_EQ(state.matchesTags(library.notes.first()), c.matches) << c.name;
+        EXPECT_EQ(state.matchesTags(Library({{u"n"_s, 0, c.tags}}).notes.first()), c.matches) << c.name;
     }
 }
 

@@ -7,19 +7,17 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
 TEST(OrganizingRulesTest, TypedTagsKeepLettersDashesAndDigits)
 {
     const QList<std::pair<QString, QString>> cases{
-        {QStringLiteral("q3 plan!"), QStringLiteral("q3plan")},
-        {QStringLiteral("  Project-Alpha \n"), QStringLiteral("Project-Alpha")},
-        {QStringLiteral("#$%&*"), QString()},
-        {QStringLiteral("snake_case.v2"), QStringLiteral("snakecasev2")},
-        {QStringLiteral("Zoë Łódź"), QStringLiteral("ZoëŁódź")},
-        {QStringLiteral("日本語"), QStringLiteral("日本語")},
-        {QStringLiteral("١٢٣"), QString()}, // digits other than 0 to 9 go
+        {u"q3 plan!"_s, u"q3plan"_s},  {u"  Project-Alpha \n"_s, u"Project-Alpha"_s},
+        {u"#$%&*"_s, QString()},       {u"snake_case.v2"_s, u"snakecasev2"_s},
+        {u"Zoë Łódź"_s, u"ZoëŁódź"_s}, {u"日本語"_s, u"日本語"_s},
+        {u"١٢٣"_s, QString()}, // digits other than 0 to 9 go
     };
     for (const auto &[typed, cleaned] : cases)
         EXPECT_EQ(cleanedTagText(typed), cleaned) << typed.toStdString();
@@ -27,10 +25,10 @@ TEST(OrganizingRulesTest, TypedTagsKeepLettersDashesAndDigits)
 
 TEST(OrganizingRulesTest, DeletionSentenceCountsTheNotes)
 {
-    EXPECT_EQ(folderDeletionMessage(QStringLiteral("Work"), 1),
-              QStringLiteral("“Work” will be removed. 1 note in this folder will become Unfiled."));
-    EXPECT_EQ(folderDeletionMessage(QStringLiteral("Q3"), 12),
-              QStringLiteral("“Q3” will be removed. 12 notes in this folder will become Unfiled."));
+    EXPECT_EQ(folderDeletionMessage(u"Work"_s, 1),
+              u"“Work” will be removed. 1 note in this folder will become Unfiled."_s);
+    EXPECT_EQ(folderDeletionMessage(u"Q3"_s, 12),
+              u"“Q3” will be removed. 12 notes in this folder will become Unfiled."_s);
 }
 
 } // namespace

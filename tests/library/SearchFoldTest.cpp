@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -19,24 +20,19 @@ TEST(SearchFoldTest, CaseInsensitiveSubstringByTheLocalesRules)
     };
     using R = SearchFold::Rule;
     const QList<Case> cases{
-        {"plain case", R::standard, QStringLiteral("Quarterly Review"), QStringLiteral("LY re"), true},
-        {"sharp s folds to ss", R::standard, QStringLiteral("Hauptstraße 5"), QStringLiteral("STRASSE"),
-         true},
-        {"final sigma", R::standard, QStringLiteral("ΌΣΟΣ"), QStringLiteral("όσος"), true},
-        {"composed and decomposed", R::standard, QStringLiteral("re\u0301sume\u0301"),
-         QStringLiteral("RÉSUMÉ"), true},
-        {"accents are not ignored", R::standard, QStringLiteral("résumé"), QStringLiteral("resume"), false},
-        {"a base letter is not half of an accented one", R::standard, QStringLiteral("é"),
-         QStringLiteral("e"), false},
-        {"dotless i stays apart in most languages", R::standard, QStringLiteral("ılık"),
-         QStringLiteral("ILIK"), false},
-        {"Turkish I is dotless ı", R::turkic, QStringLiteral("ılık"), QStringLiteral("ILIK"), true},
-        {"Turkish İ is i", R::turkic, QStringLiteral("istanbul"), QStringLiteral("İSTANBUL"), true},
-        {"symbols outside the basic plane", R::standard, QStringLiteral("ship it 🚀 now"),
-         QStringLiteral("🚀 N"), true},
-        {"right-to-left text", R::standard, QStringLiteral("שלום עולם"), QStringLiteral("עולם"), true},
-        {"empty query", R::standard, QStringLiteral("x"), QString(), true},
-        {"empty text", R::standard, QString(), QStringLiteral("x"), false},
+        {"plain case", R::standard, u"Quarterly Review"_s, u"LY re"_s, true},
+        {"sharp s folds to ss", R::standard, u"Hauptstraße 5"_s, u"STRASSE"_s, true},
+        {"final sigma", R::standard, u"ΌΣΟΣ"_s, u"όσος"_s, true},
+        {"composed and decomposed", R::standard, u"re\u0301sume\u0301"_s, u"RÉSUMÉ"_s, true},
+        {"accents are not ignored", R::standard, u"résumé"_s, u"resume"_s, false},
+        {"a base letter is not half of an accented one", R::standard, u"é"_s, u"e"_s, false},
+        {"dotless i stays apart in most languages", R::standard, u"ılık"_s, u"ILIK"_s, false},
+        {"Turkish I is dotless ı", R::turkic, u"ılık"_s, u"ILIK"_s, true},
+        {"Turkish İ is i", R::turkic, u"istanbul"_s, u"İSTANBUL"_s, true},
+        {"symbols outside the basic plane", R::standard, u"ship it 🚀 now"_s, u"🚀 N"_s, true},
+        {"right-to-left text", R::standard, u"שלום עולם"_s, u"עולם"_s, true},
+        {"empty query", R::standard, u"x"_s, QString(), true},
+        {"empty text", R::standard, QString(), u"x"_s, false},
     };
     for (const Case &c : cases)
         EXPECT_EQ(SearchFold::withRule(c.rule).contains(c.text, c.query), c.contains) << c.name;
@@ -53,8 +49,8 @@ TEST(SearchFoldTest, RulesComeFromTheLocaleAndNameTheIndex)
 
 TEST(SearchFoldTest, UnpairedSurrogatesReadAsReplacementCharacters)
 {
-    const QString broken = QStringLiteral("a") + QChar(0xD800) + QStringLiteral("b");
-    EXPECT_EQ(SearchFold().fold(broken), QStringLiteral("a\uFFFDb"));
+    const QString broken = u"a"_s + QChar(0xD800) + u"b"_s;
+    EXPECT_EQ(SearchFold().fold(broken), u"a\uFFFDb"_s);
 }
 
 } // namespace

@@ -8,11 +8,11 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-const QSet<QString> placeholders{QStringLiteral("Transcribing audio..."),
-                                 QStringLiteral("Loading transcript...")};
+const QSet<QString> placeholders{u"Transcribing audio..."_s, u"Loading transcript..."_s};
 
 TEST(TranscriptEditTest, AnyRunningWorkBlocksTheSave)
 {
@@ -29,12 +29,12 @@ TEST(TranscriptEditTest, AnyRunningWorkBlocksTheSave)
     }
 }
 
-TEST(TranscriptEditTest, ATranscriptThatMovedOnIsNeverOverwritten)
+TEST(TranscriptEditTest, ATranscriptThatMovedOnIsNeverOverwrittenAndAnUnchangedOneWritesNothing)
 {
-    const QString original = QStringLiteral("What the editor opened with.");
-    const QString now = QStringLiteral("What a recording wrote since.");
+    const QString original = u"What the editor opened with."_s;
+    const QString now = u"What a recording wrote since."_s;
     try {
-        transcriptEditFields(now, QStringLiteral("The user's edit."), original, placeholders);
+        transcriptEditFields(now, u"The user's edit."_s, original, placeholders);
         FAIL() << "a conflict must throw";
     } catch (const LocalError &error) {
         EXPECT_EQ(error.message(), QStringLiteral("This transcript changed while you were editing. Close the "
@@ -42,40 +42,32 @@ TEST(TranscriptEditTest, ATranscriptThatMovedOnIsNeverOverwritten)
     }
     // Even when the user happened to type exactly the new text.
     EXPECT_THROW(transcriptEditFields(now, now, original, placeholders), LocalError);
-}
-
-TEST(TranscriptEditTest, UnchangedTextWritesNothing)
-{
-    const QString text = QStringLiteral("Same.");
-    EXPECT_FALSE(transcriptEditFields(text, text, text, placeholders));
+    EXPECT_FALSE(transcriptEditFields(original, original, original, placeholders));
     EXPECT_FALSE(transcriptEditFields({}, {}, {}, placeholders));
 }
 
 TEST(TranscriptEditTest, AnEditWritesTheTextAndItsUntimedParagraphsTogetherWithoutPlaceholders)
 {
-    const auto fields = transcriptEditFields(QStringLiteral("old"), QStringLiteral("First.\n\nSecond."),
-                                             QStringLiteral("old"), placeholders);
+    const auto fields = transcriptEditFields(u"old"_s, u"First.\n\nSecond."_s, u"old"_s, placeholders);
     ASSERT_TRUE(fields);
-    EXPECT_EQ(fields->value(QStringLiteral("transcription")).toString(), QStringLiteral("First.\n\nSecond."));
+    EXPECT_EQ(fields->value(u"transcription"_s).toString(), u"First.\n\nSecond."_s);
     const auto utterances =
-        decodeTranscriptUtterances(fields->value(QStringLiteral("transcriptUtterancesJSON")).toString());
+        decodeTranscriptUtterances(fields->value(u"transcriptUtterancesJSON"_s).toString());
     ASSERT_TRUE(utterances);
     ASSERT_EQ(utterances->size(), 2);
     EXPECT_FALSE((*utterances)[0].start) << "an edit drops all timing";
-    EXPECT_EQ((*utterances)[1].text, QStringLiteral("Second."));
+    EXPECT_EQ((*utterances)[1].text, u"Second."_s);
 
-    const auto cleared =
-        transcriptEditFields(QStringLiteral("old"), QStringLiteral(""), QStringLiteral("old"), placeholders);
+    const auto cleared = transcriptEditFields(u"old"_s, u""_s, u"old"_s, placeholders);
     ASSERT_TRUE(cleared);
-    EXPECT_EQ(cleared->value(QStringLiteral("transcription")).toString(), QString());
-    EXPECT_EQ(cleared->value(QStringLiteral("transcriptUtterancesJSON")).toString(), QStringLiteral("[]"))
+    EXPECT_EQ(cleared->value(u"transcription"_s).toString(), QString());
+    EXPECT_EQ(cleared->value(u"transcriptUtterancesJSON"_s).toString(), u"[]"_s)
         << "an emptied transcript is an empty list, written as it stands";
 
     const auto placeholder =
-        transcriptEditFields(QStringLiteral("old"), QStringLiteral(" Transcribing audio... "),
-                             QStringLiteral("old"), placeholders);
+        transcriptEditFields(u"old"_s, u" Transcribing audio... "_s, u"old"_s, placeholders);
     ASSERT_TRUE(placeholder);
-    EXPECT_EQ(placeholder->value(QStringLiteral("transcription")).toString(), QString())
+    EXPECT_EQ(placeholder->value(u"transcription"_s).toString(), QString())
         << "a placeholder is not saved as content";
 }
 

@@ -7,11 +7,11 @@
 #include <limits>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
-TranscriptUtterance at(double start, const QString &text = QStringLiteral("Words."),
-                       std::optional<double> end = {})
+TranscriptUtterance at(double start, const QString &text = u"Words."_s, std::optional<double> end = {})
 {
     TranscriptUtterance u;
     u.id = newTranscriptUtteranceId();
@@ -25,7 +25,7 @@ QStringList labels(const QList<TimestampedUtterance> &list)
 {
     QStringList out;
     for (const auto &t : list)
-        out << t.timestampLabel.value_or(QStringLiteral("-"));
+        out << t.timestampLabel.value_or(u"-"_s);
     return out;
 }
 
@@ -40,19 +40,15 @@ TEST(TimestampLabelTest, MinutesAndSecondsRoundedNeverFoldedIntoHoursAndNoLabelF
         EXPECT_FALSE(timestampLabel(start)) << start;
 }
 
-TEST(TimestampedUtterancesTest, SavedTranscriptLabelsEveryTimedUtterance)
+TEST(TimestampedUtterancesTest, SavedTranscriptsLabelEveryTimedUtteranceAndLiveOnesAboutEveryTenSeconds)
 {
     TranscriptParagraphsView view;
     TranscriptUtterance untimed;
-    untimed.id = QStringLiteral("u");
-    untimed.text = QStringLiteral("No time.");
+    untimed.id = u"u"_s;
+    untimed.text = u"No time."_s;
     const auto result = timestampedUtterances({at(0.4), at(2), at(5), untimed, at(11.9)}, view);
     EXPECT_EQ(labels(result), (QStringList{"0:00", "0:02", "0:05", "-", "0:12"}));
-}
 
-TEST(TimestampedUtterancesTest, LiveTranscriptThinsLabelsToAboutEveryTenSeconds)
-{
-    TranscriptParagraphsView view;
     view.isRecordingActive = true;
     EXPECT_EQ(labels(timestampedUtterances({at(0.4), at(2), at(5), at(11.9), at(12)}, view)),
               (QStringList{"-", "0:02", "-", "-", "0:12"}))
@@ -60,8 +56,6 @@ TEST(TimestampedUtterancesTest, LiveTranscriptThinsLabelsToAboutEveryTenSeconds)
     EXPECT_EQ(labels(timestampedUtterances({at(1.0), at(10.9), at(11.0), at(25), at(30), at(35.5)}, view)),
               (QStringList{"0:01", "-", "0:11", "0:25", "-", "0:36"}));
 
-    TranscriptUtterance untimed;
-    untimed.text = QStringLiteral("x");
     EXPECT_EQ(labels(timestampedUtterances({untimed, at(0.2), at(3)}, view)),
               (QStringList{"-", "-", "0:03"}));
 }
@@ -69,21 +63,20 @@ TEST(TimestampedUtterancesTest, LiveTranscriptThinsLabelsToAboutEveryTenSeconds)
 TEST(TranscriptParagraphsTest, UtterancesBecomeParagraphsFollowedByTheInterimTailAndTheDots)
 {
     TranscriptParagraphsView view;
-    view.utterances = {at(0.4, QStringLiteral("First paragraph.")),
-                       at(20, QStringLiteral("Second paragraph."))};
-    view.interimText = QStringLiteral("  still speaking ");
+    view.utterances = {at(0.4, u"First paragraph."_s), at(20, u"Second paragraph."_s)};
+    view.interimText = u"  still speaking "_s;
     view.showEllipsis = true;
     const auto paragraphs = transcriptParagraphs(view);
     ASSERT_EQ(paragraphs.size(), 4);
-    EXPECT_EQ(paragraphs[0].text, QStringLiteral("First paragraph."));
-    EXPECT_EQ(paragraphs[0].timestampLabel, QStringLiteral("0:00"));
+    EXPECT_EQ(paragraphs[0].text, u"First paragraph."_s);
+    EXPECT_EQ(paragraphs[0].timestampLabel, u"0:00"_s);
     EXPECT_EQ(paragraphs[0].identity, view.utterances[0].id);
-    EXPECT_EQ(paragraphs[1].timestampLabel, QStringLiteral("0:20"));
+    EXPECT_EQ(paragraphs[1].timestampLabel, u"0:20"_s);
     EXPECT_EQ(paragraphs[2].kind, TranscriptParagraph::Kind::interim);
-    EXPECT_EQ(paragraphs[2].identity, QStringLiteral("interim"));
-    EXPECT_EQ(paragraphs[2].text, QStringLiteral("still speaking"));
+    EXPECT_EQ(paragraphs[2].identity, u"interim"_s);
+    EXPECT_EQ(paragraphs[2].text, u"still speaking"_s);
     EXPECT_EQ(paragraphs[3].kind, TranscriptParagraph::Kind::ellipsis);
-    EXPECT_EQ(paragraphs[3].identity, QStringLiteral("ellipsis"));
+    EXPECT_EQ(paragraphs[3].identity, u"ellipsis"_s);
 
     // Nothing but the dots while a recording has no text yet.
     view.isRecordingActive = true;
@@ -93,25 +86,21 @@ TEST(TranscriptParagraphsTest, UtterancesBecomeParagraphsFollowedByTheInterimTai
     EXPECT_EQ(transcriptParagraphs(view)[0].kind, TranscriptParagraph::Kind::ellipsis);
 }
 
-TEST(TranscriptParagraphsTest, RepeatedNeighboursAreShownOnce)
+TEST(TranscriptParagraphsTest, RepeatedNeighboursShowOnceAndPlainTextGivesUntimedParagraphs)
 {
     TranscriptParagraphsView view;
-    view.utterances = {at(1, QStringLiteral("Hello there.")), at(1.1, QStringLiteral("Hello there.")),
-                       at(4, QStringLiteral("Next."))};
-    const auto paragraphs = transcriptParagraphs(view);
+    view.utterances = {at(1, u"Hello there."_s), at(1.1, u"Hello there."_s), at(4, u"Next."_s)};
+    auto paragraphs = transcriptParagraphs(view);
     ASSERT_EQ(paragraphs.size(), 2);
-    EXPECT_EQ(paragraphs[1].text, QStringLiteral("Next."));
-}
+    EXPECT_EQ(paragraphs[1].text, u"Next."_s);
 
-TEST(TranscriptParagraphsTest, WithoutUtterancesThePlainTextGivesUntimedParagraphs)
-{
-    TranscriptParagraphsView view;
-    view.transcript = QStringLiteral("One paragraph.\n\nAnother one.");
-    const auto paragraphs = transcriptParagraphs(view);
+    view.utterances.clear();
+    view.transcript = u"One paragraph.\n\nAnother one."_s;
+    paragraphs = transcriptParagraphs(view);
     ASSERT_EQ(paragraphs.size(), 2);
-    EXPECT_EQ(paragraphs[0].text, QStringLiteral("One paragraph."));
+    EXPECT_EQ(paragraphs[0].text, u"One paragraph."_s);
     EXPECT_TRUE(paragraphs[0].timestampLabel.isEmpty());
-    EXPECT_EQ(paragraphs[1].text, QStringLiteral("Another one."));
+    EXPECT_EQ(paragraphs[1].text, u"Another one."_s);
 }
 
 TEST(TranscriptParagraphsTest, LiveTranscriptIsGatheredIntoParagraphsLikeASavedOne)
@@ -121,7 +110,7 @@ TEST(TranscriptParagraphsTest, LiveTranscriptIsGatheredIntoParagraphsLikeASavedO
     TranscriptParagraphsView view;
     view.isRecordingActive = true;
     for (int i = 0; i < 30; ++i)
-        view.utterances.append(at(1 + 2.0 * i, QStringLiteral("we talked about the plan"), 2.5 + 2.0 * i));
+        view.utterances.append(at(1 + 2.0 * i, u"we talked about the plan"_s, 2.5 + 2.0 * i));
     const auto live = transcriptParagraphs(view);
     EXPECT_LT(live.size(), 15);
     EXPECT_GT(live.size(), 3);
@@ -140,35 +129,32 @@ TEST(TranscriptParagraphsTest, EveryLiveParagraphShowsItsStartWhileTheRecordingR
     TranscriptParagraphsView view;
     view.isRecordingActive = true;
     for (double start : {0.4, 4.0, 9.3, 13.5, 16.0, 19.0})
-        view.utterances.append(
-            at(start, QStringLiteral("He might even have been made amiable himself."), start + 3));
+        view.utterances.append(at(start, u"He might even have been made amiable himself."_s, start + 3));
     QStringList live;
     for (const auto &p : transcriptParagraphs(view))
-        live << (p.timestampLabel.isEmpty() ? QStringLiteral("-") : p.timestampLabel);
+        live << (p.timestampLabel.isEmpty() ? u"-"_s : p.timestampLabel);
     EXPECT_EQ(live, (QStringList{"-", "0:09", "0:16"})) << "only the first second has no label";
 }
-
-} // namespace
 
 TEST(TranscriptParagraphsTest, EachTurnOfSeveralVoicesOpensWithItsSpeakersName)
 {
     const auto spoken = [](double start, qint64 speaker) {
-        TranscriptUtterance u = at(start, QStringLiteral("Words said at %1.").arg(start));
+        TranscriptUtterance u = at(start, u"Words said at %1."_s.arg(start));
         u.speaker = speaker;
         return u;
     };
     TranscriptParagraphsView view;
     view.utterances = {spoken(0, 0), spoken(15, 0), spoken(30, 1), spoken(45, 0)};
-    view.speakerNames = {{1, QStringLiteral("Ada")}};
+    view.speakerNames = {{1, u"Ada"_s}};
     QStringList shown;
     for (const TranscriptParagraph &p : transcriptParagraphs(view))
         shown << p.speakerLabel;
-    EXPECT_EQ(
-        shown,
-        (QStringList{QStringLiteral("Speaker 1"), {}, QStringLiteral("Ada"), QStringLiteral("Speaker 1")}));
+    EXPECT_EQ(shown, (QStringList{u"Speaker 1"_s, {}, u"Ada"_s, u"Speaker 1"_s}));
 
     // One voice throughout: no names at all.
     view.utterances = {spoken(0, 0), spoken(15, 0)};
     for (const TranscriptParagraph &p : transcriptParagraphs(view))
         EXPECT_TRUE(p.speakerLabel.isEmpty());
 }
+
+} // namespace

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 using namespace kestil;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -34,26 +35,26 @@ TEST(TranscriptTabContentTest, LiveRecordingShowsTheRecorderTextWithTheDotsEvenB
     EXPECT_TRUE(content.view.isRecordingActive);
     EXPECT_TRUE(content.view.showEllipsis);
 
-    inputs.recorderFullTranscript = QStringLiteral("earlier text and new words");
-    inputs.editableTranscript = QStringLiteral("earlier text");
-    inputs.recorderCombinedUtterances = {timed(3, QStringLiteral("new words"))};
-    inputs.recorderTentativeText = QStringLiteral("and more");
+    inputs.recorderFullTranscript = u"earlier text and new words"_s;
+    inputs.editableTranscript = u"earlier text"_s;
+    inputs.recorderCombinedUtterances = {timed(3, u"new words"_s)};
+    inputs.recorderTentativeText = u"and more"_s;
     noteReads = 0;
     content = transcriptTabContent(inputs);
     EXPECT_EQ(content.view.transcript, inputs.recorderFullTranscript);
     EXPECT_EQ(content.view.utterances, inputs.recorderCombinedUtterances);
-    EXPECT_EQ(content.view.interimText, QStringLiteral("and more"));
+    EXPECT_EQ(content.view.interimText, u"and more"_s);
     EXPECT_EQ(noteReads, 0) << "the recorder's utterances make the note's unnecessary";
 
     // While the session has nothing yet, the note's own text and utterances.
     inputs = {};
     inputs.isActiveRecordingNote = true;
-    inputs.recorderFullTranscript = QStringLiteral("   ");
-    inputs.editableTranscript = QStringLiteral("what the note held");
-    const QList<TranscriptUtterance> stored{timed(1, QStringLiteral("what the note held"))};
+    inputs.recorderFullTranscript = u"   "_s;
+    inputs.editableTranscript = u"what the note held"_s;
+    const QList<TranscriptUtterance> stored{timed(1, u"what the note held"_s)};
     inputs.noteUtterances = [&] { return stored; };
     content = transcriptTabContent(inputs);
-    EXPECT_EQ(content.view.transcript, QStringLiteral("what the note held"));
+    EXPECT_EQ(content.view.transcript, u"what the note held"_s);
     EXPECT_EQ(content.view.utterances, stored);
 
     inputs.isLoading = true;
@@ -64,15 +65,15 @@ TEST(TranscriptTabContentTest, LiveRecordingShowsTheRecorderTextWithTheDotsEvenB
 TEST(TranscriptTabContentTest, SavedNoteShowsItsTextOrItsUtterancesAndOtherwiseTheEmptyState)
 {
     TranscriptTabInputs inputs;
-    inputs.editableTranscript = QStringLiteral("A saved transcript.");
+    inputs.editableTranscript = u"A saved transcript."_s;
     auto content = transcriptTabContent(inputs);
     EXPECT_EQ(content.state, TranscriptTabContent::State::paragraphs);
     EXPECT_FALSE(content.view.isRecordingActive);
     EXPECT_FALSE(content.view.showEllipsis);
     EXPECT_TRUE(content.view.interimText.isEmpty());
 
-    inputs.editableTranscript = QStringLiteral(" \n ");
-    const QList<TranscriptUtterance> stored{timed(1, QStringLiteral("Only utterances."))};
+    inputs.editableTranscript = u" \n "_s;
+    const QList<TranscriptUtterance> stored{timed(1, u"Only utterances."_s)};
     inputs.noteUtterances = [&] { return stored; };
     content = transcriptTabContent(inputs);
     EXPECT_EQ(content.state, TranscriptTabContent::State::paragraphs) << "utterances without a transcription";

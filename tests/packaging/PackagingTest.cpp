@@ -1,15 +1,17 @@
-// Kestil as a user installs it: `cmake --install` into a folder and
-// `cpack -G DEB`, each checked with the tools a distribution uses, then the
-// program started from wherever it was unpacked (offscreen).
+// Kestil as a user installs it: the desktop entry and metainfo pass the
+// validators a distribution uses, and the Debian package made by `cpack -G
+// DEB` from this build tree names what it needs, and its program starts
+// (offscreen) from wherever the package was unpacked, its private libraries
+// resolving inside the unpacked tree.
 #include <QDir>
-#include <QFile>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTemporaryDir>
-#include <QThread>
 
 #include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -28,65 +30,55 @@ ProcessOutcome run(const QString &program, const QStringList &arguments, int tim
     if (!process.waitForFinished(timeoutMs)) {
         process.kill();
         process.waitForFinished();
-        return {-1, QString::fromUtf8(process.readAll()) + QStringLiteral("\n(timed out)")};
+        return {-1, QString::fromUtf8(process.readAll()) + u"\n(timed out)"_s};
     }
     return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
             QString::fromUtf8(process.readAll())};
 }
 
-const QString applicationId = QStringLiteral("app.kestil.Kestil");
-
-bool hasPrivateLibraries()
-{
-    return !QStringLiteral(KESTIL_PRIVATE_LIBS).isEmpty();
-}
+const QString applicationId = u"app.kestil.Kestil"_s;
 
 // Without LD_LIBRARY_PATH, every library `binary` needs resolves, and each
-// of `libraries` from inside the installed tree under `prefix`.
+// of `libraries` from inside the tree under `prefix`.
 void expectLibrariesFromTheTree(const QString &binary, std::initializer_list<const char *> libraries,
                                 const QString &prefix)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove(QStringLiteral("LD_LIBRARY_PATH"));
-    const ProcessOutcome ldd = run(QStringLiteral("ldd"), {binary}, 60000, env);
-    EXPECT_FALSE(ldd.output.contains(QStringLiteral("not found"))) << ldd.output.toStdString();
+    env.remove(u"LD_LIBRARY_PATH"_s);
+    const ProcessOutcome ldd = run(u"ldd"_s, {binary}, 60000, env);
+    EXPECT_FALSE(ldd.output.contains(u"not found"_s)) << ldd.output.toStdString();
     for (const char *library : libraries) {
         const QRegularExpression resolved(
-            QStringLiteral("%1\\S* => (\\S+)").arg(QRegularExpression::escape(QLatin1String(library))));
+            u"%1\\S* => (\\S+)"_s.arg(QRegularExpression::escape(QLatin1String(library))));
         const QString where = resolved.match(ldd.output).captured(1);
         EXPECT_TRUE(QDir::cleanPath(where).startsWith(QDir::cleanPath(prefix)))
             << library << " comes from " << where.toStdString();
     }
 }
 
-// Starts an installed kestil offscreen with folders of its own and waits for
-// the line it logs once its window is up and the launch checks are done.
-// Returns what it wrote; empty `started` means it never got there.
+// Starts a kestil offscreen with folders of its own and waits for the line
+// it logs once its window is up and the launch checks are done: "<speech
+// status> | <summary status>". Returns what it wrote and 0 when it got there.
 ProcessOutcome startInstalled(const QString &binary, const QString &home)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove(QStringLiteral("LD_LIBRARY_PATH"));
-    env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
-    env.insert(QStringLiteral("KESTIL_DATA_DIR"), home + QStringLiteral("/data"));
-    env.insert(QStringLiteral("KESTIL_CONFIG_DIR"), home + QStringLiteral("/config"));
-    env.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"),
-               QStringLiteral("unix:path=") + home + QStringLiteral("/none"));
-    env.insert(QStringLiteral("DBUS_SYSTEM_BUS_ADDRESS"),
-               QStringLiteral("unix:path=") + home + QStringLiteral("/none"));
+    env.remove(u"LD_LIBRARY_PATH"_s);
+    env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+    env.insert(u"KESTIL_DATA_DIR"_s, home + u"/data"_s);
+    env.insert(u"KESTIL_CONFIG_DIR"_s, home + u"/config"_s);
+    for (const char *bus : {"DBUS_SESSION_BUS_ADDRESS", "DBUS_SYSTEM_BUS_ADDRESS"})
+        env.insert(QLatin1String(bus), u"unix:path="_s + home + u"/none"_s);
     QProcess kestil;
     kestil.setProcessEnvironment(env);
     kestil.setProcessChannelMode(QProcess::MergedChannels);
     kestil.start(binary, {});
     QString output;
     int started = -1;
-    for (int waited = 0; waited < 60000 && kestil.state() != QProcess::NotRunning; waited += 200) {
+    for (int waited = 0; waited < 60000 && started != 0 && kestil.state() != QProcess::NotRunning;
+         waited += 200) {
         kestil.waitForReadyRead(200);
         output += QString::fromUtf8(kestil.readAll());
-        // The launch status line: "<speech status> | <summary status>".
-        if (output.contains(QStringLiteral(" | "))) {
-            started = 0;
-            break;
-        }
+        started = output.contains(u" | "_s) ? 0 : -1;
     }
     kestil.terminate();
     if (!kestil.waitForFinished(5000)) {
@@ -96,126 +88,81 @@ ProcessOutcome startInstalled(const QString &binary, const QString &home)
     return {started, output + QString::fromUtf8(kestil.readAll())};
 }
 
-struct Validator {
-    const char *name;
-    QString program;
-    QStringList arguments;
-    QString file;
-};
-
-void PrintTo(const Validator &v, std::ostream *out)
+TEST(PackagingTest, TheDesktopEntryAndTheMetainfoPassTheDistributionsValidators)
 {
-    *out << v.name;
-}
-
-class Metadata : public ::testing::TestWithParam<Validator> {};
-
-TEST_P(Metadata, PassesTheDistributionsValidator)
-{
-    const Validator &v = GetParam();
-    ASSERT_FALSE(QStandardPaths::findExecutable(v.program).isEmpty())
-        << v.program.toStdString() << " is needed (desktop-file-utils, appstream)";
-    const ProcessOutcome result =
-        run(v.program, QStringList(v.arguments) << QStringLiteral(KESTIL_SOURCE_DIR "/packaging/") + v.file);
-    EXPECT_EQ(result.code, 0) << result.output.toStdString();
-}
-
-INSTANTIATE_TEST_SUITE_P(Packaging, Metadata,
-                         ::testing::Values(Validator{"desktopEntry",
-                                                     QStringLiteral("desktop-file-validate"),
-                                                     {},
-                                                     applicationId + QStringLiteral(".desktop")},
-                                           Validator{"metainfo",
-                                                     QStringLiteral("appstreamcli"),
-                                                     {QStringLiteral("validate"), QStringLiteral("--no-net")},
-                                                     applicationId + QStringLiteral(".metainfo.xml")}),
-                         [](const auto &param) { return std::string(param.param.name); });
-
-TEST(PackagingTest, TheInstalledTreeRunsFromWhereverItLies)
-{
-    QTemporaryDir root;
-    const QString prefix = root.filePath(QStringLiteral("somewhere/usr"));
-    const ProcessOutcome install =
-        run(QStringLiteral(KESTIL_CMAKE), {QStringLiteral("--install"), QStringLiteral(KESTIL_BUILD_DIR),
-                                           QStringLiteral("--prefix"), prefix});
-    ASSERT_EQ(install.code, 0) << install.output.toStdString();
-    for (const QString &path :
-         {QStringLiteral("bin/kestil"),
-          QStringLiteral("share/applications/") + applicationId + QStringLiteral(".desktop"),
-          QStringLiteral("share/metainfo/") + applicationId + QStringLiteral(".metainfo.xml"),
-          QStringLiteral("share/icons/hicolor/256x256/apps/") + applicationId + QStringLiteral(".png"),
-          QStringLiteral("share/icons/hicolor/16x16/apps/") + applicationId + QStringLiteral(".png")})
-        EXPECT_TRUE(QFile::exists(prefix + QLatin1Char('/') + path)) << path.toStdString();
-
-    const QString binary = prefix + QStringLiteral("/bin/kestil");
-    if (hasPrivateLibraries()) {
-        const ProcessOutcome dynamic = run(QStringLiteral("readelf"), {QStringLiteral("-d"), binary});
-        EXPECT_TRUE(dynamic.output.contains(QStringLiteral("$ORIGIN/../" KESTIL_PRIVATE_LIBS)))
-            << dynamic.output.toStdString();
-        EXPECT_FALSE(dynamic.output.contains(QStringLiteral(KESTIL_NATIVE_PREFIX_DIR)))
-            << "the installed program must not point into the build machine's folders";
-        // Moved away from the build's native prefix, the libraries still
-        // resolve, into the installed tree.
-        expectLibrariesFromTheTree(binary, {"libllama.so", "libwhisper.so", "libggml.so", "libggml-base.so"},
-                                   prefix);
+    const QString folder = QStringLiteral(KESTIL_SOURCE_DIR "/packaging/");
+    for (const auto &[program, arguments] :
+         {std::pair{u"desktop-file-validate"_s, QStringList{folder + applicationId + ".desktop"}},
+          {u"appstreamcli"_s,
+           QStringList{u"validate"_s, u"--no-net"_s, folder + applicationId + ".metainfo.xml"}}}) {
+        ASSERT_FALSE(QStandardPaths::findExecutable(program).isEmpty())
+            << program.toStdString() << " is needed (desktop-file-utils, appstream)";
+        const ProcessOutcome result = run(program, arguments);
+        EXPECT_EQ(result.code, 0) << result.output.toStdString();
     }
-    // So do sherpa-onnx and ONNX Runtime for the speaker diarisation helper.
-    const QString helper = prefix + QStringLiteral("/libexec/kestil/kestil-diarisation-worker");
-    ASSERT_TRUE(QFile::exists(helper));
-    expectLibrariesFromTheTree(helper, {"libsherpa-onnx-c-api.so", "libonnxruntime.so"}, prefix);
-
-    const ProcessOutcome started = startInstalled(binary, root.filePath(QStringLiteral("home")));
-    EXPECT_EQ(started.code, 0) << started.output.toStdString();
 }
 
-TEST(PackagingTest, TheDebianPackageNamesWhatItNeedsAndItsProgramStarts)
+TEST(PackagingTest, TheDebianPackageNamesWhatItNeedsAndRunsFromWhereverItIsUnpacked)
 {
-    ASSERT_FALSE(QStandardPaths::findExecutable(QStringLiteral("dpkg-shlibdeps")).isEmpty())
-        << "dpkg-dev is needed";
+    ASSERT_FALSE(QStandardPaths::findExecutable(u"dpkg-shlibdeps"_s).isEmpty()) << "dpkg-dev is needed";
     QTemporaryDir out;
     const ProcessOutcome pack =
         run(QStringLiteral(KESTIL_CPACK),
-            {QStringLiteral("-G"), QStringLiteral("DEB"), QStringLiteral("--config"),
-             QStringLiteral(KESTIL_BUILD_DIR "/CPackConfig.cmake"), QStringLiteral("-B"), out.path()},
+            {u"-G"_s, u"DEB"_s, u"--config"_s, QStringLiteral(KESTIL_BUILD_DIR "/CPackConfig.cmake"), u"-B"_s,
+             out.path()},
             600000);
     ASSERT_EQ(pack.code, 0) << pack.output.toStdString();
-    const QStringList debs = QDir(out.path()).entryList({QStringLiteral("*.deb")}, QDir::Files);
+    const QStringList debs = QDir(out.path()).entryList({u"*.deb"_s}, QDir::Files);
     ASSERT_EQ(debs.size(), 1) << pack.output.toStdString();
     const QString deb = out.filePath(debs.constFirst());
 
-    const ProcessOutcome contents = run(QStringLiteral("dpkg-deb"), {QStringLiteral("-c"), deb});
-    for (const QString &path :
-         {QStringLiteral("./usr/bin/kestil"),
-          QStringLiteral("./usr/share/applications/") + applicationId + QStringLiteral(".desktop"),
-          QStringLiteral("./usr/share/metainfo/") + applicationId + QStringLiteral(".metainfo.xml"),
-          QStringLiteral("./usr/share/icons/hicolor/128x128/apps/") + applicationId + QStringLiteral(".png"),
-          QStringLiteral("./usr/libexec/kestil/kestil-diarisation-worker")})
+    const bool privateLibraries = !QStringLiteral(KESTIL_PRIVATE_LIBS).isEmpty();
+    const ProcessOutcome contents = run(u"dpkg-deb"_s, {u"-c"_s, deb});
+    QStringList expected{u"./usr/bin/kestil"_s,
+                         u"./usr/share/applications/"_s + applicationId + u".desktop"_s,
+                         u"./usr/share/metainfo/"_s + applicationId + u".metainfo.xml"_s,
+                         u"./usr/libexec/kestil/kestil-diarisation-worker"_s};
+    for (const char *size : {"16x16", "128x128", "256x256"})
+        expected << u"./usr/share/icons/hicolor/%1/apps/"_s.arg(QLatin1String(size)) + applicationId +
+                        u".png"_s;
+    if (privateLibraries)
+        expected << QStringLiteral("./usr/" KESTIL_PRIVATE_LIBS "/libllama.so");
+    for (const QString &path : expected)
         EXPECT_TRUE(contents.output.contains(path)) << path.toStdString();
-    if (hasPrivateLibraries()) {
-        EXPECT_TRUE(contents.output.contains(QStringLiteral("./usr/" KESTIL_PRIVATE_LIBS "/libllama.so")));
-    }
 
     // Every dependency can be met on this Debian 12: at least one package of
     // each alternative is known to dpkg here.
-    const ProcessOutcome depends =
-        run(QStringLiteral("dpkg-deb"), {QStringLiteral("--field"), deb, QStringLiteral("Depends")});
+    const ProcessOutcome depends = run(u"dpkg-deb"_s, {u"--field"_s, deb, u"Depends"_s});
     ASSERT_EQ(depends.code, 0);
-    for (const QString &needed : {QStringLiteral("libqt6widgets6"), QStringLiteral("libpulse0"),
-                                  QStringLiteral("pocketsphinx-en-us"), QStringLiteral("qt6-qpa-plugins")})
+    for (const QString &needed :
+         {u"libqt6widgets6"_s, u"libpulse0"_s, u"pocketsphinx-en-us"_s, u"qt6-qpa-plugins"_s})
         EXPECT_TRUE(depends.output.contains(needed)) << depends.output.toStdString();
     for (const QString &group : depends.output.trimmed().split(QLatin1Char(','), Qt::SkipEmptyParts)) {
         bool met = false;
         for (const QString &alternative : group.split(QLatin1Char('|'))) {
             const QString name = alternative.trimmed().section(QLatin1Char(' '), 0, 0);
-            met = met || run(QStringLiteral("dpkg-query"), {QStringLiteral("-W"), name}).code == 0;
+            met = met || run(u"dpkg-query"_s, {u"-W"_s, name}).code == 0;
         }
         EXPECT_TRUE(met) << "nothing here provides " << group.trimmed().toStdString();
     }
 
-    const QString unpacked = out.filePath(QStringLiteral("root"));
-    ASSERT_EQ(run(QStringLiteral("dpkg-deb"), {QStringLiteral("-x"), deb, unpacked}).code, 0);
-    const ProcessOutcome started =
-        startInstalled(unpacked + QStringLiteral("/usr/bin/kestil"), out.filePath(QStringLiteral("home")));
+    // Unpacked away from /usr and from the build machine's native prefix.
+    const QString prefix = out.filePath(u"somewhere/usr"_s);
+    ASSERT_EQ(run(u"dpkg-deb"_s, {u"-x"_s, deb, out.filePath(u"somewhere"_s)}).code, 0);
+    const QString binary = prefix + u"/bin/kestil"_s;
+    if (privateLibraries) {
+        const ProcessOutcome dynamic = run(u"readelf"_s, {u"-d"_s, binary});
+        EXPECT_TRUE(dynamic.output.contains(QStringLiteral("$ORIGIN/../" KESTIL_PRIVATE_LIBS)))
+            << dynamic.output.toStdString();
+        EXPECT_FALSE(dynamic.output.contains(QStringLiteral(KESTIL_NATIVE_PREFIX_DIR)))
+            << "the installed program must not point into the build machine's folders";
+        expectLibrariesFromTheTree(binary, {"libllama.so", "libwhisper.so", "libggml.so", "libggml-base.so"},
+                                   prefix);
+    }
+    // So do sherpa-onnx and ONNX Runtime for the speaker diarisation helper.
+    expectLibrariesFromTheTree(prefix + u"/libexec/kestil/kestil-diarisation-worker"_s,
+                               {"libsherpa-onnx-c-api.so", "libonnxruntime.so"}, prefix);
+    const ProcessOutcome started = startInstalled(binary, out.filePath(u"home"_s));
     EXPECT_EQ(started.code, 0) << started.output.toStdString();
 }
 

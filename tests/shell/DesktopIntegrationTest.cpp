@@ -1,7 +1,9 @@
 // Kestil among the desktop's services, over D-Bus: a private bus of the
 // test's own where a recording notification service and a stand-in for
 // logind answer (tests/support/FakeDesktopServices.cpp), the program's own
-// window on a real store, and a scripted language model for summaries.
+// window on a real store, and a scripted language model for summaries. The
+// sleep locks the real program takes while it records and summarises, and
+// their release, are the privacy end-to-end test's.
 #include "ShellTestSupport.h"
 #include "generation/ScriptedLanguageModel.h"
 
@@ -10,21 +12,13 @@
 #include "shell/DesktopIntegration.h"
 #include "shell/DesktopNotifications.h"
 #include "shell/EngagementPrompts.h"
-#include "shell/SettingsWindow.h"
 #include "shell/SleepInhibitor.h"
-#include "shell/SupportActionsView.h"
 #include "shell/SupportPage.h"
-#include "shell/ThemeManager.h"
-#include "shell/WorkActivity.h"
 #include "support/PrivateBus.h"
 
 #include <QApplication>
-#include <QComboBox>
 #include <QDBusConnection>
 #include <QJsonArray>
-#include <QLabel>
-#include <QPushButton>
-#include <QToolButton>
 
 #include <gtest/gtest.h>
 
@@ -38,7 +32,9 @@ const QString transcript = u"Maria opened the weekly sync by reviewing the budge
                            "campaign, and the team agreed to move the launch to April."_s;
 const QString summary = u"## Decisions\n- Launch moves to **April**."_s;
 
-class DesktopBusTest : public ::testing::Test {
+// The whole of it on the program's window: summaries notify, a click opens
+// the note, the support card waits for a free moment.
+class DesktopIntegrationTest : public ::testing::Test {
 protected:
     void SetUp() override
     {
@@ -50,106 +46,25 @@ protected:
     }
     void TearDown() override
     {
+        if (rig.delegate)
+            rig.delegate->setDesktopIntegration(nullptr);
+        desktop.reset();
         services.stop();
-        QDBusConnection::disconnectFromBus(connection->name());
+        if (connection)
+            QDBusConnection::disconnectFromBus(connection->name());
     }
-
-    void startServices(test::FakeDesktopServices::Options options)
-    {
-        ASSERT_EQ(services.start(bus.address(), options), QString());
-    }
-    SleepInhibitor::Buses buses() const { return SleepInhibitor::Buses{*connection, *connection}; }
-
-    static inline int connections = 0;
-    test::PrivateBus bus;
-    std::unique_ptr<QDBusConnection> connection;
-    test::FakeDesktopServices services;
-};
-
-TEST_F(DesktopBusTest, LogindHoldsOffSleepUntilTheWorkEndsOrKestilGoes)
-{
-    startServices({false, true, false});
-    auto inhibitor = std::make_unique<SleepInhibitor>(buses(), u"Finish on-device note summary"_s);
-    inhibitor->setWanted(true);
-    const QJsonObject taken = services.waitFor(u"Inhibit"_s);
-    EXPECT_EQ(taken.value(u"what"_s).toString(), u"sleep:idle"_s);
-    EXPECT_EQ(taken.value(u"mode"_s).toString(), u"block"_s);
-    EXPECT_EQ(taken.value(u"who"_s).toString(), u"Kestil"_s);
-    EXPECT_EQ(taken.value(u"why"_s).toString(), u"Finish on-device note summary"_s);
-    ASSERT_TRUE(test::waitUntil([&] { return inhibitor->held(); }));
-    EXPECT_EQ(inhibitor->holder(), SleepInhibitor::Holder::login1);
-    EXPECT_EQ(services.count(u"Released"_s), 0);
-    inhibitor->setWanted(false);
-    EXPECT_FALSE(services.waitFor(u"Released"_s).isEmpty());
-
-    inhibitor->setWanted(true);
-    ASSERT_FALSE(services.waitFor(u"Inhibit"_s, 2).isEmpty());
-    ASSERT_TRUE(test::waitUntil([&] { return inhibitor->held(); }));
-    inhibitor.reset();
-    EXPECT_FALSE(services.waitFor(u"Released"_s, 2).isEmpty()) << "a lock dies with its holder";
-}
-
-TEST_F(DesktopBusTest, WithoutLogindOrAPortalNothingIsHeldAndNothingFails)
-{
-    startServices({true, false, false});
-    SleepInhibitor inhibitor(buses(), u"Record and transcribe a note"_s);
-    inhibitor.setWanted(true);
-    test::settle(500ms);
-    EXPECT_FALSE(inhibitor.held());
-    inhibitor.setWanted(false);
-    EXPECT_EQ(services.count(u"Inhibit"_s), 0);
-}
-
-TEST_F(DesktopBusTest, RecordingAndModelWorkEachHoldTheirOwnLock)
-{
-    startServices({false, true, false});
-    test::ShellRig rig;
-    rig.launch();
-    KestilEngagement engagement;
-    WorkActivity activity(*rig.recorder, engagement, buses());
-
-    ASSERT_TRUE(test::waitFor(rig.list().startNewTranscription()));
-    const QJsonObject recording = services.waitFor(u"Inhibit"_s);
-    EXPECT_EQ(recording.value(u"why"_s).toString(), WorkActivity::recordingReason());
-    engagement.beginProcessing();
-    const QJsonObject summarizing = services.waitFor(u"Inhibit"_s, 2);
-    EXPECT_EQ(summarizing.value(u"why"_s).toString(), WorkActivity::summaryReason());
-
-    ASSERT_TRUE(test::waitFor(rig.list().stopTranscription()));
-    const QJsonObject first = services.waitFor(u"Released"_s);
-    EXPECT_EQ(first.value(u"lock"_s), recording.value(u"lock"_s));
-    EXPECT_TRUE(activity.modelWork().held());
-    engagement.endProcessing();
-    EXPECT_FALSE(services.waitFor(u"Released"_s, 2).isEmpty());
-}
-
-// The whole of it on the program's window: summaries notify, a click opens
-// the note, the support card waits for a free moment.
-class DesktopIntegrationTest : public DesktopBusTest {
-protected:
     void launch(test::FakeDesktopServices::Options options)
     {
-        startServices(options);
+        ASSERT_EQ(services.start(bus.address(), options), QString());
         rig.launch();
         ASSERT_TRUE(rig.exposed);
         rig.list().setLanguageModel(&model);
-        DesktopIntegration::Environment environment{buses(), *connection, SupportTargets{},
+        DesktopIntegration::Environment environment{SleepInhibitor::Buses{*connection, *connection},
+                                                    *connection, SupportTargets{},
                                                     [this] { return inFront; }};
         desktop = std::make_unique<DesktopIntegration>(*rig.delegate, *rig.window, environment);
         rig.delegate->setDesktopIntegration(desktop.get());
     }
-    void TearDown() override
-    {
-        // The look belongs to the whole application: the next test starts
-        // with the desktop's own.
-        if (desktop)
-            desktop->themes().setAppearanceMode(AppearanceMode::system);
-        if (rig.delegate)
-            rig.delegate->setDesktopIntegration(nullptr);
-        desktop.reset();
-        DesktopBusTest::TearDown();
-    }
-
     NotePtr note(const QString &title) { return rig.addNote(title, transcript); }
     // A titled note needs no title: the model writes the summary, then tags.
     void summarize(const NotePtr &target)
@@ -159,19 +74,10 @@ protected:
         ASSERT_EQ(target->summary(), summary);
     }
 
-    SettingsWindow &settingsWindow()
-    {
-        rig.window->showSettings();
-        SettingsWindow *window = rig.window->settingsWindow();
-        EXPECT_TRUE(window && QTest::qWaitForWindowExposed(window));
-        return *window;
-    }
-    template <typename T = QWidget> T *inSettings(const QString &name)
-    {
-        return test::childOf<T>(rig.window->settingsWindow(), name);
-    }
-    QString settingsText(const QString &label) { return inSettings<QLabel>(label)->text(); }
-
+    static inline int connections = 0;
+    test::PrivateBus bus;
+    std::unique_ptr<QDBusConnection> connection;
+    test::FakeDesktopServices services;
     ScriptedLanguageModel model;
     test::ShellRig rig;
     std::unique_ptr<DesktopIntegration> desktop;
@@ -188,8 +94,6 @@ TEST_F(DesktopIntegrationTest, AFinishedSummaryNotifiesOnceAndItsClickOpensTheNo
     ASSERT_FALSE(posted.isEmpty());
     EXPECT_EQ(posted.value(u"summary"_s).toString(), u"Summary ready"_s);
     EXPECT_EQ(posted.value(u"body"_s).toString(), u"Your summary is saved. Open Kestil to read it."_s);
-    EXPECT_EQ(posted.value(u"app"_s).toString(), u"Kestil"_s);
-    EXPECT_TRUE(posted.value(u"actions"_s).toArray().contains(u"default"_s));
     EXPECT_EQ(posted.value(u"hints"_s).toObject().value(u"desktop-entry"_s).toString(),
               u"app.kestil.Kestil"_s);
 
@@ -199,8 +103,6 @@ TEST_F(DesktopIntegrationTest, AFinishedSummaryNotifiesOnceAndItsClickOpensTheNo
     ASSERT_TRUE(
         test::waitUntil([&] { return rig.list().selectedNoteIDs() == QList{budget->objectId()}; }, 5s));
     EXPECT_EQ(rig.list().selectedDetailTab(), NotesListViewModel::summaryTab);
-    EXPECT_FALSE(desktop->notifications().noteToOpen().has_value());
-    EXPECT_EQ(services.count(u"Notify"_s), 1);
 
     // A click for a note deleted since opens nothing.
     summarize(other);
@@ -210,43 +112,7 @@ TEST_F(DesktopIntegrationTest, AFinishedSummaryNotifiesOnceAndItsClickOpensTheNo
     test::settle(500ms);
     EXPECT_EQ(rig.list().selectedNoteIDs(), QList{budget->objectId()});
     EXPECT_FALSE(desktop->notifications().noteToOpen().has_value());
-
-    // In front, the summary appears before the user's eyes: no notification.
-    inFront = true;
-    summarize(note(u"Retro"_s));
-    test::settle(300ms);
-    EXPECT_EQ(services.count(u"Notify"_s), 2);
 }
-
-struct MissingServiceCase {
-    const char *name;
-    test::FakeDesktopServices::Options services;
-    std::optional<QString> deliveryError;
-};
-
-class NotificationFaults : public DesktopIntegrationTest,
-                           public ::testing::WithParamInterface<MissingServiceCase> {};
-
-TEST_P(NotificationFaults, ASummaryIsSavedWhateverTheNotificationServiceDoes)
-{
-    launch(GetParam().services);
-    const NotePtr budget = note(u"Budget review"_s);
-    summarize(budget);
-    test::settle(500ms);
-    EXPECT_EQ(services.count(u"Notify"_s), 0);
-    ASSERT_TRUE(test::waitUntil(
-        [&] { return desktop->notifications().deliveryError() == GetParam().deliveryError; }, 5s));
-    EXPECT_FALSE(rig.window->alert()) << "the summary itself succeeded";
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Desktop, NotificationFaults,
-    ::testing::Values(MissingServiceCase{"noService", {false, true, false}, std::nullopt},
-                      MissingServiceCase{"serviceRefuses",
-                                         {true, true, true},
-                                         u"The summary was saved, but its notification could not "
-                                         "be shown."_s}),
-    [](const auto &param) { return std::string(param.param.name); });
 
 TEST_F(DesktopIntegrationTest, TheSupportCardComesAtTheFifthSummaryOnlyWhenNothingIsBusy)
 {
@@ -273,81 +139,6 @@ TEST_F(DesktopIntegrationTest, TheSupportCardComesAtTheFifthSummaryOnlyWhenNothi
     ASSERT_TRUE(test::waitFor(rig.list().stopTranscription()));
     test::settle(600ms);
     EXPECT_EQ(desktop->supportCard(), nullptr);
-}
-
-TEST_F(DesktopIntegrationTest, SettingsHoldsTheLanguageNotificationAndSupportRowsAndHidesDiagnostics)
-{
-    qputenv("KESTIL_DATA_DIR", rig.data.path().toUtf8());
-    launch({false, true, false}); // no notification service on this desktop
-    settingsWindow();
-    auto *language = inSettings<QComboBox>(u"settingsLanguagePicker"_s);
-    EXPECT_EQ(language->currentData().toString(), u"en-US"_s);
-    language->setCurrentIndex(language->findData(u"fr-FR"_s));
-    EXPECT_EQ(settings::transcriptionLanguage(*rig.preferences), u"fr-FR"_s);
-    EXPECT_TRUE(settingsText(u"settingsSpeechStatus"_s)
-                    .startsWith(u"The on-device speech model for this language needs setup."_s));
-    // An identifier Kestil does not know, written elsewhere: no choice shown.
-    settings::setTranscriptionLanguage(*rig.preferences, u"tlh-QO"_s);
-    EXPECT_EQ(language->currentIndex(), -1);
-    EXPECT_TRUE(settingsText(u"settingsLanguageMessage"_s).contains(u"“tlh-QO”"_s));
-
-    // What the developers need stays behind "Details".
-    auto *diagnostics = inSettings<QLabel>(u"settingsSpeechDiagnostics"_s);
-    EXPECT_FALSE(diagnostics->isVisible());
-    inSettings<QToolButton>(u"settingsSpeechDetailsButton"_s)->click();
-    EXPECT_TRUE(diagnostics->isVisible());
-
-    EXPECT_TRUE(test::waitUntil(
-        [&] { return inSettings<QLabel>(u"settingsSummaryNotificationsBlocked"_s)->isVisible(); }, 5s));
-    EXPECT_FALSE(inSettings(u"settingsAllowSummaryNotifications"_s)->isVisible());
-
-    QList<QUrl> opened;
-    inSettings<SupportActionsView>(QString())->setOpener([&](const QUrl &url) { opened.append(url); });
-    auto *check = inSettings<QLabel>(u"settingsSupportFeedbackCheck"_s);
-    EXPECT_FALSE(check->isVisible());
-    inSettings<QPushButton>(u"settingsSupportFeedback"_s)->click();
-    EXPECT_EQ(opened, QList<QUrl>{desktop->supportTargets().feedback});
-    EXPECT_TRUE(check->isVisible());
-    EXPECT_TRUE(desktop->engagement().hasClicked(KestilEngagement::Action::feedback));
-    EXPECT_TRUE(settingsText(u"settingsSupportExplanation"_s).startsWith(u"Automatic reminders are off. "_s));
-    inSettings<QPushButton>(u"settingsSupportShowPage"_s)->click();
-    auto *page = rig.window->settingsWindow()->findChild<SupportPage *>(u"kestilSupportPage"_s);
-    ASSERT_NE(page, nullptr);
-    EXPECT_NE(page->findChild<QPushButton *>(u"kestilSupportDismiss"_s), nullptr);
-    test::screenshot(page, u"support-page"_s);
-    page->close();
-    qunsetenv("KESTIL_DATA_DIR");
-}
-
-TEST_F(DesktopIntegrationTest, AppearanceAndTintApplyAtOnceToEveryWindow)
-{
-    launch({true, true, false});
-    const NotePtr budget = note(u"Budget review"_s);
-    summarize(budget);
-    rig.list().selectNote(budget, false);
-    SettingsWindow &settings = settingsWindow();
-    auto *mode = inSettings<QComboBox>(u"settingsAppearancePicker"_s);
-    const auto windowColor = [](QWidget *widget) { return widget->palette().color(QPalette::Window); };
-
-    // A palette reaches the widgets through their event queues.
-    mode->setCurrentIndex(mode->findData(u"Dark"_s));
-    test::settle(50ms);
-    EXPECT_EQ(settings::selectedAppearanceMode(*rig.preferences), u"Dark"_s);
-    EXPECT_LT(windowColor(rig.window.get()).lightness(), 80);
-    EXPECT_LT(windowColor(&settings).lightness(), 80);
-    inSettings<QToolButton>(u"settingsThemeColor-Teal"_s)->click();
-    test::settle(50ms);
-    EXPECT_EQ(rig.window->palette().color(QPalette::Highlight), ThemeColors::color(ThemeColor::teal, true));
-    test::screenshot(rig.window.get(), u"appearance-dark-main"_s);
-    test::screenshot(&settings, u"appearance-dark-settings"_s);
-
-    mode->setCurrentIndex(mode->findData(u"Light"_s));
-    test::settle(50ms);
-    EXPECT_GT(windowColor(rig.window.get()).lightness(), 200);
-    EXPECT_GT(windowColor(&settings).lightness(), 200);
-    EXPECT_EQ(settings.palette().color(QPalette::Highlight), ThemeColors::color(ThemeColor::teal, false));
-    test::screenshot(rig.window.get(), u"appearance-light-main"_s);
-    test::screenshot(&settings, u"appearance-light-settings"_s);
 }
 
 } // namespace

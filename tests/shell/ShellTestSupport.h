@@ -27,6 +27,8 @@
 
 namespace kestil::test {
 
+using namespace Qt::StringLiterals;
+
 // A note written to the store before the window opens.
 struct SeedNote {
     QString title;
@@ -53,15 +55,13 @@ template <typename T = QWidget> T *childOf(const QWidget *root, const QString &n
     return widget;
 }
 
-#ifdef KESTIL_SCREENSHOT_DIR
 // A picture of a widget as the user sees it, in the build's screenshots/.
 inline void screenshot(QWidget *widget, const QString &name)
 {
     QDir().mkpath(QStringLiteral(KESTIL_SCREENSHOT_DIR));
     settle(std::chrono::milliseconds(100));
-    widget->grab().save(QStringLiteral(KESTIL_SCREENSHOT_DIR "/") + name + QStringLiteral(".png"));
+    widget->grab().save(QStringLiteral(KESTIL_SCREENSHOT_DIR "/") + name + u".png"_s);
 }
-#endif
 
 struct ShellRig {
     QTemporaryDir data;
@@ -78,7 +78,7 @@ struct ShellRig {
     int terminations = 0;
     bool exposed = false;
 
-    ShellRig() { recorderRig.useFile(writeTone(config.filePath(QStringLiteral("tone.wav")), 3.5)); }
+    ShellRig() { recorderRig.useFile(writeTone(config.filePath(u"tone.wav"_s), 3.5)); }
 
     ~ShellRig()
     {
@@ -101,9 +101,8 @@ struct ShellRig {
         QList<QUuid> ids;
         for (const SeedNote &s : notes) {
             ids.append(QUuid::createUuid());
-            auto note = store.createNote(s.title, s.transcript, ids.last(), QStringLiteral("transcription"));
-            note->setValue(QStringLiteral("timestamp"),
-                           QDateTime::currentDateTimeUtc().addSecs(-3600 * s.hoursAgo));
+            auto note = store.createNote(s.title, s.transcript, ids.last(), u"transcription"_s);
+            note->setValue(u"timestamp"_s, QDateTime::currentDateTimeUtc().addSecs(-3600 * s.hoursAgo));
             for (const QString &tag : s.tags)
                 note->addTag(tag);
             if (!s.folder.isEmpty()) {
@@ -138,9 +137,7 @@ struct ShellRig {
     NotePtr addNote(const QString &title, const QString &transcript) const
     {
         SharedPersistenceController &store = *app->store();
-        const NotePtr note =
-            store.createNote(title, transcript, QUuid::createUuid(), QStringLiteral("transcription"));
-        store.save();
+        const NotePtr note = store.createNote(title, transcript, QUuid::createUuid(), u"transcription"_s);
         app->refreshNotes();
         return note;
     }
@@ -149,14 +146,11 @@ struct ShellRig {
     {
         return window->findChild<T *>(name);
     }
-
     void click(const QString &name) const
     {
-        auto *button = find<QAbstractButton>(name);
-        if (button)
+        if (auto *button = find<QAbstractButton>(name))
             QTest::mouseClick(button, Qt::LeftButton);
     }
-
     bool showing(const QString &name) const
     {
         QWidget *widget = find(name);
@@ -169,7 +163,7 @@ struct ShellRig {
                !list().operationInProgress();
     }
 
-    QListView *notesList() const { return find<QListView>(QStringLiteral("notesList")); }
+    QListView *notesList() const { return find<QListView>(u"notesList"_s); }
 
     QStringList shownTitles() const
     {
@@ -189,10 +183,9 @@ struct ShellRig {
 
     NotePtr noteTitled(const QString &title) const
     {
-        for (const NotePtr &note : app->notes()) {
+        for (const NotePtr &note : app->notes())
             if (note->title() == title)
                 return note;
-        }
         return nullptr;
     }
 
