@@ -29,7 +29,6 @@ protected:
     }
 
     void stop(NotesListViewModel &model) { EXPECT_TRUE(waitFor(model.stopTranscription())); }
-
     bool allComplete(const QUuid &id)
     {
         const QStringList segments = segmentsOf(root.path(), id);
@@ -280,32 +279,17 @@ TEST_F(NotesListViewModelTest, AfterAFailedStartTheLeaseIsFreeAndTheNextStartWor
     EXPECT_FALSE(store().activeRecording().has_value());
 }
 
-TEST_F(NotesListViewModelTest, TheSpeechWarningIsShownAtStartAndNotAgainAtStop)
-{
-    rig.speechFailure = u"No compatible on-device speech audio format."_s;
-    NotesListViewModel &model = list();
-    ASSERT_TRUE(record(model));
-    EXPECT_TRUE(model.syncErrorMessage().startsWith(u"Live transcription unavailable: "_s));
-    model.setShowSyncError(false);
-    ASSERT_TRUE(rig.waitForFileDelivered());
-    stop(model);
-    EXPECT_FALSE(model.showSyncError());
-}
-
 TEST_F(NotesListViewModelTest, ACaptureFailureEndsTheRecordingThroughTheListAndSavesTheNote)
 {
-    ScriptedSource::Script script;
-    script.format = AudioFormat{AudioSampleFormat::float32, 16000, 1};
-    script.buffers.assign(16, std::vector<unsigned char>(1600 * 4, 0));
-    script.failureAt = 15;
-    script.failure = u"The sound server ended the microphone recording: gone"_s;
-    rig.useScript(script, std::make_shared<SourceProbe>());
+    rig.useScript({.format = AudioFormat{AudioSampleFormat::float32, 16000, 1},
+                   .buffers = std::vector(16, std::vector<unsigned char>(1600 * 4, 0)),
+                   .failureAt = 15,
+                   .failure = u"The sound server ended the microphone recording: gone"_s},
+                  std::make_shared<SourceProbe>());
     NotesListViewModel &model = list();
     const QFuture<void> started = model.startNewTranscription();
     const NotePtr note = model.newNoteBeingRecorded();
-    ASSERT_TRUE(note);
-    ASSERT_TRUE(waitFor(started));
-
+    ASSERT_TRUE(note && waitFor(started));
     ASSERT_TRUE(waitUntil([&] { return !model.newNoteBeingRecorded() && !recorder->finishing(); }));
     EXPECT_EQ(model.syncErrorMessage(), u"Capture stopped: The sound server ended the microphone "
                                         "recording: gone. Captured audio was preserved."_s);

@@ -34,16 +34,10 @@ const QString transcript =
 const QString finalSummary = u"## Summary\n- Launch moves to April.\n- Budget to finance by Friday."_s;
 const QString oldSummary = u"Old summary"_s;
 
-QJsonObject titleRecord(const QString &title)
-{
-    return {{u"title"_s, title}};
-}
-
-QJsonObject tagsRecord(const QStringList &tags)
-{
-    return {{u"tags"_s, QJsonArray::fromStringList(tags)}};
-}
-
+const auto titleRecord = [](const QString &title) { return QJsonObject{{u"title"_s, title}}; };
+const auto tagsRecord = [](const QStringList &tags) {
+    return QJsonObject{{u"tags"_s, QJsonArray::fromStringList(tags)}};
+};
 const QJsonObject budgetTags = tagsRecord({u"Budget"_s});
 
 class SummaryJobTest : public CoreRigTest {

@@ -75,13 +75,9 @@ public:
         QList<TranscriptUtterance> utterances;
         QStringList text;
         for (int i = 0; i * 5 < seconds; ++i) {
-            TranscriptUtterance u;
-            u.id = newTranscriptUtteranceId();
-            u.text = u"Sentence number %1."_s.arg(i);
-            u.start = i * 5;
-            u.end = i * 5 + 4;
-            utterances << u;
-            text << u.text;
+            utterances << TranscriptUtterance{newTranscriptUtteranceId(), u"Sentence number %1."_s.arg(i),
+                                              i * 5.0, i * 5.0 + 4};
+            text << utterances.last().text;
         }
         note->setValue(u"transcription"_s, text.join(QLatin1Char(' ')));
         setTranscriptUtterances(*note, utterances);
