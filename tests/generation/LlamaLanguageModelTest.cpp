@@ -144,7 +144,6 @@ protected:
 TEST(LlamaLanguageModel, AvailabilityFollowsTheInstalledModelAndThePreference)
 {
     KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    // A folder without a model: the download tests below.
     ModelFolder folder;
     folder.install(tiny);
     LlamaLanguageModel model(folder.directory());
@@ -161,9 +160,6 @@ TEST(LlamaLanguageModel, AvailabilityFollowsTheInstalledModelAndThePreference)
     settings::setOnDeviceLanguageModelEnabled(preferences, false);
     followLanguageModelSwitch(preferences, model);
     EXPECT_EQ(model.availability(), Availability::unavailable(Reason::languageModelDisabled));
-    EXPECT_EQ(LocalSummary::modelStatus(model, QLocale("en_US")).statusLine,
-              "On-device summaries unavailable: languageModelDisabled. Your notes and transcripts remain "
-              "available.");
     settings::setOnDeviceLanguageModelEnabled(preferences, true);
     EXPECT_EQ(model.availability(), Availability::available());
     settings::setOnDeviceLanguageModelEnabled(preferences, false);
@@ -445,18 +441,15 @@ TEST_F(LanguageModelInstall, AFileThatFailsItsChecksumOrIsNoUsableModelIsDeleted
 
 TEST_F(LanguageModelInstall, ACutOffDownloadKeepsItsPartAndAFullDiskIsToldBeforeTheFirstByte)
 {
-    const QString cut = failureOf("drop", entry_);
-    EXPECT_TRUE(cut.startsWith("The language model download")) << cut.toStdString();
-    EXPECT_TRUE(cut.endsWith("received so far are kept, and the next download continues from there."))
-        << cut.toStdString();
-    const qint64 kept = partialLanguageModelDownload(entry_, folder_.directory());
-    EXPECT_GT(kept, 0);
-    EXPECT_LT(kept, tiny_.size());
+    // Resuming is the download's own business (tests/base); here the part must not count as a model.
+    EXPECT_TRUE(failureOf("drop", entry_)
+                    .endsWith("received so far are kept, and the next download continues from there."));
+    EXPECT_GT(partialLanguageModelDownload(entry_, folder_.directory()), 0);
     EXPECT_EQ(files(), QStringList{"tiny-chat.gguf.part"})
         << "half a model is never under a name that counts";
     EXPECT_FALSE(isLanguageModelDownloading(entry_, folder_.directory()));
     EXPECT_EQ(LlamaLanguageModel(folder_.directory()).availability(),
-              Availability::unavailable(LanguageModel::UnavailableReason::modelNotReady));
+              Availability::unavailable(Reason::modelNotReady));
 
     test::TmpfsMount small(4 * 1024 * 1024);
     ASSERT_TRUE(small.mounted()) << small.error().toStdString();
