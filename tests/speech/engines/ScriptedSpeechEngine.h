@@ -43,7 +43,6 @@ private:
 // decoder would (abort() opens it), and finish() for finishGate; each fails
 // with its error text when that is set.
 struct EngineProbe {
-    std::atomic<qint64> samplesFed{0};
     std::atomic<int> finishes{0};
     std::atomic<int> aborts{0};
     std::atomic<int> engines{0};
@@ -101,7 +100,6 @@ public:
         if (!probe_->feedError.isEmpty())
             throw SystemError(probe_->feedError);
         fed_ += qint64(samples.size());
-        probe_->samplesFed += qint64(samples.size());
         std::vector<SpeechResult> results;
         for (; fed_ >= (words_ + 1) * qint64(rate); ++words_)
             results.push_back(

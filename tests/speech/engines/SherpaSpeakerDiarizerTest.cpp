@@ -49,11 +49,9 @@ const test::Voice &voice(VoiceId id)
 
 SherpaSpeakerDiarizer::Options kestilSettings()
 {
-    SherpaSpeakerDiarizer::Options options;
-    options.segmentationModel = test::generatedModel(QStringLiteral("diarisation/segmentation-3.0.onnx"));
-    options.embeddingModel = test::generatedModel(QStringLiteral("diarisation/campplus.onnx"));
-    options.workerPath = QStringLiteral(KESTIL_DIARISATION_WORKER);
-    return options;
+    return {.segmentationModel = test::generatedModel(QStringLiteral("diarisation/segmentation-3.0.onnx")),
+            .embeddingModel = test::generatedModel(QStringLiteral("diarisation/campplus.onnx")),
+            .workerPath = QStringLiteral(KESTIL_DIARISATION_WORKER)};
 }
 
 int speakerCount(const std::vector<SpeakerTurn> &turns)
@@ -173,8 +171,7 @@ TEST(SherpaDiarisationEdges, AnUnusableModelIsASentenceNotACrash)
 {
     QTemporaryDir dir;
     const SherpaSpeakerDiarizer::Options settings = kestilSettings();
-    const QString segmentation = settings.segmentationModel;
-    const QString embedding = settings.embeddingModel;
+    const QString &segmentation = settings.segmentationModel, &embedding = settings.embeddingModel;
     QFile model(embedding);
     EXPECT_TRUE(model.open(QIODevice::ReadOnly));
     const QString missing = dir.filePath(QStringLiteral("campplus.onnx"));
@@ -198,8 +195,8 @@ TEST(SherpaDiarisationEdges, AnUnusableModelIsASentenceNotACrash)
     for (const auto &[segmentationModel, embeddingModel, culprit] : cases) {
         SCOPED_TRACE(segmentationModel.toStdString() + " and " + embeddingModel.toStdString());
         SherpaSpeakerDiarizer::Options options = settings;
-        options.segmentationModel = segmentationModel;
-        options.embeddingModel = embeddingModel;
+        std::tie(options.segmentationModel, options.embeddingModel) =
+            std::tie(segmentationModel, embeddingModel);
         try {
             SherpaSpeakerDiarizer(options).diarize(mix.samples, 16000);
             FAIL() << "the diarizer used an unusable model";

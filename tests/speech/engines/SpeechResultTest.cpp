@@ -27,20 +27,18 @@ LocalTranscript applied(std::initializer_list<SpeechResult> results)
 
 } // namespace
 
-TEST(SpeechResultsLoop, FinalWithinAMillisecondReplacesTheEarlierFinal)
+TEST(SpeechResultsLoop, AFinalWithinAMillisecondReplacesTheEarlierOneAndFinalsAreSortedByStart)
 {
     LocalTranscript t = applied({{"hello", 1.0, 2.0, true}, {"hello there", 1.0005, 2.5, true}});
     EXPECT_EQ(t.utterances, QList<LocalUtterance>({{"hello there", 1.0005, 2.5}}));
     applySpeechResult(t, {"again", 1.0015, 3.0, true});
     EXPECT_EQ(t.utterances.size(), 2) << "a start 0.001 s away is a new utterance";
-}
 
-TEST(SpeechResultsLoop, FinalsArrivingOutOfOrderEndUpSortedByStartAndKeepTheirTextAsGiven)
-{
-    const LocalTranscript t =
+    // Out of order: sorted by start, each text kept as given.
+    const LocalTranscript sorted =
         applied({{"c", 5.0, 6.0, true}, {"a", 1.0, 2.0, true}, {"  b ", 3.0, 4.0, true}});
-    EXPECT_EQ(t.finalizedText(), "a   b  c");
-    EXPECT_EQ(t.utterances[1].text, "  b ");
+    EXPECT_EQ(sorted.finalizedText(), "a   b  c");
+    EXPECT_EQ(sorted.utterances[1].text, "  b ");
 }
 
 TEST(SpeechResultsLoop, VolatileReplacesTheTailAndNeverTouchesFinals)

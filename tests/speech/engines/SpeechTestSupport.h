@@ -8,10 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QHash>
-#include <QList>
 #include <QRegularExpression>
-#include <QString>
-#include <QStringList>
 
 #include <gtest/gtest.h>
 
@@ -19,6 +16,7 @@
 #include <chrono>
 #include <cmath>
 #include <mutex>
+#include <numeric>
 #include <random>
 #include <thread>
 #include <vector>
@@ -39,14 +37,12 @@ inline QString generatedModel(const QString &name)
 }
 
 // Whisper models of scripts/models/tiny_whisper.py: the right shape, random weights.
-inline QString tinyEnglishModel()
-{
+inline const auto tinyEnglishModel = [] {
     return generatedModel(QStringLiteral("whisper-test-tiny.en.bin"));
-}
-inline QString tinyMultilingualModel()
-{
+};
+inline const auto tinyMultilingualModel = [] {
     return generatedModel(QStringLiteral("whisper-test-tiny.bin"));
-}
+};
 
 inline const QString pocketSphinxTestData = QStringLiteral("/usr/share/pocketsphinx/test/data");
 
@@ -181,12 +177,10 @@ inline QStringList words(const QString &text)
 // Word error rate: word-level edit distance over the reference's length.
 inline double wordErrorRate(const QString &reference, const QString &hypothesis)
 {
-    const QStringList ref = words(reference);
-    const QStringList hyp = words(hypothesis);
+    const QStringList ref = words(reference), hyp = words(hypothesis);
     // One row of the distance table at a time: row[j] for the first j words of hyp.
     std::vector<int> row(std::size_t(hyp.size() + 1));
-    for (std::size_t j = 0; j < row.size(); ++j)
-        row[j] = int(j);
+    std::iota(row.begin(), row.end(), 0);
     for (qsizetype i = 1; i <= ref.size(); ++i) {
         int diagonal = row[0];
         row[0] = int(i);
@@ -239,13 +233,11 @@ inline QString repeatedPhrases(const QString &reference, const QString &text, in
             ++count[w.mid(i, n).join(QLatin1Char(' '))];
         return count;
     };
-    const QHash<QString, int> allowed = counts(words(reference));
+    const QHash<QString, int> allowed = counts(words(reference)), seen = counts(words(text));
     QStringList repeated;
-    const QHash<QString, int> seen = counts(words(text));
-    for (auto it = seen.begin(); it != seen.end(); ++it) {
+    for (auto it = seen.begin(); it != seen.end(); ++it)
         if (it.value() > 1 && it.value() > allowed.value(it.key()))
             repeated << it.key();
-    }
     return repeated.join(QStringLiteral(" | "));
 }
 

@@ -20,10 +20,7 @@ namespace {
 
 WhisperEngine::Options options(const char *language = "en")
 {
-    WhisperEngine::Options options;
-    options.language = QString::fromLatin1(language);
-    options.threads = 1;
-    return options;
+    return {.language = QString::fromLatin1(language), .threads = 1};
 }
 
 struct FedResults {

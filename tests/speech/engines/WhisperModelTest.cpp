@@ -82,21 +82,19 @@ TEST(WhisperModelPreferences, SizeAndAddressHaveDefaultsAndTheEnvironmentWins)
     qunsetenv("KESTIL_SPEECH_MODEL_BASE_URL");
 }
 
-TEST(WhisperModelFile, AcceptsAWholeModelAndReadsItsShape)
+TEST(WhisperModelFile, AcceptsAWholeModelReadsItsShapeAndRefusesDamagedOnes)
 {
-    const WhisperModelFile model = inspectWhisperModelFile(test::tinyEnglishModel());
-    EXPECT_EQ(model.vocabularySize, 51864);
-    EXPECT_FALSE(model.isMultilingual());
-    EXPECT_EQ(model.audioLayers, 1);
-    EXPECT_EQ(model.melBands, 80);
-    EXPECT_EQ(model.tensorCount, 11 + 15 + 24);
+    const WhisperModelFile shape = inspectWhisperModelFile(test::tinyEnglishModel());
+    EXPECT_EQ(shape.vocabularySize, 51864);
+    EXPECT_FALSE(shape.isMultilingual());
+    EXPECT_EQ(shape.audioLayers, 1);
+    EXPECT_EQ(shape.melBands, 80);
+    EXPECT_EQ(shape.tensorCount, 11 + 15 + 24);
     EXPECT_TRUE(inspectWhisperModelFile(test::tinyMultilingualModel()).isMultilingual());
     EXPECT_TRUE(refusal("/nonexistent/ggml-base.en.bin")
                     .startsWith("The speech model file “ggml-base.en.bin” could not be opened"));
-}
 
-TEST(WhisperModelFile, RefusesTruncatedPaddedForeignFilesAndWeightTypesGgmlCannotMap)
-{
+    // Truncated, padded and foreign files are refused, as are weight types ggml cannot map.
     QFile in(test::tinyEnglishModel());
     ASSERT_TRUE(in.open(QIODevice::ReadOnly));
     const QByteArray model = in.readAll();

@@ -9,20 +9,14 @@
 
 using namespace kestil;
 
-TEST(TranscriptUtterance, NewIdsAreUniqueUpperCaseUuids)
+TEST(TranscriptUtterance, NewIdsAreUniqueUpperCaseUuidsAndEqualRecordsHashAlike)
 {
     const QRegularExpression uuid("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$");
-    QSet<QString> seen;
-    for (int i = 0; i < 100; ++i) {
-        const QString id = newTranscriptUtteranceId();
-        EXPECT_TRUE(uuid.match(id).hasMatch()) << id.toStdString();
-        seen.insert(id);
-    }
-    EXPECT_EQ(seen.size(), 100);
-}
+    const QString id = newTranscriptUtteranceId();
+    EXPECT_TRUE(uuid.match(id).hasMatch()) << id.toStdString();
+    EXPECT_NE(newTranscriptUtteranceId(), id);
 
-TEST(TranscriptUtterance, EqualRecordsHashAlikeAndAnEmptyOptionalApartFromAPresentZero)
-{
+    // An empty optional hashes apart from a present zero.
     const TranscriptUtterance a = with(utterance("A", "Hi.", 1.0, 2.0), 1, 0.5);
     const TranscriptUtterance zero = utterance("A", "x", 0.0);
     const TranscriptUtterance none = utterance("A", "x");

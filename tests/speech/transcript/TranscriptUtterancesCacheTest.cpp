@@ -4,10 +4,7 @@
 #include "speech/TranscriptUtterancesCache.h"
 #include "speech/TranscriptUtterancesJson.h"
 
-#include <atomic>
 #include <limits>
-#include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -147,19 +144,6 @@ TEST_F(TranscriptUtterancesCacheTest, PlainTextEditIsEncodedWithoutNormalisation
     EXPECT_EQ(read[0].id, stored->at(0).id + QStringLiteral("-0"));
 }
 
-TEST_F(TranscriptUtterancesCacheTest, CostCountsUtf8BytesOfBothTextsAndEachUtterance)
-{
-    EXPECT_EQ(utf8Length(u"abc"), 3);
-    EXPECT_EQ(utf8Length(u"é€😀"), 2 + 3 + 4);
-    EXPECT_EQ(utf8Length(QString(QChar(0xd800))), 3);
-
-    // What an entry weighs: both texts and 96 bytes and the text for each utterance.
-    TranscriptUtterancesCacheBox box{{utterance("ignored-id", "😀 a")}, "[]é", "€"};
-    EXPECT_EQ(box.cost(), (2 + 2) + 3 + (96 + 6));
-    ASSERT_TRUE(writeTranscriptUtterances(noteKey, timedList(), shortText));
-    EXPECT_EQ(cache().totalCost(), cache().object(noteKey)->cost());
-}
-
 TEST_F(TranscriptUtterancesCacheTest, EvictsTheLeastRecentlyReadBeyondSixtyFourNotesOrEightMebibytes)
 {
     for (int i = 0; i < 65; ++i)
@@ -198,27 +182,4 @@ TEST_F(TranscriptUtterancesCacheTest, EvictsTheLeastRecentlyReadBeyondSixtyFourN
     // A list too large for the whole cache is returned but not kept.
     EXPECT_EQ(readTranscriptUtterances("huge", std::nullopt, paragraphs(9 * 1024)).size(), 9 * 1024);
     EXPECT_FALSE(cached("huge"));
-}
-
-TEST_F(TranscriptUtterancesCacheTest, ConcurrentReadersSeeTheSameList)
-{
-    const QString json = *writeTranscriptUtterances(noteKey, timedList(), shortText);
-    const auto written = normalizedUtterances(timedList());
-    const auto reread = normalizedUtterances(written);
-    std::vector<std::thread> threads;
-    std::atomic<int> mismatches = 0;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < 200; ++i) {
-                // The written note hits its entry; the others decode the same JSON.
-                const bool isWrittenNote = (i + t) % 3 == 0;
-                const QString key = isWrittenNote ? noteKey : QStringLiteral("other-%1").arg(i % 8);
-                mismatches +=
-                    readTranscriptUtterances(key, json, shortText) != (isWrittenNote ? written : reread);
-            }
-        });
-    }
-    for (auto &thread : threads)
-        thread.join();
-    EXPECT_EQ(mismatches, 0);
 }
