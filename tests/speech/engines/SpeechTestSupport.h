@@ -23,14 +23,18 @@
 
 namespace kestil::test {
 
-// A model that scripts/test-models.sh makes or converts; the test fails, with
-// the command that makes it, when it is missing.
+// Where scripts/test-models.sh leaves the models it makes or converts.
+inline QString modelsDirectory()
+{
+    const QString dir = qEnvironmentVariable("KESTIL_TEST_MODELS_DIR");
+    return dir.isEmpty() ? QDir::homePath() + QStringLiteral("/.cache/kestil/models") : dir;
+}
+
+// One of those models; the test fails, with the command that makes it, when
+// it is missing.
 inline QString generatedModel(const QString &name)
 {
-    QString dir = qEnvironmentVariable("KESTIL_TEST_MODELS_DIR");
-    if (dir.isEmpty())
-        dir = QDir::homePath() + QStringLiteral("/.cache/kestil/models");
-    const QString path = dir + QLatin1Char('/') + name;
+    const QString path = modelsDirectory() + QLatin1Char('/') + name;
     if (!QFile::exists(path))
         ADD_FAILURE() << "Missing test model " << path.toStdString() << ": run scripts/test-models.sh";
     return path;
