@@ -424,52 +424,6 @@ TEST_F(SettingsKeysTest, TextSettingsFallBackToTheirDefaultsWhenEmptyOrNotText)
     EXPECT_EQ(transcriptionLanguage(store), "en-US");
 }
 
-TEST_F(SettingsKeysTest, TheWidgetPositionCountsOnlyWithTwoFiniteNumbers)
-{
-    store.set(keys::recordingWidgetPositionX, 100.5);
-    EXPECT_FALSE(recordingWidgetPosition(store));
-    store.remove(keys::recordingWidgetPositionX);
-    store.set(keys::recordingWidgetPositionY, 40.0);
-    EXPECT_FALSE(recordingWidgetPosition(store));
-    for (const QVariant &x : {QVariant("100"), QVariant(std::numeric_limits<double>::quiet_NaN())}) {
-        store.set(keys::recordingWidgetPositionX, x);
-        EXPECT_FALSE(recordingWidgetPosition(store));
-    }
-    store.set(keys::recordingWidgetPositionX, -300);
-    EXPECT_EQ(recordingWidgetPosition(store), (RecordingWidgetPosition{-300, 40}));
-    setRecordingWidgetPosition(store, {1200, 24});
-    EXPECT_EQ(recordingWidgetPosition(PreferenceStore(dir.path())), (RecordingWidgetPosition{1200, 24}));
-}
-
-TEST_F(SettingsKeysTest, CountersListsTextAndDataAreAbsentUntilWrittenInTheirType)
-{
-    // Unknown raw values stay in the list; dropping them is the support actions' business.
-    setSupportClickedActions(store, {"share", "bogus"});
-    EXPECT_EQ(supportClickedActions(PreferenceStore(dir.path())), (QStringList{"share", "bogus"}));
-    removeSupportClickedActions(store);
-    EXPECT_FALSE(store.contains(keys::kestilSupportClickedActions));
-    // A presented count of 0 is not the same as none.
-    EXPECT_FALSE(supportPresentedSummaryCount(store));
-    setSupportPresentedSummaryCount(store, 0);
-    EXPECT_EQ(supportPresentedSummaryCount(PreferenceStore(dir.path())), 0);
-    setLocalSpeechLastFailure(store, "Transcription: en-US\nline two");
-    EXPECT_EQ(localSpeechLastFailure(PreferenceStore(dir.path())), "Transcription: en-US\nline two");
-    removeLocalSpeechLastFailure(store);
-    EXPECT_FALSE(localSpeechLastFailure(store));
-    const QByteArray bookmark("/home/u/Vault\xff");
-    setObsidianSyncFolderBookmark(store, bookmark);
-    EXPECT_EQ(obsidianSyncFolderBookmark(PreferenceStore(dir.path())), bookmark);
-    removeObsidianSyncFolderBookmark(store);
-    EXPECT_FALSE(obsidianSyncFolderBookmark(store));
-    // A value of another type reads as nothing.
-    store.set(QVariantMap{{keys::kestilSupportPresentedSummaryCount, "10"},
-                          {keys::localSpeechLastFailure, 3},
-                          {keys::kestilObsidianSyncFolderBookmark, "/home/u/Vault"}});
-    EXPECT_FALSE(supportPresentedSummaryCount(store));
-    EXPECT_FALSE(localSpeechLastFailure(store));
-    EXPECT_FALSE(obsidianSyncFolderBookmark(store));
-}
-
 TEST(ApplicationInfo, OnlyABooleanTrueEnablesTheUpdateServiceAndThisBuildHasNone)
 {
     EXPECT_FALSE(ApplicationInfo::enableSparkle());

@@ -80,36 +80,6 @@ TEST_F(KestilEngagementTest, TheCardComesAtFiveAndEveryFiveMoreUntilAClick)
     }
 }
 
-TEST_F(KestilEngagementTest, NoPromptWhileBusyOrNotIdleAndAtMostOnePerCount)
-{
-    KestilEngagement engagement(store);
-    summarize(engagement, 4);
-    engagement.recordCompletedSummary("The fifth.");
-    const QStringList keysBefore = store.keys();
-    EXPECT_EQ(engagement.nextPrompt(false), Prompt::none);
-    EXPECT_EQ(store.keys(), keysBefore);
-    engagement.beginProcessing();
-    EXPECT_EQ(engagement.nextPrompt(true), Prompt::none);
-    engagement.endProcessing();
-    engagement.endProcessing(); // never below 0
-    EXPECT_EQ(engagement.processingCount(), 0);
-    EXPECT_EQ(engagement.nextPrompt(true), Prompt::supportCard);
-    EXPECT_EQ(settings::supportPresentedSummaryCount(store), 5);
-    EXPECT_EQ(engagement.nextPrompt(true), Prompt::none);
-}
-
-TEST_F(KestilEngagementTest, StartUpReadsTheStoredCountersAsTheyMayHaveBeenLeft)
-{
-    store.set(settings::keys::kestilCompletedLocalSummaries, qint64(-3));
-    store.set(settings::keys::kestilSupportClickedActions, QStringList{"rate", "share", ""});
-    KestilEngagement engagement(store);
-    EXPECT_EQ(engagement.completedActions(), 0);
-    EXPECT_EQ(engagement.clickedActions(), QList<Action>{Action::share});
-    // A click without the stopped flag: the flag is written back.
-    EXPECT_TRUE(engagement.automaticRemindersStopped());
-    EXPECT_TRUE(settings::supportAutomaticRemindersStopped(store));
-}
-
 TEST_F(KestilEngagementTest, OnlyNonEmptySummariesCountAndAnotherProcessLosesNothing)
 {
     KestilEngagement engagement(store);
@@ -142,15 +112,6 @@ TEST_F(KestilEngagementTest, ClicksAreStoredSortedAndResetKeepsRemindersOff)
     EXPECT_TRUE(engagement.clickedActions().isEmpty());
     EXPECT_TRUE(engagement.automaticRemindersStopped());
     EXPECT_EQ(settings::supportPresentedSummaryCount(store), 3);
-}
-
-TEST_F(KestilEngagementTest, WithoutCustomRemindersTheSystemReviewIsAskedForOnceAtFive)
-{
-    KestilEngagement engagement(store, false);
-    const QList<Prompt> prompts = summarize(engagement, 7);
-    EXPECT_EQ(prompts, (QList<Prompt>{Prompt::none, Prompt::none, Prompt::none, Prompt::none,
-                                      Prompt::nativeReview, Prompt::none, Prompt::none}));
-    EXPECT_TRUE(settings::nativeReviewRequested(store));
 }
 
 template <typename T> bool settled(const QFuture<T> &future)
@@ -324,23 +285,6 @@ TEST_F(KestilSummaryNotificationsTest, ASummaryEndingDuringTheQuestionUsesItsAns
     center.heldRequest->finish();
     ASSERT_TRUE(settled(delivered));
     EXPECT_EQ(center.posted.size(), 1);
-}
-
-TEST_F(KestilSummaryNotificationsTest, OnlyTheDefaultActionWithAValidNoteOpensIt)
-{
-    const QString someNote = "6F9619FF-8B86-D011-B42D-00C04FC964FF";
-    const std::pair<QString, QVariantMap> ignored[] = {{"dismiss", {{"noteID", someNote}}},
-                                                       {"default", {}},
-                                                       {"default", {{"noteID", 42}}},
-                                                       {"default", {{"noteID", "x"}}}};
-    KestilSummaryNotifications &n = make();
-    for (const auto &[action, userInfo] : ignored) {
-        EXPECT_FALSE(n.didReceive(action, userInfo))
-            << action.toStdString() << " " << userInfo.value("noteID").toString().toStdString();
-        EXPECT_FALSE(n.noteToOpen().has_value());
-    }
-    EXPECT_TRUE(n.didReceive("default", {{"noteID", someNote}}));
-    EXPECT_EQ(n.noteToOpen(), QUuid(someNote));
 }
 
 } // namespace

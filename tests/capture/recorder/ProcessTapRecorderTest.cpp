@@ -237,27 +237,6 @@ TEST_F(ProcessTapRecorderTest, PauseCompletesTheSegmentResumeBeginsANewOneAndThe
     }
 }
 
-TEST_F(ProcessTapRecorderTest, ASecondStopDuringTheFirstGivesTheCurrentTextAtOnce)
-{
-    auto probe = useScript(10);
-    auto finishGate = std::make_shared<Latch>();
-    rig.engine->finishGate = finishGate;
-    auto recorder = makeRecorder();
-    start(*recorder);
-    ASSERT_TRUE(waitUntil([&] { return recorder->transcription() == "word1"; }));
-    const QFuture<QString> first = recorder->stop();
-    const QFuture<QString> second = recorder->stop();
-    ASSERT_TRUE(second.isFinished());
-    EXPECT_EQ(second.result(), "word1");
-    EXPECT_FALSE(first.isFinished());
-    EXPECT_EQ(probe->invalidations.load(), 1);
-    finishGate->open();
-    ASSERT_TRUE(waitFor(first));
-    EXPECT_EQ(first.result(), "word1");
-    EXPECT_EQ(probe->invalidations.load(), 1);
-    EXPECT_EQ(stateChanges, 2);
-}
-
 // The source ends after two buffers and one more arrives: the failure ends
 // the intake, so the raw file has no gap. Whatever arrives after the session
 // ended changes nothing.

@@ -109,32 +109,6 @@ TEST(AskNoteConversationTest, AnswersStreamAreSavedAndTheNextQuestionSeesTheLast
         u"# Ask AI: Planning\n\n**You**\n\nWhen do we ship?\n\n**Kestil**\n\nOn Friday."_s));
 }
 
-// What a refusal leaves: the question in the field, no request, nothing saved.
-TEST(AskNoteConversationTest, RefusedQuestionsStayInTheFieldAndASummaryServesANoteWithoutText)
-{
-    ChatRig rig(u"  \n "_s);
-    auto conversation = rig.open();
-    conversation->setInput(u"   \n"_s);
-    EXPECT_FALSE(conversation->canSend()) << "a blank question cannot be sent";
-    const QString tooLong(801, QLatin1Char('a'));
-    submit(*conversation, u" "_s + tooLong + u" "_s);
-    EXPECT_EQ(conversation->error(), u"Please shorten your question to 800 bytes or fewer."_s);
-    EXPECT_EQ(conversation->input().trimmed(), tooLong) << "the question stays to be shortened";
-    conversation->dismissError();
-    EXPECT_FALSE(conversation->error().has_value());
-    submit(*conversation, u"What happened?"_s);
-    EXPECT_EQ(conversation->error(), u"Transcribe this note before asking a question."_s);
-    EXPECT_TRUE(conversation->messages().isEmpty());
-    EXPECT_TRUE(rig.model.requests.isEmpty());
-    EXPECT_TRUE(rig.saved().isEmpty());
-
-    rig.note->setValue(u"summary"_s, u"## Summary\nThe team chose a date."_s);
-    EXPECT_EQ(conversation->source(), u"## Summary\nThe team chose a date."_s);
-    rig.model.replies = {u"A date was chosen."_s};
-    ASSERT_TRUE(ask(*conversation, u"What happened?"_s));
-    EXPECT_TRUE(rig.model.requests.at(0).prompt.contains(u"The team chose a date."_s));
-}
-
 TEST(AskNoteConversationTest, AStopOrAClosedWindowKeepsTheQuestionWithoutAnAnswer)
 {
     ChatRig rig;

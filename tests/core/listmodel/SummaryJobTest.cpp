@@ -383,8 +383,7 @@ TEST_F(SummaryJobTest, AKeptSummaryThatCannotBeWrittenLetsTheSummaryGoOnAndSaysS
 }
 
 // The unfinished summaries kept beside the store: one file per note, replaced
-// in one step (a QSaveFile), read back with every way a file can be unusable
-// told apart.
+// in one step (a QSaveFile); unusable ones are told apart by the job above.
 namespace {
 
 using State = SummaryCheckpointStore::State;
@@ -430,36 +429,4 @@ TEST(SummaryCheckpointStore, KeepsOneFilePerNoteAndReplacesIt)
     store.remove(note);
     EXPECT_EQ(store.read(note).state, State::absent);
     store.remove(note); // a missing file is no failure
-}
-
-TEST(SummaryCheckpointStore, TellsUnusableFilesApart)
-{
-    QTemporaryDir root;
-    const SummaryCheckpointStore store(root.path());
-    const QUuid note = QUuid::createUuid();
-    const QByteArray checkpoint = stored(note, u"Text"_s).checkpoint.toJson();
-    const auto file = [&](const QByteArray &head, const QUuid &id, const QByteArray &tail) {
-        return "{" + head + "\"noteID\":\"" + id.toString(QUuid::WithoutBraces).toUpper().toUtf8() +
-               "\",\"model\":\"m\",\"checkpoint\":" + tail;
-    };
-    const struct {
-        const char *what;
-        QByteArray bytes;
-        State state;
-    } cases[] = {
-        {"whole", file("\"version\":1,", note, checkpoint + "}"), State::readable},
-        {"cut off", file("\"version\":1,", note, "{\"input\":\"Te"), State::unreadable},
-        {"not JSON", "\x01\x02garbage", State::unreadable},
-        {"empty", "", State::unreadable},
-        {"newer", "{\"version\":2,\"somethingNew\":true}", State::newerVersion},
-        {"no version", file("", note, checkpoint + "}"), State::unreadable},
-        {"another note", file("\"version\":1,", QUuid::createUuid(), checkpoint + "}"), State::unreadable},
-        {"checkpoint without facts",
-         file("\"version\":1,", note, "{\"input\":\"a\",\"templateKey\":\"b\",\"source\":\"a\",\"pass\":0}}"),
-         State::unreadable},
-    };
-    for (const auto &c : cases) {
-        writeFile(store.path(note), c.bytes);
-        EXPECT_EQ(store.read(note).state, c.state) << c.what;
-    }
 }

@@ -92,37 +92,6 @@ TEST_F(NoteEntityTest, TagsAreOneRowPerCanonicalNameShownInTheirDisplayForm)
     EXPECT_EQ(context.fetch<Tag>(FetchRequest{}).size(), 2) << "a removed tag stays in the library";
 }
 
-TEST_F(NoteEntityTest, FoldersAreFoundAndMadeByTrimmedNameIgnoringCaseAndSortedByOrderThenName)
-{
-    const FolderPtr plans = createFolder(u"  Plans \n"_s, context);
-    ASSERT_TRUE(plans);
-    EXPECT_EQ(plans->name(), u"Plans"_s);
-    EXPECT_TRUE(plans->id());
-    EXPECT_EQ(plans->sortOrder(), 0);
-    for (const auto &[typed, found] :
-         {std::pair{"plans", true}, {"PLANS ", true}, {"Plan", false}, {"   ", false}})
-        EXPECT_EQ(findFolder(QString::fromLatin1(typed), context) == plans, found) << typed;
-    EXPECT_EQ(createFolder(u"plans"_s, context), plans) << "a second create adopts the first";
-    EXPECT_FALSE(createFolder(u" \t "_s, context));
-    const FolderPtr longName = createFolder(QString(500, QLatin1Char('n')), context);
-    ASSERT_TRUE(createFolder(u"ملاحظات"_s, context) && longName);
-    EXPECT_EQ(longName->name()->size(), 500);
-    EXPECT_EQ(context.fetch<Folder>(FetchRequest{}).size(), 3);
-
-    const FolderPtr alpha = createFolder(u"Alpha"_s, context);
-    const FolderPtr first = createFolder(u"zulu"_s, context);
-    first->setValue(u"sortOrder"_s, -1);
-    note->setFolder(plans);
-    EXPECT_EQ(folderNoteCount(*plans), 1);
-    EXPECT_EQ(folderNoteCount(*alpha), 0);
-    const QList<FolderPtr> sorted = sortedFolders(context);
-    ASSERT_EQ(sorted.size(), 5);
-    EXPECT_EQ(sorted.mid(0, 3), (QList<FolderPtr>{first, alpha, longName}));
-    // Renamed to another's name: no check on rename, two folders share it.
-    alpha->setValue(u"name"_s, u"Plans"_s);
-    EXPECT_EQ(sortedFolders(context).size(), 5);
-}
-
 TEST_F(NoteEntityTest, TagsTypedByHandAreAddedOncePerCanonicalNameUpToTen)
 {
     const struct {

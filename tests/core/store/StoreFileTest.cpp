@@ -216,34 +216,6 @@ TEST(LaunchTest, AnUnsupportedMachineOpensNothingAndACurableModelStateOpensTheLi
     EXPECT_TRUE(app.message().isEmpty());
 }
 
-TEST(LaunchTest, TheNewestNoteIsSelectedOnlyWhenNothingIsAndAStaleSelectionStays)
-{
-    TempRoot root;
-    bool recovered = false;
-    auto env = environmentFor(root, LanguageModelAvailability::available);
-    env.recoverInterruptedSessions = [&recovered](LocalAppModel &) { recovered = true; };
-    LocalAppModel app(env);
-    EXPECT_TRUE(recovered);
-    EXPECT_FALSE(app.selected().has_value());
-    const auto create = [&] { return app.store()->createNote({}, {}, QUuid::createUuid(), u"local"_s); };
-    const NotePtr first = create();
-    app.refreshNotes();
-    EXPECT_EQ(app.selected(), first->id());
-    EXPECT_EQ(app.selectedNote(), first);
-
-    const NotePtr second = create();
-    second->setValue(u"timestamp"_s, first->timestamp()->addSecs(1));
-    app.store()->save();
-    app.refreshNotes();
-    EXPECT_EQ(app.selected(), first->id()) << "an existing selection stays";
-    EXPECT_EQ(app.notes().first(), second);
-
-    app.store()->deleteNote(first);
-    app.refreshNotes();
-    EXPECT_EQ(app.selected(), first->id()) << "a stale selection is not cleared";
-    EXPECT_EQ(app.selectedNote(), nullptr);
-}
-
 TEST(LaunchTest, NoteAudioDirectoryStaysInsideTheRoot)
 {
     TempRoot root;
