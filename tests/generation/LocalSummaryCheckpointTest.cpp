@@ -63,16 +63,6 @@ TEST(LocalSummaryTemplate, StoredStringsResolveByKeyThenTitleElseAuto)
             << stored.value_or("-").toStdString();
 }
 
-TEST(LocalSummaryTemplate, TheSubmenuTitleIsTheRowOfTheStoredTemplate)
-{
-    const QList<Template> rows{{"meetings/general", "Team meeting", "Notes of a meeting", "Meetings"},
-                               {"Study", "Study notes", "For learning", std::nullopt}};
-    EXPECT_EQ(Template::currentTitle(std::nullopt, rows), "Auto");
-    EXPECT_EQ(Template::currentTitle("Meeting", rows), "Team meeting");
-    EXPECT_EQ(Template::currentTitle("Study", rows), "Study notes");
-    EXPECT_EQ(Template::currentTitle("lecture", rows), "Auto");
-}
-
 TEST(GenerationSchema, ThePromptShowsAFormAndValidationWantsEveryFieldWithItsTypeAndCount)
 {
     GenerationSchema two;

@@ -162,14 +162,12 @@ TEST(LocalSummarySections, SplitToFitHalvesUntilEachPieceFits)
         return [bytes](const QString &text) { return text.toUtf8().size() <= bytes; };
     };
     EXPECT_EQ(LocalSummary::splitToFit("abcdefgh", under(8), {}), QStringList{"abcdefgh"});
-    EXPECT_EQ(LocalSummary::splitToFit("abcdefgh", under(4), {}), (QStringList{"abcd", "efgh"}));
     // Eleven bytes are cut at five: three pieces; five bytes are cut at the smallest limit, four.
     EXPECT_EQ(LocalSummary::splitToFit("abcdefghijk", under(4), {}),
               (QStringList{"abcd", "e", "fghi", "j", "k"}));
     // Nothing fits, or one character of two scalars would have to be cut.
-    EXPECT_THROW(LocalSummary::splitToFit("abcd", under(3), {}), LocalError);
-    EXPECT_THROW(LocalSummary::splitToFit("ab", under(0), {}), LocalError);
-    EXPECT_THROW(LocalSummary::splitToFit("e\u0301", under(1), {}), LocalError);
+    for (const auto &[text, bytes] : {std::pair{"abcd", 3}, {"ab", 0}, {"e\u0301", 1}})
+        EXPECT_THROW(LocalSummary::splitToFit(QString::fromUtf8(text), under(bytes), {}), LocalError) << text;
     CancellationToken cancel;
     cancel.cancel();
     EXPECT_THROW(LocalSummary::splitToFit("abc", under(8), cancel), CancellationError);
@@ -372,27 +370,12 @@ TEST(LocalSummaryPipeline, ResumesFromACheckpointItCanTrust)
     EXPECT_EQ(model.requests.at(0).prompt, LocalSummary::keyPointPrompt(checkpoint.sections->at(4)));
     EXPECT_EQ(model.requests.at(2).prompt, LocalSummary::finalPrompt("a\n\nb\n\nc\n\nd\n\ne\n\nf", tmpl));
 
-    // All sections read: the pass ends at once. More facts than sections: refused.
-    checkpoint.facts = {"a", "b", "c", "d", "e", "f"};
-    Scripted done = scripted({"## Summary\nDone."});
-    Pipeline finished;
-    finished.generate(done, text, tmpl, checkpoint);
-    EXPECT_EQ(finished.progress,
-              (QList<Progress>{Progress::preparing(), Progress::reading(6, 6, 3), Progress::writing()}));
-    checkpoint.facts.append("g");
+    // More facts than sections: refused.
+    checkpoint.facts = {"a", "b", "c", "d", "e", "f", "g"};
     Scripted mismatch;
     EXPECT_EQ(message([&] { Pipeline().generate(mismatch, text, tmpl, checkpoint); }),
               "Summary recovery data does not match this transcript.");
     EXPECT_TRUE(mismatch.requests.isEmpty());
-
-    // One section: facts are ignored and the section is written.
-    LocalSummaryCheckpoint single(text, tmpl);
-    single.source = "Condensed notes.";
-    single.sections = QStringList{single.source};
-    single.facts = {"x", "y", "z"};
-    Scripted one = scripted({"## Summary\nOne."});
-    Pipeline().generate(one, text, tmpl, single);
-    EXPECT_EQ(one.requests.first().prompt, LocalSummary::finalPrompt(single.source, tmpl));
 
     // A finished result is returned as it is, even with an empty source.
     LocalSummaryCheckpoint result(text, tmpl);

@@ -4,7 +4,6 @@
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
 
-#include <QCollator>
 #include <QDateTime>
 #include <QTemporaryDir>
 
@@ -120,44 +119,6 @@ TEST(LocalSpeechReadiness, TheEngineChosenFollowsWhatIsInstalledAndOffered)
         }
         EXPECT_TRUE(message(r).startsWith(QString::fromUtf8(c.message))) << message(r).toStdString();
     }
-}
-
-TEST(LocalSpeechReadiness, TheDetailsSayWhatTheComputerOffersAndWhy)
-{
-    FakeComputer computer;
-    EXPECT_EQ(readiness("en-GB", computer.inventory()).details,
-              QStringLiteral("Requested language: en-GB\nWhisper available: true\nWhisper languages: ") +
-                  whisperLocales.join(", ") +
-                  QStringLiteral("\nPocketSphinx languages: en-US\nWhisper en-US: supported\n"
-                                 "PocketSphinx en-US: installed\nPocketSphinx usable audio formats: 1"));
-    computer.whisper = Asset{Status::installed, 0, "/models/ggml-base.bin"};
-    const Readiness r = readiness("de-AT", computer.inventory());
-    EXPECT_TRUE(
-        r.details.endsWith(QStringLiteral("Whisper de-DE: installed\nWhisper usable audio formats: "
-                                          "0\nWhisper assets reported installed, but no "
-                                          "usable audio format is exposed; setup is still required.")))
-        << r.details.toStdString();
-    computer.whisperAvailable = false;
-    EXPECT_TRUE(readiness("de-DE", computer.inventory())
-                    .details.contains(QStringLiteral("Whisper available: false")));
-}
-
-TEST(LocalSpeechLanguages, OneEntryPerKeyInItsMaximalRegionSortedByName)
-{
-    FakeComputer computer;
-    const QList<Language> list = languages(computer.inventory());
-    ASSERT_EQ(list.size(), 16);
-    for (const char *id : {"en-US", "pt-BR", "zh-Hans-CN", "zh-Hant-TW"})
-        EXPECT_TRUE(list.contains(Language{QString::fromLatin1(id)})) << id;
-    QCollator collator;
-    collator.setNumericMode(true);
-    for (qsizetype i = 1; i < list.size(); ++i)
-        EXPECT_LE(collator.compare(displayName(list[i - 1]), displayName(list[i])), 0);
-    EXPECT_NE(displayName(Language{"zh-Hans-CN"}), displayName(Language{"zh-Hant-TW"}));
-    EXPECT_FALSE(displayName(Language{"de-DE"}).isEmpty());
-
-    computer.whisperAvailable = false;
-    EXPECT_EQ(languages(computer.inventory()), QList<Language>{Language{"en-US"}});
 }
 
 TEST(LocalSpeechFailureRecord, HoldsTimeLocaleErrorAndContextOnThreeLines)

@@ -172,23 +172,16 @@ TEST(SherpaDiarisationEdges, AnUnusableModelIsASentenceNotACrash)
     QTemporaryDir dir;
     const SherpaSpeakerDiarizer::Options settings = kestilSettings();
     const QString &segmentation = settings.segmentationModel, &embedding = settings.embeddingModel;
-    QFile model(embedding);
-    EXPECT_TRUE(model.open(QIODevice::ReadOnly));
     const QString missing = dir.filePath(QStringLiteral("campplus.onnx"));
     const QString notAModel = dir.filePath(QStringLiteral("seg.onnx"));
-    const QString truncated = dir.filePath(QStringLiteral("emb.onnx"));
-    for (const auto &[path, bytes] :
-         {std::pair{notAModel, QByteArray(4096, 'x')}, std::pair{truncated, model.read(1 << 20)}}) {
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
-    }
+    QFile file(notAModel);
+    EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(QByteArray(4096, 'x')) == 4096);
+    file.close();
     // The runtime ends its process on a model without the metadata it reads,
     // and crashes on a segmentation model used for voices. The last of each
     // row is the file the message names.
     const std::array<QString, 3> cases[] = {{segmentation, missing, missing},
                                             {notAModel, embedding, notAModel},
-                                            {segmentation, truncated, truncated},
                                             {embedding, embedding, embedding},
                                             {segmentation, segmentation, segmentation}};
     const test::SpeakerMix mix = test::speakerMix(std::vector{voice(reader)}, std::vector{0, 0});

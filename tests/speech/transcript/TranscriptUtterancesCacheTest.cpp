@@ -94,13 +94,6 @@ TEST_F(TranscriptUtterancesCacheTest, EntryIsUsedOnlyWhileBothTextsAreUnchanged)
     const QString otherJson = *encodeTranscriptUtterances(other);
     EXPECT_TRUE(
         readTranscriptUtterances(noteKey, otherJson, shortText + '!')[0].text.startsWith("Good evening"));
-
-    // Missing and empty texts count as equal.
-    const auto fromNil = readTranscriptUtterances(noteKey, otherJson, std::nullopt);
-    EXPECT_EQ(readTranscriptUtterances(noteKey, otherJson, QString()).constData(), fromNil.constData());
-    cache().removeAll();
-    const auto emptyPayload = readTranscriptUtterances(noteKey, QString(), "Hi.");
-    EXPECT_EQ(readTranscriptUtterances(noteKey, std::nullopt, "Hi.").constData(), emptyPayload.constData());
 }
 
 TEST_F(TranscriptUtterancesCacheTest,
