@@ -236,21 +236,3 @@ TEST_F(WelcomeWindowTest, ANewUserIsGuidedToAFirstRecordingInTheLanguageTheyChos
     EXPECT_FALSE(rig.window->welcomeWindow() && rig.window->welcomeWindow()->isVisible());
     ASSERT_TRUE(waitFor(rig.list().stopTranscription()));
 }
-
-// (That a flow left half-way comes back at the next launch is the privacy
-// end-to-end test's.)
-TEST_F(WelcomeWindowTest, SettingsReplaysTheWelcomeAndComesBackAfterIt)
-{
-    settings::setWelcomeCompleted(*rig.preferences, true);
-    rig.window->showSettings();
-    SettingsWindow *settingsWindow = rig.window->settingsWindow();
-    ASSERT_TRUE(settingsWindow);
-    clickButton(settingsWindow->findChild<QPushButton *>(u"settingsShowWelcomeButton"_s));
-    ASSERT_TRUE(rig.window->welcomeWindow() && rig.window->welcomeWindow()->isVisible());
-    EXPECT_FALSE(settingsWindow->isVisible());
-    rig.window->welcomeWindow()->goTo(Step::ready);
-    click(u"welcomeDoneButton"_s);
-    ASSERT_TRUE(
-        waitUntil([&] { return rig.window->settingsWindow() && rig.window->settingsWindow()->isVisible(); }));
-    EXPECT_TRUE(settings::welcomeCompleted(*rig.preferences));
-}

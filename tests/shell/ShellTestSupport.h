@@ -34,7 +34,6 @@ struct SeedNote {
     QString title;
     QString transcript;
     QStringList tags;
-    QString folder;
     int hoursAgo = 0;
 };
 
@@ -93,8 +92,7 @@ struct ShellRig {
         recorder.reset();
     }
 
-    // Writes the library the window opens on through a store of its own;
-    // returns the notes' ids in the order given.
+    // The library the window opens on; the notes' ids in the order given.
     QList<QUuid> seed(const QList<SeedNote> &notes) const
     {
         SharedPersistenceController store(data.path());
@@ -105,10 +103,6 @@ struct ShellRig {
             note->setValue(u"timestamp"_s, QDateTime::currentDateTimeUtc().addSecs(-3600 * s.hoursAgo));
             for (const QString &tag : s.tags)
                 note->addTag(tag);
-            if (!s.folder.isEmpty()) {
-                FolderPtr folder = findFolder(s.folder, store.context());
-                note->setFolder(folder ? folder : createFolder(s.folder, store.context()));
-            }
             store.save();
         }
         return ids;
@@ -133,7 +127,6 @@ struct ShellRig {
 
     NotesListViewModel &list() const { return *window->listModel(); }
 
-    // A note added to the open library through the program's own store.
     NotePtr addNote(const QString &title, const QString &transcript) const
     {
         SharedPersistenceController &store = *app->store();

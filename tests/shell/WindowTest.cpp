@@ -47,9 +47,9 @@ namespace {
 TEST(MainWindowTest, LibraryListsNotesNewestFirstShowsTheSelectionAndRenamesItInPlace)
 {
     ShellRig rig;
-    const QUuid newest = rig.seed({{u"Oldest"_s, u"Transcript of Oldest"_s, {}, {}, 3},
-                                   {u"Middle"_s, u"Transcript of Middle"_s, {}, {}, 2},
-                                   {u"Newest"_s, u"We met\n\nand talked."_s, {}, {}, 1}})[2];
+    const QUuid newest = rig.seed({{u"Oldest"_s, u"Transcript of Oldest"_s, {}, 3},
+                                   {u"Middle"_s, u"Transcript of Middle"_s, {}, 2},
+                                   {u"Newest"_s, u"We met\n\nand talked."_s, {}, 1}})[2];
     rig.launch();
     ASSERT_TRUE(rig.exposed);
     EXPECT_EQ(rig.shownTitles(), (QStringList{"Newest", "Middle", "Oldest"}));
@@ -94,7 +94,7 @@ TEST(MainWindowTest, FailedStoreShowsOnlyTheLaunchMessage)
 TEST(RecordingWindowTest, NewNoteButtonRecordsTheJumpLeadsBackAndTheBarPausesAndStops)
 {
     ShellRig rig;
-    rig.seed({{u"Earlier call"_s, u"Some words."_s, {}, {}, 24}});
+    rig.seed({{u"Earlier call"_s, u"Some words."_s, {}, 24}});
     rig.launch();
     auto *bar = rig.find<RecordingBar>(u"recordingBar"_s);
     auto *tab = rig.find<TranscriptTab>(u"noteDetailTranscriptTab"_s);
@@ -164,9 +164,9 @@ QTreeWidgetItem *tagItem(TagFilterPopover *popover, const QString &tag)
 TEST(LibraryOrganizeTest, TheSearchFieldIsReachedByKeyboardSearchesTranscriptsAndDeletesWhatItFound)
 {
     ShellRig rig;
-    rig.seed({{u"Budget review"_s, u"Quarterly numbers."_s, {}, {}, 3},
-              {u"Design sync"_s, u"Wir treffen uns in der Straße."_s, {}, {}, 2},
-              {u"Standup"_s, u"Nothing new in the numbers."_s, {}, {}, 1}});
+    rig.seed({{u"Budget review"_s, u"Quarterly numbers."_s, {}, 3},
+              {u"Design sync"_s, u"Wir treffen uns in der Straße."_s, {}, 2},
+              {u"Standup"_s, u"Nothing new in the numbers."_s, {}, 1}});
     rig.launch();
     rig.window->activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(rig.window.get()));
@@ -199,10 +199,10 @@ TEST(LibraryOrganizeTest, TheTagPopoverAndTheSortPickerDriveTheList)
 {
     ShellRig rig;
     const QString alpha = u"alpha"_s, beta = u"beta"_s;
-    rig.seed({{u"A"_s, {}, {alpha}, {}, 4},
-              {u"B"_s, {}, {alpha, beta}, {}, 3},
-              {u"C"_s, {}, {beta}, {}, 2},
-              {u"D"_s, {}, {}, {}, 1}});
+    rig.seed({{u"A"_s, {}, {alpha}, 4},
+              {u"B"_s, {}, {alpha, beta}, 3},
+              {u"C"_s, {}, {beta}, 2},
+              {u"D"_s, {}, {}, 1}});
     rig.launch();
     NotesListFilterBar *bar = rig.window->filterBar();
     rig.click(u"notesListTagFilterButton"_s);
@@ -240,7 +240,7 @@ TEST(LibraryOrganizeTest, TheTagPopoverAndTheSortPickerDriveTheList)
 TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
 {
     ShellRig rig;
-    rig.seed({{u"Plan"_s, {}, {}, {}, 2}, {u"Chat"_s, {}, {}, {}, 1}});
+    rig.seed({{u"Plan"_s, {}, {}, 2}, {u"Chat"_s, {}, {}, 1}});
     rig.launch();
     FolderSidebar *sidebar = rig.window->folderSidebar();
     rig.click(u"folderSidebarManageButton"_s);
