@@ -1,11 +1,7 @@
-// A person's recordings, end to end: the real kestil program in a private X
-// server, a private PulseAudio server whose virtual microphone hears speech
-// that espeak-ng synthesised, live transcription by Whisper with the real
-// "base" model installed, and the keyboard as the only way in. A recording
-// is paused, resumed and stopped; the next one is cut off by SIGKILL and
-// recovered at the launch after. Everything is checked in the store and on
-// disk. (PocketSphinx, the engine of a fresh data folder, records in the
-// privacy test.)
+// The real kestil under Xvfb records synthesised speech from a private
+// PulseAudio server with Whisper "base", driven by the keyboard: paused,
+// resumed and stopped; the next recording is cut off by SIGKILL and recovered
+// at the launch after. (PocketSphinx records in the privacy test.)
 #include "DesktopSession.h"
 #include "RecordingE2ESupport.h"
 
@@ -47,9 +43,7 @@ protected:
             std::cerr << "kestil's output:\n" << desktop.kestilOutput().toStdString() << std::endl;
     }
 
-    // Plays a phrase into the virtual microphone and waits until it has
-    // passed through the server and the capture buffers; with a name, a
-    // screenshot is taken while it is heard.
+    // Plays a phrase, then lets it pass the server and the capture buffers.
     void say(const char *file, const QString &screenshotWhileSpeaking = {})
     {
         auto player = pulse.startPlaying(work.filePath(QLatin1String(file)),
@@ -65,8 +59,6 @@ protected:
 
     bool press(const QString &keys) { return desktop.pressKeys(window, keys); }
 
-    // Ctrl+N, then the new segment's manifest: capture has begun (live
-    // speech was ready before it).
     void startRecording(int segments)
     {
         ASSERT_TRUE(press(u"ctrl+n"_s));

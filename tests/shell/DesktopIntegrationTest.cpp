@@ -1,9 +1,5 @@
-// Kestil among the desktop's services, over D-Bus: a private bus of the
-// test's own where a recording notification service and a stand-in for
-// logind answer (tests/support/FakeDesktopServices.cpp), the program's own
-// window on a real store, and a scripted language model for summaries. The
-// sleep locks the real program takes while it records and summarises, and
-// their release, are the privacy end-to-end test's.
+// Summary notifications over a private D-Bus (tests/support/FakeDesktopServices);
+// the sleep locks are the privacy end-to-end test's.
 #include "ShellTestSupport.h"
 #include "generation/ScriptedLanguageModel.h"
 
@@ -58,7 +54,6 @@ protected:
         rig.delegate->setDesktopIntegration(desktop.get());
     }
     NotePtr note(const QString &title) { return rig.addNote(title, transcript); }
-    // A titled note needs no title: the model writes the summary, then tags.
     void summarize(const NotePtr &target)
     {
         model.replies = {summary, QJsonObject{{u"tags"_s, QJsonArray{u"Budget"_s}}}};

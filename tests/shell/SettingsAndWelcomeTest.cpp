@@ -1,6 +1,5 @@
-// The Settings window and the welcome flow over the program's own window,
-// walked by object names. Downloads come from a loopback server; what a
-// download keeps, resumes or refuses is the downloaders' own tests.
+// The Settings window and the welcome flow; downloads come from a loopback
+// server (what a download keeps or refuses is the downloaders' tests).
 #include "ShellTestSupport.h"
 #include "generation/LanguageModelInstall.h"
 #include "generation/LanguageModelPreference.h"
@@ -34,7 +33,6 @@ QString testModel(const QString &name)
     return qEnvironmentVariable("KESTIL_TEST_MODELS_DIR") + QLatin1Char('/') + name;
 }
 
-// Over a fresh data folder, with the speech and language models it has (none).
 class WindowsOfTheirOwn : public ::testing::Test {
 protected:
     void SetUp() override
@@ -51,8 +49,7 @@ protected:
         qunsetenv("KESTIL_DATA_DIR");
     }
 
-    // The Settings window with a catalogue of the test's own: its one entry
-    // is the generated tiny chat model, served with its real checksum.
+    // A catalogue of one entry: the tiny chat model with its real checksum.
     void openSettings()
     {
         QFile file(testModel(u"tiny-llama-chat.gguf"_s));
@@ -84,7 +81,6 @@ protected:
         EXPECT_TRUE(welcome && QTest::qWaitForWindowExposed(welcome));
         return *welcome;
     }
-    // A named child of the Settings window, or else of the welcome window.
     template <typename T = QWidget> T *find(const QString &name) const
     {
         return childOf<T>(settings ? static_cast<QWidget *>(settings.get()) : rig.window->welcomeWindow(),

@@ -1,6 +1,4 @@
-// The note's widgets on their own, offscreen: the transcript tab, the
-// transcript edit sheet and the floating recording indicator. What they show
-// is the rules' of tests/library; here, that they show it and act on input.
+// The note's widgets on their own; what they show is tests/library's rules.
 #include "capture/recorder/RecorderTestSupport.h"
 #include "core/NoteTranscript.h"
 #include "core/SharedPersistenceController.h"
@@ -33,8 +31,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A paragraph of its own at every fifteen seconds, two of them gathered into
-// one while live.
 TranscriptUtterance sentence(int i)
 {
     TranscriptUtterance u;
@@ -76,8 +72,6 @@ TEST_F(TabFixture, ParagraphsShowUnderTheirTimesAndNothingShowsTheEmptyPage)
               u"noteDetailTranscriptEmpty"_s);
 }
 
-// Save runs the edit rule (tests/library/TranscriptEditTest) against the
-// store and closes, or shows the refusal in the sheet; Cancel writes nothing.
 TEST(TranscriptEditorTest, SaveWritesTheEditAndCancelNothingAndARefusalKeepsTheSheetOpen)
 {
     QTemporaryDir dir;

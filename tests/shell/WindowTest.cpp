@@ -1,6 +1,4 @@
-// The program's main window on a real store, driven by object names: the
-// library list and the selection, the recording controls, finding and
-// organising notes, and the note's menu of exports.
+// The program's main window on a real store, driven by object names.
 #include "ShellTestSupport.h"
 #include "capture/DurableAudioWriter.h"
 #include "capture/RecordingFolder.h"
@@ -88,9 +86,7 @@ TEST(MainWindowTest, FailedStoreShowsOnlyTheLaunchMessage)
     EXPECT_FALSE(rig.notesList());
 }
 
-// The recording controls, wired to a recorder on a real file source: the
-// list model's rules for starting, stopping and quitting are tested in
-// tests/core/listmodel; here each control is pressed once.
+// Each recording control pressed once; the rules are tests/core/listmodel's.
 TEST(RecordingWindowTest, NewNoteButtonRecordsTheJumpLeadsBackAndTheBarPausesAndStops)
 {
     ShellRig rig;
@@ -142,8 +138,7 @@ TEST(RecordingWindowTest, TheTrayEntryRecordsAndClosingWhileRecordingGoesThrough
     ASSERT_TRUE(waitUntil([&] { return rig.idle(); }));
     EXPECT_EQ(entry->text(), u"Start Transcription"_s);
 
-    // Closing goes through quitting, which stops and saves the recording
-    // (the list model's rule) before the program ends.
+    // Closing goes through quitting, which saves the recording first.
     QTest::keyClick(&window, Qt::Key_N, Qt::ControlModifier);
     ASSERT_TRUE(waitUntil([&] { return rig.recorder->recording(); }));
     EXPECT_FALSE(window.close());
@@ -151,10 +146,7 @@ TEST(RecordingWindowTest, TheTrayEntryRecordsAndClosingWhileRecordingGoesThrough
     EXPECT_TRUE(window.close()) << "after an approved quit the window closes";
 }
 
-// Finding and organising notes: each control, found by its name, drives the
-// list's filter state and the store. The rules behind them (search folding,
-// tag matching, orders, empty states, tag and folder names) are
-// tests/library's and tests/core's.
+// Finding and organising: the rules behind each control are tests/library's.
 QTreeWidgetItem *tagItem(TagFilterPopover *popover, const QString &tag)
 {
     const auto items = popover->tagList()->findItems(tag, Qt::MatchExactly, 0);
