@@ -279,6 +279,13 @@ public:
     }
     ~Engine() { unload(); }
 
+    // A prompt read partly from the cache is cut into other batches than one
+    // read whole, which changes the last bits of its logits and, now and
+    // then, a token. With a fixed seed the same request must give the same
+    // answer whatever came before it (a summary continued after a crash
+    // included), so every request is then read whole.
+    bool reusesPrefixes() const { return prefixReuse_->load() && !seed_; }
+
     Statistics statistics;
 
     // Loads the installed model when it is not the one in memory.
@@ -595,7 +602,7 @@ private:
         // and the head of the prompt, typically), at least one token short so
         // that the last one is decoded and yields logits.
         size_t common = 0;
-        if (prefixReuse_->load()) {
+        if (reusesPrefixes()) {
             while (common < cachedTokens_.size() && common < promptTokens.size() &&
                    cachedTokens_[common] == promptTokens[common])
                 ++common;
@@ -732,7 +739,7 @@ private:
             shared = same;
         }
         size_t reused = 0;
-        if (prefixReuse_->load()) {
+        if (reusesPrefixes()) {
             while (reused < cachedTokens_.size() && reused < shared &&
                    cachedTokens_[reused] == tokens.front()[reused])
                 ++reused;

@@ -57,8 +57,7 @@ public:
 
     bool started() const { return !display_.isEmpty(); }
 
-    // Writes the settings file with kestilWelcomeCompleted.v1 as given;
-    // false removes the file, as on a first launch.
+    // false removes the settings file, as on a first launch.
     void setWelcomeCompleted(bool completed)
     {
         QFile file(config_.filePath(u"preferences.json"_s));
@@ -67,15 +66,11 @@ public:
         else if (file.open(QIODevice::WriteOnly))
             file.write(R"({"format":1,"values":{"kestilWelcomeCompleted.v1":{"type":"bool","value":true}}})");
     }
-    // Set for every later launch (DBUS_SESSION_BUS_ADDRESS, say).
     void setEnvironment(const QString &name, const QString &value) { extra_.insert(name, value); }
-    // Runs kestil through these programs (strace, unshare): the binary's
-    // path is appended to them.
+    // Runs kestil through these programs (strace, unshare).
     void setLaunchPrefix(const QStringList &prefix) { prefix_ = prefix; }
 
-    // Starts kestil with KESTIL_DATA_DIR = dataDir; waits until its window is
-    // mapped and returns the X window id, or an empty string. Each launch
-    // writes its output to a file of its own (kestilOutput).
+    // Returns kestil's X window id once mapped, or an empty string.
     QString launchKestil(const QString &dataDir, int timeoutMs = 30000)
     {
         stopKestil();
@@ -111,7 +106,7 @@ public:
         kestil_.reset();
     }
     bool kestilRunning() const { return kestil_ && kestil_->state() == QProcess::Running; }
-    // Ends kestil at once, as a crash would (SIGKILL), and waits for it.
+    // SIGKILL, as a crash.
     void killKestil()
     {
         if (kestilRunning()) {
@@ -119,20 +114,17 @@ public:
             kestil_->waitForFinished(10000);
         }
     }
-    // Waits for kestil to end by itself; false when it is still running.
     bool waitForKestilExit(int timeoutMs) { return !kestilRunning() || kestil_->waitForFinished(timeoutMs); }
     int kestilExitCode() const
     {
         return kestil_ && kestil_->exitStatus() == QProcess::NormalExit ? kestil_->exitCode() : -1;
     }
-    // What kestil wrote to its standard output and error since its launch.
     QString kestilOutput() const
     {
         QFile file(logFile_);
         return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
     }
 
-    // Runs a command in the session's display; returns its standard output.
     QString run(const QString &program, const QStringList &arguments, int *exitCode = nullptr) const
     {
         QProcess p;
@@ -147,22 +139,11 @@ public:
             *exitCode = finished && p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
         return finished ? QString::fromUtf8(p.readAllStandardOutput()).trimmed() : QString();
     }
-    // Starts another X program in the session's display.
-    std::unique_ptr<QProcess> startProgram(const QString &program, const QStringList &arguments) const
-    {
-        auto process = std::make_unique<QProcess>();
-        process->setProcessEnvironment(environment());
-        process->start(program, arguments);
-        process->waitForStarted(10000);
-        return process;
-    }
-    // The first visible window whose title matches, or an empty string.
     QString findWindow(const QString &title) const
     {
         return xdotool({u"search"_s, u"--onlyvisible"_s, u"--name"_s, title})
             .section(QLatin1Char('\n'), 0, 0);
     }
-    // The process id of the program that owns the window.
     qint64 windowPid(const QString &windowId) const
     {
         return xdotool({u"getwindowpid"_s, windowId}).toLongLong();
@@ -175,8 +156,7 @@ public:
         xdotool({u"windowfocus"_s, u"--sync"_s, windowId}, &code);
         return code == 0;
     }
-    // Focuses the window and types the keys there through the X server's
-    // test extension, as xdotool names them ("ctrl+n", "ctrl+shift+p").
+    // Keys as xdotool names them ("ctrl+shift+p").
     bool pressKeys(const QString &windowId, const QString &keys) const
     {
         int code = -1;
@@ -188,7 +168,6 @@ public:
     {
         return run(u"xdotool"_s, arguments, exitCode);
     }
-    // Saves a screenshot of the whole screen; returns the file path.
     QString screenshot(const QString &name) const
     {
         QDir().mkpath(QStringLiteral(KESTIL_SCREENSHOT_DIR));

@@ -1,14 +1,8 @@
-// No note text or audio leaves the machine, proven on the real program: kestil
-// runs under strace in a network namespace that has nothing but loopback,
-// records speech from a private PulseAudio server, summarises it with the real
-// SmolLM2 model, answers a question and exports a PDF, all from the keyboard.
-// Every socket it makes, connects or sends on must be a local one (AF_UNIX, or
-// AF_NETLINK to the kernel). A private D-Bus stands in for the desktop, with a
-// stand-in for logind that shows the sleep lock of the recording and of the
-// summary, and its release, also when kestil is killed.
-//
-// The one allowed exception, a model download the user asked for, is tried
-// separately against a loopback server: it goes there and nowhere else.
+// No note text or audio leaves the machine: the real kestil under strace in a
+// network namespace with only loopback records, summarises with SmolLM2,
+// answers and exports from the keyboard, using only local sockets; a private
+// D-Bus shows the sleep locks and their release, also when kestil is killed.
+// A model download the user asked for goes to its address and nowhere else.
 #include "DesktopSession.h"
 #include "RecordingE2ESupport.h"
 
@@ -40,9 +34,7 @@ namespace {
 
 const QStringList tracedCalls{u"-e"_s, u"trace=socket,connect,sendto,sendmsg"_s};
 
-// The way to a network namespace with only loopback here: as root
-// ("unshare -n"), or through a user namespace ("unshare -rn"). Empty when
-// neither is allowed.
+// As root or through a user namespace; empty when neither is allowed.
 QStringList networkNamespace()
 {
     for (const QStringList &candidate :
@@ -56,9 +48,8 @@ QStringList networkNamespace()
     return {};
 }
 
-// What strace saw: each line that makes, connects or sends on a socket of an
-// address family other than the local ones (AF_UNIX, AF_NETLINK to the
-// kernel), unless it holds one of `allowed`; `local` counts the AF_UNIX ones.
+// The traced lines on a non-local address family not holding one of
+// `allowed`; `local` counts the AF_UNIX ones.
 QString foreignTraffic(const QString &trace, const QStringList &allowed = {}, int *local = nullptr)
 {
     QFile file(trace);

@@ -48,7 +48,6 @@ inline double wordsHeard(const QString &reference, const QString &heard)
     return expected.isEmpty() ? 0 : double(found) / double(expected.size());
 }
 
-// Polls until the condition holds or the time is up.
 inline bool eventually(const std::function<bool()> &condition, int timeoutMs, int stepMs = 200)
 {
     QElapsedTimer waited;
@@ -89,8 +88,7 @@ inline bool manifestComplete(const QString &segment)
     return QJsonDocument::fromJson(file.readAll()).object().value(u"complete"_s).toBool();
 }
 
-// The first column of the first row of a query, read from the store file by
-// a read-only connection of its own while kestil may be writing.
+// The first column of the first row, read-only while kestil may be writing.
 inline QString storedValue(const QString &dataDir, const QString &sql)
 {
     QString value;

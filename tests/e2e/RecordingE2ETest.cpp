@@ -1,11 +1,7 @@
-// A person's recordings, end to end: the real kestil program in a private X
-// server, a private PulseAudio server whose virtual microphone hears speech
-// that espeak-ng synthesised, live transcription by Whisper with the real
-// "base" model installed, and the keyboard as the only way in. A recording
-// is paused, resumed and stopped; the next one is cut off by SIGKILL and
-// recovered at the launch after. Everything is checked in the store and on
-// disk. (PocketSphinx, the engine of a fresh data folder, records in the
-// privacy test.)
+// The real kestil under Xvfb records synthesised speech from a private
+// PulseAudio server with Whisper "base", driven by the keyboard: paused,
+// resumed and stopped; the next recording is cut off by SIGKILL and recovered
+// at the launch after. (PocketSphinx records in the privacy test.)
 #include "DesktopSession.h"
 #include "RecordingE2ESupport.h"
 
@@ -15,7 +11,6 @@
 #include "speech/engines/SpeechTestSupport.h"
 #include "support/PulseAudioServer.h"
 
-#include <QStandardPaths>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -37,8 +32,7 @@ protected:
         const QString problem = pulse.start();
         ASSERT_TRUE(problem.isEmpty()) << problem.toStdString();
         ASSERT_TRUE(desktop.started()) << "Xvfb did not start";
-        for (const auto &[file, phrase] :
-             {std::pair{"first.wav", firstPhrase}, {"second.wav", secondPhrase}, {"third.wav", thirdPhrase}})
+        for (const auto &[file, phrase] : {std::pair{"first.wav", firstPhrase}, {"second.wav", secondPhrase}})
             ASSERT_TRUE(speak(phrase, work.filePath(QLatin1String(file))));
         data = work.filePath(u"data"_s);
         test::installRealWhisperModel(data);
@@ -49,9 +43,7 @@ protected:
             std::cerr << "kestil's output:\n" << desktop.kestilOutput().toStdString() << std::endl;
     }
 
-    // Plays a phrase into the virtual microphone and waits until it has
-    // passed through the server and the capture buffers; with a name, a
-    // screenshot is taken while it is heard.
+    // Plays a phrase, then lets it pass the server and the capture buffers.
     void say(const char *file, const QString &screenshotWhileSpeaking = {})
     {
         auto player = pulse.startPlaying(work.filePath(QLatin1String(file)),
@@ -67,34 +59,6 @@ protected:
 
     bool press(const QString &keys) { return desktop.pressKeys(window, keys); }
 
-    // Another program comes to the front: the floating indicator appears
-    // over it, and goes when Kestil is in front again.
-    void showTheIndicatorBehindAnotherApplication()
-    {
-        if (QStandardPaths::findExecutable(u"xmessage"_s).isEmpty()) {
-            std::cerr << "xmessage (x11-utils) is missing: the indicator is not checked" << std::endl;
-            return;
-        }
-        auto other = desktop.startProgram(u"xmessage"_s,
-                                          {u"-geometry"_s, u"+60+120"_s, u"-title"_s,
-                                           u"Another application"_s, u"Another application is in front."_s});
-        QString otherWindow;
-        ASSERT_TRUE(eventually(
-            [&] { return !(otherWindow = desktop.findWindow(u"Another application"_s)).isEmpty(); }, 10000));
-        ASSERT_TRUE(desktop.focus(otherWindow));
-        EXPECT_TRUE(eventually([&] { return !desktop.findWindow(u"^Transcribing$"_s).isEmpty(); }, 3000))
-            << "the floating indicator did not appear";
-        QThread::msleep(300);
-        desktop.screenshot(u"recording-1b-indicator"_s);
-        ASSERT_TRUE(desktop.focus(window));
-        EXPECT_TRUE(eventually([&] { return desktop.findWindow(u"^Transcribing$"_s).isEmpty(); }, 3000))
-            << "the floating indicator stayed over Kestil";
-        other->kill();
-        other->waitForFinished(5000);
-    }
-
-    // Ctrl+N, then the new segment's manifest: capture has begun (live
-    // speech was ready before it).
     void startRecording(int segments)
     {
         ASSERT_TRUE(press(u"ctrl+n"_s));
@@ -127,7 +91,6 @@ TEST_F(RecordingE2ETest, RecordPauseResumeStopAndACrashKeepTheWordsTheirTimesAnd
     ASSERT_TRUE(eventually([&] { return !storedTranscript(data).isEmpty(); }, 30000))
         << "no committed transcript reached the store while recording";
     EXPECT_GT(desktop.contrast(desktop.screenshot(u"recording-1-live"_s)), 0.05);
-    showTheIndicatorBehindAnotherApplication();
 
     ASSERT_TRUE(press(u"ctrl+shift+p"_s)); // pause: the segment is completed
     ASSERT_TRUE(eventually([&] { return manifestComplete(segmentFolders(data).value(0)); }, 15000));
@@ -135,7 +98,6 @@ TEST_F(RecordingE2ETest, RecordPauseResumeStopAndACrashKeepTheWordsTheirTimesAnd
     ASSERT_TRUE(press(u"ctrl+shift+p"_s)); // resume: a new segment
     ASSERT_TRUE(eventually([&] { return segmentFolders(data).size() == 2; }, 15000));
     say("second.wav");
-    say("third.wav");
 
     ASSERT_TRUE(press(u"ctrl+shift+s"_s)); // stop
     const bool finished = eventually(
@@ -196,9 +158,7 @@ TEST_F(RecordingE2ETest, RecordPauseResumeStopAndACrashKeepTheWordsTheirTimesAnd
         }
         EXPECT_GE(wordsHeard(firstPhrase, text), 0.8) << text.toStdString();
         EXPECT_GE(wordsHeard(secondPhrase, text), 0.8) << text.toStdString();
-        EXPECT_EQ(test::repeatedPhrases(
-                      firstPhrase + QLatin1Char(' ') + secondPhrase + QLatin1Char(' ') + thirdPhrase, text),
-                  QString())
+        EXPECT_EQ(test::repeatedPhrases(firstPhrase + QLatin1Char(' ') + secondPhrase, text), QString())
             << "no phrase twice: " << text.toStdString();
         // The stored paragraphs: several utterances, each timed on the
         // note's audio, in order.

@@ -1,8 +1,5 @@
-// Who said what, end to end: two voices that take turns into the virtual
-// microphone of a private PulseAudio server, recorded by the real kestil with
-// Whisper and the speaker models installed; after Stop the note's transcript
-// names two speakers, read back from the window by its Copy Transcript
-// shortcut and checked in the store.
+// Two voices taking turns, recorded by the real kestil with Whisper and the
+// speaker models: the copied transcript names two speakers.
 #include "DesktopSession.h"
 #include "RecordingE2ESupport.h"
 
@@ -43,8 +40,6 @@ TEST(SpeakersE2ETest, ARecordingOfTwoVoicesNamesTwoSpeakersInTheTranscript)
     for (const DiarisationModel &model : diarisationModels())
         ASSERT_TRUE(QFile::copy(diarisationModelPath(models, model), diarisationModelPath(installed, model)));
 
-    // Two voices that the speaker embedding tells apart, taking turns of a
-    // sentence each.
     const std::pair<const char *, QString> turns[] = {
         {"en-us", firstPhrase},
         {"en-us+f5", secondPhrase},

@@ -1,7 +1,10 @@
-// A long summary on the real SmolLM2 model, cut off by SIGKILL once a section
-// is done, continued after the next launch: it ends in the same summary as a
-// run that was never cut off (the model's sampling seed is fixed), and the
-// sections kept from before the crash are not read again. The run never cut
+// A long summary on the real SmolLM2 model, cut off by SIGKILL once the
+// sections of the first pass are done, continued after the next launch: it
+// ends in the same summary as a run that was never cut off (the model's
+// sampling seed is fixed), and the sections kept from before the crash are not
+// read again. The kill waits for the whole pass because its two sections are
+// read together and their key points are kept in order: the short second
+// section's wait for the first leaves no moment to kill in between. The run never cut
 // off goes on at the same time in a display of its own: each program uses one
 // core of two for the model.
 #include "DesktopSession.h"
@@ -129,7 +132,7 @@ TEST(SummaryResumeE2ETest, ASummaryKilledAfterASectionContinuesToTheSameSummary)
         return wholeJob > 0;
     };
 
-    // The other is killed once a section's key points are kept.
+    // The other is killed once the first pass's key points are kept.
     QJsonObject kept;
     qsizetype firstPassSections = 0;
     int polls = 0;
@@ -140,7 +143,7 @@ TEST(SummaryResumeE2ETest, ASummaryKilledAfterASectionContinuesToTheSameSummary)
             kept = cut.checkpoint();
             if (kept.value(u"pass"_s).toInt() == 0)
                 firstPassSections = std::max(firstPassSections, kept.value(u"sections"_s).toArray().size());
-            return !kept.value(u"facts"_s).toArray().isEmpty() || kept.value(u"pass"_s).toInt() > 0;
+            return kept.value(u"pass"_s).toInt() > 0;
         },
         400000, 20))
         << "no section was ever kept\n"

@@ -86,23 +86,6 @@ TEST(BarViewTest, SilenceRestsAsADotUnlessMotionIsForcedAndTheWaveStaysInItsBoun
     }
 }
 
-TEST(BarViewTest, PhaseWrapsAndTheRandomStateEasesTowardsItsDraws)
-{
-    BarView b = bar(0.1f);
-    b.motionPhase = 2 * std::numbers::pi - 0.1;
-    b.motionVelocity = 0.5;
-    advanceBar(b, {1.1, 0.3});
-    EXPECT_NEAR(b.motionPhase, 0.4, 1e-9);
-    EXPECT_NEAR(b.randomFactor, 1.02, 1e-12);
-    EXPECT_NEAR(b.motionVelocity, 0.47, 1e-12);
-    QRandomGenerator generator(7);
-    for (int i = 0; i < 1000; ++i) {
-        const BarDraws d = drawBarDraws(generator);
-        ASSERT_TRUE(d.randomFactor >= 0.82 && d.randomFactor <= 1.16) << d.randomFactor;
-        ASSERT_TRUE(d.motionVelocity >= 0.3 && d.motionVelocity <= 0.58) << d.motionVelocity;
-    }
-}
-
 TEST(BarViewTest, TheStandingMeterRisesFastFallsSlowlyAndClampsItsRange)
 {
     BarView b = bar(0.2f, true);

@@ -14,8 +14,6 @@ namespace {
 
 const QDateTime now = QDateTime(QDate(2024, 3, 14), QTime(15, 0)).toUTC();
 
-// A note as the list reads it, with its transcript beside it for the exact
-// test of the search.
 struct Sample {
     QString title;
     std::optional<int> hoursAgo = 0;

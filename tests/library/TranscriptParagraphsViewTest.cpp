@@ -123,19 +123,6 @@ TEST(TranscriptParagraphsTest, LiveTranscriptIsGatheredIntoParagraphsLikeASavedO
     EXPECT_EQ(transcriptParagraphs(view).size(), 30) << "a saved list is shown as it was stored";
 }
 
-TEST(TranscriptParagraphsTest, EveryLiveParagraphShowsItsStartWhileTheRecordingRuns)
-{
-    // Whisper's finals: whole sentences a few seconds apart, gathered in twos.
-    TranscriptParagraphsView view;
-    view.isRecordingActive = true;
-    for (double start : {0.4, 4.0, 9.3, 13.5, 16.0, 19.0})
-        view.utterances.append(at(start, u"He might even have been made amiable himself."_s, start + 3));
-    QStringList live;
-    for (const auto &p : transcriptParagraphs(view))
-        live << (p.timestampLabel.isEmpty() ? u"-"_s : p.timestampLabel);
-    EXPECT_EQ(live, (QStringList{"-", "0:09", "0:16"})) << "only the first second has no label";
-}
-
 TEST(TranscriptParagraphsTest, EachTurnOfSeveralVoicesOpensWithItsSpeakersName)
 {
     const auto spoken = [](double start, qint64 speaker) {

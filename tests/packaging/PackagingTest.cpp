@@ -1,8 +1,5 @@
-// Kestil as a user installs it: the desktop entry and metainfo pass the
-// validators a distribution uses, and the Debian package made by `cpack -G
-// DEB` from this build tree names what it needs, and its program starts
-// (offscreen) from wherever the package was unpacked, its private libraries
-// resolving inside the unpacked tree.
+// Kestil as a user installs it: validated desktop files, and a Debian package
+// that names what it needs and runs from wherever it is unpacked.
 #include <QDir>
 #include <QProcess>
 #include <QRegularExpression>
@@ -56,9 +53,7 @@ void expectLibrariesFromTheTree(const QString &binary, std::initializer_list<con
     }
 }
 
-// Starts a kestil offscreen with folders of its own and waits for the line
-// it logs once its window is up and the launch checks are done: "<speech
-// status> | <summary status>". Returns what it wrote and 0 when it got there.
+// 0 once kestil, offscreen, logs "<speech status> | <summary status>".
 ProcessOutcome startInstalled(const QString &binary, const QString &home)
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();

@@ -1,22 +1,13 @@
-// Kestil among the desktop's services, over D-Bus: a private bus of the
-// test's own where a recording notification service and a stand-in for
-// logind answer (tests/support/FakeDesktopServices.cpp), the program's own
-// window on a real store, and a scripted language model for summaries. The
-// sleep locks the real program takes while it records and summarises, and
-// their release, are the privacy end-to-end test's.
+// Summary notifications over a private D-Bus (tests/support/FakeDesktopServices);
+// the sleep locks are the privacy end-to-end test's.
 #include "ShellTestSupport.h"
 #include "generation/ScriptedLanguageModel.h"
 
-#include "prefs/KestilEngagement.h"
-#include "prefs/SettingsKeys.h"
 #include "shell/DesktopIntegration.h"
 #include "shell/DesktopNotifications.h"
-#include "shell/EngagementPrompts.h"
 #include "shell/SleepInhibitor.h"
-#include "shell/SupportPage.h"
 #include "support/PrivateBus.h"
 
-#include <QApplication>
 #include <QDBusConnection>
 #include <QJsonArray>
 
@@ -32,8 +23,6 @@ const QString transcript = u"Maria opened the weekly sync by reviewing the budge
                            "campaign, and the team agreed to move the launch to April."_s;
 const QString summary = u"## Decisions\n- Launch moves to **April**."_s;
 
-// The whole of it on the program's window: summaries notify, a click opens
-// the note, the support card waits for a free moment.
 class DesktopIntegrationTest : public ::testing::Test {
 protected:
     void SetUp() override
@@ -60,13 +49,11 @@ protected:
         ASSERT_TRUE(rig.exposed);
         rig.list().setLanguageModel(&model);
         DesktopIntegration::Environment environment{SleepInhibitor::Buses{*connection, *connection},
-                                                    *connection, SupportTargets{},
-                                                    [this] { return inFront; }};
+                                                    *connection, SupportTargets{}, [] { return false; }};
         desktop = std::make_unique<DesktopIntegration>(*rig.delegate, *rig.window, environment);
         rig.delegate->setDesktopIntegration(desktop.get());
     }
     NotePtr note(const QString &title) { return rig.addNote(title, transcript); }
-    // A titled note needs no title: the model writes the summary, then tags.
     void summarize(const NotePtr &target)
     {
         model.replies = {summary, QJsonObject{{u"tags"_s, QJsonArray{u"Budget"_s}}}};
@@ -81,7 +68,6 @@ protected:
     ScriptedLanguageModel model;
     test::ShellRig rig;
     std::unique_ptr<DesktopIntegration> desktop;
-    bool inFront = false;
 };
 
 TEST_F(DesktopIntegrationTest, AFinishedSummaryNotifiesOnceAndItsClickOpensTheNoteIfItIsStillThere)
@@ -112,33 +98,6 @@ TEST_F(DesktopIntegrationTest, AFinishedSummaryNotifiesOnceAndItsClickOpensTheNo
     test::settle(500ms);
     EXPECT_EQ(rig.list().selectedNoteIDs(), QList{budget->objectId()});
     EXPECT_FALSE(desktop->notifications().noteToOpen().has_value());
-}
-
-TEST_F(DesktopIntegrationTest, TheSupportCardComesAtTheFifthSummaryOnlyWhenNothingIsBusy)
-{
-    launch({true, true, false});
-    settings::setWelcomeCompleted(*rig.preferences, true);
-    settings::setCompletedLocalSummaries(*rig.preferences, 4);
-    desktop->engagement().attach(*rig.preferences);
-    desktop->prompts().setDelays(200ms, 200ms);
-    inFront = true;
-    rig.window->activateWindow();
-    ASSERT_TRUE(test::waitUntil([&] { return QApplication::activeWindow() == rig.window.get(); }, 5s));
-
-    summarize(note(u"Budget review"_s));
-    EXPECT_EQ(desktop->engagement().completedActions(), 5);
-    ASSERT_TRUE(test::waitUntil([&] { return desktop->supportCard() != nullptr; }, 5s));
-    SupportPage *card = desktop->supportCard();
-    EXPECT_EQ(card->objectName(), u"kestilStyledSupportPrompt"_s);
-    EXPECT_TRUE(card->isAutomatic());
-
-    // A recording makes Kestil busy: the card goes, and does not return for
-    // this count.
-    ASSERT_TRUE(test::waitFor(rig.list().startNewTranscription()));
-    ASSERT_TRUE(test::waitUntil([&] { return desktop->supportCard() == nullptr; }, 5s));
-    ASSERT_TRUE(test::waitFor(rig.list().stopTranscription()));
-    test::settle(600ms);
-    EXPECT_EQ(desktop->supportCard(), nullptr);
 }
 
 } // namespace

@@ -1,7 +1,5 @@
-// The views that talk to the language model, on the real store with the
-// scripted model of the generation tests: the Summary tab and Ask AI. What a
-// cancelled, failed or continued job keeps is tests/core's SummaryJobTest;
-// the real program summarises, continues and answers in the end-to-end tests.
+// The Summary tab and Ask AI on the real store with the scripted model; what
+// a stopped or continued job keeps is tests/core's SummaryJobTest.
 #include "ShellTestSupport.h"
 #include "core/AskNoteConversation.h"
 #include "core/SharedPersistenceController.h"
@@ -47,7 +45,6 @@ QJsonObject record(const QString &field, const QJsonValue &value)
     return QJsonObject{{field, value}};
 }
 
-// A note of the library, selected, with its Summary tab in front.
 class SummaryTabTest : public ::testing::Test {
 protected:
     void SetUp() override
@@ -66,7 +63,6 @@ protected:
     bool showing(const QString &name) const { return rig.showing(name); }
     QString progressLine() const { return rig.find<QLabel>(u"noteDetailSummaryProgress"_s)->text(); }
     QToolButton *templates() const { return rig.find<QToolButton>(u"noteDetailTemplatesButton"_s); }
-    // A row of the Templates menu; triggered, it starts the summary.
     QAction *row(const QString &key) const
     {
         return rig.window->findChild<QAction *>(u"noteTemplate-"_s + key);
@@ -178,7 +174,6 @@ TEST_F(SummaryTabTest, AStoppedSummaryOffersToContinueOrToStartAgain)
     EXPECT_TRUE(waitUntil([&] { return !showing(u"noteDetailSummaryResumeOffer"_s); }));
 }
 
-// The Ask AI window of one note, over a store of its own.
 struct AskRig {
     QTemporaryDir data;
     SharedPersistenceController store{data.path()};

@@ -1,6 +1,5 @@
-// The Settings window and the welcome flow over the program's own window,
-// walked by object names. Downloads come from a loopback server; what a
-// download keeps, resumes or refuses is the downloaders' own tests.
+// The Settings window and the welcome flow; downloads come from a loopback
+// server (what a download keeps or refuses is the downloaders' tests).
 #include "ShellTestSupport.h"
 #include "generation/LanguageModelInstall.h"
 #include "generation/LanguageModelPreference.h"
@@ -9,7 +8,6 @@
 #include "shell/MicrophoneLevelMonitor.h"
 #include "shell/SettingsWindow.h"
 #include "shell/WelcomeWindow.h"
-#include "speech/LocalSpeech.h"
 #include "support/LoopbackModelServer.h"
 #include "support/PulseAudioServer.h"
 
@@ -20,7 +18,6 @@
 #include <QListWidget>
 #include <QProgressBar>
 #include <QPushButton>
-#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -36,7 +33,6 @@ QString testModel(const QString &name)
     return qEnvironmentVariable("KESTIL_TEST_MODELS_DIR") + QLatin1Char('/') + name;
 }
 
-// Over a fresh data folder, with the speech and language models it has (none).
 class WindowsOfTheirOwn : public ::testing::Test {
 protected:
     void SetUp() override
@@ -51,11 +47,9 @@ protected:
     {
         settings.reset();
         qunsetenv("KESTIL_DATA_DIR");
-        qunsetenv("KESTIL_SPEECH_MODEL_BASE_URL");
     }
 
-    // The Settings window with a catalogue of the test's own: its one entry
-    // is the generated tiny chat model, served with its real checksum.
+    // A catalogue of one entry: the tiny chat model with its real checksum.
     void openSettings()
     {
         QFile file(testModel(u"tiny-llama-chat.gguf"_s));
@@ -87,7 +81,6 @@ protected:
         EXPECT_TRUE(welcome && QTest::qWaitForWindowExposed(welcome));
         return *welcome;
     }
-    // A named child of the Settings window, or else of the welcome window.
     template <typename T = QWidget> T *find(const QString &name) const
     {
         return childOf<T>(settings ? static_cast<QWidget *>(settings.get()) : rig.window->welcomeWindow(),
@@ -173,27 +166,6 @@ TEST_F(SettingsWindowTest, TheSwitchesWriteTheirPreferencesAndTheAISwitchTurnsTh
     EXPECT_TRUE(systemAudio->isChecked());
 }
 
-TEST_F(SettingsWindowTest, SpeechSetUpShowsItsProgressAndWhyItFailed)
-{
-    // Bytes that are not the published model: set-up shows its progress,
-    // then the catalogue's checksum refuses them.
-    server.setFile(u"ggml-base.en.bin"_s, QByteArray(2 * 1024 * 1024, 'k'));
-    qputenv("KESTIL_SPEECH_MODEL_BASE_URL", server.baseAddress(u"slow"_s).toUtf8());
-    rig.preferences->set(QString(settings::keys::kestilSpeechModelSize), u"base"_s);
-    openSettings();
-    auto *setUp = find<QPushButton>(u"settingsSpeechSetUpButton"_s);
-    auto *progress = find<QProgressBar>(u"settingsSpeechProgress"_s);
-    const LocalSpeech::Readiness readiness = LocalSpeech::readiness(rig.app->language(), *rig.preferences);
-    EXPECT_TRUE(text(u"settingsSpeechStatus"_s).startsWith(LocalSpeech::message(readiness)));
-    click(u"settingsSpeechSetUpButton"_s);
-    EXPECT_FALSE(setUp->isEnabled());
-    ASSERT_TRUE(QTest::qWaitFor([&] { return progress->maximum() > 0 && progress->value() > 0; }, 10000));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return !settings->speechBusy(); }, 60000));
-    EXPECT_TRUE(text(u"settingsSpeechMessage"_s).contains(u"did not match its published checksum"_s))
-        << text(u"settingsSpeechMessage"_s).toStdString();
-    EXPECT_TRUE(setUp->isEnabled());
-}
-
 // A private PulseAudio server is the microphone.
 TEST_F(WelcomeWindowTest, ANewUserIsGuidedToAFirstRecordingInTheLanguageTheyChose)
 {
@@ -259,51 +231,4 @@ TEST_F(WelcomeWindowTest, ANewUserIsGuidedToAFirstRecordingInTheLanguageTheyChos
     EXPECT_EQ(rig.recorder->speechLocale(), u"de-DE"_s);
     EXPECT_FALSE(rig.window->welcomeWindow() && rig.window->welcomeWindow()->isVisible());
     ASSERT_TRUE(waitFor(rig.list().stopTranscription()));
-}
-
-// (That a flow left half-way comes back at the next launch is the privacy
-// end-to-end test's.)
-TEST_F(WelcomeWindowTest, SettingsReplaysTheWelcomeAndComesBackAfterIt)
-{
-    settings::setWelcomeCompleted(*rig.preferences, true);
-    rig.window->showSettings();
-    SettingsWindow *settingsWindow = rig.window->settingsWindow();
-    ASSERT_TRUE(settingsWindow);
-    clickButton(settingsWindow->findChild<QPushButton *>(u"settingsShowWelcomeButton"_s));
-    ASSERT_TRUE(rig.window->welcomeWindow() && rig.window->welcomeWindow()->isVisible());
-    EXPECT_FALSE(settingsWindow->isVisible());
-    rig.window->welcomeWindow()->goTo(Step::ready);
-    click(u"welcomeDoneButton"_s);
-    ASSERT_TRUE(
-        waitUntil([&] { return rig.window->settingsWindow() && rig.window->settingsWindow()->isVisible(); }));
-    EXPECT_TRUE(settings::welcomeCompleted(*rig.preferences));
-}
-
-TEST_F(WelcomeWindowTest, AMicrophoneThatGoesAwayIsToldAndTheNextOneIsHeard)
-{
-    ASSERT_TRUE(PulseAudioServer::available());
-    PulseAudioServer pulse;
-    ASSERT_EQ(pulse.start(), QString());
-    WelcomeWindow &welcome = openWelcome();
-    welcome.goTo(Step::microphone);
-    auto &step = static_cast<WelcomeMicrophoneStep &>(*welcome.page(Step::microphone));
-    ASSERT_TRUE(waitUntil([&] { return !step.monitor().sourceName().isEmpty(); }, std::chrono::seconds(10)));
-    const QString first = step.monitor().sourceName();
-
-    // The microphone's device goes, as an unplugged one does.
-    QString modules;
-    pulse.pactl({u"list"_s, u"short"_s, u"modules"_s}, &modules);
-    const QRegularExpression feed(u"^(\\d+)\\s+module-null-sink\\s+.*sink_name=kestil_mic_feed"_s,
-                                  QRegularExpression::MultilineOption);
-    const QString module = feed.match(modules).captured(1);
-    ASSERT_FALSE(module.isEmpty()) << modules.toStdString();
-    ASSERT_EQ(pulse.pactl({u"unload-module"_s, module}), 0);
-    ASSERT_TRUE(waitUntil([&] { return !step.monitor().problem().isEmpty(); }, std::chrono::seconds(10)));
-    EXPECT_TRUE(text(u"welcomeMicrophoneProblem"_s).contains(first));
-    EXPECT_EQ(find<QProgressBar>(u"welcomeMicrophoneLevel"_s)->value(), 0);
-    shoot(u"welcome-4b-microphone-gone"_s);
-    // The server's next default source is found without the user doing anything.
-    ASSERT_TRUE(waitUntil([&] { return !step.monitor().sourceName().isEmpty(); }, std::chrono::seconds(15)));
-    EXPECT_NE(step.monitor().sourceName(), first);
-    EXPECT_TRUE(step.monitor().problem().isEmpty());
 }

@@ -1,8 +1,7 @@
 #pragma once
 
-// The window as the program builds it, on a real store in a folder of the
-// test's own, with a recorder whose audio and speech the test chooses (a
-// real file source and the scripted engine of the recorder tests).
+// The window as the program builds it, on a real store, with a recorder on a
+// real file source and the scripted engine of the recorder tests.
 
 #include "capture/recorder/RecorderTestSupport.h"
 #include "core/LocalAppModel.h"
@@ -29,12 +28,10 @@ namespace kestil::test {
 
 using namespace Qt::StringLiterals;
 
-// A note written to the store before the window opens.
 struct SeedNote {
     QString title;
     QString transcript;
     QStringList tags;
-    QString folder;
     int hoursAgo = 0;
 };
 
@@ -46,8 +43,6 @@ inline void clickButton(QAbstractButton *button)
     QTest::mouseClick(button, Qt::LeftButton, {}, at);
 }
 
-// A named child of a window of its own (Settings, Welcome), reported when
-// missing.
 template <typename T = QWidget> T *childOf(const QWidget *root, const QString &name)
 {
     T *widget = root ? root->findChild<T *>(name) : nullptr;
@@ -55,7 +50,6 @@ template <typename T = QWidget> T *childOf(const QWidget *root, const QString &n
     return widget;
 }
 
-// A picture of a widget as the user sees it, in the build's screenshots/.
 inline void screenshot(QWidget *widget, const QString &name)
 {
     QDir().mkpath(QStringLiteral(KESTIL_SCREENSHOT_DIR));
@@ -93,8 +87,7 @@ struct ShellRig {
         recorder.reset();
     }
 
-    // Writes the library the window opens on through a store of its own;
-    // returns the notes' ids in the order given.
+    // The library the window opens on; the notes' ids in the order given.
     QList<QUuid> seed(const QList<SeedNote> &notes) const
     {
         SharedPersistenceController store(data.path());
@@ -105,10 +98,6 @@ struct ShellRig {
             note->setValue(u"timestamp"_s, QDateTime::currentDateTimeUtc().addSecs(-3600 * s.hoursAgo));
             for (const QString &tag : s.tags)
                 note->addTag(tag);
-            if (!s.folder.isEmpty()) {
-                FolderPtr folder = findFolder(s.folder, store.context());
-                note->setFolder(folder ? folder : createFolder(s.folder, store.context()));
-            }
             store.save();
         }
         return ids;
@@ -133,7 +122,6 @@ struct ShellRig {
 
     NotesListViewModel &list() const { return *window->listModel(); }
 
-    // A note added to the open library through the program's own store.
     NotePtr addNote(const QString &title, const QString &transcript) const
     {
         SharedPersistenceController &store = *app->store();
@@ -189,7 +177,6 @@ struct ShellRig {
         return nullptr;
     }
 
-    // The note as a second reader of the store file sees it.
     NotePtr storedNote(const QUuid &id)
     {
         readers.push_back(std::make_unique<SharedPersistenceController>(data.path()));

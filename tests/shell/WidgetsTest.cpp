@@ -1,6 +1,4 @@
-// The note's widgets on their own, offscreen: the transcript tab, the
-// transcript edit sheet and the floating recording indicator. What they show
-// is the rules' of tests/library; here, that they show it and act on input.
+// The note's widgets on their own; what they show is tests/library's rules.
 #include "capture/recorder/RecorderTestSupport.h"
 #include "core/NoteTranscript.h"
 #include "core/SharedPersistenceController.h"
@@ -19,7 +17,6 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QScreen>
-#include <QScrollBar>
 #include <QSignalSpy>
 #include <QStackedWidget>
 #include <QTemporaryDir>
@@ -34,8 +31,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A paragraph of its own at every fifteen seconds, two of them gathered into
-// one while live.
 TranscriptUtterance sentence(int i)
 {
     TranscriptUtterance u;
@@ -55,7 +50,6 @@ struct TabFixture : ::testing::Test {
         tab.show();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(&tab) && text);
     }
-    QScrollBar *bar() const { return text->verticalScrollBar(); }
     void show(const QList<TranscriptUtterance> &list, bool live)
     {
         TranscriptTabContent content;
@@ -78,39 +72,6 @@ TEST_F(TabFixture, ParagraphsShowUnderTheirTimesAndNothingShowsTheEmptyPage)
               u"noteDetailTranscriptEmpty"_s);
 }
 
-TEST_F(TabFixture, FollowsTheBottomUntilTheUserScrollsAwayAndASavedTranscriptOpensAtItsTop)
-{
-    QList<TranscriptUtterance> list;
-    for (int i = 0; i < 30; ++i)
-        list.append(sentence(i));
-    show(list, true);
-    ASSERT_GT(bar()->maximum(), 0) << "the text must overflow the view";
-    EXPECT_EQ(bar()->value(), bar()->maximum());
-
-    QSignalSpy following(&tab, &TranscriptTab::followingChanged);
-    bar()->triggerAction(QAbstractSlider::SliderPageStepSub);
-    QCoreApplication::processEvents();
-    ASSERT_FALSE(following.isEmpty());
-    EXPECT_FALSE(following.last().at(0).toBool());
-    const int held = bar()->value();
-    list.append(sentence(40));
-    show(list, true);
-    EXPECT_EQ(bar()->value(), held) << "new text must not pull the view while the user reads above";
-    // The user's own scroll to the bottom resumes following.
-    bar()->triggerAction(QAbstractSlider::SliderToMaximum);
-    QCoreApplication::processEvents();
-    EXPECT_TRUE(following.last().at(0).toBool());
-    list.append(sentence(41));
-    show(list, true);
-    EXPECT_EQ(bar()->value(), bar()->maximum());
-
-    tab.showFromTop();
-    show(list, false);
-    EXPECT_EQ(bar()->value(), 0);
-}
-
-// Save runs the edit rule (tests/library/TranscriptEditTest) against the
-// store and closes, or shows the refusal in the sheet; Cancel writes nothing.
 TEST(TranscriptEditorTest, SaveWritesTheEditAndCancelNothingAndARefusalKeepsTheSheetOpen)
 {
     QTemporaryDir dir;
@@ -161,11 +122,8 @@ void sendMouse(QWidget *widget, QEvent::Type type, const QPoint &global, Qt::Mou
     QCoreApplication::sendEvent(widget, &event);
 }
 
-// The floating indicator over a recorder that runs on a real file source,
-// with the question "is Kestil in front?" answered by the test. Whether the
-// panel is wanted is tests/library's RecordingWidgetRuleTest; that the real
-// program shows it over another application is the recording end-to-end
-// test's.
+// The floating indicator over a recorder on a real file source; the test
+// answers "is Kestil in front?". When it is wanted is RecordingWidgetRuleTest's.
 TEST(RecordingWidgetTest, ThePanelFollowsThePreferenceOpensInTheCornerAndKeepsWhereItWasDragged)
 {
     QTemporaryDir dir;
