@@ -32,7 +32,8 @@ protected:
         const QString problem = pulse.start();
         ASSERT_TRUE(problem.isEmpty()) << problem.toStdString();
         ASSERT_TRUE(desktop.started()) << "Xvfb did not start";
-        for (const auto &[file, phrase] : {std::pair{"first.wav", firstPhrase}, {"second.wav", secondPhrase}})
+        for (const auto &[file, phrase] :
+             {std::pair{"first.wav", firstPhrase}, {"second.wav", secondPhrase}, {"third.wav", thirdPhrase}})
             ASSERT_TRUE(speak(phrase, work.filePath(QLatin1String(file))));
         data = work.filePath(u"data"_s);
         test::installRealWhisperModel(data);
@@ -98,6 +99,7 @@ TEST_F(RecordingE2ETest, RecordPauseResumeStopAndACrashKeepTheWordsTheirTimesAnd
     ASSERT_TRUE(press(u"ctrl+shift+p"_s)); // resume: a new segment
     ASSERT_TRUE(eventually([&] { return segmentFolders(data).size() == 2; }, 15000));
     say("second.wav");
+    say("third.wav"); // enough speech after the pause for more than one paragraph
 
     ASSERT_TRUE(press(u"ctrl+shift+s"_s)); // stop
     const bool finished = eventually(
@@ -158,7 +160,9 @@ TEST_F(RecordingE2ETest, RecordPauseResumeStopAndACrashKeepTheWordsTheirTimesAnd
         }
         EXPECT_GE(wordsHeard(firstPhrase, text), 0.8) << text.toStdString();
         EXPECT_GE(wordsHeard(secondPhrase, text), 0.8) << text.toStdString();
-        EXPECT_EQ(test::repeatedPhrases(firstPhrase + QLatin1Char(' ') + secondPhrase, text), QString())
+        EXPECT_EQ(test::repeatedPhrases(
+                      firstPhrase + QLatin1Char(' ') + secondPhrase + QLatin1Char(' ') + thirdPhrase, text),
+                  QString())
             << "no phrase twice: " << text.toStdString();
         // The stored paragraphs: several utterances, each timed on the
         // note's audio, in order.
