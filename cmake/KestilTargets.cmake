@@ -29,7 +29,7 @@ endfunction()
 # A GoogleTest executable registered with CTest. LABELS tags it (unit,
 # integration, gui, e2e) so that a run can pick a kind.
 function(kestil_test name)
-  cmake_parse_arguments(ARG "" "TIMEOUT" "SOURCES;LINK;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "UNPACED" "TIMEOUT" "SOURCES;LINK;LABELS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE ${ARG_LINK} GTest::gtest GTest::gtest_main GTest::gmock)
   # The header-only fixtures of tests/support/ are there for every test.
@@ -44,10 +44,12 @@ function(kestil_test name)
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 300)
   endif()
-  # Tests that run in real time against an audio server, a display or a real
-  # model run alone: on two cores a neighbour would starve them.
+  # Tests that run in real time against an audio server or a display run
+  # alone: on two cores a neighbour would starve them. UNPACED marks those
+  # that only read files, packages or models at their own speed: a neighbour
+  # slows them down without changing what they find, so they share the machine.
   set(serial FALSE)
-  if("integration" IN_LIST ARG_LABELS OR "e2e" IN_LIST ARG_LABELS)
+  if(("integration" IN_LIST ARG_LABELS AND NOT ARG_UNPACED) OR "e2e" IN_LIST ARG_LABELS)
     set(serial TRUE)
   endif()
   gtest_discover_tests(${name}
