@@ -141,12 +141,8 @@ protected:
 
 } // namespace
 
-TEST(LlamaLanguageModel, AvailabilityFollowsTheInstalledModelAndThePreference)
+TEST_F(TinyLlama, AvailabilityFollowsTheInstalledModelAndThePreference)
 {
-    KESTIL_REQUIRE_MODEL("tiny-llama-chat.gguf");
-    ModelFolder folder;
-    folder.install(tiny);
-    LlamaLanguageModel model(folder.directory());
     ASSERT_TRUE(LlamaLanguageModel::deviceIsEligible());
     EXPECT_EQ(model.availability(), Availability::available());
     EXPECT_EQ(model.contextSize(), 2048);

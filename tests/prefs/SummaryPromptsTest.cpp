@@ -10,7 +10,6 @@
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QPromise>
 #include <QTemporaryDir>
 
 #include "support/CoreApplicationEnvironment.h"
@@ -38,9 +37,6 @@ protected:
         }
         return prompts;
     }
-
-    QTemporaryDir dir;
-    PreferenceStore store{dir.path()};
 };
 
 // The support card comes at five summaries and every five more, until a
@@ -80,40 +76,6 @@ TEST_F(KestilEngagementTest, TheCardComesAtFiveAndEveryFiveMoreUntilAClick)
     }
 }
 
-TEST_F(KestilEngagementTest, OnlyNonEmptySummariesCountAndAnotherProcessLosesNothing)
-{
-    KestilEngagement engagement(store);
-    engagement.recordCompletedSummary(" \n\t ");
-    EXPECT_EQ(engagement.completedActions(), 0);
-    EXPECT_FALSE(store.contains(settings::keys::kestilCompletedLocalSummaries));
-    // Another process counted to 7 meanwhile.
-    settings::setCompletedLocalSummaries(store, 7);
-    engagement.recordCompletedSummary("Saved.");
-    EXPECT_EQ(engagement.completedActions(), 8);
-    EXPECT_EQ(settings::completedLocalSummaries(store), 8);
-    settings::setCompletedLocalSummaries(store, KestilEngagement::completedCap + 50);
-    engagement.recordCompletedSummary("Saved.");
-    EXPECT_EQ(engagement.completedActions(), KestilEngagement::completedCap + 1);
-}
-
-TEST_F(KestilEngagementTest, ClicksAreStoredSortedAndResetKeepsRemindersOff)
-{
-    KestilEngagement engagement(store);
-    summarize(engagement, 3);
-    EXPECT_EQ(engagement.resetClicks(), "Saved clicks reset.");
-    engagement.recordClick(Action::tip);
-    engagement.recordClick(Action::feedback);
-    engagement.recordClick(Action::tip);
-    EXPECT_EQ(settings::supportClickedActions(store), (QStringList{"feedback", "tip"}));
-    EXPECT_TRUE(engagement.hasClicked(Action::tip));
-    EXPECT_FALSE(engagement.hasClicked(Action::review));
-    EXPECT_EQ(engagement.resetClicks(), "Saved clicks reset. Automatic reminders stay off.");
-    EXPECT_FALSE(store.contains(settings::keys::kestilSupportClickedActions));
-    EXPECT_TRUE(engagement.clickedActions().isEmpty());
-    EXPECT_TRUE(engagement.automaticRemindersStopped());
-    EXPECT_EQ(settings::supportPresentedSummaryCount(store), 3);
-}
-
 template <typename T> bool settled(const QFuture<T> &future)
 {
     QDeadlineTimer deadline(5000);
@@ -137,8 +99,6 @@ struct FakeCenter {
     bool requestThrows = false;
     bool enqueueFails = false;
     bool active = false;
-    // While set, the request for permission waits on it.
-    std::shared_ptr<QPromise<bool>> heldRequest;
     int requests = 0;
     QList<SummaryNotificationRequest> posted;
 
@@ -149,8 +109,6 @@ struct FakeCenter {
         c.requestAuthorization = [this] {
             ++requests;
             status = statusAfterRequest;
-            if (heldRequest)
-                return heldRequest->future();
             return requestThrows ? failed<bool>("no prompt") : QtFuture::makeReadyFuture(true);
         };
         c.enqueue = [this](const SummaryNotificationRequest &request) {
@@ -221,7 +179,7 @@ TEST_F(KestilSummaryNotificationsTest, PostsOnlyWhenAllowedWantedAndNotInFront)
 }
 
 // The request holds no note text, only the note to open.
-TEST_F(KestilSummaryNotificationsTest, ARequestIsPostedOnceWithTheNoteToOpenAndTheRecordStaysBounded)
+TEST_F(KestilSummaryNotificationsTest, ARequestIsPostedOnceWithTheNoteToOpen)
 {
     KestilSummaryNotifications &n = make();
     const QUuid request = QUuid::fromString("1b4e28ba-2fa1-11d2-883f-0016d3cca427");
@@ -234,11 +192,6 @@ TEST_F(KestilSummaryNotificationsTest, ARequestIsPostedOnceWithTheNoteToOpenAndT
     const SummaryNotificationRequest &posted = center.posted.constFirst();
     EXPECT_EQ(posted.identifier, "kestil.summary.1B4E28BA-2FA1-11D2-883F-0016D3CCA427");
     EXPECT_EQ(posted.userInfo, (QVariantMap{{"noteID", note.toString(QUuid::WithoutBraces).toUpper()}}));
-    for (int i = 1; i < KestilSummaryNotifications::deliveredLimit; ++i)
-        ASSERT_TRUE(settled(n.deliver(note, QUuid::createUuid())));
-    EXPECT_EQ(n.deliveredCount(), KestilSummaryNotifications::deliveredLimit);
-    ASSERT_TRUE(settled(n.deliver(note, QUuid::createUuid())));
-    EXPECT_EQ(n.deliveredCount(), 1);
     // No note id, nothing to open: nothing is posted.
     const qsizetype before = center.posted.size();
     ASSERT_TRUE(settled(n.deliver(std::nullopt, QUuid::createUuid())));
@@ -265,26 +218,6 @@ TEST_F(KestilSummaryNotificationsTest, TheDesktopIsAskedOnlyWhileKestilIsInFront
     n.startPermissionFlow();
     finishPermissionFlow();
     EXPECT_EQ(n.authorizationStatus(), Status::authorized);
-}
-
-TEST_F(KestilSummaryNotificationsTest, ASummaryEndingDuringTheQuestionUsesItsAnswer)
-{
-    center.status = Status::notDetermined;
-    center.active = true;
-    center.heldRequest = std::make_shared<QPromise<bool>>();
-    center.heldRequest->start();
-    KestilSummaryNotifications &n = make();
-    n.prepareForSummary();
-    while (center.requests == 0)
-        QCoreApplication::processEvents();
-    center.active = false; // the user went elsewhere while the summary ran
-    const QFuture<void> delivered = n.deliver(note, QUuid::createUuid());
-    QCoreApplication::processEvents();
-    EXPECT_TRUE(center.posted.isEmpty());
-    center.heldRequest->addResult(true);
-    center.heldRequest->finish();
-    ASSERT_TRUE(settled(delivered));
-    EXPECT_EQ(center.posted.size(), 1);
 }
 
 } // namespace

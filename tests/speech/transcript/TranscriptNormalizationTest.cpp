@@ -66,10 +66,7 @@ TEST(TranscriptTextHelpers, WordsWhitespaceComparisonFormAndDuration)
     EXPECT_EQ(utterancesDuration({utterance("a", "a", 2.0), utterance("b", "b", 4.0, 7.5),
                                   utterance("c", "c", std::nullopt, 6.0)}),
               5.5);
-}
 
-TEST(TranscriptTextHelpers, CollapsingAgreesWithTheWhitespaceExpression)
-{
     // Plain blanks take a quick path; every other kind of white space the expression.
     const QRegularExpression run("\\s+", QRegularExpression::UseUnicodePropertiesOption);
     for (const char16_t *raw :
