@@ -85,12 +85,12 @@ public:
         kestil_->start(command.constFirst(), command.mid(1));
         if (!kestil_->waitForStarted(10000))
             return {};
-        for (int waited = 0; waited < timeoutMs && kestilRunning(); waited += 250) {
+        for (int waited = 0; waited < timeoutMs && kestilRunning(); waited += 100) {
             if (const QString id = findWindow(u"Kestil"_s); !id.isEmpty()) {
                 QThread::msleep(700); // let the first frame paint
                 return id;
             }
-            QThread::msleep(250);
+            QThread::msleep(100);
         }
         return {};
     }

@@ -48,7 +48,7 @@ inline double wordsHeard(const QString &reference, const QString &heard)
     return expected.isEmpty() ? 0 : double(found) / double(expected.size());
 }
 
-inline bool eventually(const std::function<bool()> &condition, int timeoutMs, int stepMs = 200)
+inline bool eventually(const std::function<bool()> &condition, int timeoutMs, int stepMs = 100)
 {
     QElapsedTimer waited;
     waited.start();
