@@ -36,12 +36,18 @@ inline const QString &scratch()
     return path;
 }
 
-inline QString writeFile(const QString &name, const QByteArray &contents)
+inline void writeBytes(const QString &path, const QByteArray &contents)
 {
-    const QString path = scratch() + QLatin1Char('/') + name;
     QFile file(path);
     if (file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         file.write(contents);
+}
+
+// A file of the scratch folder holding `contents`; returns its path.
+inline QString writeFile(const QString &name, const QByteArray &contents)
+{
+    const QString path = scratch() + QLatin1Char('/') + name;
+    writeBytes(path, contents);
     return path;
 }
 

@@ -30,14 +30,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     LocalRecordingManifest manifest{
         QUuid::fromString(QStringLiteral("{4f4c3b7a-0000-4000-8000-000000000001}")), 700000000.0, rate, true};
     manifest.write(segment);
-    const auto write = [](const QString &path, const QByteArray &bytes) {
-        QFile file(path);
-        if (file.open(QIODevice::WriteOnly))
-            file.write(bytes);
-    };
-    write(RecordingFolder::rawAudioPath(segment), raw);
+    fuzz::writeBytes(RecordingFolder::rawAudioPath(segment), raw);
     if (!caf.isEmpty())
-        write(RecordingFolder::finalAudioPath(segment), caf);
+        fuzz::writeBytes(RecordingFolder::finalAudioPath(segment), caf);
 
     if (DurableAudioWriter::frameCount(segment) != qint64(raw.size() / 4))
         std::abort();

@@ -249,8 +249,7 @@ TEST_F(DurableAudioWriterTest, ARawFileThatCannotBeCreatedLeavesFolderAndManifes
     // Inodes for the mount's root, three folders and the manifest: the raw
     // file is one too many.
     TmpfsMount disk(1 << 20, 5);
-    if (!disk.mounted())
-        GTEST_SKIP() << disk.error().toStdString();
+    KESTIL_REQUIRE_MOUNT(disk);
     const QString segment = disk.path() + "/Recordings/N/S";
     EXPECT_EQ(thrownText([&] { DurableAudioWriter(segment, noteID, 48000); }),
               "Unable to create local audio file.");
@@ -261,8 +260,7 @@ TEST_F(DurableAudioWriterTest, ARawFileThatCannotBeCreatedLeavesFolderAndManifes
 TEST_F(DurableAudioWriterTest, AFullDiskStopsAppendsAndKeepsEverythingWrittenBeforeIt)
 {
     TmpfsMount disk(256 * 1024);
-    if (!disk.mounted())
-        GTEST_SKIP() << disk.error().toStdString();
+    KESTIL_REQUIRE_MOUNT(disk);
     const QString filler = disk.path() + "/filler";
     ASSERT_TRUE(writeBytes(filler, QByteArray(64 * 1024, 'x')));
     const QString segment = disk.path() + "/Recordings/N/S";

@@ -144,8 +144,7 @@ TEST(AtomicWrite, ReplacesTheFileWithTheWholeTextOrNamesTheFileAndTheCauseAndLea
 TEST(AtomicWrite, AFullDiskKeepsTheOldFileWhole)
 {
     test::TmpfsMount disk(64 * 1024);
-    if (!disk.mounted())
-        GTEST_SKIP() << disk.error().toStdString();
+    KESTIL_REQUIRE_MOUNT(disk);
     const QString path = disk.path() + u"/note.txt"_s;
     NoteExport::writeTextAtomically(path, u"before"_s);
     EXPECT_EQ(

@@ -172,8 +172,7 @@ TEST_F(ObsidianExportCopy, AFailedOrCancelledCopyKeepsWholeCopiesAndWritesNoMark
 
     // Room for the first copy and not the second.
     test::TmpfsMount disk(320 * 1024);
-    if (!disk.mounted())
-        GTEST_SKIP() << disk.error().toStdString();
+    KESTIL_REQUIRE_MOUNT(disk);
     EXPECT_EQ(failure([&] { ObsidianExport::run(note, disk.path(), root); }),
               u"Could not write “segment-2.caf”: No space left on device"_s);
     const QStringList written = entries(disk.path());

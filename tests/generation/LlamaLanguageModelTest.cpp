@@ -442,7 +442,7 @@ TEST_F(LanguageModelInstall, ACutOffDownloadKeepsItsPartAndAFullDiskIsToldBefore
               Availability::unavailable(Reason::modelNotReady));
 
     test::TmpfsMount small(4 * 1024 * 1024);
-    ASSERT_TRUE(small.mounted()) << small.error().toStdString();
+    KESTIL_REQUIRE_MOUNT(small);
     const qsizetype requests = server_.requests().size();
     const QString full = failureOf("good", entry_, small.path() + "/Models/language");
     EXPECT_TRUE(full.startsWith("There is not enough free space for “Tiny chat”: it needs "))

@@ -157,3 +157,11 @@ private:
         return reply;
     }
 };
+
+// A short meeting the scripted model is asked about: sixty words, enough for
+// two tags and short enough for one request.
+inline const QString scriptedMeetingTranscript = QStringLiteral(
+    "Maria opened the weekly sync by reviewing the budget for the spring campaign. The team agreed to "
+    "move the launch to April because the design review needs another week. Sam will draft the "
+    "announcement, Priya owns the landing page, and the budget numbers go to finance by Friday. "
+    "Open question: whether the partner webinar still fits in March.");

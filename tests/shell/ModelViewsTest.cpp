@@ -34,10 +34,7 @@ namespace {
 using Stream = ScriptedLanguageModel::Stream;
 using Stall = ScriptedLanguageModel::Stall;
 
-const QString transcript =
-    u"Maria opened the weekly sync by reviewing the budget for the spring campaign. The team agreed to "
-    "move the launch to April because the design review needs another week. Sam will draft the "
-    "announcement, Priya owns the landing page, and the budget numbers go to finance by Friday."_s;
+const QString &transcript = scriptedMeetingTranscript;
 const QString finalSummary = u"## Decisions\n- Launch moves to **April**.\n- Budget to finance."_s;
 
 QJsonObject record(const QString &field, const QJsonValue &value)

@@ -29,3 +29,11 @@ private:
 };
 
 } // namespace kestil::test
+
+// Skips the rest of a test, visibly and with the reason, where no small
+// filesystem can be mounted: the full-disk paths cannot be reached otherwise.
+#define KESTIL_REQUIRE_MOUNT(disk)                                                                           \
+    do {                                                                                                     \
+        if (!(disk).mounted())                                                                               \
+            GTEST_SKIP() << "no small filesystem for a full disk: " << (disk).error().toStdString();         \
+    } while (false)

@@ -372,8 +372,7 @@ TEST_F(ProcessTapRecorderTest, LiveSpeechThatCannotFinishKeepsTheTextReceivedAnd
 TEST_F(ProcessTapRecorderTest, AFullDiskAtPauseKeepsTheRawAudioAndStillPauses)
 {
     TmpfsMount disk(256 * 1024);
-    if (!disk.mounted())
-        GTEST_SKIP() << "no tmpfs: " << disk.error().toStdString();
+    KESTIL_REQUIRE_MOUNT(disk);
     root = disk.path();
     useScript(5);
     auto recorder = makeRecorder();

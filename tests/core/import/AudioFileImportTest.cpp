@@ -221,8 +221,7 @@ TEST_F(AudioFileImportTest, FilesThatAreNoUsableAudioAreRefusedBeforeAnythingIsW
 TEST_F(AudioFileImportTest, AFileLargerThanTheFreeSpaceIsRefusedUpFront)
 {
     test::TmpfsMount disk(8 << 20);
-    if (!disk.mounted())
-        GTEST_SKIP() << disk.error().toStdString();
+    KESTIL_REQUIRE_MOUNT(disk);
     open(disk.path() + u"/Kestil"_s);
     // Two minutes at 48 kHz: 46 MB as a recording, far more than the disk.
     const QString wav = file(u"long.wav"_s);

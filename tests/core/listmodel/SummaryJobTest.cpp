@@ -24,12 +24,7 @@ namespace {
 using Stream = ScriptedLanguageModel::Stream;
 using Stall = ScriptedLanguageModel::Stall;
 
-// Sixty words: enough for two tags, and short enough for one request.
-const QString transcript =
-    u"Maria opened the weekly sync by reviewing the budget for the spring campaign. The team agreed to "
-    "move the launch to April because the design review needs another week. Sam will draft the "
-    "announcement, Priya owns the landing page, and the budget numbers go to finance by Friday. "
-    "Open question: whether the partner webinar still fits in March."_s;
+const QString &transcript = scriptedMeetingTranscript;
 
 const QString finalSummary = u"## Summary\n- Launch moves to April.\n- Budget to finance by Friday."_s;
 const QString oldSummary = u"Old summary"_s;
