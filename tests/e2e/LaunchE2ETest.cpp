@@ -23,11 +23,14 @@ TEST(LaunchE2ETest, LibraryWindowShowsTheStoredNotes)
     const QStringList titles{u"Quarterly planning"_s, u"Design review with Ana"_s,
                              u"Customer call: onboarding"_s};
     {
+        // Hours apart on one day three days ago: one day heading above the
+        // rows whatever the time of day the test runs at.
+        const QDateTime noon(QDate::currentDate().addDays(-3), QTime(12, 0));
         SharedPersistenceController store(data.path());
         for (int i = 0; i < titles.size(); ++i) {
             auto note = store.createNote(titles[i], u"We agreed to ship the beta next week."_s,
                                          QUuid::createUuid(), u"transcription"_s);
-            note->setValue(u"timestamp"_s, QDateTime::currentDateTimeUtc().addSecs(-3600 * (i + 1)));
+            note->setValue(u"timestamp"_s, noon.addSecs(-3600 * i).toUTC());
             store.save();
         }
     }
