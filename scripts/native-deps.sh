@@ -7,6 +7,7 @@
 # Prints the sherpa-onnx folder on its second-last line and the llama.cpp and
 # whisper.cpp prefix on its last line.
 set -euo pipefail
+here="$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)"
 
 LLAMA_PKG=node-llama-cpp@3.22.1
 LLAMA_SHA512=bltIipuWmc123H7tMIgDGKSsSrhmhlQYeVUC48XTjVW7XGJJiJJyCdlTMzQ/LiWoPkGDpcL4FviDpgw7qfTiDw==
@@ -18,7 +19,7 @@ WHISPER_SHA512=ceoilUVraRuR5FnNyXpGQT2auAR48Oc3AQBEmkXnVpSn9iN6yVRzQBFCqVTGWbk6W
 # build host, yet a summary on an AVX-512 machine is about a fifth faster than
 # with the AVX2 build alone.
 CPU_FLAGS=(-DGGML_NATIVE=OFF -DGGML_BACKEND_DL=ON -DGGML_CPU_ALL_VARIANTS=ON)
-BUILD_ID=llama-3.22.1-whisper-0.3.1-v4
+BUILD_ID=llama-3.22.1-whisper-0.3.1-v5
 # A prebuilt, portable release: include/sherpa-onnx/c-api/c-api.h,
 # lib/libsherpa-onnx-c-api.so and the lib/libonnxruntime.so it finds beside
 # itself. CMake looks for it as KESTIL_SHERPA_ONNX_PREFIX, by default this
@@ -91,6 +92,14 @@ if [ ! -d "$work/llama.cpp/.git" ]; then
   fetch "$LLAMA_PKG" "$LLAMA_SHA512" llama-pkg
   git clone -q "$work/llama-pkg/package/llama/gitRelease.bundle" "$work/llama.cpp"
   rm -rf "$work/llama-pkg"
+fi
+
+# Faster CPU attention while a model writes: the query heads that share a K/V
+# head are computed together over tiles of the cache, and the masks and keys of
+# a tile are converted as vectors. Applied once; a resumed build finds it there.
+patch="$here/native-patches/ggml-cpu-flash-attention.patch"
+if ! git -C "$work/llama.cpp" apply --reverse --check "$patch" 2>/dev/null; then
+  git -C "$work/llama.cpp" apply "$patch"
 fi
 
 # The CPU modules start at AVX2, as the program always has: building the older
