@@ -23,6 +23,7 @@
 #include "shell/NoteListItemModel.h"
 #include "shell/NoteRowDelegate.h"
 #include "shell/NoteTagsBar.h"
+#include "shell/NoteTitleEdit.h"
 #include "shell/NotesListEmptyStates.h"
 #include "shell/NotesListFilterBar.h"
 #include "shell/ObsidianExportRunner.h"
@@ -573,11 +574,10 @@ QWidget *MainWindow::buildDetail()
     pageLayout->addWidget(jumpButton_, 0, Qt::AlignRight);
 
     auto *titleRow = new QHBoxLayout;
-    detailTitle_ = new QLineEdit;
+    detailTitle_ = new NoteTitleEdit;
     named(detailTitle_, QStringLiteral("noteDetailTitle"));
     detailTitle_->setFrame(false);
     detailTitle_->setPlaceholderText(untitledNoteTitle());
-    detailTitle_->setToolTip(QStringLiteral("Rename this note"));
     QPalette titlePalette = detailTitle_->palette();
     titlePalette.setColor(QPalette::Base, Qt::transparent);
     detailTitle_->setPalette(titlePalette);

@@ -28,6 +28,7 @@ class LocalAppModel;
 class LocalAskNoteView;
 class NoteExportActions;
 class NoteFolderChip;
+class NoteTitleEdit;
 class NoteListItemModel;
 class NoteTagsBar;
 class NotesListEmptyStates;
@@ -152,7 +153,7 @@ private:
     QStackedWidget *sidebarPages_ = nullptr;
     QPushButton *newNoteButton_ = nullptr;
     QStackedWidget *detail_ = nullptr;
-    QLineEdit *detailTitle_ = nullptr;
+    NoteTitleEdit *detailTitle_ = nullptr;
     QLabel *detailDate_ = nullptr;
     QPushButton *recordButton_ = nullptr;
     QPushButton *askButton_ = nullptr;

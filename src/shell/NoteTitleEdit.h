@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QLineEdit>
+
+namespace kestil {
+
+// The note's title in the detail header, renamed in place. A title wider
+// than the field ends in "…" while the field is not being edited, so that
+// the reader sees that there is more rather than a word cut in the middle;
+// the whole title is then its tooltip. Editing shows the text as typed.
+class NoteTitleEdit : public QLineEdit {
+    Q_OBJECT
+public:
+    explicit NoteTitleEdit(QWidget *parent = nullptr);
+
+    // Whether the shown title is cut short with "…".
+    bool isElided() const;
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+    void focusInEvent(QFocusEvent *event) override;
+    void focusOutEvent(QFocusEvent *event) override;
+
+private:
+    QRect textArea() const;
+    void refreshToolTip();
+};
+
+} // namespace kestil
