@@ -223,7 +223,13 @@ QString SummaryTab::resumeText(const NotesListViewModel::SummaryResumeOffer &off
         return QStringLiteral("An unfinished ") + title +
                QStringLiteral(
                    "summary can be continued: the summary is written, its title and tags are left.");
-    if (offer.total > 0)
+    // One section left means that the key points fit: what remains is
+    // writing the summary from them.
+    if (offer.total == 1)
+        return QStringLiteral("An unfinished ") + title +
+               QStringLiteral("summary can be continued: %1only the summary itself is left to write.")
+                   .arg(offer.pass > 0 ? QStringLiteral("the transcript is read and ") : QString());
+    if (offer.total > 1)
         return QStringLiteral("An unfinished ") + title +
                QStringLiteral("summary can be continued where it stopped: %1 of %2 sections %3.")
                    .arg(offer.completed)
@@ -231,7 +237,8 @@ QString SummaryTab::resumeText(const NotesListViewModel::SummaryResumeOffer &off
                    .arg(offer.pass == 0 ? QStringLiteral("reviewed")
                                         : QStringLiteral("of key points combined"));
     return QStringLiteral("An unfinished ") + title +
-           QStringLiteral("summary can be continued where it stopped.");
+           QStringLiteral("summary can be continued where it stopped%1.")
+               .arg(offer.pass > 0 ? QStringLiteral(": the transcript is read") : QString());
 }
 
 QString SummaryTab::progressText(const LocalSummaryProgress &progress)
