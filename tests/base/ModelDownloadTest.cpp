@@ -1,6 +1,7 @@
 #include "base/ModelDownload.h"
 #include "base/CancellationError.h"
 #include "support/CoreApplicationEnvironment.h"
+#include "support/FileBytes.h"
 #include "support/LoopbackModelServer.h"
 
 #include <QCoreApplication>
@@ -19,12 +20,6 @@ using namespace kestil;
 namespace {
 
 const DownloadWording wording{QStringLiteral("test model"), QStringLiteral("the next try")};
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 class ModelDownload : public ::testing::Test {
 protected:
@@ -75,7 +70,7 @@ TEST_F(ModelDownload, AWholeFileArrivesWithItsChecksumAndRisingProgress)
     DownloadObserver observer;
     observer.progress = [&](qint64 received, qint64 total) { progress.emplace_back(received, total); };
     EXPECT_EQ(downloadToPartFile(url("good"), part(), observer, wording), sha_);
-    EXPECT_EQ(contentOf(part()), content_);
+    EXPECT_EQ(test::fileBytes(part()), content_);
     ASSERT_FALSE(progress.empty());
     EXPECT_EQ(progress.back(), std::make_pair(qint64(content_.size()), qint64(content_.size())));
     for (std::size_t i = 1; i < progress.size(); ++i)
@@ -96,7 +91,7 @@ TEST_F(ModelDownload, AConnectionLostMidwayKeepsWhatArrivedAndTheNextTryAsksForT
 
     // The checksum covers the bytes kept from the first try as well.
     EXPECT_EQ(downloadToPartFile(url("drop"), part(), {}, wording), sha_);
-    EXPECT_EQ(contentOf(part()), content_);
+    EXPECT_EQ(test::fileBytes(part()), content_);
     EXPECT_EQ(server_.requests().last().range, "bytes=" + QByteArray::number(kept) + '-');
 }
 
@@ -104,7 +99,7 @@ TEST_F(ModelDownload, AServerThatIgnoresRangesMakesItStartOverAndAWholeFileIsChe
 {
     writePart(QByteArray(1000, 'z'));
     EXPECT_EQ(downloadToPartFile(url("norange"), part(), {}, wording), sha_);
-    EXPECT_EQ(contentOf(part()), content_);
+    EXPECT_EQ(test::fileBytes(part()), content_);
     EXPECT_EQ(server_.requests().value(0).range, QByteArray("bytes=1000-"));
     // Now whole, the server answers 416: nothing more to send.
     EXPECT_EQ(downloadToPartFile(url("good"), part(), {}, wording), sha_);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/Error.h"
+#include "support/FileBytes.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,12 +16,6 @@
 #include <functional>
 
 namespace kestil::test {
-
-inline QByteArray fileBytes(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 inline bool writeBytes(const QString &path, const QByteArray &bytes)
 {

@@ -3,6 +3,7 @@
 #include "core/LocalAppModel.h"
 #include "core/SharedPersistenceController.h"
 #include "core/SqliteStore.h"
+#include "support/FileBytes.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -29,15 +30,9 @@ struct TempRoot {
     }
 };
 
-inline QByteArray readFile(const QString &path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
 inline QByteArray fileDigest(const QString &path)
 {
-    return QCryptographicHash::hash(readFile(path), QCryptographicHash::Sha256);
+    return QCryptographicHash::hash(fileBytes(path), QCryptographicHash::Sha256);
 }
 
 inline void writeFile(const QString &path, const QByteArray &content)

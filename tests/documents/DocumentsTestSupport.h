@@ -1,6 +1,7 @@
 #pragma once
 
 #include "documents/RichText.h"
+#include "support/FileBytes.h"
 #include "support/QtPrinters.h"
 
 #include <QDir>
@@ -12,12 +13,6 @@ namespace kestil {
 inline QString q(const char *text)
 {
     return QString::fromUtf8(text);
-}
-
-inline QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
 }
 
 // A folder's entries, hidden ones too, by name.

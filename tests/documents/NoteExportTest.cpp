@@ -120,7 +120,7 @@ TEST(AtomicWrite, ReplacesTheFileWithTheWholeTextOrNamesTheFileAndTheCauseAndLea
     ASSERT_TRUE(QFile(replaced).open(QIODevice::WriteOnly));
     NoteExport::writeTextAtomically(replaced, u"# Café \uFFFD\n"_s);
     NoteExport::writeTextAtomically(replaced, u"# Café 東京\n"_s);
-    EXPECT_EQ(readAll(replaced), QByteArray("# Caf\xC3\xA9 \xE6\x9D\xB1\xE4\xBA\xAC\n"));
+    EXPECT_EQ(test::fileBytes(replaced), QByteArray("# Caf\xC3\xA9 \xE6\x9D\xB1\xE4\xBA\xAC\n"));
     EXPECT_EQ(entries(dir.path()), QStringList{u"Launch – plan.md"_s});
 
     const QString folder = dir.filePath(u"folder"_s);
@@ -150,7 +150,7 @@ TEST(AtomicWrite, AFullDiskKeepsTheOldFileWhole)
     EXPECT_EQ(
         thrownText([&] { NoteExport::writeTextAtomically(path, QString(200 * 1024, QLatin1Char('a'))); }),
         u"Could not write “note.txt”: No space left on device"_s);
-    EXPECT_EQ(readAll(path), QByteArray("before"));
+    EXPECT_EQ(test::fileBytes(path), QByteArray("before"));
     EXPECT_EQ(entries(disk.path()), QStringList{u"note.txt"_s});
 }
 

@@ -86,8 +86,8 @@ protected:
         ASSERT_TRUE(raw.open(QIODevice::Append));
         raw.write("\x01\x02", 2);
         raw.close();
-        rawBytes = {readAll(RecordingFolder::rawAudioPath(first)),
-                    readAll(RecordingFolder::rawAudioPath(second))};
+        rawBytes = {test::fileBytes(RecordingFolder::rawAudioPath(first)),
+                    test::fileBytes(RecordingFolder::rawAudioPath(second))};
 
         note.title = u"Launch"_s;
         note.summary = u"Ship in April."_s;
@@ -127,7 +127,7 @@ TEST_F(ObsidianExportCopy, CopiesPlayableAudioInRecordingOrderThenWritesTheMarkd
     EXPECT_EQ(result.message(), u"Markdown and audio exported to the selected folder."_s);
     EXPECT_EQ(entries(vault), (QStringList{base + u"-audio"_s, base + u".md"_s}));
     EXPECT_EQ(entries(audio), (QStringList{u"segment-1.caf"_s, u"segment-2.caf"_s}));
-    EXPECT_EQ(QString::fromUtf8(readAll(result.markdownPath)),
+    EXPECT_EQ(QString::fromUtf8(test::fileBytes(result.markdownPath)),
               u"# Launch\n\nShip in April.\n\n## Transcript\n\nWe ship in April.\n\n## Notes\n\n\n"_s +
                   u"\n![["_s + base + u"-audio/segment-1.caf]]\n"_s + u"\n![["_s + base +
                   u"-audio/segment-2.caf]]\n"_s);
@@ -135,11 +135,12 @@ TEST_F(ObsidianExportCopy, CopiesPlayableAudioInRecordingOrderThenWritesTheMarkd
     // The oldest recording first, each whole: the torn sample is left out.
     EXPECT_EQ(soxReading(audio + u"/segment-1.caf"_s), u"48000 72000 1"_s);
     EXPECT_EQ(soxReading(audio + u"/segment-2.caf"_s), u"16000 12000 1"_s);
-    EXPECT_EQ(readAll(audio + u"/segment-2.caf"_s), readAll(RecordingFolder::finalAudioPath(second)));
+    EXPECT_EQ(test::fileBytes(audio + u"/segment-2.caf"_s),
+              test::fileBytes(RecordingFolder::finalAudioPath(second)));
 
     // The raw audio is the recording and stays as it was.
-    EXPECT_EQ(readAll(RecordingFolder::rawAudioPath(first)), rawBytes[0]);
-    EXPECT_EQ(readAll(RecordingFolder::rawAudioPath(second)), rawBytes[1]);
+    EXPECT_EQ(test::fileBytes(RecordingFolder::rawAudioPath(first)), rawBytes[0]);
+    EXPECT_EQ(test::fileBytes(RecordingFolder::rawAudioPath(second)), rawBytes[1]);
 
     const qint64 total =
         QFileInfo(audio + u"/segment-1.caf"_s).size() + QFileInfo(audio + u"/segment-2.caf"_s).size();

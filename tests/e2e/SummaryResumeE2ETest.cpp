@@ -9,6 +9,7 @@
 // core of two for the model.
 #include "DesktopSession.h"
 #include "RecordingE2ESupport.h"
+#include "support/FileBytes.h"
 
 #include "core/SharedPersistenceController.h"
 
@@ -46,10 +47,9 @@ QString modelPath()
 // than that needs.
 QString longTranscript()
 {
-    QFile file(QStringLiteral(KESTIL_TEST_DATA_DIR "/generation/weekly-sync-transcript.txt"));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    const QString week = QString::fromUtf8(file.readAll()).trimmed();
+    const QString week =
+        QString::fromUtf8(test::fileBytes(KESTIL_TEST_DATA_DIR "/generation/weekly-sync-transcript.txt"))
+            .trimmed();
     QString text;
     for (int i = 1; i <= 7; ++i)
         text += u"Week %1 of the product sync.\n\n"_s.arg(i) + week + u"\n\n"_s;
@@ -96,10 +96,10 @@ struct Program {
     // The kept checkpoint, as the file holds it now.
     QJsonObject checkpoint() const
     {
-        QFile file(checkpointPath());
-        if (!file.open(QIODevice::ReadOnly))
-            return {};
-        return QJsonDocument::fromJson(file.readAll()).object().value(u"checkpoint"_s).toObject();
+        return QJsonDocument::fromJson(test::fileBytes(checkpointPath()))
+            .object()
+            .value(u"checkpoint"_s)
+            .toObject();
     }
 };
 

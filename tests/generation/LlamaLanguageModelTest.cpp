@@ -8,6 +8,7 @@
 #include "generation/LanguageModelInstall.h"
 #include "generation/LanguageModelPreference.h"
 #include "generation/LocalSummary.h"
+#include "support/FileBytes.h"
 
 #include "ModelFolder.h"
 #include "base/Error.h"
@@ -89,12 +90,6 @@ bool admits(const QString &grammar, const QByteArray &text)
     return allowed(llama_vocab_eos(vocab));
 }
 
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 DownloadableLanguageModel entryFor(const QByteArray &content)
 {
     return {"Tiny chat",
@@ -135,7 +130,7 @@ protected:
     ModelFolder folder_;
     QString target_ = folder_.directory() + "/tiny-chat.gguf";
     test::LoopbackModelServer server_;
-    QByteArray tiny_ = contentOf(ModelFolder::cached("tiny-llama-chat.gguf"));
+    QByteArray tiny_ = test::fileBytes(ModelFolder::cached("tiny-llama-chat.gguf"));
     DownloadableLanguageModel entry_ = entryFor(tiny_);
 };
 
@@ -389,7 +384,7 @@ TEST_F(LanguageModelInstall, AServedModelIsInstalledInOneRenameAndTakesOverFromT
     };
     EXPECT_EQ(installLanguageModel(entry_, QUrl(server_.baseAddress("good")), observer, folder_.directory()),
               target_);
-    EXPECT_EQ(contentOf(target_), tiny_);
+    EXPECT_EQ(test::fileBytes(target_), tiny_);
     EXPECT_EQ(files(), (QStringList{"older.gguf", "tiny-chat.gguf", "tiny-chat.gguf.languages.json"}))
         << "no part left";
     EXPECT_FALSE(isLanguageModelDownloading(entry_, folder_.directory()));

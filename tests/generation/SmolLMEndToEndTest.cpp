@@ -4,6 +4,7 @@
 #include "generation/LlamaLanguageModel.h"
 #include "generation/LocalSummary.h"
 #include "generation/TextWords.h"
+#include "support/FileBytes.h"
 
 #include "ModelFolder.h"
 #include "support/QtPrinters.h"
@@ -19,8 +20,7 @@ namespace {
 
 QString transcript()
 {
-    QFile file(QStringLiteral(KESTIL_TEST_DATA_DIR "/generation/weekly-sync-transcript.txt"));
-    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    return QString::fromUtf8(test::fileBytes(KESTIL_TEST_DATA_DIR "/generation/weekly-sync-transcript.txt"));
 }
 
 // The share of words two texts have in common.

@@ -3,6 +3,7 @@
 #include "prefs/PreferenceFile.h"
 #include "prefs/PreferenceStore.h"
 #include "prefs/SettingsKeys.h"
+#include "support/FileBytes.h"
 
 #include <QDate>
 #include <QDir>
@@ -29,12 +30,6 @@ namespace {
 
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
 constexpr double infinity = std::numeric_limits<double>::infinity();
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
 void writeFile(const QString &path, const QByteArray &bytes)
 {
@@ -163,7 +158,7 @@ TEST_F(PreferenceStoreTest, AFailedWriteLeavesThePreviousFileAndTheSameValueRetr
     PreferenceStore store(dir.path());
     Recorder recorder(store);
     store.set("small", true);
-    const QByteArray before = readFile(path());
+    const QByteArray before = test::fileBytes(path());
     ASSERT_FALSE(before.isEmpty());
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit original{};
@@ -175,7 +170,7 @@ TEST_F(PreferenceStoreTest, AFailedWriteLeavesThePreviousFileAndTheSameValueRetr
     store.set("large", large);
     store.set("large", large);
     ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &original), 0);
-    EXPECT_EQ(readFile(path()), before);
+    EXPECT_EQ(test::fileBytes(path()), before);
     EXPECT_EQ(entriesOf(dir.path()), QStringList{"preferences.json"});
     EXPECT_EQ(store.string("large"), large);
     ASSERT_EQ(recorder.failures.size(), 2);
@@ -209,7 +204,7 @@ TEST_F(PreferenceStoreTest, ACorruptFileIsKeptAsideAndTheStoreStartsEmpty)
         EXPECT_TRUE(warning.contains(QDir::toNativeSeparators(scratch.filePath(entries[0]))));
         store.set("showTags", true);
         EXPECT_TRUE(store.lastWriteError().isEmpty());
-        EXPECT_EQ(readFile(scratch.filePath(entries[0])), bytes);
+        EXPECT_EQ(test::fileBytes(scratch.filePath(entries[0])), bytes);
         EXPECT_TRUE(PreferenceStore(scratch.path()).boolValue("showTags"));
     }
 }
@@ -334,7 +329,8 @@ TEST_F(PreferenceStoreTest, HandWrittenEntriesAreReadWhenTheyFitTheirTypeAndTheO
 
     store.set("replaced", "now text");
     store.remove("badBase64");
-    const QJsonObject values = QJsonDocument::fromJson(readFile(path())).object().value("values").toObject();
+    const QJsonObject values =
+        QJsonDocument::fromJson(test::fileBytes(path())).object().value("values").toObject();
     EXPECT_EQ(values.value("fromANewerVersion").toObject().value("type").toString(), "colour");
     EXPECT_EQ(values.value("fraction").toObject().value("value").toDouble(), 1.5);
     EXPECT_EQ(values.size(), 15);

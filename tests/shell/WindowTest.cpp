@@ -17,6 +17,7 @@
 #include "shell/StatusItem.h"
 #include "shell/TagFilterPopover.h"
 #include "shell/TranscriptTab.h"
+#include "support/FileBytes.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -292,12 +293,6 @@ TEST(LibraryOrganizeTest, FoldersAreMadeRenamedAndDeletedAndNotesFiled)
 const QString summaryMarkdown = u"## Overview\nThe team moved the launch to April.\n\n## Action Items\n"
                                 "- Sam: draft the announcement\n- Priya: landing page\n"_s;
 
-QByteArray readAll(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 class NoteExportTest : public ::testing::Test {
 protected:
     void SetUp() override
@@ -365,7 +360,7 @@ TEST_F(NoteExportTest, EachEntryProposesItsNameAndWritesItsDocument)
         const QString path = out.filePath(QString::fromLatin1(c.entry) + QLatin1Char('.') +
                                           QFileInfo(QString::fromUtf8(c.proposed)).suffix());
         EXPECT_EQ(exportVia(QString::fromLatin1(c.entry), path), QString::fromUtf8(c.proposed));
-        EXPECT_TRUE(readAll(path).contains(c.contains)) << readAll(path).left(200).toStdString();
+        EXPECT_TRUE(fileBytes(path).contains(c.contains)) << fileBytes(path).left(200).toStdString();
     }
     EXPECT_EQ(rig.window->exportActions()->failureAlert(), nullptr);
 }
@@ -396,7 +391,7 @@ TEST_F(NoteExportTest, ObsidianExportFromSettingsCopiesPlayableAudioThenWritesTh
     // What the files hold is tests/documents' ObsidianExportTest.
     const QStringList markdown = QDir(out.path()).entryList({u"Kestil-*.md"_s}, QDir::Files);
     ASSERT_EQ(markdown.size(), 1);
-    EXPECT_TRUE(readAll(out.filePath(markdown.first())).startsWith("# Launch a/b:c\n"));
+    EXPECT_TRUE(fileBytes(out.filePath(markdown.first())).startsWith("# Launch a/b:c\n"));
     EXPECT_TRUE(QFile::exists(out.filePath(markdown.first().chopped(3) + u"-audio/segment-1.caf"_s)));
 }
 

@@ -210,7 +210,7 @@ TEST_F(AudioFileImportTest, FilesThatAreNoUsableAudioAreRefusedBeforeAnythingIsW
     // A FLAC cut in half keeps what could be decoded.
     const QString flac = file(u"cut.flac"_s);
     ASSERT_TRUE(test::writeSoundFile(flac, SF_FORMAT_FLAC | SF_FORMAT_PCM_16, 16000, 1, speech().samples));
-    const QByteArray whole = test::readFile(flac);
+    const QByteArray whole = test::fileBytes(flac);
     test::writeFile(flac, whole.left(whole.size() / 2));
     const Outcome cut = run(flac);
     ASSERT_TRUE(cut.began);

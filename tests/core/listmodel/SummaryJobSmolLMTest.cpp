@@ -30,7 +30,7 @@ TEST(SummaryJobSmolLM, SummarisesARealNoteAndSavesSummaryTemplateTitleAndTags)
     NotesListViewModel &list = rig.list();
 
     const QString text = QString::fromUtf8(
-        readFile(QStringLiteral(KESTIL_TEST_DATA_DIR "/generation/weekly-sync-transcript.txt")));
+        fileBytes(QStringLiteral(KESTIL_TEST_DATA_DIR "/generation/weekly-sync-transcript.txt")));
     ASSERT_GT(text.size(), 1500);
     const NotePtr note = rig.makeNote(untitledNoteTitle(), text, u"transcription"_s);
     QList<LocalSummaryProgress::Stage> stages;

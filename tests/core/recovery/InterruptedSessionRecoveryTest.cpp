@@ -123,7 +123,7 @@ TEST_F(RecoveryTest, DamagedManifestsAreReportedInTheirOwnWordsUntouchedAndDoNot
     }
     ASSERT_FALSE(decoderWords.isEmpty());
     const QByteArray zeroRate =
-        readFile(QStringLiteral(KESTIL_TEST_DATA_DIR "/capture/manifests/rate-zero.json"));
+        fileBytes(QStringLiteral(KESTIL_TEST_DATA_DIR "/capture/manifests/rate-zero.json"));
     ASSERT_FALSE(zeroRate.isEmpty());
     for (const auto &[manifest, description] :
          {std::pair{QByteArray("{"), decoderWords},

@@ -96,7 +96,7 @@ inline QMap<QString, QByteArray> snapshot(const QString &folder)
         else if (entry.isDir())
             files.insert(snapshot(entry.absoluteFilePath()));
         else
-            files.insert(entry.absoluteFilePath(), readFile(entry.absoluteFilePath()));
+            files.insert(entry.absoluteFilePath(), fileBytes(entry.absoluteFilePath()));
     }
     return files;
 }

@@ -48,7 +48,7 @@ TEST_F(DeleteNoteTest, AFailedSaveBringsNoteAndAudioBackOrLeavesTheAudioForTheNe
     EXPECT_FALSE(note->isDeleted());
     EXPECT_EQ(controller->fetchNotes().size(), 1);
     EXPECT_EQ(noteRows(), 1);
-    EXPECT_EQ(readFile(live + u"/SEG/audio.float32"_s).size(), 4096);
+    EXPECT_EQ(fileBytes(live + u"/SEG/audio.float32"_s).size(), 4096);
     EXPECT_FALSE(QFile::exists(staged));
 
     // When the move back fails too, the audio waits staged for the next launch.
@@ -106,13 +106,13 @@ TEST(RestoreDeletedRecordingsTest, KeepsForeignNamesAndStopsTheLaunchOnAConflict
     writeFile(deleted(idText(QUuid::createUuid())), "gone");
     writeFile(deleted(idText(keptId)), "back");
     ASSERT_TRUE(root.open()->ready());
-    EXPECT_EQ(readFile(live(keptId)), "back");
+    EXPECT_EQ(fileBytes(live(keptId)), "back");
     foreign.sort();
     EXPECT_EQ(QDir(root.file(u"DeletedRecordings"_s))
                   .entryList(QDir::NoDotAndDotDot | QDir::AllEntries, QDir::Name),
               foreign);
     for (const QString &name : foreign)
-        EXPECT_EQ(readFile(deleted(name)), "keep");
+        EXPECT_EQ(fileBytes(deleted(name)), "keep");
 
     // Two copies of one note's audio stop the launch with words, and both stay.
     writeFile(deleted(idText(conflictId)), "staged");
@@ -121,8 +121,8 @@ TEST(RestoreDeletedRecordingsTest, KeepsForeignNamesAndStopsTheLaunchOnAConflict
     EXPECT_FALSE(app->store());
     EXPECT_EQ(app->message(), u"Transcription recovery found two audio copies for one note. Both "
                               "were preserved for review."_s);
-    EXPECT_EQ(readFile(deleted(idText(conflictId))), "staged");
-    EXPECT_EQ(readFile(live(conflictId)), "live");
+    EXPECT_EQ(fileBytes(deleted(idText(conflictId))), "staged");
+    EXPECT_EQ(fileBytes(live(conflictId)), "live");
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "speech/LocalSpeech.h"
 #include "speech/WhisperModelInstall.h"
 #include "support/CoreApplicationEnvironment.h"
+#include "support/FileBytes.h"
 
 #include "SpeechTestSupport.h"
 #include "support/LoopbackModelServer.h"
@@ -21,13 +22,6 @@ using namespace kestil;
 using Status = LocalSpeech::Readiness::Status;
 
 namespace {
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    EXPECT_TRUE(file.open(QIODevice::ReadOnly)) << path.toStdString();
-    return file.readAll();
-}
 
 void writeFile(const QString &path, const QByteArray &bytes, QIODevice::OpenMode mode)
 {
@@ -62,8 +56,8 @@ protected:
         qputenv("KESTIL_DATA_DIR", data_.path().toUtf8());
         qunsetenv("KESTIL_SPEECH_MODEL_BASE_URL");
         preferences_ = std::make_unique<PreferenceStore>(data_.filePath(QStringLiteral("config")));
-        english_ = contentOf(test::tinyEnglishModel());
-        multilingual_ = contentOf(test::tinyMultilingualModel());
+        english_ = test::fileBytes(test::tinyEnglishModel());
+        multilingual_ = test::fileBytes(test::tinyMultilingualModel());
         server_.setFile(QStringLiteral("ggml-base.en.bin"), english_);
         server_.setFile(QStringLiteral("ggml-base.bin"), multilingual_);
         catalogue_ = {WhisperModel{"base.en", "base", true, "ggml-base.en.bin", sha256(english_)},
@@ -126,7 +120,7 @@ TEST_F(SpeechSetUp, AServedModelCountsInstalledOnlyWhileItIsTheFileWhoseChecksum
 
     installWhisperModel(directory_, catalogue_[0], base("good"), {});
     EXPECT_TRUE(isWhisperModelInstalled(directory_, catalogue_[0]));
-    EXPECT_EQ(contentOf(modelPath()), english_);
+    EXPECT_EQ(test::fileBytes(modelPath()), english_);
     EXPECT_FALSE(QFile::exists(modelPath() + QStringLiteral(".part")));
 
     // A file that changed after its check no longer counts.
