@@ -19,7 +19,10 @@ WHISPER_SHA512=ceoilUVraRuR5FnNyXpGQT2auAR48Oc3AQBEmkXnVpSn9iN6yVRzQBFCqVTGWbk6W
 # build host, yet a summary on an AVX-512 machine is about a fifth faster than
 # with the AVX2 build alone.
 CPU_FLAGS=(-DGGML_NATIVE=OFF -DGGML_BACKEND_DL=ON -DGGML_CPU_ALL_VARIANTS=ON)
-BUILD_ID=llama-3.22.1-whisper-0.3.1-v5
+# The build folder is named after the patches too, so that a changed patch
+# gives a new build rather than an old one under the same name.
+patches_id=$(cat "$here"/native-patches/*.patch | sha256sum | cut -c1-8)
+BUILD_ID=llama-3.22.1-whisper-0.3.1-v5-$patches_id
 # A prebuilt, portable release: include/sherpa-onnx/c-api/c-api.h,
 # lib/libsherpa-onnx-c-api.so and the lib/libonnxruntime.so it finds beside
 # itself. CMake looks for it as KESTIL_SHERPA_ONNX_PREFIX, by default this
