@@ -97,13 +97,14 @@ if [ ! -d "$work/llama.cpp/.git" ]; then
   rm -rf "$work/llama-pkg"
 fi
 
-# Faster CPU attention while a model writes: the query heads that share a K/V
-# head are computed together over tiles of the cache, and the masks and keys of
-# a tile are converted as vectors. Applied once; a resumed build finds it there.
-patch="$here/native-patches/ggml-cpu-flash-attention.patch"
-if ! git -C "$work/llama.cpp" apply --reverse --check "$patch" 2>/dev/null; then
-  git -C "$work/llama.cpp" apply "$patch"
-fi
+# Our patches to llama.cpp (today one: faster CPU attention while a model
+# writes, the query heads that share a K/V head computed together over tiles
+# of the cache). Each is applied once; a resumed build finds it there.
+for change in "$here"/native-patches/*.patch; do
+  if ! git -C "$work/llama.cpp" apply --reverse --check "$change" 2>/dev/null; then
+    git -C "$work/llama.cpp" apply "$change"
+  fi
+done
 
 # The CPU modules start at AVX2, as the program always has: building the older
 # levels, and the AVX-512 ones that differ only slightly from their neighbours,

@@ -1,5 +1,6 @@
 #include "shell/NoteTitleEdit.h"
 
+#include <QEvent>
 #include <QPainter>
 #include <QStyle>
 #include <QStyleOptionFrame>
@@ -15,7 +16,6 @@ const QString renameTip = QStringLiteral("Rename this note");
 NoteTitleEdit::NoteTitleEdit(QWidget *parent) : QLineEdit(parent)
 {
     setToolTip(renameTip);
-    connect(this, &QLineEdit::textChanged, this, &NoteTitleEdit::refreshToolTip);
 }
 
 QRect NoteTitleEdit::textArea() const
@@ -51,29 +51,12 @@ void NoteTitleEdit::paintEvent(QPaintEvent *event)
                      fontMetrics().elidedText(text(), Qt::ElideRight, area.width()));
 }
 
-void NoteTitleEdit::resizeEvent(QResizeEvent *event)
+// The tooltip is made when it is asked for, from what is shown then.
+bool NoteTitleEdit::event(QEvent *event)
 {
-    QLineEdit::resizeEvent(event);
-    refreshToolTip();
-}
-
-void NoteTitleEdit::focusInEvent(QFocusEvent *event)
-{
-    QLineEdit::focusInEvent(event);
-    refreshToolTip();
-}
-
-void NoteTitleEdit::focusOutEvent(QFocusEvent *event)
-{
-    QLineEdit::focusOutEvent(event);
-    // Back at the start, so that the title reads from its first word.
-    setCursorPosition(0);
-    refreshToolTip();
-}
-
-void NoteTitleEdit::refreshToolTip()
-{
-    setToolTip(isElided() ? text() + QStringLiteral("\n") + renameTip : renameTip);
+    if (event->type() == QEvent::ToolTip)
+        setToolTip(isElided() ? text() + QStringLiteral("\n") + renameTip : renameTip);
+    return QLineEdit::event(event);
 }
 
 } // namespace kestil

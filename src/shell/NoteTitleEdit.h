@@ -17,14 +17,11 @@ public:
     bool isElided() const;
 
 protected:
+    bool event(QEvent *event) override;
     void paintEvent(QPaintEvent *event) override;
-    void resizeEvent(QResizeEvent *event) override;
-    void focusInEvent(QFocusEvent *event) override;
-    void focusOutEvent(QFocusEvent *event) override;
 
 private:
     QRect textArea() const;
-    void refreshToolTip();
 };
 
 } // namespace kestil

@@ -215,30 +215,25 @@ QString SummaryTab::waitingText()
 
 QString SummaryTab::resumeText(const NotesListViewModel::SummaryResumeOffer &offer)
 {
-    const QString title =
-        QStringLiteral("“") +
+    const QString head =
+        QStringLiteral("An unfinished “") +
         LocalSummaryTemplates::displayTitle(LocalSummaryTemplates::fromStored(offer.templateKey)) +
-        QStringLiteral("” ");
+        QStringLiteral("” summary can be continued");
     if (offer.written)
-        return QStringLiteral("An unfinished ") + title +
-               QStringLiteral(
-                   "summary can be continued: the summary is written, its title and tags are left.");
+        return head + QStringLiteral(": the summary is written, its title and tags are left.");
     // One section left means that the key points fit: what remains is
     // writing the summary from them.
     if (offer.total == 1)
-        return QStringLiteral("An unfinished ") + title +
-               QStringLiteral("summary can be continued: %1only the summary itself is left to write.")
-                   .arg(offer.pass > 0 ? QStringLiteral("the transcript is read and ") : QString());
+        return head + QStringLiteral(": %1only the summary itself is left to write.")
+                          .arg(offer.pass > 0 ? QStringLiteral("the transcript is read and ") : QString());
     if (offer.total > 1)
-        return QStringLiteral("An unfinished ") + title +
-               QStringLiteral("summary can be continued where it stopped: %1 of %2 sections %3.")
-                   .arg(offer.completed)
-                   .arg(offer.total)
-                   .arg(offer.pass == 0 ? QStringLiteral("reviewed")
-                                        : QStringLiteral("of key points combined"));
-    return QStringLiteral("An unfinished ") + title +
-           QStringLiteral("summary can be continued where it stopped%1.")
-               .arg(offer.pass > 0 ? QStringLiteral(": the transcript is read") : QString());
+        return head + QStringLiteral(" where it stopped: %1 of %2 sections %3.")
+                          .arg(offer.completed)
+                          .arg(offer.total)
+                          .arg(offer.pass == 0 ? QStringLiteral("reviewed")
+                                               : QStringLiteral("of key points combined"));
+    return head + QStringLiteral(" where it stopped%1.")
+                      .arg(offer.pass > 0 ? QStringLiteral(": the transcript is read") : QString());
 }
 
 QString SummaryTab::progressText(const LocalSummaryProgress &progress)
