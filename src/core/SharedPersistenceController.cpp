@@ -77,6 +77,7 @@ SharedPersistenceController::SharedPersistenceController(const std::optional<QSt
         root_ = QDir::cleanPath(QStandardPaths::writableLocation(QStandardPaths::TempLocation) +
                                 QStringLiteral("/KestilPreview-") +
                                 QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper());
+        ownsRoot_ = true;
     } else {
         root_ = LocalPaths::rootDirectory();
     }
@@ -110,6 +111,9 @@ SharedPersistenceController::~SharedPersistenceController()
 {
     context_.reset();
     store_.reset();
+    // A preview's folder holds nothing that outlives it.
+    if (ownsRoot_)
+        QDir(root_).removeRecursively();
 }
 
 QString SharedPersistenceController::storePath() const

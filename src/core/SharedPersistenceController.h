@@ -105,6 +105,7 @@ private:
     QString root_;
     NoteSyncMode syncMode_ = NoteSyncMode::localOnly();
     bool inMemory_ = false;
+    bool ownsRoot_ = false;
     bool ready_ = false;
     std::optional<QString> errorMessage_;
     std::optional<RecordingLease> activeRecording_;

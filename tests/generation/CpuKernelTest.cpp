@@ -1,7 +1,9 @@
-// The CPU attention the language model runs, as loaded by the program, against
-// attention written out plainly in double precision: decoding with grouped
-// query heads over several streams, partial and fully masked tiles of the
-// cache, a soft cap, sink logits, and a prompt long enough for the tiled path.
+// The CPU kernels the language model runs, as loaded by the program.
+// Attention against attention written out plainly in double precision:
+// decoding with grouped query heads over several streams, partial and fully
+// masked tiles of the cache, a soft cap, sink logits, and a prompt long enough
+// for the tiled path. Products with Q5_0 and Q6_K weights read wide (a prompt)
+// against the same columns read narrow (decoding).
 #include "base/ComputeBackends.h"
 
 #include <ggml-alloc.h>
@@ -40,14 +42,23 @@ std::vector<float> fill(ggml_tensor *t, std::mt19937 &random, const std::functio
     return values;
 }
 
-TEST(AttentionKernelTest, MatchesPlainAttention)
+// The CPU backend as the program runs it, on two threads.
+ggml_backend_t cpuBackend()
 {
-    ASSERT_TRUE(kestil::loadComputeBackends());
+    if (!kestil::loadComputeBackends())
+        return nullptr;
     ggml_backend_t cpu = ggml_backend_init_by_type(GGML_BACKEND_DEVICE_TYPE_CPU, nullptr);
     auto setThreads = reinterpret_cast<ggml_backend_set_n_threads_t>(ggml_backend_reg_get_proc_address(
         ggml_backend_dev_backend_reg(ggml_backend_get_device(cpu)), "ggml_backend_set_n_threads"));
-    ASSERT_TRUE(setThreads);
-    setThreads(cpu, 2);
+    if (setThreads)
+        setThreads(cpu, 2);
+    return cpu;
+}
+
+TEST(CpuKernelTest, AttentionMatchesPlainAttention)
+{
+    ggml_backend_t cpu = cpuBackend();
+    ASSERT_TRUE(cpu);
     const struct {
         const char *name;
         int queryHeads, keyHeads, streams, rows, cells;
@@ -120,6 +131,66 @@ TEST(AttentionKernelTest, MatchesPlainAttention)
                         worst = std::max(worst, std::abs(row[d] - expected[size_t(d)] / total));
                 }
         EXPECT_LT(worst, 2e-3);
+        ggml_backend_buffer_free(buffer);
+        ggml_free(context);
+    }
+    ggml_backend_free(cpu);
+}
+
+// A prompt's products unpack Q5_0 weights in panels of 64 rows and Q6_K ones
+// in panels of 8; decoding's few columns read the rows as they are. The same
+// columns must come out the same both ways, over a last partial panel and an
+// odd number of columns, and near the product of the dequantised weights.
+TEST(CpuKernelTest, WideProductsMatchNarrowOnes)
+{
+    ggml_backend_t cpu = cpuBackend();
+    ASSERT_TRUE(cpu);
+    constexpr int width = 256, rows = 136, columns = 37, narrow = 5;
+    std::mt19937 random(11);
+    std::normal_distribution<float> normal;
+    for (const ggml_type type : {GGML_TYPE_Q5_0, GGML_TYPE_Q6_K}) {
+        SCOPED_TRACE(ggml_type_name(type));
+        ggml_context *context =
+            ggml_init({ggml_tensor_overhead() * 8 + ggml_graph_overhead(), nullptr, true});
+        ggml_tensor *weights = ggml_new_tensor_2d(context, type, width, rows);
+        ggml_tensor *input = ggml_new_tensor_2d(context, GGML_TYPE_F32, width, columns);
+        ggml_tensor *wide = ggml_mul_mat(context, weights, input);
+        ggml_tensor *few =
+            ggml_mul_mat(context, weights, ggml_view_2d(context, input, width, narrow, input->nb[1], 0));
+        ggml_cgraph *graph = ggml_new_graph(context);
+        ggml_build_forward_expand(graph, wide);
+        ggml_build_forward_expand(graph, few);
+        ggml_backend_buffer_t buffer = ggml_backend_alloc_ctx_tensors(context, cpu);
+
+        std::vector<float> w(size_t(width * rows)), x(size_t(width * columns));
+        for (float &v : w)
+            v = normal(random);
+        for (float &v : x)
+            v = normal(random);
+        std::vector<char> packed(ggml_nbytes(weights));
+        ggml_quantize_chunk(type, w.data(), packed.data(), 0, rows, width, nullptr);
+        ggml_get_type_traits(type)->to_float(packed.data(), w.data(), int64_t(w.size()));
+        ggml_backend_tensor_set(weights, packed.data(), 0, packed.size());
+        ggml_backend_tensor_set(input, x.data(), 0, ggml_nbytes(input));
+        ASSERT_EQ(ggml_backend_graph_compute(cpu, graph), GGML_STATUS_SUCCESS);
+
+        std::vector<float> gotWide(size_t(rows * columns)), gotFew(size_t(rows * narrow));
+        ggml_backend_tensor_get(wide, gotWide.data(), 0, ggml_nbytes(wide));
+        ggml_backend_tensor_get(few, gotFew.data(), 0, ggml_nbytes(few));
+        double apart = 0, fromPlain = 0;
+        for (int c = 0; c < columns; ++c)
+            for (int r = 0; r < rows; ++r) {
+                const float got = gotWide[size_t(c * rows + r)];
+                if (c < narrow)
+                    apart = std::max(apart, double(std::abs(got - gotFew[size_t(c * rows + r)])));
+                double plain = 0;
+                for (int i = 0; i < width; ++i)
+                    plain += double(w[size_t(r * width + i)]) * x[size_t(c * width + i)];
+                fromPlain = std::max(fromPlain, std::abs(got - plain));
+            }
+        EXPECT_LT(apart, 1e-4);
+        // The input is rounded to 8 bits on the way in.
+        EXPECT_LT(fromPlain, 0.5);
         ggml_backend_buffer_free(buffer);
         ggml_free(context);
     }
