@@ -100,8 +100,7 @@ fi
 # Our patches to llama.cpp: faster CPU attention while a model writes (the
 # query heads that share a K/V head computed together over tiles of the
 # cache), and prompts read through Q5_0 and Q6_K weights unpacked a panel
-# of rows at a time.
-# Each is applied once; a resumed build finds it there.
+# of rows at a time. Each is applied once; a resumed build finds it there.
 for change in "$here"/native-patches/*.patch; do
   if ! git -C "$work/llama.cpp" apply --reverse --check "$change" 2>/dev/null; then
     git -C "$work/llama.cpp" apply "$change"

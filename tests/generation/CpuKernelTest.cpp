@@ -42,7 +42,8 @@ std::vector<float> fill(ggml_tensor *t, std::mt19937 &random, const std::functio
     return values;
 }
 
-// The CPU backend as the program runs it, on two threads.
+// The CPU backend as the program runs it, on two threads; none when it cannot
+// be had on two.
 ggml_backend_t cpuBackend()
 {
     if (!kestil::loadComputeBackends())
@@ -50,8 +51,11 @@ ggml_backend_t cpuBackend()
     ggml_backend_t cpu = ggml_backend_init_by_type(GGML_BACKEND_DEVICE_TYPE_CPU, nullptr);
     auto setThreads = reinterpret_cast<ggml_backend_set_n_threads_t>(ggml_backend_reg_get_proc_address(
         ggml_backend_dev_backend_reg(ggml_backend_get_device(cpu)), "ggml_backend_set_n_threads"));
-    if (setThreads)
-        setThreads(cpu, 2);
+    if (!setThreads) {
+        ggml_backend_free(cpu);
+        return nullptr;
+    }
+    setThreads(cpu, 2);
     return cpu;
 }
 
